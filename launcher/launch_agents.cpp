@@ -1,0 +1,112 @@
+#include <unistd.h>
+
+#include <filesystem>
+#include <optional>
+#include <string_view>
+
+#include "launcher/task_runner.h"
+#include "launcher/teravolant_app.h"
+#include "platform/bundle.h"
+#include "platform/files.h"
+#include "support/logger.h"
+
+namespace teravolant {
+namespace {
+
+using platform::Error;
+using std::filesystem::path;
+
+std::string_view labelOf(LaunchAgentKind kind) {
+    switch (kind) {
+        case LaunchAgentKind::agent:
+            return "com.zelto.teravolant.agent";
+        case LaunchAgentKind::autorun:
+            return "com.zelto.teravolant.autorun";
+    }
+    return {};
+}
+
+/// A step that succeeds leaves the slot alone; one that fails puts its error there.
+void keepLatest(std::optional<Error>& slot, std::optional<Error> error) {
+    if (error) {
+        slot = std::move(error);
+    }
+}
+
+void launchctl(const char* subcommand, const path& installed) {
+    runTask("/bin/launchctl", {subcommand, installed.string()});
+}
+
+void installForTheFirstTime(const path& resource, const path& installed) {
+    std::optional<Error> slot;
+    const path folder = installed.parent_path();
+    if (!platform::fileExists(folder)) {
+        slot = platform::createDirectory(folder);
+        reportError(slot);
+    }
+    keepLatest(slot, platform::copyItem(resource, installed));
+    reportError(slot);
+}
+
+/// Answers whether the agent is to be loaded again.
+bool replace(const path& resource, const path& installed, bool reloadOnError) {
+    Logger::sharedInstance().logMessage("replace " + installed.string() + " with " +
+                                        resource.string());
+    std::optional<Error> slot;
+    if (platform::fileExists(installed)) {
+        slot = platform::removeItem(installed);
+    }
+    keepLatest(slot, platform::copyItem(resource, installed));
+    reportError(slot);
+    if (slot && !reloadOnError) {
+        return false;
+    }
+    launchctl("stop", installed);
+    launchctl("unload", installed);
+    return true;
+}
+
+/// Brings the installed file up to date and answers whether the agent is to be loaded.
+bool install(const path& resource, const path& installed, bool reloadOnError) {
+    const auto before = platform::attributesOfItem(installed);
+    if (!before) {
+        if (before.error().domain == platform::NSCocoaErrorDomain &&
+            before.error().code == platform::NSFileReadNoSuchFileError) {
+            installForTheFirstTime(resource, installed);
+            return true;
+        }
+        reportError(before.error());
+        return false;
+    }
+    const auto wanted = platform::attributesOfItem(resource);
+    if (!wanted) {
+        reportError(wanted.error());
+        return false;
+    }
+    if (before.value().fileModificationDate == wanted.value().fileModificationDate) {
+        Logger::sharedInstance().logMessage("No need to store " + installed.string());
+        return false;
+    }
+    return replace(resource, installed, reloadOnError);
+}
+
+}  // namespace
+
+void TeravolantApp::storeLaunchAgent(LaunchAgentKind kind, bool reloadOnError) {
+    if (geteuid() == 0) {
+        Logger::sharedInstance().logMessage("INFO: root user is not allowed to store agent!.");
+        return;
+    }
+    const auto resource = platform::Bundle::mainBundle().pathForResource(labelOf(kind), "plist");
+    if (!resource) {
+        return;
+    }
+    const path installed = platform::homeDirectoryForCurrentUser() / "Library" / "LaunchAgents" /
+                           resource->filename();
+    if (install(*resource, installed, reloadOnError)) {
+        launchctl("load", installed);
+        launchctl("start", installed);
+    }
+}
+
+}  // namespace teravolant

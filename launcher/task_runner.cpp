@@ -1,0 +1,40 @@
+#include "launcher/task_runner.h"
+
+#include "platform/process.h"
+#include "platform/text.h"
+#include "platform/url.h"
+#include "support/logger.h"
+
+namespace teravolant {
+namespace {
+
+std::string joined(const std::vector<std::string>& words) {
+    std::string text;
+    for (const std::string& word : words) {
+        text += word + " ";
+    }
+    return text.substr(0, text.empty() ? 0 : text.size() - 1);
+}
+
+}  // namespace
+
+void runTask(const std::filesystem::path& executable, const std::vector<std::string>& arguments) {
+    const platform::TaskResult result = platform::runToEndOfOutput(executable, arguments);
+    Logger& logger = Logger::sharedInstance();
+    logger.logMessage("Call " + platform::fileUrl(executable) + " " + joined(arguments) +
+                      ". Returned:");
+    logger.logMessage(platform::isAscii(result.standardOutput) ? result.standardOutput
+                                                               : platform::kMissingValueMark);
+    reportError(result.launchError);
+}
+
+void reportError(const std::optional<platform::Error>& error) {
+    if (!error) {
+        return;
+    }
+    Logger& logger = Logger::sharedInstance();
+    logger.logMessage("Error code: " + std::to_string(error->code));
+    logger.logMessage("Error description: " + error->localizedDescription);
+}
+
+}  // namespace teravolant

@@ -1,0 +1,145 @@
+#include "platform/application.h"
+
+#include <fcntl.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "platform/bundle.h"
+
+namespace teravolant::platform {
+namespace {
+
+std::atomic<bool> terminationRequested = false;
+std::atomic<int> wakeUpDescriptor = -1;
+
+void wakeUp() {
+    const std::uint64_t one = 1;
+    const int saved = errno;
+    [[maybe_unused]] const ssize_t written = write(wakeUpDescriptor, &one, sizeof one);
+    errno = saved;
+}
+
+void requestTermination(int /*signal*/) {
+    terminationRequested = true;
+    wakeUp();
+}
+
+void ignoreSignal(int /*signal*/) {}
+
+/// A handler, unlike a mask or an ignored signal, is not inherited by the programs started later.
+void handle(int signal, void (*handler)(int), int flags) {
+    struct sigaction action {};
+    action.sa_handler = handler;
+    action.sa_flags = SA_RESTART | flags;
+    sigemptyset(&action.sa_mask);
+    sigaction(signal, &action, nullptr);
+}
+
+/// A file opened later must never become standard output or error by chance.
+void openMissingStandardStreams() {
+    int descriptor = open("/dev/null", O_RDWR);
+    while (descriptor >= 0 && descriptor <= STDERR_FILENO) {
+        descriptor = open("/dev/null", O_RDWR);
+    }
+    if (descriptor >= 0) {
+        close(descriptor);
+    }
+}
+
+void putHelpersFirstOnPath() {
+    const char* current = std::getenv("PATH");
+    const std::string path =
+        current == nullptr ? "/usr/local/bin:/usr/bin:/bin" : std::string(current);
+    const std::string helpers = Bundle::mainBundle().helpersPath();
+    if (path != helpers && !path.starts_with(helpers + ":")) {
+        setenv("PATH", (helpers + ":" + path).c_str(), 1);
+    }
+}
+
+bool takeLoginMark() {
+    constexpr const char* kMark = "DESKTOP_AUTOSTART_ID";
+    const bool marked = std::getenv(kMark) != nullptr;
+    unsetenv(kMark);
+    return marked;
+}
+
+}  // namespace
+
+Application& Application::sharedApplication() {
+    static Application& application = *new Application();
+    return application;
+}
+
+Application::Application() {
+    openMissingStandardStreams();
+    _wakeUp = UniqueFd(eventfd(0, EFD_CLOEXEC));
+    wakeUpDescriptor = _wakeUp.get();
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+        handle(signal, requestTermination, SA_RESETHAND);
+    }
+    // A console that went away is an error of the write, not the end of the process.
+    handle(SIGPIPE, ignoreSignal, 0);
+
+    putHelpersFirstOnPath();
+    unsetenv("COLUMNS");
+    const bool loginItem = takeLoginMark();
+    _notification.isDefaultLaunch = !loginItem;
+    _event.eventID = kOpenApplicationEvent;
+    if (loginItem) {
+        _event.parameters[kPropertyData] = {kTypeDescriptor, kLoginItem};
+    }
+}
+
+void Application::dispatchAsyncOnMainQueue(std::function<void()> work) {
+    {
+        const std::lock_guard lock(_queueMutex);
+        _queue.push_back(std::move(work));
+    }
+    wakeUp();
+}
+
+void Application::run() {
+    // Whoever asked for the end before the launch does not want to see the client come up.
+    if (!terminationRequested && _delegate) {
+        _delegate->applicationDidFinishLaunching(_notification);
+    }
+    while (!terminationRequested) {
+        waitForWork();
+        for (const auto& work : takeQueue()) {
+            work();
+        }
+    }
+    terminate();
+}
+
+void Application::terminate() {
+    if (_delegate) {
+        _delegate->applicationWillTerminate();
+    }
+    std::fflush(nullptr);
+    std::_Exit(EXIT_SUCCESS);
+}
+
+void Application::waitForWork() {
+    std::uint64_t count = 0;
+    [[maybe_unused]] const ssize_t size = read(_wakeUp.get(), &count, sizeof count);
+}
+
+std::vector<std::function<void()>> Application::takeQueue() {
+    const std::lock_guard lock(_queueMutex);
+    return std::exchange(_queue, {});
+}
+
+int applicationMain(int /*argc*/, const char* const* /*argv*/) {
+    Application::sharedApplication().run();
+}
+
+}  // namespace teravolant::platform

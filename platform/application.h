@@ -1,0 +1,101 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+#include "platform/unique_fd.h"
+
+namespace teravolant::platform {
+
+/// Four-character codes, the first character in the highest byte.
+inline constexpr std::uint32_t kOpenApplicationEvent = 0x6F617070;  ///< oapp, an event's id
+inline constexpr std::uint32_t kPropertyData = 0x70726474;          ///< prdt, a keyword
+inline constexpr std::uint32_t kTypeDescriptor = 0x74797065;        ///< type, a descriptor's type
+inline constexpr std::uint32_t kLoginItem = 0x6C676974;             ///< lgit, a type code
+
+/// A parameter of an event: a descriptor of some type, and what it says if that type is "type".
+struct AppleEventDescriptor {
+    std::uint32_t descriptorType = 0;
+    std::uint32_t typeCodeValue = 0;
+};
+
+/// The event that the application is handling.
+struct AppleEvent {
+    std::uint32_t eventID = 0;
+    std::map<std::uint32_t, AppleEventDescriptor> parameters;  ///< By keyword.
+};
+
+/// What the did-finish-launching notification tells.
+struct LaunchNotification {
+    /// `NSApplicationLaunchIsDefaultLaunchKey`: whether a person started the application.
+    std::optional<bool> isDefaultLaunch;
+};
+
+/// What the application object calls, on the main thread.
+class ApplicationDelegate {
+  public:
+    virtual ~ApplicationDelegate() = default;
+
+    /// Once, when the loop begins.
+    virtual void applicationDidFinishLaunching(const LaunchNotification& notification) = 0;
+
+    /// Once, for every termination of the application; the process ends when it returns.
+    virtual void applicationWillTerminate() = 0;
+};
+
+/// The process's one application object: delegate, main queue and main loop.
+///
+/// Its creation, on the first call of `sharedApplication`, belongs at the program's start, on the
+/// main thread, while that is the only one. It readies the process:
+/// - SIGTERM, SIGINT and SIGHUP become requests to terminate, which the loop carries out; the same
+///   signal a second time ends the process at once. Programs started from here are not affected.
+/// - The main bundle's Helpers folder comes first on `PATH`.
+/// - `DESKTOP_AUTOSTART_ID`, by which a session manager marks a start at login, is read and taken
+///   out of the environment, so that a program started from here is not taken for one.
+/// - `COLUMNS` is taken out as well: `ps` would cut its output to that width even in a pipe.
+class Application {
+  public:
+    static Application& sharedApplication();
+
+    /// Owns the delegate from now on; null for none.
+    void setDelegate(std::unique_ptr<ApplicationDelegate> delegate) {
+        _delegate = std::move(delegate);
+    }
+
+    /// The open-application event of this start, with the login-item mark if it was one.
+    [[nodiscard]] const AppleEvent& currentAppleEvent() const { return _event; }
+
+    /// Has the work done on the main thread, by the loop, in the order of the calls. Any thread.
+    void dispatchAsyncOnMainQueue(std::function<void()> work);
+
+    /// Tells the delegate that the launch has finished and then carries out what comes to the main
+    /// queue, until a termination ends the process. Main thread only.
+    [[noreturn]] void run();
+
+    /// Runs the delegate's `applicationWillTerminate` and ends the process with status 0, without
+    /// running destructors or exit handlers: other threads may still be at work. Main thread only.
+    [[noreturn]] void terminate();
+
+  private:
+    Application();
+
+    void waitForWork();
+    std::vector<std::function<void()>> takeQueue();
+
+    std::unique_ptr<ApplicationDelegate> _delegate;
+    LaunchNotification _notification;
+    AppleEvent _event;
+    UniqueFd _wakeUp;
+    std::mutex _queueMutex;
+    std::vector<std::function<void()>> _queue;
+};
+
+/// Runs the shared application object's loop. Does not return; the process ends inside.
+int applicationMain(int argc, const char* const* argv);
+
+}  // namespace teravolant::platform

@@ -1,0 +1,82 @@
+#include "platform/bundle.h"
+
+#include "platform/files.h"
+#include "platform/process.h"
+
+namespace teravolant::platform {
+namespace {
+
+namespace fs = std::filesystem;
+using Dictionary = PropertyListValue::Dictionary;
+
+std::optional<Dictionary> informationOf(const fs::path& bundle) {
+    const auto contents = contentsOfFile(bundle / "Contents" / "Info.plist");
+    if (!contents) {
+        return std::nullopt;
+    }
+    const auto parsed = parsePropertyList(contents.value());
+    if (!parsed || parsed.value().dictionary() == nullptr) {
+        return std::nullopt;
+    }
+    return *parsed.value().dictionary();
+}
+
+}  // namespace
+
+const Bundle& Bundle::mainBundle() {
+    static const Bundle& bundle = *new Bundle(findMainBundle());
+    return bundle;
+}
+
+Bundle Bundle::findMainBundle() {
+    const fs::path& executable = executablePathOfThisProcess();
+    const fs::path folder = executable.parent_path();
+    const fs::path contents = folder.parent_path();
+    const bool inBundle = contents.filename() == "Contents" && folder.filename() == "MacOS";
+    fs::path path = inBundle ? contents.parent_path() : folder;
+    Dictionary information = informationOf(path).value_or(Dictionary());
+    return {std::move(path), executable, std::move(information)};
+}
+
+std::optional<Bundle> Bundle::bundleWithPath(const fs::path& path) {
+    auto information = informationOf(path);
+    if (!information) {
+        return std::nullopt;
+    }
+    Bundle bundle(path, {}, *std::move(information));
+    bundle._executablePath =
+        path / "Contents" / "MacOS" /
+        bundle.textForInfoDictionaryKey("CFBundleExecutable").value_or(path.stem().string());
+    return bundle;
+}
+
+std::optional<std::string> Bundle::bundleIdentifier() const {
+    return textForInfoDictionaryKey("CFBundleIdentifier");
+}
+
+fs::path Bundle::helpersPath() const { return _path / "Contents" / "Helpers"; }
+
+const PropertyListValue* Bundle::objectForInfoDictionaryKey(std::string_view key) const {
+    const auto found = _information.find(key);
+    return found == _information.end() ? nullptr : &found->second;
+}
+
+std::optional<std::string> Bundle::textForInfoDictionaryKey(std::string_view key) const {
+    const PropertyListValue* value = objectForInfoDictionaryKey(key);
+    if (value == nullptr || value->text() == nullptr) {
+        return std::nullopt;
+    }
+    return *value->text();
+}
+
+std::optional<fs::path> Bundle::pathForResource(std::string_view name,
+                                                std::string_view extension) const {
+    fs::path path =
+        _path / "Contents" / "Resources" / std::string(name).append(".").append(extension);
+    if (!fileExists(path)) {
+        return std::nullopt;
+    }
+    return path;
+}
+
+}  // namespace teravolant::platform

@@ -1,0 +1,54 @@
+#include "platform/error.h"
+
+#include <cerrno>
+#include <system_error>
+
+namespace teravolant::platform {
+namespace {
+
+CocoaErrorCode readCode(int errorNumber) {
+    switch (errorNumber) {
+        case ENOENT:
+            return NSFileReadNoSuchFileError;
+        case EACCES:
+        case EPERM:
+            return NSFileReadNoPermissionError;
+        case ENAMETOOLONG:
+            return NSFileReadInvalidFileNameError;
+        default:
+            return NSFileReadUnknownError;
+    }
+}
+
+CocoaErrorCode writeCode(int errorNumber) {
+    switch (errorNumber) {
+        case ENOENT:
+            return NSFileNoSuchFileError;
+        case EACCES:
+        case EPERM:
+            return NSFileWriteNoPermissionError;
+        case ENAMETOOLONG:
+            return NSFileWriteInvalidFileNameError;
+        case EEXIST:
+            return NSFileWriteFileExistsError;
+        case ENOSPC:
+        case EDQUOT:
+            return NSFileWriteOutOfSpaceError;
+        case EROFS:
+            return NSFileWriteVolumeReadOnlyError;
+        default:
+            return NSFileWriteUnknownError;
+    }
+}
+
+}  // namespace
+
+Error errorFromErrno(int errorNumber, FileAccess access, std::string_view attempt) {
+    return Error{
+        .domain = std::string(NSCocoaErrorDomain),
+        .code = access == FileAccess::Read ? readCode(errorNumber) : writeCode(errorNumber),
+        .localizedDescription =
+            std::string(attempt) + ": " + std::generic_category().message(errorNumber) + "."};
+}
+
+}  // namespace teravolant::platform

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+
+namespace teravolant::platform {
+
+inline constexpr std::string_view NSCocoaErrorDomain = "NSCocoaErrorDomain";
+inline constexpr std::string_view NSPOSIXErrorDomain = "NSPOSIXErrorDomain";
+
+/// The codes of `NSCocoaErrorDomain` that file and process operations answer with.
+enum CocoaErrorCode : std::int64_t {
+    NSFileNoSuchFileError = 4,
+    NSFileReadUnknownError = 256,
+    NSFileReadNoPermissionError = 257,
+    NSFileReadInvalidFileNameError = 258,
+    NSFileReadCorruptFileError = 259,
+    NSFileReadNoSuchFileError = 260,
+    NSFileWriteUnknownError = 512,
+    NSFileWriteNoPermissionError = 513,
+    NSFileWriteInvalidFileNameError = 514,
+    NSFileWriteFileExistsError = 516,
+    NSFileWriteOutOfSpaceError = 640,
+    NSFileWriteVolumeReadOnlyError = 642,
+};
+
+/// The platform's error value: whose code it is, the code, and one sentence that a person can act on.
+struct Error {
+    std::string domain;
+    std::int64_t code = 0;
+    std::string localizedDescription;
+};
+
+enum class FileAccess { Read, Write };
+
+/// The error of a file operation that failed with the given `errno`, in `NSCocoaErrorDomain`.
+///
+/// `attempt` says what was not possible, as in "“/a/b” could not be opened"; the system's own
+/// explanation of the number follows it.
+[[nodiscard]] Error errorFromErrno(int errorNumber, FileAccess access, std::string_view attempt);
+
+/// Either the value that an operation was asked for or the error that kept it from answering.
+template <typename Value>
+class [[nodiscard]] Result {
+  public:
+    Result(Value value) : _content(std::move(value)) {}
+    Result(Error error) : _content(std::move(error)) {}
+
+    explicit operator bool() const { return std::holds_alternative<Value>(_content); }
+
+    /// Only for a result that is true.
+    [[nodiscard]] const Value& value() const& { return std::get<Value>(_content); }
+    [[nodiscard]] Value&& value() && { return std::get<Value>(std::move(_content)); }
+
+    /// Only for a result that is false.
+    [[nodiscard]] const Error& error() const& { return std::get<Error>(_content); }
+    [[nodiscard]] Error&& error() && { return std::get<Error>(std::move(_content)); }
+
+  private:
+    std::variant<Value, Error> _content;
+};
+
+}  // namespace teravolant::platform

@@ -1,0 +1,294 @@
+#include "platform/files.h"
+
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/file.h>
+#include <sys/sendfile.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <system_error>
+#include <vector>
+
+namespace teravolant::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string quoted(const fs::path& path) { return "“" + path.string() + "”"; }
+
+Error readError(int errorNumber, const fs::path& path) {
+    return errorFromErrno(errorNumber, FileAccess::Read, quoted(path) + " could not be read");
+}
+
+Error writeError(int errorNumber, const fs::path& path) {
+    return errorFromErrno(errorNumber, FileAccess::Write, quoted(path) + " could not be written");
+}
+
+std::optional<fs::path> absolutePathFromEnvironment(const char* name) {
+    const char* value = std::getenv(name);
+    if (value == nullptr || value[0] != '/') {
+        return std::nullopt;
+    }
+    return fs::path(value);
+}
+
+fs::path homeFromPasswordDatabase() {
+    std::vector<char> buffer(16384);
+    passwd entry{};
+    passwd* found = nullptr;
+    if (getpwuid_r(geteuid(), &entry, buffer.data(), buffer.size(), &found) == 0 &&
+        found != nullptr && found->pw_dir != nullptr && found->pw_dir[0] == '/') {
+        return found->pw_dir;
+    }
+    return "/nonexistent";
+}
+
+fs::path baseDirectory(const char* variable, const char* belowHome) {
+    if (auto path = absolutePathFromEnvironment(variable)) {
+        return *path;
+    }
+    return homeDirectoryForCurrentUser() / belowHome;
+}
+
+/// Writes all bytes; answers `errno` or 0.
+int writeAll(int descriptor, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t written = write(descriptor, bytes.data(), bytes.size());
+        if (written < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return errno;
+        }
+        bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return 0;
+}
+
+/// Copies what is left of one file to another; answers `errno` or 0.
+int copyContents(int from, int to) {
+    constexpr std::size_t kMost = 1U << 30U;
+    while (true) {
+        const ssize_t copied = sendfile(to, from, nullptr, kMost);
+        if (copied == 0) {
+            return 0;
+        }
+        if (copied < 0 && errno != EINTR) {
+            return errno;
+        }
+    }
+}
+
+int flushFolder(const fs::path& folder) {
+    const UniqueFd descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return descriptor && fsync(descriptor.get()) == 0 ? 0 : errno;
+}
+
+/// Fills and flushes the new file; answers `errno` or 0.
+int writeDurably(int descriptor, std::string_view bytes, unsigned mode) {
+    if (fchmod(descriptor, static_cast<mode_t>(mode)) != 0) {
+        return errno;
+    }
+    if (const int failure = writeAll(descriptor, bytes)) {
+        return failure;
+    }
+    return fsync(descriptor) == 0 ? 0 : errno;
+}
+
+UniqueFd openLockFile(const fs::path& path) {
+    return UniqueFd(open(path.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOCTTY, 0600));
+}
+
+/// Repeats a call that a signal may interrupt; answers `errno` or 0.
+int lockDescriptor(int descriptor, int operation) {
+    while (flock(descriptor, operation) != 0) {
+        if (errno != EINTR) {
+            return errno;
+        }
+    }
+    return 0;
+}
+
+}  // namespace
+
+void UniqueFd::reset() {
+    if (_descriptor >= 0) {
+        const int saved = errno;
+        close(std::exchange(_descriptor, -1));
+        errno = saved;
+    }
+}
+
+fs::path homeDirectoryForCurrentUser() {
+    fs::path home = absolutePathFromEnvironment("HOME").value_or("");
+    if (home.empty()) {
+        home = homeFromPasswordDatabase();
+    }
+    std::error_code unresolved;
+    fs::path resolved = fs::canonical(home, unresolved);
+    return unresolved ? home : resolved;
+}
+
+fs::path applicationSupportDirectory() { return baseDirectory("XDG_DATA_HOME", ".local/share"); }
+
+fs::path configurationDirectory() { return baseDirectory("XDG_CONFIG_HOME", ".config"); }
+
+fs::path machineLogDirectory() { return "/var/log"; }
+
+Result<FileAttributes> attributesOfItem(const fs::path& path) {
+    struct stat status {};
+    if (lstat(path.c_str(), &status) != 0) {
+        return readError(errno, path);
+    }
+    return FileAttributes{
+        .fileModificationDate =
+            std::chrono::sys_time<std::chrono::nanoseconds>(
+                std::chrono::seconds(status.st_mtim.tv_sec) +
+                std::chrono::nanoseconds(status.st_mtim.tv_nsec)),
+        .fileSize = static_cast<std::uint64_t>(status.st_size)};
+}
+
+bool fileExists(const fs::path& path) {
+    std::error_code unknown;
+    return fs::exists(path, unknown);
+}
+
+std::optional<Error> createDirectory(const fs::path& path) {
+    std::error_code failure;
+    fs::create_directories(path, failure);
+    if (failure) {
+        return errorFromErrno(failure.value(), FileAccess::Write,
+                              "The folder " + quoted(path) + " could not be created");
+    }
+    return std::nullopt;
+}
+
+std::optional<Error> removeItem(const fs::path& path) {
+    std::error_code failure;
+    const auto removed = fs::remove_all(path, failure);
+    if (failure || removed == 0) {
+        return errorFromErrno(failure ? failure.value() : ENOENT, FileAccess::Write,
+                              quoted(path) + " could not be removed");
+    }
+    return std::nullopt;
+}
+
+std::optional<Error> copyItem(const fs::path& source, const fs::path& target) {
+    const UniqueFd from(open(source.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+    struct stat status {};
+    if (!from || fstat(from.get(), &status) != 0) {
+        return readError(errno, source);
+    }
+    UniqueFd to(open(target.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (!to) {
+        return writeError(errno, target);
+    }
+    int failure = copyContents(from.get(), to.get());
+    if (failure == 0 && fchmod(to.get(), status.st_mode & 0777U) != 0) {
+        failure = errno;
+    }
+    // The time comes last: a copy that was cut short never looks as current as a whole one.
+    const std::array<timespec, 2> times = {status.st_atim, status.st_mtim};
+    if (failure == 0 && futimens(to.get(), times.data()) != 0) {
+        failure = errno;
+    }
+    if (failure != 0) {
+        unlink(target.c_str());
+        return writeError(failure, target);
+    }
+    return std::nullopt;
+}
+
+std::optional<Error> moveItem(const fs::path& source, const fs::path& target) {
+    if (rename(source.c_str(), target.c_str()) != 0) {
+        return errorFromErrno(errno, FileAccess::Write,
+                              quoted(source) + " could not be moved to " + quoted(target));
+    }
+    return std::nullopt;
+}
+
+std::optional<Error> appendToFile(const fs::path& path, std::string_view bytes) {
+    const UniqueFd file(
+        open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, 0666));
+    const int failure = file ? writeAll(file.get(), bytes) : errno;
+    if (failure != 0) {
+        return writeError(failure, path);
+    }
+    return std::nullopt;
+}
+
+Result<std::string> contentsOfFile(const fs::path& path) {
+    // A named pipe must not hold the reader up: only regular files have contents.
+    const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+    struct stat status {};
+    if (!file || fstat(file.get(), &status) != 0) {
+        return readError(errno, path);
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return readError(S_ISDIR(status.st_mode) ? EISDIR : EINVAL, path);
+    }
+    std::string contents;
+    std::array<char, 65536> chunk{};
+    while (true) {
+        const ssize_t count = read(file.get(), chunk.data(), chunk.size());
+        if (count == 0) {
+            return contents;
+        }
+        if (count < 0 && errno != EINTR) {
+            return readError(errno, path);
+        }
+        if (count > 0) {
+            contents.append(chunk.data(), static_cast<std::size_t>(count));
+        }
+    }
+}
+
+std::optional<Error> replaceFileDurably(const fs::path& path, std::string_view bytes,
+                                        unsigned mode) {
+    const std::string temporary = path.string() + ".new";
+    const UniqueFd file(
+        open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600));
+    if (!file) {
+        return writeError(errno, path);
+    }
+    int failure = writeDurably(file.get(), bytes, mode);
+    if (failure == 0 && rename(temporary.c_str(), path.c_str()) != 0) {
+        failure = errno;
+    }
+    if (failure != 0) {
+        unlink(temporary.c_str());
+        return writeError(failure, path);
+    }
+    failure = flushFolder(path.parent_path());
+    if (failure != 0) {
+        return writeError(failure, path);
+    }
+    return std::nullopt;
+}
+
+Result<FileLock> FileLock::acquire(const fs::path& path) {
+    UniqueFd file = openLockFile(path);
+    const int failure = file ? lockDescriptor(file.get(), LOCK_EX) : errno;
+    if (failure != 0) {
+        return writeError(failure, path);
+    }
+    return FileLock(std::move(file));
+}
+
+Result<std::optional<FileLock>> FileLock::tryAcquire(const fs::path& path) {
+    UniqueFd file = openLockFile(path);
+    const int failure = file ? lockDescriptor(file.get(), LOCK_EX | LOCK_NB) : errno;
+    if (failure == EWOULDBLOCK) {
+        return std::optional<FileLock>();
+    }
+    if (failure != 0) {
+        return writeError(failure, path);
+    }
+    return std::optional<FileLock>(FileLock(std::move(file)));
+}
+
+}  // namespace teravolant::platform

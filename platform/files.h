@@ -1,0 +1,89 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/error.h"
+#include "platform/unique_fd.h"
+
+// Folders and files of the current user. All operations may be called from any thread, block until
+// they are done, and report a failure as a value of `NSCocoaErrorDomain`; none throws for one.
+namespace teravolant::platform {
+
+/// `$HOME`, else the password database, with its links resolved, so that paths below it can be
+/// compared with those of running programs. "/nonexistent" for an account without a home.
+[[nodiscard]] std::filesystem::path homeDirectoryForCurrentUser();
+
+/// `$XDG_DATA_HOME`, else ~/.local/share.
+[[nodiscard]] std::filesystem::path applicationSupportDirectory();
+
+/// `$XDG_CONFIG_HOME`, else ~/.config.
+[[nodiscard]] std::filesystem::path configurationDirectory();
+
+/// Where the machine's own services log: /var/log.
+[[nodiscard]] std::filesystem::path machineLogDirectory();
+
+struct FileAttributes {
+    std::chrono::sys_time<std::chrono::nanoseconds> fileModificationDate;
+    std::uint64_t fileSize = 0;  ///< Bytes.
+};
+
+/// The attributes of the item itself: a link is not followed.
+Result<FileAttributes> attributesOfItem(const std::filesystem::path& path);
+
+/// Whether something is there; a link counts as what it leads to.
+[[nodiscard]] bool fileExists(const std::filesystem::path& path);
+
+/// Makes the folder and those above it that are missing. An existing folder is a success.
+[[nodiscard]] std::optional<Error> createDirectory(const std::filesystem::path& path);
+
+/// Removes a file, a link, or a folder with all that it holds.
+[[nodiscard]] std::optional<Error> removeItem(const std::filesystem::path& path);
+
+/// Copies a regular file with its permissions and its modification time, to the nanosecond.
+/// Never replaces an existing item; a copy that fails part-way leaves nothing behind.
+[[nodiscard]] std::optional<Error> copyItem(const std::filesystem::path& source,
+                                            const std::filesystem::path& target);
+
+/// Renames an item within one file system, replacing a file at the target.
+[[nodiscard]] std::optional<Error> moveItem(const std::filesystem::path& source,
+                                            const std::filesystem::path& target);
+
+/// Appends the bytes in one write, creating the file when it is not there. Writers that append at
+/// the same time, in this process or another, do not mix their bytes.
+[[nodiscard]] std::optional<Error> appendToFile(const std::filesystem::path& path,
+                                                std::string_view bytes);
+
+/// The whole of a regular file.
+Result<std::string> contentsOfFile(const std::filesystem::path& path);
+
+/// Puts the bytes into the place of the file so that, whatever happens, the old or the new content
+/// is there whole: temporary file, flush, rename, flush of the folder. `mode` is set as given.
+/// One caller at a time for one path: the temporary file has a fixed name, so that a killed
+/// program leaves at most that one, and the next call takes it over.
+[[nodiscard]] std::optional<Error> replaceFileDurably(const std::filesystem::path& path,
+                                                      std::string_view bytes, unsigned mode);
+
+/// An exclusive lock between processes, held from creation to destruction.
+///
+/// Ends with its holder, also when that is killed. The lock file stays, for others may wait on it.
+class FileLock {
+  public:
+    /// Waits for the lock on the file at `path`; makes the file, readable by its owner only, when
+    /// it is not there.
+    static Result<FileLock> acquire(const std::filesystem::path& path);
+
+    /// As `acquire`, but answers nothing at once when somebody else holds the lock.
+    static Result<std::optional<FileLock>> tryAcquire(const std::filesystem::path& path);
+
+  private:
+    explicit FileLock(UniqueFd descriptor) : _descriptor(std::move(descriptor)) {}
+
+    UniqueFd _descriptor;
+};
+
+}  // namespace teravolant::platform

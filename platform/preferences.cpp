@@ -1,0 +1,162 @@
+#include "platform/preferences.h"
+
+#include <system_error>
+
+#include "platform/bundle.h"
+#include "platform/console_log.h"
+#include "platform/files.h"
+
+namespace teravolant::platform {
+namespace {
+
+using Dictionary = PropertyListValue::Dictionary;
+
+constexpr std::string_view kVendorFolder = "Zelto";
+constexpr std::string_view kMachineConfiguration = "/etc/xdg";
+constexpr unsigned kOwnerOnly = 0600;
+constexpr unsigned kReadableByAll = 0644;
+
+std::filesystem::path fileOf(const std::filesystem::path& configuration, std::string_view domain) {
+    return configuration / kVendorFolder / std::string(domain).append(".plist");
+}
+
+/// The file's values; none for a file that is not there.
+Result<Dictionary> readDictionary(const std::filesystem::path& file) {
+    auto contents = contentsOfFile(file);
+    if (!contents) {
+        if (contents.error().code == NSFileReadNoSuchFileError) {
+            return Dictionary();
+        }
+        return std::move(contents).error();
+    }
+    auto parsed = parsePropertyList(contents.value());
+    if (!parsed) {
+        return std::move(parsed).error();
+    }
+    if (const Dictionary* dictionary = parsed.value().dictionary()) {
+        return *dictionary;
+    }
+    return Error{.domain = std::string(NSCocoaErrorDomain),
+                 .code = NSFileReadCorruptFileError,
+                 .localizedDescription = "The property list is not a dictionary."};
+}
+
+bool isDamaged(const Result<Dictionary>& result) {
+    return !result && result.error().code == NSFileReadCorruptFileError;
+}
+
+/// Moves a file that can't be parsed to the first free name, so that nothing ever overwrites it.
+std::optional<Error> setAside(const std::filesystem::path& file, const Error& reason) {
+    std::filesystem::path aside;
+    for (int number = 1; aside.empty() || fileExists(aside); ++number) {
+        aside = file.string() + ".damaged-" + std::to_string(number);
+    }
+    if (auto error = moveItem(file, aside)) {
+        return error;
+    }
+    logToConsole("The preferences in “" + file.string() + "” are damaged and were set aside as “" +
+                 aside.filename().string() + "”: " + reason.localizedDescription);
+    return std::nullopt;
+}
+
+/// Makes the folder of a domain. A superuser's strict umask must not hide an all-users domain.
+std::optional<Error> makeFolder(const std::filesystem::path& folder, unsigned fileMode) {
+    if (auto error = createDirectory(folder)) {
+        return error;
+    }
+    if (fileMode == kReadableByAll) {
+        using std::filesystem::perms;
+        std::error_code refused;
+        for (const auto& path : {folder.parent_path(), folder}) {
+            std::filesystem::permissions(
+                path, perms::group_read | perms::group_exec | perms::others_read | perms::others_exec,
+                std::filesystem::perm_options::add, refused);
+        }
+    }
+    return std::nullopt;
+}
+
+Result<FileLock> lockBeside(const std::filesystem::path& file) {
+    return FileLock::acquire(file.string() + ".lock");
+}
+
+}  // namespace
+
+UserDefaults UserDefaults::standardUserDefaults() {
+    const Bundle& bundle = Bundle::mainBundle();
+    return forDomain(
+        bundle.bundleIdentifier().value_or(bundle.executablePath().filename().string()));
+}
+
+UserDefaults UserDefaults::forDomain(std::string_view domain) {
+    return UserDefaults(fileOf(configurationDirectory(), domain), kOwnerOnly);
+}
+
+UserDefaults UserDefaults::forAnyUser(std::string_view domain) {
+    return UserDefaults(fileOf(kMachineConfiguration, domain), kReadableByAll);
+}
+
+std::optional<PropertyListValue> UserDefaults::objectForKey(std::string_view key) const {
+    auto values = readDictionary(_file);
+    if (isDamaged(values)) {
+        if (const auto lock = lockBeside(_file)) {
+            values = readLocked();
+        }
+    }
+    if (!values) {
+        logToConsole("The preferences in “" + _file.string() +
+                     "” are not used: " + values.error().localizedDescription);
+        return std::nullopt;
+    }
+    const auto found = values.value().find(key);
+    return found == values.value().end() ? std::nullopt : std::optional(found->second);
+}
+
+std::optional<Error> UserDefaults::setObject(PropertyListValue value, std::string_view key) const {
+    return replaceObject(std::move(value), key);
+}
+
+std::optional<Error> UserDefaults::removeObjectForKey(std::string_view key) const {
+    return replaceObject(std::nullopt, key);
+}
+
+std::optional<Error> UserDefaults::replaceObject(std::optional<PropertyListValue> value,
+                                                 std::string_view key) const {
+    if (auto error = makeFolder(_file.parent_path(), _fileMode)) {
+        return error;
+    }
+    const auto lock = lockBeside(_file);
+    if (!lock) {
+        return lock.error();
+    }
+    auto read = readLocked();
+    if (!read) {
+        return read.error();
+    }
+    const Dictionary before = std::move(read).value();
+    Dictionary after = before;
+    if (value) {
+        after.insert_or_assign(std::string(key), *std::move(value));
+    } else if (const auto found = after.find(key); found != after.end()) {
+        after.erase(found);
+    }
+    if (after == before) {
+        return std::nullopt;
+    }
+    return replaceFileDurably(_file, serialisePropertyList(after), _fileMode);
+}
+
+/// Only under the lock: what looked damaged to an earlier read may have been set aside and written
+/// anew by another process since.
+Result<Dictionary> UserDefaults::readLocked() const {
+    auto values = readDictionary(_file);
+    if (!isDamaged(values)) {
+        return values;
+    }
+    if (auto error = setAside(_file, values.error())) {
+        return *std::move(error);
+    }
+    return Dictionary();
+}
+
+}  // namespace teravolant::platform

@@ -1,0 +1,210 @@
+#include "platform/property_list.h"
+
+#include <plist/plist.h>
+
+#include <cstdlib>
+#include <limits>
+#include <memory>
+#include <optional>
+
+namespace teravolant::platform {
+namespace {
+
+using Dictionary = PropertyListValue::Dictionary;
+using Array = PropertyListValue::Array;
+
+/// Property-list dates count from 2001-01-01 00:00 UTC.
+constexpr std::chrono::sys_seconds kReferenceDate{std::chrono::seconds(978307200)};
+
+struct FreeNode {
+    void operator()(void* node) const { plist_free(node); }
+};
+using Node = std::unique_ptr<void, FreeNode>;
+
+struct FreeMemory {
+    void operator()(void* memory) const { std::free(memory); }
+};
+template <typename Item>
+using Memory = std::unique_ptr<Item, FreeMemory>;
+
+std::optional<PropertyListValue> valueOf(plist_t node, int depth);
+
+PropertyListValue::Date dateOf(plist_t node) {
+    std::int32_t seconds = 0;
+    std::int32_t microseconds = 0;
+    plist_get_date_val(node, &seconds, &microseconds);
+    return kReferenceDate + std::chrono::seconds(seconds) + std::chrono::microseconds(microseconds);
+}
+
+std::string textOf(plist_t node) {
+    std::uint64_t length = 0;
+    const char* text = plist_get_string_ptr(node, &length);
+    return text == nullptr ? std::string() : std::string(text, length);
+}
+
+PropertyListValue::Data dataOf(plist_t node) {
+    std::uint64_t length = 0;
+    const char* bytes = plist_get_data_ptr(node, &length);
+    return bytes == nullptr ? PropertyListValue::Data()
+                            : PropertyListValue::Data(bytes, bytes + length);
+}
+
+std::optional<PropertyListValue> arrayOf(plist_t node, int depth) {
+    Array array;
+    plist_array_iter iterator = nullptr;
+    plist_array_new_iter(node, &iterator);
+    const Memory<void> owner(iterator);
+    for (std::uint32_t left = plist_array_get_size(node); left > 0; --left) {
+        plist_t item = nullptr;
+        plist_array_next_item(node, iterator, &item);
+        auto value = valueOf(item, depth + 1);
+        if (!value) {
+            return std::nullopt;
+        }
+        array.push_back(*std::move(value));
+    }
+    return array;
+}
+
+std::optional<PropertyListValue> dictionaryOf(plist_t node, int depth) {
+    Dictionary dictionary;
+    plist_dict_iter iterator = nullptr;
+    plist_dict_new_iter(node, &iterator);
+    const Memory<void> owner(iterator);
+    while (true) {
+        char* key = nullptr;
+        plist_t item = nullptr;
+        plist_dict_next_item(node, iterator, &key, &item);
+        const Memory<char> keyOwner(key);
+        if (item == nullptr) {
+            return dictionary;
+        }
+        auto value = valueOf(item, depth + 1);
+        if (!value || key == nullptr) {
+            return std::nullopt;
+        }
+        dictionary.insert_or_assign(key, *std::move(value));
+    }
+}
+
+std::optional<PropertyListValue> valueOf(plist_t node, int depth) {
+    if (depth > kDeepestPropertyList) {
+        return std::nullopt;
+    }
+    switch (plist_get_node_type(node)) {
+        case PLIST_STRING:
+            return textOf(node);
+        case PLIST_BOOLEAN: {
+            std::uint8_t value = 0;
+            plist_get_bool_val(node, &value);
+            return PropertyListValue(value != 0);
+        }
+        case PLIST_UINT: {
+            std::uint64_t value = 0;
+            plist_get_uint_val(node, &value);
+            return static_cast<std::int64_t>(value);
+        }
+        case PLIST_REAL: {
+            double value = 0;
+            plist_get_real_val(node, &value);
+            return value;
+        }
+        case PLIST_DATE:
+            return dateOf(node);
+        case PLIST_DATA:
+            return dataOf(node);
+        case PLIST_ARRAY:
+            return arrayOf(node, depth);
+        case PLIST_DICT:
+            return dictionaryOf(node, depth);
+        default:
+            return std::nullopt;
+    }
+}
+
+Node nodeOf(const PropertyListValue& value);
+
+Node nodeOfDate(PropertyListValue::Date date) {
+    const auto sinceReference = date - kReferenceDate;
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(sinceReference);
+    return Node(plist_new_date(static_cast<std::int32_t>(seconds.count()),
+                               static_cast<std::int32_t>((sinceReference - seconds).count())));
+}
+
+Node nodeOfArray(const Array& array) {
+    Node node(plist_new_array());
+    for (const PropertyListValue& item : array) {
+        plist_array_append_item(node.get(), nodeOf(item).release());
+    }
+    return node;
+}
+
+Node nodeOfDictionary(const Dictionary& dictionary) {
+    Node node(plist_new_dict());
+    for (const auto& [key, item] : dictionary) {
+        plist_dict_set_item(node.get(), key.c_str(), nodeOf(item).release());
+    }
+    return node;
+}
+
+Node nodeOf(const PropertyListValue& value) {
+    if (const auto* text = value.text()) {
+        return Node(plist_new_string(text->c_str()));
+    }
+    if (const auto* boolean = value.boolean()) {
+        return Node(plist_new_bool(*boolean ? 1 : 0));
+    }
+    if (const auto* integer = value.integer()) {
+        return Node(plist_new_uint(static_cast<std::uint64_t>(*integer)));
+    }
+    if (const auto* real = value.real()) {
+        return Node(plist_new_real(*real));
+    }
+    if (const auto* date = value.date()) {
+        return nodeOfDate(*date);
+    }
+    if (const auto* data = value.data()) {
+        return Node(
+            plist_new_data(reinterpret_cast<const char*>(data->data()), data->size()));
+    }
+    if (const auto* array = value.array()) {
+        return nodeOfArray(*array);
+    }
+    return nodeOfDictionary(*value.dictionary());
+}
+
+Error corrupt(std::string_view reason) {
+    return Error{.domain = std::string(NSCocoaErrorDomain),
+                 .code = NSFileReadCorruptFileError,
+                 .localizedDescription = std::string(reason)};
+}
+
+}  // namespace
+
+Result<PropertyListValue> parsePropertyList(std::string_view bytes) {
+    if (bytes.size() > std::numeric_limits<std::uint32_t>::max()) {
+        return corrupt("The property list is too large.");
+    }
+    plist_t parsed = nullptr;
+    plist_from_memory(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &parsed);
+    const Node root(parsed);
+    if (!root) {
+        return corrupt("The data is not a property list.");
+    }
+    auto value = valueOf(root.get(), 1);
+    if (!value) {
+        return corrupt("The property list holds a value of an unknown kind, or nests too deep.");
+    }
+    return *std::move(value);
+}
+
+std::string serialisePropertyList(const PropertyListValue& value) {
+    const Node root = nodeOf(value);
+    char* bytes = nullptr;
+    std::uint32_t length = 0;
+    plist_to_xml(root.get(), &bytes, &length);
+    const std::unique_ptr<char, decltype(&plist_to_xml_free)> owner(bytes, &plist_to_xml_free);
+    return std::string(bytes, length);
+}
+
+}  // namespace teravolant::platform

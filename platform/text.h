@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string_view>
+
+namespace teravolant::platform {
+
+/// What a printed text shows in the place of a value that is missing.
+inline constexpr std::string_view kMissingValueMark = "(null)";
+
+/// Whether the bytes are well-formed UTF-8 (RFC 3629: no overlong forms, no surrogates).
+[[nodiscard]] bool isValidUtf8(std::string_view bytes);
+
+/// Whether every byte is 7-bit ASCII.
+[[nodiscard]] bool isAscii(std::string_view bytes);
+
+/// Compares texts, taking the ASCII letters of both cases as equal.
+[[nodiscard]] bool equalIgnoringCase(std::string_view left, std::string_view right);
+
+}  // namespace teravolant::platform

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <utility>
+
+namespace teravolant::platform {
+
+/// Owns one file descriptor and closes it. -1 stands for none.
+class UniqueFd {
+  public:
+    UniqueFd() = default;
+    explicit UniqueFd(int descriptor) : _descriptor(descriptor) {}
+    UniqueFd(UniqueFd&& other) noexcept : _descriptor(std::exchange(other._descriptor, -1)) {}
+    UniqueFd& operator=(UniqueFd&& other) noexcept {
+        if (this != &other) {
+            reset();
+            _descriptor = std::exchange(other._descriptor, -1);
+        }
+        return *this;
+    }
+    ~UniqueFd() { reset(); }
+
+    [[nodiscard]] int get() const { return _descriptor; }
+    explicit operator bool() const { return _descriptor >= 0; }
+
+    /// Closes now; without an effect when there is nothing to close. Keeps `errno`.
+    void reset();
+
+  private:
+    int _descriptor = -1;
+};
+
+}  // namespace teravolant::platform
