@@ -93,7 +93,7 @@ Sandbox::Outcome Sandbox::run(const std::string& script) const {
         machineLog(), "/var/log", "--bind", applications(), "/Applications", "--ro-bind", _bundle,
         "/opt/Teravolant.app"};
     words.insert(words.end(), _setup.begin(), _setup.end());
-    words.insert(words.end(), {"--chdir", "/", "bash", "-c", kPrelude + script});
+    words.insert(words.end(), {"--remount-ro", "/", "--chdir", "/", "bash", "-c", kPrelude + script});
 
     std::string command;
     for (const std::string& word : words) {

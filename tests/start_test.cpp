@@ -1,0 +1,392 @@
+// Single starts at the edges: what the client is handed, what must not be run, and bad input.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+
+#include "platform/files.h"
+#include "tests/sandbox.h"
+
+namespace teravolant::testing {
+namespace {
+
+namespace fs = std::filesystem;
+using Lines = std::vector<std::string>;
+
+const std::string kOpen = "Cmd: open -a '/home/user/.teravolant/teravolant.app' --args ";
+const std::string kUnpackapp = " -unpackapp /opt/Teravolant.app/Contents/MacOS/teravolant";
+
+bool contains(const Lines& lines, const std::string& line) {
+    return std::find(lines.begin(), lines.end(), line) != lines.end();
+}
+
+/// The lines that begin with the text.
+Lines linesWith(const Lines& lines, const std::string& beginning) {
+    Lines found;
+    std::copy_if(lines.begin(), lines.end(), std::back_inserter(found),
+                 [&beginning](const std::string& line) { return line.starts_with(beginning); });
+    return found;
+}
+
+constexpr auto nameOf = [](const auto& info) { return info.param.name; };
+
+struct ArgumentCase {
+    std::string name;
+    std::vector<std::size_t> wordLengths;
+    std::size_t wordsTaken;
+    bool unpackapp;
+    bool minimized;
+};
+
+class ClientArguments : public ::testing::TestWithParam<ArgumentCase> {};
+
+// The launcher's folder counts 34 characters here, so that its own words count 57; the words in
+// front are as many letters as the table says, and each counts one more for its blank.
+TEST_P(ClientArguments, TakeWholeWordsAsLongAsTheCountStaysBelow512) {
+    const ArgumentCase& test = GetParam();
+    std::string given;
+    std::string taken;
+    for (std::size_t index = 0; index < test.wordLengths.size(); ++index) {
+        const std::string word(test.wordLengths[index], static_cast<char>('a' + index));
+        given += word + " ";
+        taken += index < test.wordsTaken ? word + " " : "";
+    }
+    Sandbox sandbox;
+    Sandbox::writePreference(sandbox.machineConfiguration(), kAllUsersDomain, "AutoUpdateEnable",
+                             "NO");
+    sandbox.run("DESKTOP_AUTOSTART_ID=session $launcher " + given);
+    EXPECT_EQ(linesWith(sandbox.log(), kOpen),
+              Lines{kOpen + taken + (test.unpackapp ? kUnpackapp : "") +
+                    (test.minimized ? " --minimized" : "")});
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Edges, ClientArguments,
+    ::testing::Values(
+        ArgumentCase{"None", {}, 0, true, true},
+        ArgumentCase{"OneOf509Counts510", {509}, 1, false, false},
+        ArgumentCase{"OneOf510Counts511", {510}, 1, false, false},
+        ArgumentCase{"OneOf511Counts512", {511}, 0, false, false},
+        ArgumentCase{"ARefusedWordStillCounts", {1, 600, 1}, 1, false, false},
+        ArgumentCase{"TheLauncherWordsFillItUp", {453}, 1, true, false},
+        ArgumentCase{"AShorterPieceFitsBehindOneThatDoesNot", {454}, 1, false, true}),
+    nameOf);
+
+TEST(ClientLaunch, TellsAnInstalledVersionsFirstStartAndOnlyThat) {
+    Sandbox sandbox;
+    sandbox.run(R"sh(cp -r /opt/Teravolant.app /Applications/
+        launcher=/Applications/Teravolant.app/Contents/MacOS/teravolant
+        plist=/Applications/Teravolant.app/Contents/Info.plist
+        $launcher --notupdate; $launcher --notupdate
+        sed -i 's/<string>[0-9.]*</<string>0.9.0.1</' $plist
+        $launcher --notupdate)sh");
+    const std::string words = "--notupdate  -unpackapp "
+                              "/Applications/Teravolant.app/Contents/MacOS/teravolant";
+    EXPECT_EQ(linesWith(sandbox.log(), kOpen),
+              (Lines{kOpen + words + " --launchstartup on", kOpen + words,
+                     kOpen + words + " --launchstartup on"}));
+    EXPECT_EQ(linesWith(sandbox.log(), "TeravolantAppDelegate::"),
+              (Lines{"TeravolantAppDelegate::updateInitParameters " TERAVOLANT_VERSION,
+                     "TeravolantAppDelegate::updateInitParameters 0.9.0.1"}));
+}
+
+TEST(ClientLaunch, LeavesAClientThatOutlivesTheLauncherAndKnowsNothingOfTheLogin) {
+    Sandbox sandbox;
+    const auto outcome = sandbox.run(R"sh(
+        COLUMNS=20 DESKTOP_AUTOSTART_ID=session $launcher --notupdate 2> /dev/null
+        client=$(clients); await test -s "$client_log"
+        ps -o sess= -p $client | tr -d ' ' | grep -qx $client && echo "has its own session"
+        tr '\0' '\n' < /proc/$client/environ | grep -c DESKTOP_AUTOSTART_ID
+        $launcher --notupdate 2> /dev/null
+        test "$(clients)" = $client && echo "is still the one client")sh");
+    EXPECT_NE(outcome.output.find("has its own session\n0\n"), std::string::npos) << outcome.output;
+    EXPECT_NE(outcome.output.find("is still the one client\n"), std::string::npos)
+        << outcome.output;
+    EXPECT_EQ(sandbox.clientLog(),
+              (Lines{"--notupdate -unpackapp /opt/Teravolant.app/Contents/MacOS/teravolant "
+                     "--minimized",
+                     ""}));
+}
+
+TEST(ClientLaunch, IsDoneAnewByTheClientThatIsToldThatAReleaseWaits) {
+    Sandbox sandbox;
+    Sandbox::writePreference(sandbox.machineConfiguration(), kAllUsersDomain, "AutoUpdateEnable",
+                             "NO");
+    const auto outcome = sandbox.run(R"sh(
+        $launcher 2> /dev/null
+        first=$(clients); await test -s "$client_log"
+        ~/.teravolant/teravolant.app/Contents/MacOS/teravolant --needrestart "ApplyReleasesWaiting"
+        another() { test "$(clients)" -gt 0 -a "$(clients)" != $first; }
+        await another; await test $(wc -l < "$client_log") = 3)sh");
+    EXPECT_EQ(outcome.status, 0) << outcome.output;
+    EXPECT_EQ(sandbox.clientLog(),
+              (Lines{kUnpackapp.substr(1), "--needrestart ApplyReleasesWaiting",
+                     kUnpackapp.substr(1)}));
+}
+
+TEST(Commands, OneThatDoesNotFitIntoItsBufferIsNotRunAndTheLogSaysSo) {
+    const std::string deep = "/home/user/" + std::string(240, 'a') + "/" + std::string(240, 'b') +
+                             "/" + std::string(240, 'c') + "/" + std::string(230, 'd');
+    Sandbox sandbox;
+    sandbox.addSetup({"--setenv", "XDG_DATA_HOME", "/home/user/.local/share"});
+    const auto outcome =
+        sandbox.run("mkdir -p " + deep + "; HOME=" + deep + " $launcher --notupdate");
+    const Lines refused = linesWith(sandbox.log(), "ERROR: a command longer than 1023 characters "
+                                                   "is not run: ");
+    ASSERT_EQ(refused.size(), 3U) << outcome.output;
+    EXPECT_NE(refused[0].find("not run: ps -ax -o exe= | grep"), std::string::npos);
+    EXPECT_NE(refused[1].find("not run: tar xzf"), std::string::npos);
+    EXPECT_NE(refused[2].find("not run: open -a"), std::string::npos);
+    EXPECT_EQ(linesWith(sandbox.log(), "Cmd: "), Lines{"Cmd: mkdir '" + deep + "/.teravolant'"});
+}
+
+struct InstanceCase {
+    std::string name;
+    std::string setup;
+    std::size_t kills;
+    std::string leftRunning;
+};
+
+class RunningInstances : public ::testing::TestWithParam<InstanceCase> {};
+
+TEST_P(RunningInstances, AreToldFromWhatOnlyLooksLikeThem) {
+    const InstanceCase& test = GetParam();
+    Sandbox sandbox;
+    const auto outcome = sandbox.run(R"sh(
+        path=$HOME/.teravolant/teravolant.app/Contents/MacOS
+        run_as() { mkdir -p "$(dirname "$1")"; cp /usr/bin/sleep "$1"; "$1" 1000 & await test "$(readlink /proc/$!/exe)" = "$1"; }
+    )sh" + test.setup + R"sh(
+        rm -rf ~/.teravolant
+        $launcher --checkAndUpdateOnly --notupdate > /dev/null 2>&1
+        echo "left: $(pgrep -x -c "sleep|teravolant.*")")sh");
+    EXPECT_EQ(linesWith(sandbox.log(), "Cmd: kill -9 ").size(), test.kills) << outcome.output;
+    EXPECT_NE(outcome.output.find("left: " + test.leftRunning + "\n"), std::string::npos)
+        << outcome.output;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Lookalikes, RunningInstances,
+    ::testing::Values(
+        InstanceCase{"ThePathAsAnArgument", "bash -c 'exec -a sleep sleep 1000' $path/teravolant &",
+                     0, "1"},
+        InstanceCase{"ThePathAsTheProgramsName",
+                     "(exec -a $path/teravolant sleep 1000) & await pgrep -f $path", 0, "1"},
+        InstanceCase{"AnotherUsersClient",
+                     "run_as /home/user/other/.teravolant/teravolant.app/Contents/MacOS/teravolant",
+                     0, "1"},
+        // The client that is opened afterwards is the second one running.
+        InstanceCase{"TwoOfWhichTheFirstIsKilled",
+                     "run_as $path/teravolant; run_as $path/teravolant2", 1, "2"}),
+    nameOf);
+
+TEST(RunningInstances, WithoutAProcessListNothingRunsAndNothingIsKilled) {
+    Sandbox sandbox;
+    sandbox.run(R"sh(mkdir /tmp/bin; for tool in /usr/bin/*; do ln -s $tool /tmp/bin; done
+        rm /tmp/bin/ps; PATH=/tmp/bin $launcher --notupdate)sh");
+    EXPECT_TRUE(contains(sandbox.log(), "INFO: brisklink can be launched!."));
+    EXPECT_EQ(linesWith(sandbox.log(), kOpen).size(), 1U);
+}
+
+TEST(RunningInstances, AQueryThatPrintsNothingIssuesNoKill) {
+    Sandbox sandbox;
+    const auto outcome = sandbox.run(R"sh(
+        mkdir /tmp/bin; cat > /tmp/bin/ps <<'PS'
+#!/bin/sh
+case "$*" in *pid=*) ;; *) echo /home/user/.teravolant/teravolant.app/Contents/MacOS/teravolant ;; esac
+PS
+        chmod +x /tmp/bin/ps; PATH=/tmp/bin:$PATH $launcher --notupdate)sh");
+    EXPECT_EQ(linesWith(sandbox.log(), "WARNING: a teravolant instance is already running and will "
+                                       "be killed!")
+                  .size(),
+              1U);
+    EXPECT_EQ(linesWith(sandbox.log(), "Cmd: kill").size(), 0U) << outcome.output;
+    EXPECT_EQ(linesWith(sandbox.log(), kOpen).size(), 1U);
+}
+
+struct BadInput {
+    std::string name;
+    std::string setup;
+    std::string tellingLine;  ///< In the log, or on the console where there is no log.
+    std::string consoleText;
+};
+
+class BadInputs : public ::testing::TestWithParam<BadInput> {};
+
+TEST_P(BadInputs, AreReportedLoseNothingAndTheStartComesToItsEnd) {
+    const BadInput& test = GetParam();
+    Sandbox sandbox;
+    sandbox.addSetup({"--size", "1048576", "--tmpfs", "/small"});
+    const auto outcome = sandbox.run(R"sh(
+        cp -r /opt/Teravolant.app /tmp/Teravolant.app
+        contents=/tmp/Teravolant.app/Contents; mkdir ~/papers; echo mine > ~/papers/letter
+    )sh" + test.setup + R"sh(
+        timeout 20 /tmp/Teravolant.app/Contents/MacOS/Teravolant --notupdate; echo "status=$?"
+        cat /home/user/papers/letter)sh");
+    EXPECT_NE(outcome.output.find("status=0\n"), std::string::npos) << outcome.output;
+    EXPECT_NE(outcome.output.find("mine\n"), std::string::npos) << outcome.output;
+    EXPECT_NE(outcome.output.find("] " + test.tellingLine + "\n"), std::string::npos)
+        << outcome.output;
+    EXPECT_NE(outcome.output.find(test.consoleText), std::string::npos) << outcome.output;
+    EXPECT_NE(outcome.output.find("] [TeravolantAppDelegate::applicationWillTerminate]\n"),
+              std::string::npos)
+        << outcome.output;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, BadInputs,
+    ::testing::Values(
+        BadInput{"NoInfoPlist", "rm $contents/Info.plist",
+                 "Teravolant TeravolantApp Unpacker", ""},
+        BadInput{"NoVersion", "sed -i /CFBundleShortVersionString/,+1d $contents/Info.plist",
+                 "Teravolant TeravolantApp Unpacker", ""},
+        BadInput{"DamagedInfoPlist", "head -c 200 $contents/Info.plist > $contents/x; mv "
+                 "$contents/x $contents/Info.plist",
+                 "Teravolant TeravolantApp Unpacker", ""},
+        BadInput{"NoClientArchive", "rm $contents/Resources/client.tar.gz",
+                 "Cmd: open -a '/home/user/.teravolant/teravolant.app' --args --notupdate  "
+                 "-unpackapp /tmp/Teravolant.app/Contents/MacOS/teravolant",
+                 "teravolant.app: there is no such bundle"},
+        BadInput{"DamagedClientArchive",
+                 "head -c 100 $contents/Resources/client.tar.gz > $contents/x; mv $contents/x "
+                 "$contents/Resources/client.tar.gz",
+                 "launchTeravolant", "teravolant.app: there is no such bundle"},
+        BadInput{"NoLaunchAgents", "rm $contents/Resources/*.plist", "Auto update: YES", ""},
+        BadInput{"NoHelpers", "rm -r $contents/Helpers", "Error code: 4",
+                 "“/bin/launchctl” could not be started: No such file or directory."},
+        BadInput{"NoSuchHome", "export HOME=/missing",
+                 "Teravolant Client folder: /missing/.teravolant",
+                 "Error description: The folder “/missing/Library/LaunchAgents” could not be "
+                 "created: "},
+        BadInput{"HomeThatCanNotBeWritten", "export HOME=/proc",
+                 "Teravolant Client folder: /proc/.teravolant", "Error description: "},
+        BadInput{"HomeThatIsAFile", "export HOME=/home/user/papers/letter", "Error code: 256",
+                 "Not a directory."},
+        BadInput{"FullDisk",
+                 "export HOME=/small; mkdir -p ~/.local/share; head -c 900K /dev/zero > ~/fill",
+                 "launchTeravolant", "No space left on device"}),
+    nameOf);
+
+struct AgentCase {
+    std::string name;
+    std::string setup;  ///< Behind a first start; `$agent` and `$autorun` are the installed files.
+    Lines expected;     ///< The second start's lines of the two agents, without folders.
+};
+
+class LaunchAgents : public ::testing::TestWithParam<AgentCase> {};
+
+TEST_P(LaunchAgents, AreRefreshedWhenTheirTimesDiffer) {
+    const AgentCase& test = GetParam();
+    Sandbox sandbox;
+    sandbox.run(R"sh($launcher --notupdate > /dev/null 2>&1
+        agents=$HOME/Library/LaunchAgents
+        agent=$agents/com.zelto.teravolant.agent.plist
+        autorun=$agents/com.zelto.teravolant.autorun.plist
+        rm "$HOME/.local/share/Zelto/Teravolant App/updater.log"
+    )sh" + test.setup + "\n$launcher --notupdate > /dev/null 2>&1; chmod -R u+w ~/Library");
+    Lines relevant;
+    for (std::string line : sandbox.log()) {
+        const auto has = [&line](const char* text) { return line.find(text) != line.npos; };
+        if (has("/bin/launchctl") || has("No need") || has("replace ") || has("Error ")) {
+            for (const std::string folder :
+                 {"/home/user/Library/LaunchAgents/com.zelto.teravolant.",
+                  "/opt/Teravolant.app/Contents/Resources/com.zelto.teravolant.",
+                  "Call file:///bin/", ". Returned:", ".plist"}) {
+                for (auto at = line.find(folder); at != line.npos; at = line.find(folder)) {
+                    line.erase(at, folder.size());
+                }
+            }
+            relevant.push_back(line);
+        }
+    }
+    EXPECT_EQ(relevant, test.expected);
+}
+
+const std::string kExists = "Error description: “agent” could not be written: File exists.";
+
+INSTANTIATE_TEST_SUITE_P(
+    All, LaunchAgents,
+    ::testing::Values(
+        AgentCase{"Current", "", {"No need to store agent", "No need to store autorun"}},
+        AgentCase{"NewerByOneNanosecond",
+                  "t=$(stat -c %.9Y $agent); touch -d \"@${t%.*}.$(printf %09d $(( (10#${t#*.} + 1) % "
+                  "1000000000 )))\" $agent",
+                  {"replace agent with agent", "launchctl stop agent", "launchctl unload agent",
+                   "launchctl load agent", "launchctl start agent", "No need to store autorun"}},
+        AgentCase{"OlderByADay",
+                  "touch -d yesterday $autorun",
+                  {"No need to store agent", "replace autorun with autorun",
+                   "launchctl stop autorun", "launchctl unload autorun", "launchctl load autorun",
+                   "launchctl start autorun"}},
+        AgentCase{"AFailedReplacementReloadsTheAgentOnly",
+                  "touch -d yesterday $agent $autorun; chmod a-w $agents",
+                  {"replace agent with agent", "Error code: 516", kExists, "launchctl stop agent",
+                   "launchctl unload agent", "launchctl load agent", "launchctl start agent",
+                   "replace autorun with autorun", "Error code: 516",
+                   "Error description: “autorun” could not be written: File exists."}},
+        AgentCase{"AFolderThatCanNotBeCreated",
+                  "rm -r $agents; chmod a-w ~/Library",
+                  {"Error code: 513",
+                   "Error description: The folder “/home/user/Library/LaunchAgents” could not be "
+                   "created: Permission denied.",
+                   "Error code: 4",
+                   "Error description: “agent” could not be written: No such file or directory.",
+                   "launchctl load agent", "launchctl start agent", "Error code: 513",
+                   "Error description: The folder “/home/user/Library/LaunchAgents” could not be "
+                   "created: Permission denied.",
+                   "Error code: 4",
+                   "Error description: “autorun” could not be written: No such file or directory.",
+                   "launchctl load autorun", "launchctl start autorun"}},
+        AgentCase{"AFolderThatIsAFile",
+                  "rm -r $agents; touch $agents",
+                  {"Error code: 256", "Error description: “agent” could not be read: Not a directory.",
+                   "Error code: 256",
+                   "Error description: “autorun” could not be read: Not a directory."}}),
+    nameOf);
+
+TEST(InstallParameters, AreWrittenByTheSuperuserForEverybodyAndClearedByTheNextCall) {
+    Sandbox root(Sandbox::User::superuser);
+    Sandbox::writePreference(root.machineConfiguration(), kAllUsersDomain, "DEFAULT_UI", "old");
+    root.run("umask 077; $launcher MAX_LOG_SIZE=2048 --notupdate AUTO_UPDATE=true BETA_PROGRAM=NO "
+             "PRODUCT_USAGE_ANALYTICS=1 DEFAULT_UI=x a=b=c");
+    EXPECT_EQ(root.log(),
+              (Lines{"Teravolant TeravolantApp Unpacker: Version " TERAVOLANT_VERSION,
+                     "INFO: root user is not allowed to store agent!.",
+                     "Invalid argument format: a=b=c", "MAX_LOG_SIZE: 2048", "Running as root",
+                     "AUTO_UPDATE: NO", "BETA_PROGRAM: NO", "PRODUCT_USAGE_ANALYTICS: YES"}));
+    const auto stored = Sandbox::preferences(root.machineConfiguration(), kAllUsersDomain);
+    EXPECT_EQ(stored, (platform::PropertyListValue::Dictionary{{"AutoUpdateEnable", "NO"},
+                                                               {"BetaProgramDisable", true}}));
+    const auto permissions = [&root](const char* name) {
+        return fs::status(root.machineConfiguration() / "Zelto" / name).permissions();
+    };
+    EXPECT_EQ(permissions("com.zelto.teravolant.plist"), fs::perms(0644));
+    EXPECT_EQ(permissions(""), fs::perms(0755));
+
+    root.run("$launcher");
+    EXPECT_TRUE(Sandbox::preferences(root.machineConfiguration(), kAllUsersDomain).empty());
+    EXPECT_FALSE(fs::exists(root.home() / ".local"));
+}
+
+TEST(Preferences, ThatAreDamagedAreSetAsideAndTheStartGoesOnWithDefaults) {
+    Sandbox sandbox;
+    const auto outcome = sandbox.run(R"sh(
+        mkdir -p ~/.config/Zelto /etc/xdg/Zelto
+        echo damaged > ~/.config/Zelto/com.zelto.teravolant.updater.plist
+        echo damaged > /etc/xdg/Zelto/com.zelto.teravolant.plist; chmod a-w /etc/xdg/Zelto
+        $launcher --notupdate; chmod u+w /etc/xdg/Zelto
+        cat ~/.config/Zelto/*.damaged-1 /etc/xdg/Zelto/*)sh");
+    EXPECT_TRUE(contains(sandbox.log(), "Auto update: YES"));
+    EXPECT_NE(outcome.output.find("are damaged and were set aside as "
+                                  "“com.zelto.teravolant.updater.plist.damaged-1”"),
+              std::string::npos)
+        << outcome.output;
+    EXPECT_NE(outcome.output.find("“/etc/xdg/Zelto/com.zelto.teravolant.plist” are not used"),
+              std::string::npos)
+        << outcome.output;
+    EXPECT_TRUE(outcome.output.ends_with("damaged\ndamaged\n")) << outcome.output;
+    EXPECT_EQ(Sandbox::preferences(sandbox.home() / ".config", kOwnDomain).size(), 1U);
+}
+
+}  // namespace
+}  // namespace teravolant::testing
