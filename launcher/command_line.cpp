@@ -32,8 +32,9 @@ void readArgument(const std::string& argument, ArgumentDictionary& dictionary) {
     const std::size_t equals = argument.find('=');
     if (!platform::isValidUtf8(argument) || argument.find('=', equals + 1) < argument.npos) {
         Logger::sharedInstance().logMessage("Invalid argument format: " +
-            (platform::isValidUtf8(argument) ? argument
-                                             : std::string(platform::kMissingValueMark)));
+                                            (platform::isValidUtf8(argument)
+                                                 ? argument
+                                                 : std::string(platform::kMissingValueMark)));
         return;
     }
     if (equals == argument.npos) {

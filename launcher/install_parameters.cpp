@@ -27,8 +27,8 @@ std::optional<bool> decision(const ArgumentDictionary& arguments, const std::str
 
 void writeInstallParameters(const ArgumentDictionary& arguments) {
     const SettingsManager& settings = SettingsManager::sharedInstance();
-    for (const char* key : {"DEFAULT_UI", "AutoUpdateEnable", "BetaProgramDisable",
-                            "ProductUsageAnalyticsDisable"}) {
+    for (const char* key :
+         {"DEFAULT_UI", "AutoUpdateEnable", "BetaProgramDisable", "ProductUsageAnalyticsDisable"}) {
         settings.removeSettingForKey(key);
     }
     if (const auto on = decision(arguments, "AUTO_UPDATE")) {

@@ -101,8 +101,8 @@ void TeravolantApp::storeLaunchAgent(LaunchAgentKind kind, bool reloadOnError) {
     if (!resource) {
         return;
     }
-    const path installed = platform::homeDirectoryForCurrentUser() / "Library" / "LaunchAgents" /
-                           resource->filename();
+    const path installed =
+        platform::homeDirectoryForCurrentUser() / "Library" / "LaunchAgents" / resource->filename();
     if (install(*resource, installed, reloadOnError)) {
         launchctl("load", installed);
         launchctl("start", installed);

@@ -13,8 +13,9 @@ enum class LaunchAgentKind { agent = 0, autorun = 1 };
 /// The launcher: all state that the run sequence and the update agent share, and their steps.
 ///
 /// One object per process, on `main`'s stack. Everything runs on the main thread: `run` before the
-/// application loop starts, the other operations from it or from the delegate's callbacks inside the
-/// loop. Each text buffer is null until `run` makes it; a text that is longer than its buffer is cut.
+/// application loop starts, the other operations from it or from the delegate's callbacks inside
+/// the loop. Each text buffer is null until `run` makes it; a text that is longer than its buffer
+/// is cut.
 class TeravolantApp {
   public:
     /// Makes the update agent the delegate of the shared application object.
@@ -32,16 +33,16 @@ class TeravolantApp {
     void setLaunchedAtLogin(bool value) { launchedAtLogin = value; }
     void setInitParamsUpdated(bool value) { initParamsUpdated = value; }
 
-    /// Unpacks the client unless it runs from its folder already, and opens it. Adds to the client's
-    /// arguments, so a second call would add them twice.
+    /// Unpacks the client unless it runs from its folder already, and opens it. Adds to the
+    /// client's arguments, so a second call would add them twice.
     void launchTeravolant();
 
     /// Runs the client's executable with the shell words of the command (null for none) and waits
     /// until that process ends, so that a client that already runs receives them.
     void sendTeravolantCommand(const char* command);
 
-    /// Installs or refreshes one of the user's launch agents and has it loaded. With `reloadOnError`
-    /// an agent is loaded again even when it could not be replaced.
+    /// Installs or refreshes one of the user's launch agents and has it loaded. With
+    /// `reloadOnError` an agent is loaded again even when it could not be replaced.
     static void storeLaunchAgent(LaunchAgentKind kind, bool reloadOnError);
 
   private:

@@ -27,7 +27,8 @@ enum CocoaErrorCode : std::int64_t {
     NSFileWriteVolumeReadOnlyError = 642,
 };
 
-/// The platform's error value: whose code it is, the code, and one sentence that a person can act on.
+/// The platform's error value: whose code it is, the code, and one sentence that a person can act
+/// on.
 struct Error {
     std::string domain;
     std::int64_t code = 0;

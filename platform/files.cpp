@@ -144,12 +144,10 @@ Result<FileAttributes> attributesOfItem(const fs::path& path) {
     if (lstat(path.c_str(), &status) != 0) {
         return readError(errno, path);
     }
-    return FileAttributes{
-        .fileModificationDate =
-            std::chrono::sys_time<std::chrono::nanoseconds>(
-                std::chrono::seconds(status.st_mtim.tv_sec) +
-                std::chrono::nanoseconds(status.st_mtim.tv_nsec)),
-        .fileSize = static_cast<std::uint64_t>(status.st_size)};
+    return FileAttributes{.fileModificationDate = std::chrono::sys_time<std::chrono::nanoseconds>(
+                              std::chrono::seconds(status.st_mtim.tv_sec) +
+                              std::chrono::nanoseconds(status.st_mtim.tv_nsec)),
+                          .fileSize = static_cast<std::uint64_t>(status.st_size)};
 }
 
 bool fileExists(const fs::path& path) {

@@ -69,7 +69,8 @@ std::optional<Error> makeFolder(const std::filesystem::path& folder, unsigned fi
         std::error_code refused;
         for (const auto& path : {folder.parent_path(), folder}) {
             std::filesystem::permissions(
-                path, perms::group_read | perms::group_exec | perms::others_read | perms::others_exec,
+                path,
+                perms::group_read | perms::group_exec | perms::others_read | perms::others_exec,
                 std::filesystem::perm_options::add, refused);
         }
     }

@@ -14,8 +14,8 @@ namespace teravolant::platform {
 ///
 /// Nothing is cached: a read sees what any process wrote last. A write reads, changes and replaces
 /// the file under a lock between processes and is durable when it returns. A file that can't be
-/// parsed is moved to a new name beside it (as far as the user may), with a line on the console, and
-/// the domain counts as empty. May be used from any thread.
+/// parsed is moved to a new name beside it (as far as the user may), with a line on the console,
+/// and the domain counts as empty. May be used from any thread.
 class UserDefaults {
   public:
     /// The running application's own domain, named by its bundle identifier.
@@ -24,8 +24,8 @@ class UserDefaults {
     /// The current user's domain of that name.
     static UserDefaults forDomain(std::string_view domain);
 
-    /// The domain of that name for all users of this computer: written by the superuser, readable by
-    /// everybody.
+    /// The domain of that name for all users of this computer: written by the superuser, readable
+    /// by everybody.
     static UserDefaults forAnyUser(std::string_view domain);
 
     /// The stored value; nothing when there is none or the file can't be read.

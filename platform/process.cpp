@@ -97,8 +97,7 @@ const fs::path& executablePathOfThisProcess() {
     return path;
 }
 
-TaskResult runToEndOfOutput(const fs::path& executable,
-                            const std::vector<std::string>& arguments) {
+TaskResult runToEndOfOutput(const fs::path& executable, const std::vector<std::string>& arguments) {
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0) {
         return {{}, errorFromErrno(errno, FileAccess::Write, "No pipe could be made")};
@@ -134,9 +133,8 @@ std::optional<Error> launchDetached(const fs::path& executable,
     sigfillset(&all);
     posix_spawnattr_setsigmask(&settings.attributes, &none);
     posix_spawnattr_setsigdefault(&settings.attributes, &all);
-    posix_spawnattr_setflags(
-        &settings.attributes,
-        POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    posix_spawnattr_setflags(&settings.attributes,
+                             POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
     pid_t child = 0;
     return spawn(executable, arguments, settings, child);
 }

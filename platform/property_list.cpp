@@ -164,8 +164,7 @@ Node nodeOf(const PropertyListValue& value) {
         return nodeOfDate(*date);
     }
     if (const auto* data = value.data()) {
-        return Node(
-            plist_new_data(reinterpret_cast<const char*>(data->data()), data->size()));
+        return Node(plist_new_data(reinterpret_cast<const char*>(data->data()), data->size()));
     }
     if (const auto* array = value.array()) {
         return nodeOfArray(*array);

@@ -9,7 +9,8 @@
 namespace teravolant::platform {
 namespace {
 
-/// What a lead byte says of its sequence: how many bytes follow, and the range of the first of them.
+/// What a lead byte says of its sequence: how many bytes follow, and the range of the first of
+/// them.
 struct Sequence {
     std::size_t following;
     std::uint8_t lowest;
@@ -48,7 +49,8 @@ bool isValidUtf8(std::string_view bytes) {
         for (std::size_t offset = 1; offset <= sequence.following; ++offset) {
             const auto byte = static_cast<std::uint8_t>(bytes[index + offset]);
             const bool first = offset == 1;
-            if (byte < (first ? sequence.lowest : 0x80) || byte > (first ? sequence.highest : 0xBF)) {
+            if (byte < (first ? sequence.lowest : 0x80) ||
+                byte > (first ? sequence.highest : 0xBF)) {
                 return false;
             }
         }

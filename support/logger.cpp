@@ -18,8 +18,7 @@ std::string timeStamp() {
     std::tm local{};
     localtime_r(&now, &local);
     std::array<char, 32> text{};
-    const std::size_t length =
-        std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &local);
+    const std::size_t length = std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &local);
     return {text.data(), length};
 }
 

@@ -9,12 +9,12 @@
 namespace teravolant {
 
 /// Where the launcher keeps what outlives the process, in three preference domains: the product's
-/// machine-wide one (written by the superuser's runs, read by all), the launcher's own per-user one,
-/// and the client's per-user one.
+/// machine-wide one (written by the superuser's runs, read by all), the launcher's own per-user
+/// one, and the client's per-user one.
 ///
-/// Values pass through unchanged. No operation reports a failure: a write that is refused leaves the
-/// previous value, and a read then answers that value or the caller's default. Writes are durable on
-/// return.
+/// Values pass through unchanged. No operation reports a failure: a write that is refused leaves
+/// the previous value, and a read then answers that value or the caller's default. Writes are
+/// durable on return.
 class SettingsManager {
   public:
     using Value = platform::PropertyListValue;

@@ -42,7 +42,9 @@ const std::string kVersion = TERAVOLANT_VERSION;
 const std::string kAgents = "/home/user/Library/LaunchAgents/com.zelto.teravolant.";
 const std::string kOpenedWith = " -unpackapp /opt/Teravolant.app/Contents/MacOS/teravolant";
 
-void append(Lines& lines, const Lines& more) { lines.insert(lines.end(), more.begin(), more.end()); }
+void append(Lines& lines, const Lines& more) {
+    lines.insert(lines.end(), more.begin(), more.end());
+}
 
 Lines firstInstallation(const std::string& agent) {
     const std::string file = kAgents + agent + ".plist. Returned:";
@@ -62,9 +64,10 @@ Lines settlingLines(ClientState state, bool checkAndUpdateOnly) {
         case ClientState::folder:
             return checkAndUpdateOnly
                        ? Lines{}
-                       : Lines{"WARNING: the teravolant directory already exists and will be "
-                               "removed!",
-                               "Cmd: rm -rf '/home/user/.teravolant'"};
+                       : Lines{
+                             "WARNING: the teravolant directory already exists and will be "
+                             "removed!",
+                             "Cmd: rm -rf '/home/user/.teravolant'"};
         case ClientState::folderAndInstance:
             break;
     }
@@ -77,9 +80,10 @@ Lines settlingLines(ClientState state, bool checkAndUpdateOnly) {
 }
 
 Lines launchLines(ClientState state, const std::string& arguments) {
-    Lines lines = {"TeravolantAppDelegate::checkInitParameters: not installed app: "
-                   "/opt/Teravolant.app/Contents/MacOS/Teravolant",
-                   "launchTeravolant"};
+    Lines lines = {
+        "TeravolantAppDelegate::checkInitParameters: not installed app: "
+        "/opt/Teravolant.app/Contents/MacOS/Teravolant",
+        "launchTeravolant"};
     if (state != ClientState::folderAndInstance) {
         append(lines, {"Cmd: mkdir '/home/user/.teravolant'",
                        "Cmd: tar xzf '/opt/Teravolant.app/Contents/MacOS/../Resources/"
@@ -107,8 +111,8 @@ std::string preparation(ClientState state) {
 TEST_P(RunSequence, RunsItsCommandsLogsThemInOrderAndLeavesWhatItShould) {
     const auto& [user, setting, state, checkAndUpdateOnly] = GetParam();
     const bool root = user == Sandbox::User::superuser;
-    const bool stops = checkAndUpdateOnly && (state == ClientState::nothing ||
-                                              state == ClientState::folder);
+    const bool stops =
+        checkAndUpdateOnly && (state == ClientState::nothing || state == ClientState::folder);
     const bool launches = !root && !stops;
 
     Sandbox sandbox(user);
@@ -135,9 +139,9 @@ TEST_P(RunSequence, RunsItsCommandsLogsThemInOrderAndLeavesWhatItShould) {
         append(expected, launchLines(state, arguments));
         const bool updateIsOff = setting.notUpdateOption || !setting.autoUpdate;
         append(expected,
-               {updateIsOff ? "Update is off, closing the app."
-                            : "[TeravolantAppDelegate::updateToLatestVersion] bundleVersion=" +
-                                  kVersion,
+               {updateIsOff
+                    ? "Update is off, closing the app."
+                    : "[TeravolantAppDelegate::updateToLatestVersion] bundleVersion=" + kVersion,
                 "[TeravolantAppDelegate::applicationWillTerminate]"});
         append(expected, firstInstallation("autorun"));
     }
@@ -152,8 +156,8 @@ TEST_P(RunSequence, RunsItsCommandsLogsThemInOrderAndLeavesWhatItShould) {
         state == ClientState::instance || state == ClientState::folderAndInstance;
     const bool sameClient = runningBefore && (!launches || state == ClientState::folderAndInstance);
     std::smatch clients;
-    ASSERT_TRUE(std::regex_search(outcome.output, clients,
-                                  std::regex("before=([0-9]*) after=([0-9]*)\n")))
+    ASSERT_TRUE(
+        std::regex_search(outcome.output, clients, std::regex("before=([0-9]*) after=([0-9]*)\n")))
         << outcome.output;
     EXPECT_EQ(clients[1] == clients[2], sameClient || (!runningBefore && !launches));
     EXPECT_EQ(clients[2].length() > 0, launches || runningBefore);
@@ -161,9 +165,9 @@ TEST_P(RunSequence, RunsItsCommandsLogsThemInOrderAndLeavesWhatItShould) {
     const auto ownFolder = sandbox.home() / ".config";
     const bool unpacks = launches && state != ClientState::folderAndInstance;
     EXPECT_EQ(Sandbox::preferences(ownFolder, kOwnDomain).count("forceSetupInstall"), unpacks);
-    EXPECT_EQ(std::filesystem::exists(sandbox.home() / ".teravolant" / "stale"),
-              state == ClientState::folderAndInstance ||
-                  (state == ClientState::folder && !launches));
+    EXPECT_EQ(
+        std::filesystem::exists(sandbox.home() / ".teravolant" / "stale"),
+        state == ClientState::folderAndInstance || (state == ClientState::folder && !launches));
     EXPECT_EQ(Sandbox::preferences(sandbox.machineConfiguration(), kAllUsersDomain)
                   .count("AutoUpdateEnable"),
               setting.autoUpdateEnable && !root);

@@ -82,18 +82,67 @@ Sandbox::~Sandbox() {
 
 Sandbox::Outcome Sandbox::run(const std::string& script) const {
     const std::string id = std::to_string(static_cast<int>(_user));
-    std::vector<std::string> words = {
-        "bwrap", "--unshare-user", "--uid", id, "--gid", id, "--unshare-pid", "--unshare-net",
-        "--die-with-parent", "--clearenv", "--setenv", "HOME", "/home/user", "--setenv", "PATH",
-        "/usr/bin", "--ro-bind", "/usr", "/usr", "--symlink", "usr/bin", "/bin", "--symlink",
-        "usr/lib", "/lib", "--symlink", "usr/lib64", "/lib64", "--symlink", "usr/sbin", "/sbin",
-        "--ro-bind", "/etc/alternatives", "/etc/alternatives", "--ro-bind", "/etc/ld.so.cache",
-        "/etc/ld.so.cache", "--proc", "/proc", "--dev", "/dev", "--tmpfs", "/tmp", "--bind",
-        home(), "/home/user", "--bind", machineConfiguration(), "/etc/xdg", "--bind",
-        machineLog(), "/var/log", "--bind", applications(), "/Applications", "--ro-bind", _bundle,
-        "/opt/Teravolant.app"};
+    std::vector<std::string> words = {"bwrap",
+                                      "--unshare-user",
+                                      "--uid",
+                                      id,
+                                      "--gid",
+                                      id,
+                                      "--unshare-pid",
+                                      "--unshare-net",
+                                      "--die-with-parent",
+                                      "--clearenv",
+                                      "--setenv",
+                                      "HOME",
+                                      "/home/user",
+                                      "--setenv",
+                                      "PATH",
+                                      "/usr/bin",
+                                      "--ro-bind",
+                                      "/usr",
+                                      "/usr",
+                                      "--symlink",
+                                      "usr/bin",
+                                      "/bin",
+                                      "--symlink",
+                                      "usr/lib",
+                                      "/lib",
+                                      "--symlink",
+                                      "usr/lib64",
+                                      "/lib64",
+                                      "--symlink",
+                                      "usr/sbin",
+                                      "/sbin",
+                                      "--ro-bind",
+                                      "/etc/alternatives",
+                                      "/etc/alternatives",
+                                      "--ro-bind",
+                                      "/etc/ld.so.cache",
+                                      "/etc/ld.so.cache",
+                                      "--proc",
+                                      "/proc",
+                                      "--dev",
+                                      "/dev",
+                                      "--tmpfs",
+                                      "/tmp",
+                                      "--bind",
+                                      home(),
+                                      "/home/user",
+                                      "--bind",
+                                      machineConfiguration(),
+                                      "/etc/xdg",
+                                      "--bind",
+                                      machineLog(),
+                                      "/var/log",
+                                      "--bind",
+                                      applications(),
+                                      "/Applications",
+                                      "--ro-bind",
+                                      _bundle,
+                                      "/opt/Teravolant.app"};
     words.insert(words.end(), _setup.begin(), _setup.end());
-    words.insert(words.end(), {"--remount-ro", "/", "--chdir", "/", "bash", "-c", kPrelude + script});
+    words.insert(words.end(),
+                 {"--remount-ro", "/", "--chdir", "/", "bash", "-c", kPrelude + script});
 
     std::string command;
     for (const std::string& word : words) {
@@ -120,8 +169,7 @@ fs::path Sandbox::useBundleCopy() {
 }
 
 std::vector<std::string> Sandbox::log() const {
-    const fs::path folder =
-        _user == User::ordinary ? home() / ".local" / "share" : machineLog();
+    const fs::path folder = _user == User::ordinary ? home() / ".local" / "share" : machineLog();
     return entriesOf(folder / "Zelto" / "Teravolant App" / "updater.log",
                      R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d: )");
 }

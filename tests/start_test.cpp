@@ -63,14 +63,13 @@ TEST_P(ClientArguments, TakeWholeWordsAsLongAsTheCountStaysBelow512) {
 
 INSTANTIATE_TEST_SUITE_P(
     Edges, ClientArguments,
-    ::testing::Values(
-        ArgumentCase{"None", {}, 0, true, true},
-        ArgumentCase{"OneOf509Counts510", {509}, 1, false, false},
-        ArgumentCase{"OneOf510Counts511", {510}, 1, false, false},
-        ArgumentCase{"OneOf511Counts512", {511}, 0, false, false},
-        ArgumentCase{"ARefusedWordStillCounts", {1, 600, 1}, 1, false, false},
-        ArgumentCase{"TheLauncherWordsFillItUp", {453}, 1, true, false},
-        ArgumentCase{"AShorterPieceFitsBehindOneThatDoesNot", {454}, 1, false, true}),
+    ::testing::Values(ArgumentCase{"None", {}, 0, true, true},
+                      ArgumentCase{"OneOf509Counts510", {509}, 1, false, false},
+                      ArgumentCase{"OneOf510Counts511", {510}, 1, false, false},
+                      ArgumentCase{"OneOf511Counts512", {511}, 0, false, false},
+                      ArgumentCase{"ARefusedWordStillCounts", {1, 600, 1}, 1, false, false},
+                      ArgumentCase{"TheLauncherWordsFillItUp", {453}, 1, true, false},
+                      ArgumentCase{"AShorterPieceFitsBehindOneThatDoesNot", {454}, 1, false, true}),
     nameOf);
 
 TEST(ClientLaunch, TellsAnInstalledVersionsFirstStartAndOnlyThat) {
@@ -81,8 +80,9 @@ TEST(ClientLaunch, TellsAnInstalledVersionsFirstStartAndOnlyThat) {
         $launcher --notupdate; $launcher --notupdate
         sed -i 's/<string>[0-9.]*</<string>0.9.0.1</' $plist
         $launcher --notupdate)sh");
-    const std::string words = "--notupdate  -unpackapp "
-                              "/Applications/Teravolant.app/Contents/MacOS/teravolant";
+    const std::string words =
+        "--notupdate  -unpackapp "
+        "/Applications/Teravolant.app/Contents/MacOS/teravolant";
     EXPECT_EQ(linesWith(sandbox.log(), kOpen),
               (Lines{kOpen + words + " --launchstartup on", kOpen + words,
                      kOpen + words + " --launchstartup on"}));
@@ -120,9 +120,9 @@ TEST(ClientLaunch, IsDoneAnewByTheClientThatIsToldThatAReleaseWaits) {
         another() { test "$(clients)" -gt 0 -a "$(clients)" != $first; }
         await another; await test $(wc -l < "$client_log") = 3)sh");
     EXPECT_EQ(outcome.status, 0) << outcome.output;
-    EXPECT_EQ(sandbox.clientLog(),
-              (Lines{kUnpackapp.substr(1), "--needrestart ApplyReleasesWaiting",
-                     kUnpackapp.substr(1)}));
+    EXPECT_EQ(
+        sandbox.clientLog(),
+        (Lines{kUnpackapp.substr(1), "--needrestart ApplyReleasesWaiting", kUnpackapp.substr(1)}));
 }
 
 TEST(Commands, OneThatDoesNotFitIntoItsBufferIsNotRunAndTheLogSaysSo) {
@@ -132,8 +132,9 @@ TEST(Commands, OneThatDoesNotFitIntoItsBufferIsNotRunAndTheLogSaysSo) {
     sandbox.addSetup({"--setenv", "XDG_DATA_HOME", "/home/user/.local/share"});
     const auto outcome =
         sandbox.run("mkdir -p " + deep + "; HOME=" + deep + " $launcher --notupdate");
-    const Lines refused = linesWith(sandbox.log(), "ERROR: a command longer than 1023 characters "
-                                                   "is not run: ");
+    const Lines refused = linesWith(sandbox.log(),
+                                    "ERROR: a command longer than 1023 characters "
+                                    "is not run: ");
     ASSERT_EQ(refused.size(), 3U) << outcome.output;
     EXPECT_NE(refused[0].find("not run: ps -ax -o exe= | grep"), std::string::npos);
     EXPECT_NE(refused[1].find("not run: tar xzf"), std::string::npos);
@@ -196,8 +197,9 @@ TEST(RunningInstances, AQueryThatPrintsNothingIssuesNoKill) {
 case "$*" in *pid=*) ;; *) echo /home/user/.teravolant/teravolant.app/Contents/MacOS/teravolant ;; esac
 PS
         chmod +x /tmp/bin/ps; PATH=/tmp/bin:$PATH $launcher --notupdate)sh");
-    EXPECT_EQ(linesWith(sandbox.log(), "WARNING: a teravolant instance is already running and will "
-                                       "be killed!")
+    EXPECT_EQ(linesWith(sandbox.log(),
+                        "WARNING: a teravolant instance is already running and will "
+                        "be killed!")
                   .size(),
               1U);
     EXPECT_EQ(linesWith(sandbox.log(), "Cmd: kill").size(), 0U) << outcome.output;
@@ -236,11 +238,11 @@ TEST_P(BadInputs, AreReportedLoseNothingAndTheStartComesToItsEnd) {
 INSTANTIATE_TEST_SUITE_P(
     All, BadInputs,
     ::testing::Values(
-        BadInput{"NoInfoPlist", "rm $contents/Info.plist",
-                 "Teravolant TeravolantApp Unpacker", ""},
+        BadInput{"NoInfoPlist", "rm $contents/Info.plist", "Teravolant TeravolantApp Unpacker", ""},
         BadInput{"NoVersion", "sed -i /CFBundleShortVersionString/,+1d $contents/Info.plist",
                  "Teravolant TeravolantApp Unpacker", ""},
-        BadInput{"DamagedInfoPlist", "head -c 200 $contents/Info.plist > $contents/x; mv "
+        BadInput{"DamagedInfoPlist",
+                 "head -c 200 $contents/Info.plist > $contents/x; mv "
                  "$contents/x $contents/Info.plist",
                  "Teravolant TeravolantApp Unpacker", ""},
         BadInput{"NoClientArchive", "rm $contents/Resources/client.tar.gz",
@@ -283,7 +285,8 @@ TEST_P(LaunchAgents, AreRefreshedWhenTheirTimesDiffer) {
         agent=$agents/com.zelto.teravolant.agent.plist
         autorun=$agents/com.zelto.teravolant.autorun.plist
         rm "$HOME/.local/share/Zelto/Teravolant App/updater.log"
-    )sh" + test.setup + "\n$launcher --notupdate > /dev/null 2>&1; chmod -R u+w ~/Library");
+    )sh" + test.setup +
+                "\n$launcher --notupdate > /dev/null 2>&1; chmod -R u+w ~/Library");
     Lines relevant;
     for (std::string line : sandbox.log()) {
         const auto has = [&line](const char* text) { return line.find(text) != line.npos; };
@@ -308,16 +311,17 @@ INSTANTIATE_TEST_SUITE_P(
     All, LaunchAgents,
     ::testing::Values(
         AgentCase{"Current", "", {"No need to store agent", "No need to store autorun"}},
-        AgentCase{"NewerByOneNanosecond",
-                  "t=$(stat -c %.9Y $agent); touch -d \"@${t%.*}.$(printf %09d $(( (10#${t#*.} + 1) % "
-                  "1000000000 )))\" $agent",
-                  {"replace agent with agent", "launchctl stop agent", "launchctl unload agent",
-                   "launchctl load agent", "launchctl start agent", "No need to store autorun"}},
-        AgentCase{"OlderByADay",
-                  "touch -d yesterday $autorun",
-                  {"No need to store agent", "replace autorun with autorun",
-                   "launchctl stop autorun", "launchctl unload autorun", "launchctl load autorun",
-                   "launchctl start autorun"}},
+        AgentCase{
+            "NewerByOneNanosecond",
+            "t=$(stat -c %.9Y $agent); touch -d \"@${t%.*}.$(printf %09d $(( (10#${t#*.} + 1) % "
+            "1000000000 )))\" $agent",
+            {"replace agent with agent", "launchctl stop agent", "launchctl unload agent",
+             "launchctl load agent", "launchctl start agent", "No need to store autorun"}},
+        AgentCase{
+            "OlderByADay",
+            "touch -d yesterday $autorun",
+            {"No need to store agent", "replace autorun with autorun", "launchctl stop autorun",
+             "launchctl unload autorun", "launchctl load autorun", "launchctl start autorun"}},
         AgentCase{"AFailedReplacementReloadsTheAgentOnly",
                   "touch -d yesterday $agent $autorun; chmod a-w $agents",
                   {"replace agent with agent", "Error code: 516", kExists, "launchctl stop agent",
@@ -337,18 +341,20 @@ INSTANTIATE_TEST_SUITE_P(
                    "Error code: 4",
                    "Error description: “autorun” could not be written: No such file or directory.",
                    "launchctl load autorun", "launchctl start autorun"}},
-        AgentCase{"AFolderThatIsAFile",
-                  "rm -r $agents; touch $agents",
-                  {"Error code: 256", "Error description: “agent” could not be read: Not a directory.",
-                   "Error code: 256",
-                   "Error description: “autorun” could not be read: Not a directory."}}),
+        AgentCase{
+            "AFolderThatIsAFile",
+            "rm -r $agents; touch $agents",
+            {"Error code: 256", "Error description: “agent” could not be read: Not a directory.",
+             "Error code: 256",
+             "Error description: “autorun” could not be read: Not a directory."}}),
     nameOf);
 
 TEST(InstallParameters, AreWrittenByTheSuperuserForEverybodyAndClearedByTheNextCall) {
     Sandbox root(Sandbox::User::superuser);
     Sandbox::writePreference(root.machineConfiguration(), kAllUsersDomain, "DEFAULT_UI", "old");
-    root.run("umask 077; $launcher MAX_LOG_SIZE=2048 --notupdate AUTO_UPDATE=true BETA_PROGRAM=NO "
-             "PRODUCT_USAGE_ANALYTICS=1 DEFAULT_UI=x a=b=c");
+    root.run(
+        "umask 077; $launcher MAX_LOG_SIZE=2048 --notupdate AUTO_UPDATE=true BETA_PROGRAM=NO "
+        "PRODUCT_USAGE_ANALYTICS=1 DEFAULT_UI=x a=b=c");
     EXPECT_EQ(root.log(),
               (Lines{"Teravolant TeravolantApp Unpacker: Version " TERAVOLANT_VERSION,
                      "INFO: root user is not allowed to store agent!.",

@@ -21,7 +21,8 @@ bool opensAsLoginItem(const platform::AppleEvent& event) {
         return false;
     }
     const auto data = event.parameters.find(platform::kPropertyData);
-    return data != event.parameters.end() && data->second.descriptorType == platform::kTypeDescriptor &&
+    return data != event.parameters.end() &&
+           data->second.descriptorType == platform::kTypeDescriptor &&
            data->second.typeCodeValue == platform::kLoginItem;
 }
 

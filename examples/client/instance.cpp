@@ -19,7 +19,8 @@ namespace fs = std::filesystem;
 using platform::FileLock;
 using platform::UniqueFd;
 
-/// A message: the length of what follows in decimal, a line feed, and each word with a NUL behind it.
+/// A message: the length of what follows in decimal, a line feed, and each word with a NUL behind
+/// it.
 std::string encode(const Words& words) {
     std::string payload;
     for (const std::string& word : words) {
@@ -71,8 +72,8 @@ platform::Result<std::optional<Instance>> Instance::join(const fs::path& folder,
     }
     const fs::path pipe = folder / "commands";
     mkfifo(pipe.c_str(), 0600);
-    // Between taking the lock and opening its pipe, or between its last read and its end, the running
-    // instance can't be reached: ask again until one of the two succeeds.
+    // Between taking the lock and opening its pipe, or between its last read and its end, the
+    // running instance can't be reached: ask again until one of the two succeeds.
     for (int attempt = 0; attempt < 500; ++attempt) {
         auto lock = FileLock::tryAcquire(folder / "instance.lock");
         if (!lock) {

@@ -1,8 +1,8 @@
 // launchctl load|unload PATH: makes or removes the login entry of a launch agent's property list.
 // launchctl start|stop LABEL: starts or ends the job of a loaded one.
 //
-// Status 0: done. 1: the property list or the entry can't be used. 3: there is no loaded job of that
-// name. 64: the call's words are off.
+// Status 0: done. 1: the property list or the entry can't be used. 3: there is no loaded job of
+// that name. 64: the call's words are off.
 
 #include <sysexits.h>
 
@@ -82,9 +82,9 @@ int start(const LaunchAgent& agent) {
     if (!processesOf(agent).empty()) {
         return EXIT_SUCCESS;
     }
-    const auto error = launchDetached(
-        agent.programArguments.front(),
-        {agent.programArguments.begin() + 1, agent.programArguments.end()});
+    const auto error =
+        launchDetached(agent.programArguments.front(),
+                       {agent.programArguments.begin() + 1, agent.programArguments.end()});
     return error ? fail(agent.label, error->localizedDescription) : EXIT_SUCCESS;
 }
 

@@ -1,5 +1,5 @@
-// open -a BUNDLE [--args WORD...]: starts the executable of an application bundle, detached from the
-// caller, with those words as its arguments. Where that executable runs already for this user,
+// open -a BUNDLE [--args WORD...]: starts the executable of an application bundle, detached from
+// the caller, with those words as its arguments. Where that executable runs already for this user,
 // nothing is started.
 
 #include <unistd.h>
@@ -55,8 +55,7 @@ int openBundle(const Request& request) {
     }
     std::error_code missing;
     const fs::path executable = fs::canonical(bundle->executablePath(), missing);
-    if (missing || !fs::is_regular_file(executable) ||
-        access(executable.c_str(), X_OK) != 0) {
+    if (missing || !fs::is_regular_file(executable) || access(executable.c_str(), X_OK) != 0) {
         return fail(request.bundle,
                     "its executable " + bundle->executablePath().string() + " can't be run");
     }

@@ -1,0 +1,94 @@
+#include "platform/files.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <fstream>
+
+#include "testing/temporary_folder.h"
+
+namespace teravolant::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+class Files : public ::testing::Test {
+  protected:
+    fs::path fileWith(const std::string& name, const std::string& contents) {
+        const fs::path path = _folder.path() / name;
+        std::ofstream(path) << contents;
+        return path;
+    }
+
+    testing::TemporaryFolder _folder;
+};
+
+TEST_F(Files, ACopyHasTheContentsThePermissionsAndTheTimeToTheNanosecond) {
+    const fs::path source = fileWith("source", std::string(200'000, 'x'));
+    const fs::path target = _folder.path() / "target";
+    const timespec times[] = {{1'000'000'000, 1}, {1'234'567'890, 123'456'789}};
+    ASSERT_EQ(utimensat(AT_FDCWD, source.c_str(), times, 0), 0);
+    fs::permissions(source, fs::perms(0640));
+
+    EXPECT_FALSE(copyItem(source, target));
+    EXPECT_EQ(contentsOfFile(target).value(), std::string(200'000, 'x'));
+    EXPECT_EQ(fs::status(target).permissions(), fs::perms(0640));
+    EXPECT_EQ(attributesOfItem(target).value().fileModificationDate.time_since_epoch(),
+              std::chrono::nanoseconds(1'234'567'890'123'456'789));
+
+    const auto again = copyItem(fileWith("other", "y"), target);
+    ASSERT_TRUE(again);
+    EXPECT_EQ(again->code, NSFileWriteFileExistsError);
+    EXPECT_EQ(contentsOfFile(target).value().front(), 'x');
+}
+
+TEST_F(Files, FailuresCarryTheCodeOfTheirReason) {
+    const fs::path file = fileWith("file", "");
+    const fs::path closed = _folder.path() / "closed";
+    fs::create_directory(closed);
+    fs::permissions(closed, fs::perms::none);
+    const fs::path longName = _folder.path() / std::string(300, 'n');
+
+    EXPECT_EQ(attributesOfItem(_folder.path() / "none").error().code, NSFileReadNoSuchFileError);
+    EXPECT_EQ(attributesOfItem(file / "below").error().code, NSFileReadUnknownError);
+    EXPECT_EQ(attributesOfItem(closed / "x").error().code, NSFileReadNoPermissionError);
+    EXPECT_EQ(attributesOfItem(longName).error().code, NSFileReadInvalidFileNameError);
+    EXPECT_EQ(contentsOfFile(_folder.path()).error().code, NSFileReadUnknownError);
+    EXPECT_EQ(removeItem(_folder.path() / "none")->code, NSFileNoSuchFileError);
+    EXPECT_EQ(copyItem(file, closed / "x")->code, NSFileWriteNoPermissionError);
+    EXPECT_EQ(appendToFile(longName, "x")->code, NSFileWriteInvalidFileNameError);
+    EXPECT_EQ(appendToFile("/etc/motd", "x")->code, NSFileWriteVolumeReadOnlyError);
+    EXPECT_EQ(appendToFile("/dev/full", "x")->code, NSFileWriteOutOfSpaceError);
+    fs::permissions(closed, fs::perms::owner_all);
+}
+
+TEST_F(Files, TheHomeIsTheRealFolderBehindItsLinks) {
+    const fs::path real = _folder.path() / "real";
+    fs::create_directory(real);
+    fs::create_directory_symlink(real, _folder.path() / "link");
+    const std::string before = getenv("HOME");
+    const auto homeFor = [](const fs::path& value) {
+        setenv("HOME", value.c_str(), 1);
+        return homeDirectoryForCurrentUser();
+    };
+    EXPECT_EQ(homeFor(_folder.path() / "link"), real);
+    EXPECT_EQ(homeFor(real.string() + "//"), real);
+    EXPECT_EQ(homeFor("/not/there"), "/not/there");
+    EXPECT_TRUE(homeFor("relative").is_absolute());
+    setenv("HOME", before.c_str(), 1);
+}
+
+TEST_F(Files, ALockIsHeldByOneAtATimeAndFreeAgainAfterwards) {
+    const fs::path path = _folder.path() / "lock";
+    {
+        const auto held = FileLock::tryAcquire(path);
+        ASSERT_TRUE(held);
+        EXPECT_TRUE(held.value());
+        EXPECT_FALSE(FileLock::tryAcquire(path).value());
+    }
+    EXPECT_TRUE(FileLock::tryAcquire(path).value());
+}
+
+}  // namespace
+}  // namespace teravolant::platform

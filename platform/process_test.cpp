@@ -1,0 +1,37 @@
+#include "platform/process.h"
+
+#include <gtest/gtest.h>
+
+#include "testing/temporary_folder.h"
+
+namespace teravolant::platform {
+namespace {
+
+TEST(Process, AnswersAllOutputOfAProgramThatGotItsArgumentsAsTheyAre) {
+    const auto result = runToEndOfOutput("/bin/sh", {"-c", R"(printf '[%s]' "$@"; seq 100000)",
+                                                     "sh", "a b", "", "$HOME;'\"*", "%s"});
+    EXPECT_FALSE(result.launchError);
+    EXPECT_TRUE(result.standardOutput.starts_with("[a b][][$HOME;'\"*][%s]1\n2\n"));
+    EXPECT_TRUE(result.standardOutput.ends_with("\n99999\n100000\n"));
+}
+
+TEST(Process, WaitsForTheOutputAndNotForTheProgram) {
+    testing::TemporaryFolder folder;
+    const std::string pipe = folder.path() / "pipe";
+    // The program goes on until somebody opens the pipe, which happens only after it was waited
+    // for.
+    const auto result = runToEndOfOutput(
+        "/bin/sh", {"-c", "mkfifo \"$0\"; echo out; exec > /dev/null; : > \"$0\"", pipe});
+    EXPECT_EQ(result.standardOutput, "out\n");
+    const auto reader = runToEndOfOutput("/bin/cat", {pipe});
+    EXPECT_FALSE(reader.launchError);
+}
+
+TEST(Process, ReportsWhatCanNotBeStarted) {
+    EXPECT_EQ(runToEndOfOutput("/missing", {}).launchError->code, NSFileNoSuchFileError);
+    EXPECT_EQ(runToEndOfOutput("/etc/passwd", {}).launchError->code, NSFileWriteNoPermissionError);
+    EXPECT_EQ(launchDetached("/missing", {})->code, NSFileNoSuchFileError);
+}
+
+}  // namespace
+}  // namespace teravolant::platform

@@ -1,0 +1,130 @@
+#include "support/logger.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <regex>
+#include <thread>
+
+#include "platform/files.h"
+#include "testing/temporary_folder.h"
+
+namespace teravolant {
+namespace {
+
+namespace fs = std::filesystem;
+
+class LoggerTest : public ::testing::Test {
+  protected:
+    LoggerTest() {
+        setenv("XDG_DATA_HOME", _data.path().c_str(), 1);
+        fs::create_directories(_folder);
+    }
+
+    void makeFile(const std::string& name, std::uintmax_t size, char first = '\0') {
+        std::ofstream(_folder / name) << first;
+        fs::resize_file(_folder / name, size);
+    }
+
+    std::string contents(const std::string& name) {
+        return platform::contentsOfFile(_folder / name).value();
+    }
+
+    testing::TemporaryFolder _data;
+    fs::path _folder = _data.path() / "Zelto" / "Teravolant App";
+};
+
+struct Rotation {
+    std::uintmax_t size;
+    std::optional<std::uint64_t> threshold;
+    bool rotates;
+};
+
+TEST_F(LoggerTest, RotatesAFileThatIsLargerThanTheThreshold) {
+    for (const Rotation& test :
+         std::initializer_list<Rotation>{{10485760, std::nullopt, false},
+                                         {10485761, std::nullopt, true},
+                                         {100, 100, false},
+                                         {101, 100, true},
+                                         {1, 0, true},
+                                         {0, 0, false},
+                                         {10485760, static_cast<std::uint64_t>(-5), false}}) {
+        makeFile("updater.log", test.size, 'n');
+        makeFile("updater.log.1", 3, 'o');
+        ::testing::internal::CaptureStderr();
+        Logger logger;
+        if (test.threshold) {
+            logger.setMaxFileSize(*test.threshold);
+        }
+        const std::string console = ::testing::internal::GetCapturedStderr();
+        EXPECT_EQ(fs::file_size(_folder / "updater.log"), test.rotates ? 0 : test.size);
+        EXPECT_EQ(fs::file_size(_folder / "updater.log.1"), test.rotates ? test.size : 3);
+        EXPECT_EQ(
+            console.find("] remove " + (_folder / "updater.log.1").string() + "\n") != console.npos,
+            test.rotates)
+            << console;
+        EXPECT_FALSE(fs::exists(_folder / "updater.log.2"));
+    }
+}
+
+TEST_F(LoggerTest, WritesMessagesAsTheyAreToTheFileAndTheConsole) {
+    const std::string message = "100 %d %@ %s\nsecond line\r\n ä";
+    ::testing::internal::CaptureStderr();
+    Logger().logMessage(message);
+    const std::string console = ::testing::internal::GetCapturedStderr();
+    EXPECT_TRUE(console.ends_with("] " + message + "\n")) << console;
+    const std::string entry = contents("updater.log");
+    EXPECT_TRUE(
+        std::regex_match(entry.substr(0, 21), std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d: )")));
+    EXPECT_EQ(entry.substr(21), message + "\n");
+}
+
+TEST_F(LoggerTest, MakesTheFileAgainWhenItWasDeletedAndGoesOnWhenItCanNotBe) {
+    Logger logger;
+    logger.logMessage("first");
+    fs::remove(_folder / "updater.log");
+    logger.logMessage("second");
+    EXPECT_TRUE(contents("updater.log").ends_with(": second\n"));
+    EXPECT_EQ(contents("updater.log").find("first"), std::string::npos);
+
+    fs::remove_all(_folder);
+    std::ofstream(_folder) << "a file in the folder's place";
+    Logger().logMessage("third");
+    EXPECT_EQ(platform::contentsOfFile(_folder).value(), "a file in the folder's place");
+}
+
+TEST_F(LoggerTest, KeepsEveryEntryWholeWhileThreadsAndProcessesAppendAtOnce) {
+    constexpr int kEntries = 500;
+    const auto writeAll = [](char name) {
+        Logger logger;
+        for (int number = 0; number < kEntries; ++number) {
+            logger.logMessage(std::string(300, name) + std::to_string(number));
+        }
+    };
+    ::testing::internal::CaptureStderr();
+    const pid_t child = fork();
+    if (child == 0) {
+        writeAll('c');
+        _exit(0);
+    }
+    std::thread first(writeAll, 'a');
+    std::thread second(writeAll, 'b');
+    first.join();
+    second.join();
+    waitpid(child, nullptr, 0);
+    ::testing::internal::GetCapturedStderr();
+
+    std::istringstream lines(contents("updater.log"));
+    std::map<char, int> next;
+    for (std::string line; std::getline(lines, line);) {
+        ASSERT_GT(line.size(), 321U) << line;
+        const char name = line[21];
+        EXPECT_EQ(line.substr(21), std::string(300, name) + std::to_string(next[name]++));
+    }
+    EXPECT_EQ(next, (std::map<char, int>{{'a', kEntries}, {'b', kEntries}, {'c', kEntries}}));
+}
+
+}  // namespace
+}  // namespace teravolant
