@@ -1,7 +1,5 @@
 #include <unistd.h>
 
-#include <cstring>
-
 #include "launcher/teravolant_app.h"
 #include "support/logger.h"
 #include "support/settings_manager.h"
@@ -39,7 +37,8 @@ void TeravolantApp::launchTeravolant() {
 void TeravolantApp::appendClientArgument(const std::string& text) {
     const auto length = static_cast<std::int32_t>(text.size());
     if (clientArgsLength + length < static_cast<std::int32_t>(kClientArgsSize)) {
-        std::strcat(clientArgs.get(), text.c_str());
+        // The count is the length of the text that is there: all pieces before this one fitted.
+        text.copy(clientArgs.get() + clientArgsLength, text.size());
         clientArgsLength += length;
     }
 }

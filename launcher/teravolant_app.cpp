@@ -4,7 +4,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <string_view>
 
 #include "launcher/command_line.h"
@@ -127,12 +126,13 @@ void TeravolantApp::joinClientArguments(int argc, const char* const* argv) {
     clientArgs = std::make_unique<char[]>(kClientArgsSize);
     clientArgsLength = 0;
     for (int index = 1; index < argc; ++index) {
-        clientArgsLength += static_cast<std::int32_t>(std::strlen(argv[index]) + 1);
+        const std::string word = std::string(argv[index]) + " ";
+        const std::int32_t end = clientArgsLength;
+        clientArgsLength += static_cast<std::int32_t>(word.size());
         if (clientArgsLength >= static_cast<std::int32_t>(kClientArgsSize)) {
             return;
         }
-        std::strcat(clientArgs.get(), argv[index]);
-        std::strcat(clientArgs.get(), " ");
+        word.copy(clientArgs.get() + end, word.size());
     }
 }
 

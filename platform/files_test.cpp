@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 class Files : public ::testing::Test {
   protected:
     fs::path fileWith(const std::string& name, const std::string& contents) {
-        const fs::path path = _folder.path() / name;
+        fs::path path = _folder.path() / name;
         std::ofstream(path) << contents;
         return path;
     }
@@ -67,7 +67,6 @@ TEST_F(Files, TheHomeIsTheRealFolderBehindItsLinks) {
     const fs::path real = _folder.path() / "real";
     fs::create_directory(real);
     fs::create_directory_symlink(real, _folder.path() / "link");
-    const std::string before = getenv("HOME");
     const auto homeFor = [](const fs::path& value) {
         setenv("HOME", value.c_str(), 1);
         return homeDirectoryForCurrentUser();
@@ -76,7 +75,6 @@ TEST_F(Files, TheHomeIsTheRealFolderBehindItsLinks) {
     EXPECT_EQ(homeFor(real.string() + "//"), real);
     EXPECT_EQ(homeFor("/not/there"), "/not/there");
     EXPECT_TRUE(homeFor("relative").is_absolute());
-    setenv("HOME", before.c_str(), 1);
 }
 
 TEST_F(Files, ALockIsHeldByOneAtATimeAndFreeAgainAfterwards) {

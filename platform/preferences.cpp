@@ -90,11 +90,11 @@ UserDefaults UserDefaults::standardUserDefaults() {
 }
 
 UserDefaults UserDefaults::forDomain(std::string_view domain) {
-    return UserDefaults(fileOf(configurationDirectory(), domain), kOwnerOnly);
+    return {fileOf(configurationDirectory(), domain), kOwnerOnly};
 }
 
 UserDefaults UserDefaults::forAnyUser(std::string_view domain) {
-    return UserDefaults(fileOf(kMachineConfiguration, domain), kReadableByAll);
+    return {fileOf(kMachineConfiguration, domain), kReadableByAll};
 }
 
 std::optional<PropertyListValue> UserDefaults::objectForKey(std::string_view key) const {

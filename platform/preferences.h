@@ -42,7 +42,7 @@ class UserDefaults {
 
     [[nodiscard]] std::optional<Error> replaceObject(std::optional<PropertyListValue> value,
                                                      std::string_view key) const;
-    Result<PropertyListValue::Dictionary> readLocked() const;
+    [[nodiscard]] Result<PropertyListValue::Dictionary> readLocked() const;
 
     std::filesystem::path _file;
     unsigned _fileMode;

@@ -21,7 +21,7 @@ class Preferences : public ::testing::Test {
         return _folder.path() / "Zelto" / "some.domain.plist";
     }
 
-    UserDefaults defaults() { return UserDefaults::forDomain("some.domain"); }
+    static UserDefaults defaults() { return UserDefaults::forDomain("some.domain"); }
 
     void writeFile(const std::string& contents) {
         ASSERT_FALSE(createDirectory(file().parent_path()));

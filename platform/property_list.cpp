@@ -203,7 +203,7 @@ std::string serialisePropertyList(const PropertyListValue& value) {
     std::uint32_t length = 0;
     plist_to_xml(root.get(), &bytes, &length);
     const std::unique_ptr<char, decltype(&plist_to_xml_free)> owner(bytes, &plist_to_xml_free);
-    return std::string(bytes, length);
+    return {bytes, length};
 }
 
 }  // namespace teravolant::platform

@@ -15,7 +15,7 @@ std::string xml(const std::string& content) {
 std::string nested(int depth) {
     std::string text;
     for (int level = 0; level < depth; ++level) {
-        text = "<array>" + text + "</array>";
+        text.insert(0, "<array>").append("</array>");
     }
     return text;
 }

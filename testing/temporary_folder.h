@@ -1,9 +1,9 @@
 #pragma once
 
-#include <stdlib.h>
-
+#include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <system_error>
 
 namespace teravolant::testing {
 

@@ -86,9 +86,10 @@ TEST(ClientLaunch, TellsAnInstalledVersionsFirstStartAndOnlyThat) {
     EXPECT_EQ(linesWith(sandbox.log(), kOpen),
               (Lines{kOpen + words + " --launchstartup on", kOpen + words,
                      kOpen + words + " --launchstartup on"}));
-    EXPECT_EQ(linesWith(sandbox.log(), "TeravolantAppDelegate::"),
-              (Lines{"TeravolantAppDelegate::updateInitParameters " TERAVOLANT_VERSION,
-                     "TeravolantAppDelegate::updateInitParameters 0.9.0.1"}));
+    EXPECT_EQ(
+        linesWith(sandbox.log(), "TeravolantAppDelegate::"),
+        (Lines{std::string("TeravolantAppDelegate::updateInitParameters ") + TERAVOLANT_VERSION,
+               "TeravolantAppDelegate::updateInitParameters 0.9.0.1"}));
 }
 
 TEST(ClientLaunch, LeavesAClientThatOutlivesTheLauncherAndKnowsNothingOfTheLogin) {
@@ -265,7 +266,7 @@ INSTANTIATE_TEST_SUITE_P(
         BadInput{"HomeThatIsAFile", "export HOME=/home/user/papers/letter", "Error code: 256",
                  "Not a directory."},
         BadInput{"FullDisk",
-                 "export HOME=/small; mkdir -p ~/.local/share; head -c 900K /dev/zero > ~/fill",
+                 "export HOME=/small; mkdir -p ~/.local/share; head -c 2M /dev/zero > ~/fill",
                  "launchTeravolant", "No space left on device"}),
     nameOf);
 
@@ -305,6 +306,9 @@ TEST_P(LaunchAgents, AreRefreshedWhenTheirTimesDiffer) {
     EXPECT_EQ(relevant, test.expected);
 }
 
+const std::string kFolderRefused =
+    "Error description: The folder “/home/user/Library/LaunchAgents” could not be created: "
+    "Permission denied.";
 const std::string kExists = "Error description: “agent” could not be written: File exists.";
 
 INSTANTIATE_TEST_SUITE_P(
@@ -330,15 +334,10 @@ INSTANTIATE_TEST_SUITE_P(
                    "Error description: “autorun” could not be written: File exists."}},
         AgentCase{"AFolderThatCanNotBeCreated",
                   "rm -r $agents; chmod a-w ~/Library",
-                  {"Error code: 513",
-                   "Error description: The folder “/home/user/Library/LaunchAgents” could not be "
-                   "created: Permission denied.",
-                   "Error code: 4",
+                  {"Error code: 513", kFolderRefused, "Error code: 4",
                    "Error description: “agent” could not be written: No such file or directory.",
                    "launchctl load agent", "launchctl start agent", "Error code: 513",
-                   "Error description: The folder “/home/user/Library/LaunchAgents” could not be "
-                   "created: Permission denied.",
-                   "Error code: 4",
+                   kFolderRefused, "Error code: 4",
                    "Error description: “autorun” could not be written: No such file or directory.",
                    "launchctl load autorun", "launchctl start autorun"}},
         AgentCase{
@@ -355,11 +354,12 @@ TEST(InstallParameters, AreWrittenByTheSuperuserForEverybodyAndClearedByTheNextC
     root.run(
         "umask 077; $launcher MAX_LOG_SIZE=2048 --notupdate AUTO_UPDATE=true BETA_PROGRAM=NO "
         "PRODUCT_USAGE_ANALYTICS=1 DEFAULT_UI=x a=b=c");
-    EXPECT_EQ(root.log(),
-              (Lines{"Teravolant TeravolantApp Unpacker: Version " TERAVOLANT_VERSION,
-                     "INFO: root user is not allowed to store agent!.",
-                     "Invalid argument format: a=b=c", "MAX_LOG_SIZE: 2048", "Running as root",
-                     "AUTO_UPDATE: NO", "BETA_PROGRAM: NO", "PRODUCT_USAGE_ANALYTICS: YES"}));
+    EXPECT_EQ(
+        root.log(),
+        (Lines{std::string("Teravolant TeravolantApp Unpacker: Version ") + TERAVOLANT_VERSION,
+               "INFO: root user is not allowed to store agent!.", "Invalid argument format: a=b=c",
+               "MAX_LOG_SIZE: 2048", "Running as root", "AUTO_UPDATE: NO", "BETA_PROGRAM: NO",
+               "PRODUCT_USAGE_ANALYTICS: YES"}));
     const auto stored = Sandbox::preferences(root.machineConfiguration(), kAllUsersDomain);
     EXPECT_EQ(stored, (platform::PropertyListValue::Dictionary{{"AutoUpdateEnable", "NO"},
                                                                {"BetaProgramDisable", true}}));
