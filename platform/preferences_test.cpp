@@ -55,8 +55,8 @@ TEST_F(Preferences, AreReadBackByAnotherObjectUntilTheyAreRemoved) {
 
 TEST_F(Preferences, LoseNoKeyWhenTwoProcessesWriteAtTheSameTime) {
     constexpr int kKeys = 50;
-    const auto writer = [this](const std::string& prefix) {
-        return start([this, prefix] {
+    const auto writer = [](const std::string& prefix) {
+        return start([prefix] {
             for (int number = 0; number < kKeys; ++number) {
                 (void)defaults().setObject(true, prefix + std::to_string(number));
             }
