@@ -82,10 +82,11 @@ platform::Result<Bundle> findBundle(const fs::path& folder) {
 platform::RACSignal<Bundle> ClientUpdater::updateBundleMatchingCurrentApplicationInDirectory(
     fs::path folder) const {
     log("[ClientUpdater::updateBundleMatchingCurrentApplicationInDirectory]");
-    return platform::RACSignal<Bundle>::defer(
+    const std::string name =
         filled("%@ -applicationBundleMatchingCurrentApplicationInDirectory: %@",
-               {description(), platform::fileUrl(folder)}),
-        [folder = std::move(folder)] { return findBundle(folder); });
+               {description(), platform::fileUrl(folder)});
+    return platform::RACSignal<Bundle>::defer(
+        name, [folder = std::move(folder)] { return findBundle(folder); });
 }
 
 }  // namespace teravolant
