@@ -11,48 +11,25 @@ namespace {
 
 using namespace std::chrono_literals;
 
-class Scheduler : public ::testing::Test {
-  protected:
-    RACDisposable start() {
-        return RACScheduler(RACSchedulerPriority::background, clock)
-            .interval(
-                3s, [this] { ++ticks; }, owner.get_token());
-    }
-
-    std::shared_ptr<testing::ManualClock> clock = std::make_shared<testing::ManualClock>();
+TEST(Scheduler, LeavesOutTheTicksThatItMissedAndEndsWithItsHandleOrItsOwner) {
+    const auto clock = std::make_shared<testing::ManualClock>();
+    const RACScheduler scheduler(RACSchedulerPriority::background, clock);
     std::stop_source owner;
     std::atomic<int> ticks = 0;
-};
-
-TEST_F(Scheduler, TicksAfterEachIntervalAndLeavesOutWhatItMissed) {
-    RACDisposable handle = start();
-    clock->awaitWaiting(1);
-    clock->advance(2999ms);
-    EXPECT_EQ(ticks, 0);
-    clock->advance(1ms);
-    EXPECT_EQ(ticks, 1);
-    clock->advance(10s);  // 13 s: the ticks at 9 s and 12 s are left out.
-    EXPECT_EQ(ticks, 2);
-    clock->advance(1999ms);
-    EXPECT_EQ(ticks, 2);
-    clock->advance(1ms);
-    EXPECT_EQ(ticks, 3);
-    handle.dispose();
-    clock->awaitWaiting(0);
-}
-
-TEST_F(Scheduler, EndsWithItsHandleOrItsOwnerButNotWhenTheHandleIsDropped) {
-    RACDisposable handle = start();
-    (void)start();
+    (void)scheduler.interval(
+        3s, [&ticks] { ++ticks; }, owner.get_token());
+    RACDisposable other = scheduler.interval(1h, [] {}, {});
     clock->awaitWaiting(2);
-    handle.dispose();
+    other.dispose();
     clock->awaitWaiting(1);
-    clock->advance(3s);
+    clock->advance(13s);
     EXPECT_EQ(ticks, 1);
+    clock->advance(1999ms);
+    EXPECT_EQ(ticks, 1);
+    clock->advance(1ms);
+    EXPECT_EQ(ticks, 2);
     owner.request_stop();
     clock->awaitWaiting(0);
-    clock->advance(3s, 0);
-    EXPECT_EQ(ticks, 1);
 }
 
 TEST(SystemClock, WaitsUntilTheTimeComesOrAStopIsRequested) {

@@ -131,6 +131,34 @@ TEST(CheckScheduling, SecondUpdaterStartsNoSecondCheckInAProcess) {
     EXPECT_EQ(logOfProcess(script), (Lines{kStart, kWait + "1", kWait + "0", "terminated"}));
 }
 
+struct EndCase {
+    UpdaterState last;
+    std::optional<Error> error;
+    UpdaterState expected;
+};
+
+TEST(UpdateCycle, LeavesTheUpdaterIdleUnlessItFoundAnUpdateAndTellsItsErrorBefore) {
+    const Error failure{.domain = "Test", .code = 7, .localizedDescription = "It failed"};
+    for (const EndCase& test :
+         {EndCase{UpdaterState::downloading, {}, UpdaterState::idle},
+          {UpdaterState::awaitingRelaunch, {}, UpdaterState::awaitingRelaunch},
+          {UpdaterState::awaitingRelaunch, failure, UpdaterState::idle}}) {
+        const auto updater = std::make_shared<FakeUpdater>();
+        auto toldIn = UpdaterState::idle;
+        updater->checkForUpdates([&](const Error& /*error*/) { toldIn = updater->state(); });
+        updater->setState(test.last);
+        std::int64_t refusal = 0;
+        updater->checkForUpdates([&refusal](const Error& error) { refusal = error.code; });
+        EXPECT_EQ(refusal, platform::SQRLUpdaterErrorCheckNotPossible);
+        updater->endCycle(test.error);
+        while (updater.use_count() > 1) {
+            std::this_thread::yield();
+        }
+        EXPECT_EQ(updater->state(), test.expected);
+        EXPECT_EQ(toldIn, test.error ? test.last : UpdaterState::idle);
+    }
+}
+
 TEST(CheckScheduling, EndsWithItsUpdater) {
     const testing::LogReader log;
     Schedule schedule;

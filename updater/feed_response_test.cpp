@@ -47,17 +47,23 @@ TEST(FeedResponse, OfferHasItsOwnAddressOrTheOneOfItsNameInTheFeedsFolder) {
     }
 }
 
+void expectCheckFailed(const Error& error, std::int64_t code, const std::string& suggestion,
+                       std::size_t entries) {
+    EXPECT_EQ(error.domain, platform::SQRLUpdaterErrorDomain);
+    EXPECT_EQ(error.code, code);
+    EXPECT_EQ(error.localizedDescription, "Update check failed");
+    EXPECT_EQ(*error.userInformation<std::string>(platform::NSLocalizedRecoverySuggestionErrorKey),
+              suggestion);
+    EXPECT_EQ(error.userInfo.size(), entries);
+}
+
 TEST(FeedResponse, BodyThatIsNotJsonIsAnInvalidServerBody) {
     for (const std::string body : {"<html>Not found</html>", "", "\"4.30.2.5\""}) {
         const auto update = read(body);
         ASSERT_FALSE(update);
         const Error& error = update.error();
-        EXPECT_EQ(error.domain, platform::SQRLUpdaterErrorDomain);
-        EXPECT_EQ(error.code, platform::SQRLUpdaterErrorInvalidServerBody);
-        EXPECT_EQ(error.localizedDescription, "Update check failed");
-        EXPECT_EQ(
-            *error.userInformation<std::string>(platform::NSLocalizedRecoverySuggestionErrorKey),
-            "The server sent an invalid response. Try again later.");
+        expectCheckFailed(error, platform::SQRLUpdaterErrorInvalidServerBody,
+                          "The server sent an invalid response. Try again later.", 4);
         EXPECT_EQ(*error.userInformation<std::string>(platform::SQRLUpdaterServerDataErrorKey),
                   body);
         ASSERT_NE(error.underlyingError(), nullptr);
@@ -65,48 +71,68 @@ TEST(FeedResponse, BodyThatIsNotJsonIsAnInvalidServerBody) {
         // The parser's own entry.
         EXPECT_NE(error.userInformation<std::int64_t>(platform::NSJSONSerializationErrorIndex),
                   nullptr);
-        EXPECT_EQ(error.userInfo.size(), 4U);
     }
 }
 
-struct InvalidCase {
-    std::string body;
-    std::string wrongMember;  ///< Empty when there is no underlying error.
+/// Expects the invalid-JSON error for the body; its underlying error names the member, if any.
+void expectInvalidJson(const std::string& body, const std::string& wrongMember) {
+    const auto update = read(body);
+    ASSERT_FALSE(update) << body;
+    const Error& error = update.error();
+    expectCheckFailed(error, platform::SQRLUpdaterErrorInvalidJSON,
+                      "The server sent an invalid JSON response. Try again later.",
+                      wrongMember.empty() ? 2 : 3);
+    const auto* const document = error.userInformation<std::shared_ptr<const JsonValue>>(
+        platform::SQRLUpdaterJSONObjectErrorKey);
+    ASSERT_NE(document, nullptr);
+    // The document as it was received, without an address made from its name.
+    EXPECT_EQ(**document, platform::parseJson(body).value());
+    ASSERT_EQ(error.underlyingError() == nullptr, wrongMember.empty()) << body;
+    if (!wrongMember.empty()) {
+        EXPECT_NE(error.underlyingError()->localizedDescription.find("“" + wrongMember + "”"),
+                  std::string::npos)
+            << body << printedForm(error);
+    }
+}
+
+struct MemberCase {
+    std::string member;
+    std::vector<std::string> values;
 };
 
 TEST(FeedResponse, DocumentThatMakesNoUpdateIsInvalidJson) {
-    const InvalidCase cases[] = {
-        {R"([{"version":"4.30.2.5"}])", ""},
-        {R"({"version":"4.30.2.5"})", "url"},
-        {R"({"version":"4.30.2.5","url":null,"name":"u.zip"})", "url"},
-        {R"({"version":"4.30.2.5","url":"http://a.example/u.zip"})", "url"},
-        {R"({"version":"4.30.2.5","name":"a b.zip"})", "url"},
-        {R"({"version":"4.30.2.5","name":7})", "name"},
-        {R"({"version":"4.30.2.5","name":null})", "name"},
-        {R"({"version":"4.30.2.5","name":"u.zip","size":-1})", "size"},
+    expectInvalidJson(R"([{"version":"4.30.2.5"}])", "");
+    expectInvalidJson(R"({"version":"4.30.2.5"})", "url");
+    const std::string digest = '"' + std::string(63, 'a');
+    const MemberCase cases[] = {
+        {"url", {"null", "true", "\"\"", "\"u.zip\"", "\"http://a.example/u.zip\""}},
+        {"name", {"null", "7", "{}", "\"a b.zip\""}},
+        {"size", {"null", "0", "-1", "10.0", "\"10\"", "true"}},
+        {"sha256", {"null", "\"\"", digest + '"', digest + "aa\"", digest + "g\""}},
+        {"signature", {"null", "\"\"", "\"ABC\"", "\"A===\"", "\"AB=C\"", "\"AB -\"", "1"}},
     };
-    for (const InvalidCase& test : cases) {
-        const auto update = read(test.body);
-        ASSERT_FALSE(update) << test.body;
-        const Error& error = update.error();
-        EXPECT_EQ(error.domain, platform::SQRLUpdaterErrorDomain);
-        EXPECT_EQ(error.code, platform::SQRLUpdaterErrorInvalidJSON);
-        EXPECT_EQ(error.localizedDescription, "Update check failed");
-        EXPECT_EQ(
-            *error.userInformation<std::string>(platform::NSLocalizedRecoverySuggestionErrorKey),
-            "The server sent an invalid JSON response. Try again later.");
-        const auto* const document = error.userInformation<std::shared_ptr<const JsonValue>>(
-            platform::SQRLUpdaterJSONObjectErrorKey);
-        ASSERT_NE(document, nullptr);
-        // The document as it was received, without an address made from its name.
-        EXPECT_EQ(**document, platform::parseJson(test.body).value());
-        ASSERT_EQ(error.underlyingError() == nullptr, test.wrongMember.empty()) << test.body;
-        if (!test.wrongMember.empty()) {
-            EXPECT_NE(error.underlyingError()->localizedDescription.find(test.wrongMember),
-                      std::string::npos);
+    for (const MemberCase& test : cases) {
+        for (const std::string& value : test.values) {
+            const bool unfit = value == "\"a b.zip\"";  // A text, but not as part of an address.
+            const std::string name = test.member == "name" ? "" : R"("name":"u.zip",)";
+            expectInvalidJson(
+                "{" + name + R"("version":"4.30.2.5",")" + test.member + "\":" + value + "}",
+                unfit ? "url" : test.member);
         }
-        EXPECT_EQ(error.userInfo.size(), test.wrongMember.empty() ? 2U : 3U);
     }
+}
+
+TEST(FeedResponse, UpdateHoldsWhatTheOfferSays) {
+    const std::string digest(64, 'F');
+    const auto update =
+        read(R"({"version":"4.30.2.5","name":"u.zip","size":5000000000,"sha256":")" + digest +
+             R"(","signature":"AB+/ab==","other":[]})");
+    ASSERT_TRUE(update) << printedForm(update.error());
+    EXPECT_EQ(update.value().version, "4.30.2.5");
+    EXPECT_EQ(update.value().name, "u.zip");
+    EXPECT_EQ(update.value().size, 5'000'000'000U);
+    EXPECT_EQ(update.value().sha256, digest);
+    EXPECT_EQ(update.value().signature, "AB+/ab==");
 }
 
 struct VersionCase {
