@@ -43,7 +43,8 @@ RACDisposable RACScheduler::interval(std::chrono::milliseconds interval, std::fu
     const std::stop_source source;
     const Clock::Time start = _clock->now();
     // Nobody waits for the thread: the last owner may well let go of what it watches during a tick.
-    std::thread([=, priority = _priority, clock = _clock] {
+    std::thread([source, start, interval, tick = std::move(tick), owner = std::move(owner),
+                 priority = _priority, clock = _clock] {
         applyPriority(priority);
         const std::stop_callback endWithOwner(owner, [source]() mutable { source.request_stop(); });
         Clock::Time next = start + interval;

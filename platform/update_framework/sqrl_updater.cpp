@@ -14,7 +14,7 @@ Error checkNotPossible(std::string description) {
 
 }  // namespace
 
-void SQRLUpdater::checkForUpdates(std::function<void(const Error&)> failed) {
+void SQRLUpdater::checkForUpdates(const std::function<void(const Error&)>& failed) {
     UpdaterState expected = UpdaterState::idle;
     if (!_state.compare_exchange_strong(expected, UpdaterState::checking)) {
         failed(checkNotPossible("An update check is under way or has found an update already."));

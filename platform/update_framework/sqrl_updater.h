@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -66,7 +67,7 @@ class SQRLUpdater : public std::enable_shared_from_this<SQRLUpdater> {
     /// Starts one update cycle on a thread of its own and returns at once; the state is no longer
     /// idle then. `failed` is called with the error of a cycle that fails, on that thread and
     /// before the state is idle again; at once when no cycle can be started or one is under way.
-    void checkForUpdates(std::function<void(const Error&)> failed);
+    void checkForUpdates(const std::function<void(const Error&)>& failed);
 
     /// Reads the body of the feed's answer: sends the update that it offers.
     [[nodiscard]] virtual RACSignal<UpdateClass> updateFromJSONData(std::string body) const = 0;
