@@ -1,5 +1,9 @@
 #include "platform/bundle.h"
 
+#include <algorithm>
+#include <cstdlib>
+#include <vector>
+
 #include "platform/files.h"
 #include "platform/process.h"
 
@@ -9,8 +13,8 @@ namespace {
 namespace fs = std::filesystem;
 using Dictionary = PropertyListValue::Dictionary;
 
-std::optional<Dictionary> informationOf(const fs::path& bundle) {
-    const auto contents = contentsOfFile(bundle / "Contents" / "Info.plist");
+std::optional<Dictionary> dictionaryInFile(const fs::path& file) {
+    const auto contents = contentsOfFile(file);
     if (!contents) {
         return std::nullopt;
     }
@@ -19,6 +23,35 @@ std::optional<Dictionary> informationOf(const fs::path& bundle) {
         return std::nullopt;
     }
     return *parsed.value().dictionary();
+}
+
+std::optional<Dictionary> informationOf(const fs::path& bundle) {
+    return dictionaryInFile(bundle / "Contents" / "Info.plist");
+}
+
+std::string localeOfMessages() {
+    for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+        const char* value = std::getenv(name);
+        if (value != nullptr && *value != '\0') {
+            return value;
+        }
+    }
+    return {};
+}
+
+/// From the most to the least wanted; a locale "pt_BR.UTF-8" asks for pt-BR, then for pt.
+std::vector<std::string> preferredLanguages() {
+    constexpr std::string_view kEnglish = "en";
+    std::string locale = localeOfMessages();
+    locale.resize(std::min(locale.find_first_of(".@/"), locale.size()));
+    std::vector<std::string> languages;
+    const std::size_t region = locale.find('_');
+    if (region != locale.npos) {
+        languages.push_back(locale.substr(0, region) + "-" + locale.substr(region + 1));
+    }
+    languages.push_back(locale.substr(0, region));
+    languages.emplace_back(kEnglish);
+    return languages;
 }
 
 }  // namespace
@@ -77,6 +110,22 @@ std::optional<fs::path> Bundle::pathForResource(std::string_view name,
         return std::nullopt;
     }
     return path;
+}
+
+std::string Bundle::localizedStringForKey(std::string_view key) const {
+    const fs::path resources = _path / "Contents" / "Resources";
+    for (const std::string& language : preferredLanguages()) {
+        const auto strings =
+            dictionaryInFile(resources / (language + ".lproj") / "Localizable.strings");
+        if (!strings) {
+            continue;
+        }
+        const auto found = strings->find(key);
+        if (found != strings->end() && found->second.text() != nullptr) {
+            return *found->second.text();
+        }
+    }
+    return std::string(key);
 }
 
 }  // namespace teravolant::platform

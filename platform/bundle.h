@@ -43,6 +43,11 @@ class Bundle {
     [[nodiscard]] std::optional<std::filesystem::path> pathForResource(
         std::string_view name, std::string_view extension) const;
 
+    /// The text for people that stands for the English text `key`: from Contents/Resources/
+    /// LANGUAGE.lproj/Localizable.strings (a property list) for the user's language (`LC_ALL`,
+    /// `LC_MESSAGES`, `LANG`), else for English, else the key itself.
+    [[nodiscard]] std::string localizedStringForKey(std::string_view key) const;
+
   private:
     Bundle(std::filesystem::path path, std::filesystem::path executablePath,
            PropertyListValue::Dictionary information)

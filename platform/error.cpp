@@ -43,6 +43,21 @@ CocoaErrorCode writeCode(int errorNumber) {
 
 }  // namespace
 
+const Error* Error::underlyingError() const {
+    const auto* const error = userInformation<std::shared_ptr<const Error>>(NSUnderlyingErrorKey);
+    return error == nullptr ? nullptr : error->get();
+}
+
+std::string printedForm(const Error& error) {
+    std::string text = "Error Domain=" + error.domain + " Code=" + std::to_string(error.code) +
+                       " \"" + error.localizedDescription + "\"";
+    if (const Error* const underlying = error.underlyingError()) {
+        text += " UserInfo={" + std::string(NSUnderlyingErrorKey) + "=" + printedForm(*underlying) +
+                "}";
+    }
+    return text;
+}
+
 Error errorFromErrno(int errorNumber, FileAccess access, std::string_view attempt) {
     return Error{
         .domain = std::string(NSCocoaErrorDomain),

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -11,7 +13,7 @@ namespace teravolant::platform {
 inline constexpr std::string_view NSCocoaErrorDomain = "NSCocoaErrorDomain";
 inline constexpr std::string_view NSPOSIXErrorDomain = "NSPOSIXErrorDomain";
 
-/// The codes of `NSCocoaErrorDomain` that file and process operations answer with.
+/// The codes of `NSCocoaErrorDomain` that the platform's operations answer with.
 enum CocoaErrorCode : std::int64_t {
     NSFileNoSuchFileError = 4,
     NSFileReadUnknownError = 256,
@@ -25,7 +27,21 @@ enum CocoaErrorCode : std::int64_t {
     NSFileWriteFileExistsError = 516,
     NSFileWriteOutOfSpaceError = 640,
     NSFileWriteVolumeReadOnlyError = 642,
+    NSPropertyListReadCorruptError = 3840,  ///< JSON counts as a property list here.
 };
+
+class JsonValue;
+struct Error;
+
+/// Keys of an error's user information. `NSLocalizedDescriptionKey` is not among them: that entry
+/// is the error's own field.
+inline constexpr const char* NSLocalizedRecoverySuggestionErrorKey =
+    "NSLocalizedRecoverySuggestion";
+inline constexpr const char* NSUnderlyingErrorKey = "NSUnderlyingError";
+
+/// A text or raw bytes, a number, the error underneath, or a JSON value. Never null.
+using UserInformation = std::variant<std::string, std::int64_t, std::shared_ptr<const Error>,
+                                     std::shared_ptr<const JsonValue>>;
 
 /// The platform's error value: whose code it is, the code, and one sentence that a person can act
 /// on.
@@ -33,7 +49,21 @@ struct Error {
     std::string domain;
     std::int64_t code = 0;
     std::string localizedDescription;
+    std::map<std::string, UserInformation, std::less<>> userInfo = {};
+
+    /// The entry under the key when there is one and it is of that type, else null.
+    template <typename Type>
+    [[nodiscard]] const Type* userInformation(std::string_view key) const {
+        const auto found = userInfo.find(key);
+        return found == userInfo.end() ? nullptr : std::get_if<Type>(&found->second);
+    }
+
+    /// The error that led to this one, or null.
+    [[nodiscard]] const Error* underlyingError() const;
 };
+
+/// Domain, code and description, then the same of the underlying error when there is one.
+[[nodiscard]] std::string printedForm(const Error& error);
 
 enum class FileAccess { Read, Write };
 

@@ -37,6 +37,22 @@ Sequence sequenceOf(std::uint8_t lead) {
     return {kNoSequence, 0, 0};
 }
 
+/// A place in a format where a value goes: its length there and the value's number, from 1 on, or 0
+/// for the next one in turn. Nothing is there when the length is 0.
+struct Mark {
+    std::size_t length = 0;
+    std::size_t number = 0;
+};
+
+Mark markAt(std::string_view format) {
+    if (format.starts_with("%@")) {
+        return {2, 0};
+    }
+    const bool numbered = format.size() >= 4 && format[0] == '%' && format[1] >= '1' &&
+                          format[1] <= '9' && format.substr(2, 2) == "$@";
+    return numbered ? Mark{4, static_cast<std::size_t>(format[1] - '0')} : Mark{};
+}
+
 }  // namespace
 
 bool isValidUtf8(std::string_view bytes) {
@@ -66,6 +82,24 @@ bool isAscii(std::string_view bytes) {
 
 bool equalIgnoringCase(std::string_view left, std::string_view right) {
     return left.size() == right.size() && strncasecmp(left.data(), right.data(), left.size()) == 0;
+}
+
+std::string filled(std::string_view format, std::initializer_list<std::string_view> values) {
+    std::string text;
+    std::size_t next = 0;
+    while (!format.empty()) {
+        const Mark mark = markAt(format);
+        const std::size_t index = mark.number == 0 ? next : mark.number - 1;
+        if (mark.length == 0 || index >= values.size()) {
+            text += format.front();
+            format.remove_prefix(1);
+            continue;
+        }
+        text += values.begin()[index];
+        next += mark.number == 0 ? 1 : 0;
+        format.remove_prefix(mark.length);
+    }
+    return text;
 }
 
 }  // namespace teravolant::platform

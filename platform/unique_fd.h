@@ -22,6 +22,9 @@ class UniqueFd {
     [[nodiscard]] int get() const { return _descriptor; }
     explicit operator bool() const { return _descriptor >= 0; }
 
+    /// Leaves the descriptor to the caller.
+    [[nodiscard]] int release() { return std::exchange(_descriptor, -1); }
+
     /// Closes now; without an effect when there is nothing to close. Keeps `errno`.
     void reset();
 

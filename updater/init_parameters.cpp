@@ -30,9 +30,8 @@ bool TeravolantAppDelegate::checkInitParameters(const Version& bundleVersion) {
 }
 
 void TeravolantAppDelegate::updateInitParameters(const Version& bundleVersion) {
-    Logger::sharedInstance().logMessage(
-        "TeravolantAppDelegate::updateInitParameters " +
-        bundleVersion.value_or(std::string(platform::kMissingValueMark)));
+    Logger::sharedInstance().logMessage("TeravolantAppDelegate::updateInitParameters " +
+                                        bundleVersion.value_or(platform::kMissingValueMark));
     if (!bundleVersion) {
         return;
     }

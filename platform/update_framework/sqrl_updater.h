@@ -1,8 +1,36 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <string_view>
+
+#include "platform/bundle.h"
+#include "platform/error.h"
+#include "platform/signal.h"
+#include "platform/update_framework/sqrl_update.h"
+#include "platform/url.h"
 
 namespace teravolant::platform {
+
+inline constexpr const char* SQRLUpdaterErrorDomain = "SQRLUpdaterErrorDomain";
+
+enum SQRLUpdaterErrorCode : std::int64_t {
+    SQRLUpdaterErrorMissingUpdateBundle = 1,
+    SQRLUpdaterErrorInvalidServerBody = 2,
+    SQRLUpdaterErrorInvalidJSON = 3,
+    SQRLUpdaterErrorCheckNotPossible = 4,
+};
+
+/// Keys of the user information: the raw body that a server sent (a text), and the JSON value in
+/// it.
+inline constexpr const char* SQRLUpdaterServerDataErrorKey = "SQRLUpdaterServerDataErrorKey";
+inline constexpr const char* SQRLUpdaterJSONObjectErrorKey = "SQRLUpdaterJSONObjectErrorKey";
 
 /// Where an updater's cycle stands. The numbers are what the log shows.
 enum class UpdaterState : unsigned {
@@ -12,19 +40,56 @@ enum class UpdaterState : unsigned {
     awaitingRelaunch = 3,
 };
 
-/// Runs the update cycle of the running bundle.
-class SQRLUpdater {
+/// Runs the update cycle of the running bundle. A subclass says what a feed's answer offers and
+/// which of the unpacked bundles is the update.
+///
+/// Owned by `std::shared_ptr`; a cycle under way is one of the owners.
+class SQRLUpdater : public std::enable_shared_from_this<SQRLUpdater> {
   public:
-    virtual ~SQRLUpdater() = default;
+    /// The model class that `updateFromJSONData` answers with.
+    using UpdateClass = SQRLUpdate;
+
+    explicit SQRLUpdater(URLRequest updateRequest) : _updateRequest(std::move(updateRequest)) {}
+    virtual ~SQRLUpdater() { _willDealloc.request_stop(); }
+
+    SQRLUpdater(const SQRLUpdater&) = delete;
+    SQRLUpdater& operator=(const SQRLUpdater&) = delete;
+
+    /// The request for the feed.
+    [[nodiscard]] const URLRequest& updateRequest() const { return _updateRequest; }
 
     /// May be read from any thread.
     [[nodiscard]] UpdaterState state() const { return _state; }
 
+    /// Told to stop when this updater is destroyed.
+    [[nodiscard]] std::stop_token willDeallocSignal() const { return _willDealloc.get_token(); }
+
+    /// Starts one update cycle on a thread of its own and returns at once; the state is no longer
+    /// idle then. `failed` is called with the error of a cycle that fails, on that thread and
+    /// before the state is idle again; at once when no cycle can be started or one is under way.
+    void checkForUpdates(const std::function<void(const Error&)>& failed);
+
+    /// Reads the body of the feed's answer: sends the update that it offers.
+    [[nodiscard]] virtual RACSignal<UpdateClass> updateFromJSONData(std::string body) const = 0;
+
+    /// Looks through the folder of an unpacked archive: sends the bundle that is the update.
+    [[nodiscard]] virtual RACSignal<Bundle> updateBundleMatchingCurrentApplicationInDirectory(
+        std::filesystem::path folder) const = 0;
+
   protected:
     void setState(UpdaterState state) { _state = state; }
 
+    /// The cycle, begun in state `checking`. Answers its error, or nothing after it has either
+    /// found no update or set `awaitingRelaunch`; every other state it leaves becomes idle.
+    [[nodiscard]] virtual std::optional<Error> runCycle();
+
   private:
+    void finishCycle(const std::optional<Error>& error,
+                     const std::function<void(const Error&)>& failed);
+
+    URLRequest _updateRequest;
     std::atomic<UpdaterState> _state = UpdaterState::idle;
+    std::stop_source _willDealloc;
 };
 
 }  // namespace teravolant::platform

@@ -1,0 +1,51 @@
+#include "platform/json.h"
+
+#include <gtest/gtest.h>
+
+namespace teravolant::platform {
+namespace {
+
+std::string nested(std::size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); }
+
+TEST(Json, KeepsEachValueInItsType) {
+    const auto parsed = parseJson(
+        R"({"text":"é\u0000","yes":true,"whole":-9223372036854775808,"real":1.5,)"
+        R"("large":18446744073709551615,"none":null,"list":[1,{"inner":[]}],"none":"twice"})");
+    ASSERT_TRUE(parsed);
+    const JsonValue expected = JsonValue::Object{
+        {"text", std::string("é\0", 3)},
+        {"yes", true},
+        {"whole", std::int64_t{INT64_MIN}},
+        {"real", 1.5},
+        {"large", 18446744073709551615.0},
+        {"none", "twice"},
+        {"list",
+         JsonValue::Array{std::int64_t{1}, JsonValue::Object{{"inner", JsonValue::Array()}}}}};
+    EXPECT_EQ(parsed.value(), expected);
+}
+
+TEST(Json, RefusesWhatIsNotADocumentWithoutQuotingIt) {
+    for (const std::string& text :
+         {std::string(), std::string("<html>"), std::string("{\"a\":1} x"), std::string("{\"a\":"),
+          std::string("[1,]"), std::string("\"text\""), std::string("7"), std::string("null"),
+          std::string("[\"\xC3\"]"), std::string("[1e999]"), std::string(1'000'000, '\"'),
+          "[\"" + std::string(1'000'000, 'x'), nested(kDeepestJson + 1),
+          std::string(1'048'576, '['), R"({"a":)" + nested(kDeepestJson) + "}"}) {
+        const auto parsed = parseJson(text);
+        ASSERT_FALSE(parsed) << text.substr(0, 40);
+        EXPECT_EQ(parsed.error().code, NSPropertyListReadCorruptError);
+        EXPECT_NE(parsed.error().userInformation<std::int64_t>(NSJSONSerializationErrorIndex),
+                  nullptr);
+        EXPECT_LT(parsed.error().localizedDescription.size(), 100U);
+    }
+    EXPECT_TRUE(parseJson(nested(kDeepestJson)));
+}
+
+TEST(Json, SerialisedAndParsedAgainIsTheSame) {
+    const std::string text = R"({"a":[true,null,-1,0.5,"\"\n"],"b":{"c":{}}})";
+    EXPECT_EQ(serialiseJson(parseJson(text).value()), text);
+    EXPECT_EQ(serialiseJson("\xFF"), "\"\xEF\xBF\xBD\"");
+}
+
+}  // namespace
+}  // namespace teravolant::platform

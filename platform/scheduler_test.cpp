@@ -1,0 +1,45 @@
+#include "platform/scheduler.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+
+#include "tests/manual_clock.h"
+
+namespace teravolant::platform {
+namespace {
+
+using namespace std::chrono_literals;
+
+TEST(Scheduler, LeavesOutTheTicksThatItMissedAndEndsWithItsHandleOrItsOwner) {
+    const auto clock = std::make_shared<testing::ManualClock>();
+    const RACScheduler scheduler(RACSchedulerPriority::background, clock);
+    std::stop_source owner;
+    std::atomic<int> ticks = 0;
+    (void)scheduler.interval(
+        3s, [&ticks] { ++ticks; }, owner.get_token());
+    RACDisposable other = scheduler.interval(1h, [] {}, {});
+    clock->awaitWaiting(2);
+    other.dispose();
+    clock->awaitWaiting(1);
+    clock->advance(13s);
+    EXPECT_EQ(ticks, 1);
+    clock->advance(1999ms);
+    EXPECT_EQ(ticks, 1);
+    clock->advance(1ms);
+    EXPECT_EQ(ticks, 2);
+    owner.request_stop();
+    clock->awaitWaiting(0);
+}
+
+TEST(SystemClock, WaitsUntilTheTimeComesOrAStopIsRequested) {
+    std::stop_source stop;
+    const auto start = systemClock()->now();
+    EXPECT_TRUE(systemClock()->waitUntil(start + 1ms, stop.get_token()));
+    EXPECT_GE(systemClock()->now(), start + 1ms);
+    stop.request_stop();
+    EXPECT_FALSE(systemClock()->waitUntil(start + 1h, stop.get_token()));
+}
+
+}  // namespace
+}  // namespace teravolant::platform

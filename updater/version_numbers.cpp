@@ -1,0 +1,111 @@
+#include <algorithm>
+#include <array>
+#include <cassert>
+#include <charconv>
+#include <cstdint>
+#include <limits>
+#include <string_view>
+
+#include "platform/printed_form.h"
+#include "platform/text.h"
+#include "support/logger.h"
+#include "updater/client_updater.h"
+
+namespace teravolant {
+namespace {
+
+bool isDigit(char character) { return character >= '0' && character <= '9'; }
+
+/// Takes the longest run of digits, or of other characters, from the end of the text.
+std::string_view takeRunFromEnd(std::string_view& text, bool digits) {
+    const auto end = std::find_if(text.rbegin(), text.rend(), [digits](char character) {
+        return isDigit(character) != digits;
+    });
+    const auto length = static_cast<std::size_t>(end - text.rbegin());
+    const std::string_view run = text.substr(text.size() - length);
+    text.remove_suffix(length);
+    return run;
+}
+
+/// Takes a run of digits and the full stop in front of it; the run is empty without either.
+std::string_view takeNumberFromEnd(std::string_view& text) {
+    const std::string_view run = takeRunFromEnd(text, true);
+    if (!text.ends_with('.')) {
+        return {};
+    }
+    text.remove_suffix(1);
+    return run;
+}
+
+/// Digits as a signed 32-bit number, the greatest one when they stand for more.
+std::int32_t intValue(std::string_view digits) {
+    std::int32_t value = 0;
+    const auto read = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+    return read.ec == std::errc() ? value : std::numeric_limits<std::int32_t>::max();
+}
+
+std::array<std::int32_t, 4> numbersOf(const ParsedVersion& version) {
+    return {intValue(version.major), intValue(version.minor), intValue(version.patch),
+            intValue(version.build)};
+}
+
+std::string printed(const ParsedVersion& version) {
+    return platform::printedForm(platform::PropertyListValue::Dictionary{{"major", version.major},
+                                                                         {"minor", version.minor},
+                                                                         {"patch", version.patch},
+                                                                         {"build", version.build}});
+}
+
+platform::Error versionError(std::string_view format,
+                             std::initializer_list<std::string_view> values) {
+    return platform::Error{
+        .domain = platform::SQRLUpdaterErrorDomain,
+        .code = platform::SQRLUpdaterErrorMissingUpdateBundle,
+        .localizedDescription =
+            platform::filled(platform::Bundle::mainBundle().localizedStringForKey(format), values)};
+}
+
+}  // namespace
+
+std::optional<ParsedVersion> ClientUpdater::parseVersion(const std::string& version,
+                                                         ErrorSlot& error) {
+    assert(!error);
+    // The end is fixed, and no run can end but where the next one begins: going backwards there is
+    // only one way to read the text.
+    std::string_view rest = version;
+    const std::string_view build = takeRunFromEnd(rest, true);
+    const std::string_view separator = takeRunFromEnd(rest, false);
+    const std::string_view patch = takeNumberFromEnd(rest);
+    const std::string_view minor = takeNumberFromEnd(rest);
+    const std::string_view major = takeRunFromEnd(rest, true);
+    if (build.empty() || separator.empty() || patch.empty() || minor.empty() || major.empty()) {
+        error = versionError("%@ is illegal version", {version});
+        return std::nullopt;
+    }
+    return ParsedVersion{.major = std::string(major),
+                         .minor = std::string(minor),
+                         .patch = std::string(patch),
+                         .build = std::string(build)};
+}
+
+bool ClientUpdater::checkUpdaterVersionNewer(const std::string& current,
+                                             const std::string& updateTo, ErrorSlot& error) {
+    const auto currentVersion = parseVersion(current, error);
+    if (!currentVersion) {
+        return false;
+    }
+    const auto offeredVersion = parseVersion(updateTo, error);
+    if (!offeredVersion) {
+        return false;
+    }
+    if (numbersOf(*offeredVersion) <= numbersOf(*currentVersion)) {
+        error = versionError("%@ is not older than %@", {current, updateTo});
+        return false;
+    }
+    Logger::sharedInstance().logMessage("[ClientUpdater::checkUpdaterVersionNewer] " +
+                                        printed(*currentVersion) + " -> " +
+                                        printed(*offeredVersion));
+    return true;
+}
+
+}  // namespace teravolant
