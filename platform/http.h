@@ -88,9 +88,9 @@ struct HttpResponse {
 /// transfer.
 struct HttpBodyReceiver {
     /// Called once, before the first byte, and also for a body without one. May be empty.
-    std::function<std::optional<Error>(const HttpResponse&)> begin;
+    std::function<std::optional<Error>(const HttpResponse&)> begin = {};
     /// Called with the body's bytes in their order.
-    std::function<std::optional<Error>(std::string_view bytes)> receive;
+    std::function<std::optional<Error>(std::string_view bytes)> receive = {};
 };
 
 /// Sends a request and answers with the whole body, whatever the status.

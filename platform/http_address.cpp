@@ -5,7 +5,7 @@
 
 #include <curl/curl.h>
 
-#include "platform/http.h"
+#include "platform/http_failures.h"
 #include "platform/text.h"
 
 namespace teravolant::platform {
@@ -15,9 +15,11 @@ struct FreeText {
     void operator()(char* text) const { curl_free(text); }
 };
 
-CURLU* curlUrl(const std::shared_ptr<void>& handle) { return static_cast<CURLU*>(handle.get()); }
+using Handle = std::unique_ptr<void, void (*)(void*)>;
 
-std::shared_ptr<void> owned(CURLU* handle) {
+CURLU* curlUrl(const Handle& handle) { return static_cast<CURLU*>(handle.get()); }
+
+Handle owned(CURLU* handle) {
     return {handle, [](void* url) { curl_url_cleanup(static_cast<CURLU*>(url)); }};
 }
 
@@ -48,12 +50,6 @@ bool isLoopbackHost(std::string_view host) {
     return inet_pton(AF_INET6, inner.c_str(), &six) == 1 && IN6_IS_ADDR_LOOPBACK(&six);
 }
 
-Error addressError(URLErrorCode code, std::string description) {
-    return Error{.domain = std::string(NSURLErrorDomain),
-                 .code = code,
-                 .localizedDescription = std::move(description)};
-}
-
 }  // namespace
 
 HttpAddress::HttpAddress(Handle handle)
@@ -71,14 +67,14 @@ Result<HttpAddress> HttpAddress::checked(Handle handle) {
     const std::string scheme = partOf(curlUrl(handle), CURLUPART_SCHEME);
     HttpAddress address(std::move(handle));
     if (!address._isSecure && !equalIgnoringCase(scheme, "http")) {
-        return addressError(NSURLErrorUnsupportedURL, "Addresses that begin with “" + scheme +
-                                                          ":” are not used: only https is safe.");
+        return httpError(NSURLErrorUnsupportedURL, "Addresses that begin with “" + scheme +
+                                                       ":” are not used: only https is safe.");
     }
     if (address._url.empty() || address._host.empty()) {
-        return addressError(NSURLErrorBadURL, "The address names no server.");
+        return httpError(NSURLErrorBadURL, "The address names no server.");
     }
     if (!address._isSecure && !address._isLoopback) {
-        return addressError(
+        return httpError(
             NSURLErrorUnsupportedURL,
             "“" + address._displayedHost + "” is not asked over plain http: only https is safe.");
     }
@@ -89,7 +85,7 @@ Result<HttpAddress> HttpAddress::parse(const std::string& url) {
     Handle handle = owned(curl_url());
     if (!handle || curl_url_set(curlUrl(handle), CURLUPART_URL, url.c_str(),
                                 CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK) {
-        return addressError(NSURLErrorBadURL, "The address of the server is malformed.");
+        return httpError(NSURLErrorBadURL, "The address of the server is malformed.");
     }
     return checked(std::move(handle));
 }
@@ -98,16 +94,16 @@ Result<HttpAddress> HttpAddress::redirectedTo(const std::string& location) const
     Handle handle = owned(curl_url_dup(curlUrl(_handle)));
     if (!handle || curl_url_set(curlUrl(handle), CURLUPART_URL, location.c_str(),
                                 CURLU_NON_SUPPORT_SCHEME | CURLU_URLENCODE) != CURLUE_OK) {
-        return addressError(NSURLErrorBadServerResponse,
-                            "“" + _displayedHost + "” redirects to a malformed address.");
+        return httpError(NSURLErrorBadServerResponse,
+                         "“" + _displayedHost + "” redirects to a malformed address.");
     }
     auto next = checked(std::move(handle));
     if (!next || (_isSecure && !next.value()._isSecure)) {
-        return addressError(NSURLErrorUnsupportedURL,
-                            "“" + _displayedHost +
-                                "” redirects to an address that is not safe to follow: " +
-                                (next ? "“" + next.value()._displayedHost + "” over plain http."
-                                      : next.error().localizedDescription));
+        return httpError(NSURLErrorUnsupportedURL,
+                         "“" + _displayedHost +
+                             "” redirects to an address that is not safe to follow: " +
+                             (next ? "“" + next.value()._displayedHost + "” over plain http."
+                                   : next.error().localizedDescription));
     }
     return next;
 }

@@ -29,7 +29,7 @@ class HttpAddress {
     [[nodiscard]] void* handle() const { return _handle.get(); }
 
   private:
-    using Handle = std::shared_ptr<void>;
+    using Handle = std::unique_ptr<void, void (*)(void*)>;
     explicit HttpAddress(Handle handle);
     static Result<HttpAddress> checked(Handle handle);
 

@@ -254,7 +254,7 @@ std::string ReceivedRequest::header(const std::string& name) const {
 }
 
 HttpServer::HttpServer(Handler handler, std::optional<ServerIdentity> identity)
-    : _state(std::make_shared<State>()) {
+    : _state(std::make_unique<State>()) {
     _state->handler = std::move(handler);
     if (identity) {
         _state->context = contextOf(*identity);

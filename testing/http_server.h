@@ -72,7 +72,7 @@ class HttpServer {
 
   private:
     struct State;
-    std::shared_ptr<State> _state;
+    std::unique_ptr<State> _state;
 };
 
 /// The answer of a server that keeps the content under the entity tag and honours Range with
