@@ -106,7 +106,7 @@ std::optional<std::string> base64Decoded(std::string_view text) {
         bytes.append(decoded, 0, static_cast<std::size_t>(length));
     }
     const std::size_t padding = text.ends_with("==") ? 2 : text.ends_with('=') ? 1 : 0;
-    bytes.resize(bytes.size() - std::min(padding, bytes.size()));
+    bytes.erase(bytes.size() - std::min(padding, bytes.size()));
     // The decoder overlooks white space around the text and stray bits before the padding.
     if (base64Encoded(bytes) != text) {
         return std::nullopt;
