@@ -4,7 +4,7 @@
 
 #include <cstdlib>
 
-#include "tests/temporary_folder.h"
+#include "testing/temporary_folder.h"
 
 namespace teravolant::platform {
 namespace {
@@ -15,7 +15,7 @@ struct LanguageCase {
 };
 
 TEST(Bundle, TextsForPeopleComeInTheUsersLanguageElseInEnglish) {
-    const testing::TemporaryFolder folder;
+    const fixtures::TemporaryFolder folder;
     const auto addStrings = [&folder](const std::string& language, const std::string& text) {
         folder.write("Contents/Resources/" + language + ".lproj/Localizable.strings",
                      serialisePropertyList(PropertyListValue::Dictionary{{"Failed", text}}));

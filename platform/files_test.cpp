@@ -21,7 +21,7 @@ class Files : public ::testing::Test {
         return path;
     }
 
-    testing::TemporaryFolder _folder;
+    fixtures::TemporaryFolder _folder;
 };
 
 TEST_F(Files, ACopyHasTheContentsThePermissionsAndTheTimeToTheNanosecond) {

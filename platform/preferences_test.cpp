@@ -39,7 +39,7 @@ class Preferences : public ::testing::Test {
         return child;
     }
 
-    testing::TemporaryFolder _folder;
+    fixtures::TemporaryFolder _folder;
 };
 
 TEST_F(Preferences, AreReadBackByAnotherObjectUntilTheyAreRemoved) {

@@ -16,7 +16,7 @@ TEST(Process, AnswersAllOutputOfAProgramThatGotItsArgumentsAsTheyAre) {
 }
 
 TEST(Process, WaitsForTheOutputAndNotForTheProgram) {
-    testing::TemporaryFolder folder;
+    fixtures::TemporaryFolder folder;
     const std::string pipe = folder.path() / "pipe";
     // The program goes on until somebody opens the pipe, which happens only after it was waited
     // for.

@@ -4,7 +4,7 @@
 
 #include <atomic>
 
-#include "tests/manual_clock.h"
+#include "testing/manual_clock.h"
 
 namespace teravolant::platform {
 namespace {
@@ -12,7 +12,7 @@ namespace {
 using namespace std::chrono_literals;
 
 TEST(Scheduler, LeavesOutTheTicksThatItMissedAndEndsWithItsHandleOrItsOwner) {
-    const auto clock = std::make_shared<testing::ManualClock>();
+    const auto clock = std::make_shared<fixtures::ManualClock>();
     const RACScheduler scheduler(RACSchedulerPriority::background, clock);
     std::stop_source owner;
     std::atomic<int> ticks = 0;

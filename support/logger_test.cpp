@@ -32,7 +32,7 @@ class LoggerTest : public ::testing::Test {
         return platform::contentsOfFile(_folder / name).value();
     }
 
-    testing::TemporaryFolder _data;
+    fixtures::TemporaryFolder _data;
     fs::path _folder = _data.path() / "Zelto" / "Teravolant App";
 };
 

@@ -7,7 +7,7 @@
 
 #include "platform/files.h"
 
-namespace teravolant::testing {
+namespace teravolant::fixtures {
 
 /// What is written to the user's updater.log from its construction on.
 class LogReader {
@@ -44,4 +44,4 @@ class LogReader {
     std::size_t _start;
 };
 
-}  // namespace teravolant::testing
+}  // namespace teravolant::fixtures

@@ -7,7 +7,7 @@
 
 #include "platform/scheduler.h"
 
-namespace teravolant::testing {
+namespace teravolant::fixtures {
 
 /// A clock that stands still until the test moves it on.
 class ManualClock : public platform::Clock {
@@ -53,4 +53,4 @@ class ManualClock : public platform::Clock {
     std::vector<Time> _awaited;
 };
 
-}  // namespace teravolant::testing
+}  // namespace teravolant::fixtures

@@ -2,10 +2,11 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <system_error>
 
-namespace teravolant::testing {
+namespace teravolant::fixtures {
 
 /// A folder of one test's own, removed with all that is in it.
 class TemporaryFolder {
@@ -15,7 +16,15 @@ class TemporaryFolder {
         _path = mkdtemp(name.data());
     }
     ~TemporaryFolder() {
+        using std::filesystem::perms;
         std::error_code ignored;
+        // A test may have closed a folder to its owner.
+        for (std::filesystem::recursive_directory_iterator walk(_path, ignored), end;
+             !ignored && walk != end; walk.increment(ignored)) {
+            if (walk->is_directory() && !walk->is_symlink()) {
+                std::filesystem::permissions(walk->path(), perms::owner_all, ignored);
+            }
+        }
         std::filesystem::remove_all(_path, ignored);
     }
     TemporaryFolder(const TemporaryFolder&) = delete;
@@ -23,8 +32,14 @@ class TemporaryFolder {
 
     [[nodiscard]] const std::filesystem::path& path() const { return _path; }
 
+    /// Writes a file below this folder, with the folders above it.
+    void write(const std::filesystem::path& file, const std::string& contents) const {
+        std::filesystem::create_directories((_path / file).parent_path());
+        std::ofstream(_path / file) << contents;
+    }
+
   private:
     std::filesystem::path _path;
 };
 
-}  // namespace teravolant::testing
+}  // namespace teravolant::fixtures

@@ -10,7 +10,7 @@
 
 #include "tests/sandbox.h"
 
-namespace teravolant::testing {
+namespace teravolant::fixtures {
 namespace {
 
 using platform::PropertyListValue;
@@ -190,4 +190,4 @@ INSTANTIATE_TEST_SUITE_P(
     nameOf);
 
 }  // namespace
-}  // namespace teravolant::testing
+}  // namespace teravolant::fixtures

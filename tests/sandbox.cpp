@@ -10,7 +10,7 @@
 
 #include "platform/files.h"
 
-namespace teravolant::testing {
+namespace teravolant::fixtures {
 namespace {
 
 namespace fs = std::filesystem;
@@ -198,4 +198,4 @@ PropertyListValue::Dictionary Sandbox::preferences(const fs::path& folder,
     return *parsed.value().dictionary();
 }
 
-}  // namespace teravolant::testing
+}  // namespace teravolant::fixtures

@@ -6,7 +6,7 @@
 
 #include "platform/property_list.h"
 
-namespace teravolant::testing {
+namespace teravolant::fixtures {
 
 /// A private machine for one test: own home, /etc/xdg, /var/log, /Applications, network and process
 /// list, with the built bundle at /opt/Teravolant.app. What a script started there ends with it.
@@ -65,4 +65,4 @@ class Sandbox {
 inline constexpr const char* kOwnDomain = "com.zelto.teravolant.updater";
 inline constexpr const char* kAllUsersDomain = "com.zelto.teravolant";
 
-}  // namespace teravolant::testing
+}  // namespace teravolant::fixtures

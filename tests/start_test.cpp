@@ -8,7 +8,7 @@
 #include "platform/files.h"
 #include "tests/sandbox.h"
 
-namespace teravolant::testing {
+namespace teravolant::fixtures {
 namespace {
 
 namespace fs = std::filesystem;
@@ -395,4 +395,4 @@ TEST(Preferences, ThatAreDamagedAreSetAsideAndTheStartGoesOnWithDefaults) {
 }
 
 }  // namespace
-}  // namespace teravolant::testing
+}  // namespace teravolant::fixtures

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
 #include "platform/url.h"
-#include "tests/log_reader.h"
-#include "tests/temporary_folder.h"
+#include "testing/log_reader.h"
+#include "testing/temporary_folder.h"
 #include "updater/client_updater.h"
 
 namespace teravolant {
@@ -34,7 +34,7 @@ class BundleMatching : public ::testing::Test {
     /// What the search found, relative to the folder, or the description of its error; and the log
     /// lines behind the first, which is always the same.
     std::string search() {
-        const testing::LogReader log;
+        const fixtures::LogReader log;
         const ClientUpdater updater{platform::URLRequest()};
         const auto signal =
             updater.updateBundleMatchingCurrentApplicationInDirectory(folder.path());
@@ -63,7 +63,7 @@ class BundleMatching : public ::testing::Test {
                platform::fileUrl(folder.path());
     }
 
-    const testing::TemporaryFolder folder;
+    const fixtures::TemporaryFolder folder;
     Lines lines;
 };
 
@@ -94,7 +94,7 @@ TEST_F(BundleMatching, LeavesOutHiddenItemsPackageContentsAndLinksInSilence) {
     addBundle(".folder/a.app", kIdentity);
     addBundle("outer.app/Contents/Resources/inner.app", kIdentity);
     addBundle("outer.app", "other");
-    const testing::TemporaryFolder outside;
+    const fixtures::TemporaryFolder outside;
     fs::create_directory(outside.path() / "a.app");
     fs::create_directory_symlink(folder.path() / ".hidden.app", folder.path() / "linked.app");
     fs::create_directory_symlink(folder.path(), folder.path() / "loop");

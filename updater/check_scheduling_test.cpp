@@ -5,8 +5,8 @@
 
 #include "platform/application.h"
 #include "support/logger.h"
-#include "tests/log_reader.h"
-#include "tests/manual_clock.h"
+#include "testing/log_reader.h"
+#include "testing/manual_clock.h"
 #include "updater/client_updater.h"
 
 namespace teravolant {
@@ -16,7 +16,7 @@ using namespace std::chrono_literals;
 using platform::Application;
 using platform::Error;
 using platform::UpdaterState;
-using testing::ManualClock;
+using fixtures::ManualClock;
 using Lines = std::vector<std::string>;
 
 /// An updater whose cycle goes on until the test ends it.
@@ -71,7 +71,7 @@ class ScriptDelegate : public platform::ApplicationDelegate {
 /// The log of a process of its own, which the script's schedules must bring to its end.
 Lines logOfProcess(const std::function<void()>& script) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const testing::LogReader log;
+    const fixtures::LogReader log;
     EXPECT_EXIT(
         {
             Application& application = Application::sharedApplication();
@@ -160,7 +160,7 @@ TEST(UpdateCycle, LeavesTheUpdaterIdleUnlessItFoundAnUpdateAndTellsItsErrorBefor
 }
 
 TEST(CheckScheduling, EndsWithItsUpdater) {
-    const testing::LogReader log;
+    const fixtures::LogReader log;
     Schedule schedule;
     schedule.updater.reset();
     schedule.clock->awaitWaiting(0);

@@ -2,7 +2,7 @@
 #include <pthread.h>
 
 #include "platform/preferences.h"
-#include "tests/log_reader.h"
+#include "testing/log_reader.h"
 #include "updater/client_updater.h"
 #include "updater/teravolant_app_delegate.h"
 
@@ -75,7 +75,7 @@ TEST_F(FeedRequest, GoesToTheOverrideElseToTheFeedOfTheVersionsChannel) {
     };
     for (const RequestCase& test : cases) {
         setOverride(test.override);
-        const testing::LogReader log;
+        const fixtures::LogReader log;
         TeravolantAppDelegate delegate;
         delegate.updateToLatestVersion(test.version);
         EXPECT_EQ(log.entries(),
@@ -94,7 +94,7 @@ class WitnessDelegate : public platform::ApplicationDelegate {
 
 TEST_F(FeedRequest, CheckThatCanNotBeStartedEndsTheApplication) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const testing::LogReader log;
+    const fixtures::LogReader log;
     EXPECT_EXIT(
         {
             // No thread can be started any more: there is no room for such a stack.

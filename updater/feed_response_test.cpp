@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/json.h"
-#include "tests/log_reader.h"
+#include "testing/log_reader.h"
 #include "updater/client_updater.h"
 
 namespace teravolant {
@@ -165,7 +165,7 @@ TEST(FeedResponse, OfferWhoseVersionIsNotNewerIsRefusedForThatAlone) {
 }
 
 TEST(FeedResponse, IsReadAnewByEachSubscriptionAndLoggedByTheCallAlone) {
-    const testing::LogReader log;
+    const fixtures::LogReader log;
     std::optional<platform::RACSignal<platform::SQRLUpdate>> signal;
     {
         const ClientUpdater updater(platform::URLRequest{platform::URL(kFeed)});

@@ -2,7 +2,7 @@
 
 #include <regex>
 
-#include "tests/log_reader.h"
+#include "testing/log_reader.h"
 #include "updater/client_updater.h"
 
 namespace teravolant {
@@ -120,7 +120,7 @@ TEST(VersionNumbers, OnlyAStrictlyNewerOfferIsTaken) {
 }
 
 TEST(VersionNumbers, OnlyANewerOfferIsLoggedWithBothVersions) {
-    const testing::LogReader log;
+    const fixtures::LogReader log;
     Slot error;
     EXPECT_TRUE(ClientUpdater::checkUpdaterVersionNewer("version=01.2.3-b4", "1.2.4.0", error));
     EXPECT_FALSE(ClientUpdater::checkUpdaterVersionNewer("1.2.4.0", "1.2.4.0", error));

@@ -21,7 +21,7 @@ class LoginEntry : public ::testing::Test {
         return readLaunchAgent(_file);
     }
 
-    testing::TemporaryFolder _folder;
+    fixtures::TemporaryFolder _folder;
     std::filesystem::path _file = _folder.path() / "with\\back\nslash.plist";
 };
 

@@ -1,0 +1,288 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+#include <vector>
+
+#include <archive.h>
+#include <archive_entry.h>
+
+#include "platform/archive_rules.h"
+#include "platform/archives.h"
+#include "platform/text.h"
+#include "platform/unique_fd.h"
+
+namespace teravolant::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Of every entry: 1 January 2000. What is packed is told by its contents, not by its age.
+constexpr time_t kModificationTime = 946684800;
+constexpr mode_t kPermissions = 0777;
+constexpr mode_t kArchiveMode = 0644;
+constexpr std::size_t kReadSize = std::size_t{1} << 18U;
+
+/// Zstandard unpacks more than twice as fast as gzip or a zip's deflate, whatever the level it was
+/// packed with; at this level it also packs tighter than both in about the time that gzip takes.
+constexpr const char* kCompressionLevel = "12";
+
+struct FreeHandle {
+    void operator()(archive* writer) const { archive_write_free(writer); }
+    void operator()(archive_entry* entry) const { archive_entry_free(entry); }
+};
+using Writer = std::unique_ptr<archive, FreeHandle>;
+using Entry = std::unique_ptr<archive_entry, FreeHandle>;
+
+/// A file that is removed unless it was moved to its place.
+class TemporaryFile {
+  public:
+    explicit TemporaryFile(fs::path path)
+        : _path(std::move(path)),
+          _file(open(_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600)) {}
+    ~TemporaryFile() {
+        if (_file) {
+            unlink(_path.c_str());
+        }
+    }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+    [[nodiscard]] int descriptor() const { return _file.get(); }
+
+    /// Flushes the file, moves it, and flushes the folder; answers `errno` or 0.
+    int moveDurablyTo(const fs::path& target) {
+        if (fchmod(_file.get(), kArchiveMode) != 0 || fsync(_file.get()) != 0 ||
+            rename(_path.c_str(), target.c_str()) != 0) {
+            return errno;
+        }
+        _file.reset();
+        const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
+        const UniqueFd opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        return opened && fsync(opened.get()) == 0 ? 0 : errno;
+    }
+
+  private:
+    fs::path _path;
+    UniqueFd _file;
+};
+
+struct Item {
+    std::string name;  ///< In the archive.
+    fs::path path;
+    mode_t mode = 0;
+    std::uint64_t size = 0;  ///< Of a file.
+    std::string linkTarget;
+};
+
+Error readFailure(const fs::path& path, int errorNumber) {
+    return errorFromErrno(errorNumber, FileAccess::Read,
+                          "“" + path.string() + "” could not be packed");
+}
+
+Error refusal(const fs::path& path, std::string_view reason) {
+    return archiveError(NSFileReadUnknownError,
+                        "“" + path.string() + "” " + std::string(reason) + ": it can't be packed.");
+}
+
+/// `depth` is how many folders below the packed one lie above the item: links stay inside that one.
+Result<Item> describe(const fs::path& path, std::string name, std::size_t depth) {
+    Item item{.name = std::move(name), .path = path, .mode = 0, .size = 0, .linkTarget = {}};
+    struct stat status {};
+    if (lstat(path.c_str(), &status) != 0) {
+        return readFailure(path, errno);
+    }
+    item.mode = status.st_mode;
+    if (!isValidUtf8(item.name)) {
+        return refusal(path, "has a name that is not UTF-8");
+    }
+    const auto components = componentsOfEntry(item.name, {});
+    if (!components) {
+        return refusal(path, components.error().localizedDescription);
+    }
+    if (S_ISLNK(status.st_mode)) {
+        std::error_code unreadable;
+        item.linkTarget = fs::read_symlink(path, unreadable).string();
+        const auto reason = refusalOfLink(item.linkTarget, depth, {});
+        return reason ? Result<Item>(refusal(path, *reason)) : Result<Item>(std::move(item));
+    }
+    if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
+        return refusal(path, "is neither a file nor a folder nor a link");
+    }
+    if (const auto reason = refusalOfMode(status.st_mode & ~static_cast<mode_t>(S_IFMT))) {
+        return refusal(path, *reason);
+    }
+    item.size = S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0;
+    return item;
+}
+
+/// The folder and all that it holds, sorted by name, each folder before what is in it.
+Result<std::vector<Item>> itemsOf(const fs::path& folder, const std::string& topName) {
+    std::vector<Item> items;
+    auto top = describe(folder, topName, 0);
+    if (!top) {
+        return std::move(top).error();
+    }
+    if (!S_ISDIR(top.value().mode)) {
+        return refusal(folder, "is not a folder");
+    }
+    items.push_back(std::move(top).value());
+    std::error_code failure;
+    for (fs::recursive_directory_iterator walk(folder, failure), end; !failure && walk != end;
+         walk.increment(failure)) {
+        const std::string name = topName + "/" + walk->path().lexically_relative(folder).string();
+        auto item = describe(walk->path(), name, static_cast<std::size_t>(walk.depth()));
+        if (!item) {
+            return std::move(item).error();
+        }
+        items.push_back(std::move(item).value());
+    }
+    if (failure) {
+        return readFailure(folder, failure.value());
+    }
+    std::ranges::sort(items, {}, &Item::name);
+    return items;
+}
+
+/// One run that writes one archive.
+class Packer {
+  public:
+    Packer(fs::path target, std::uint64_t all, const PackProgress& progress, std::stop_token stop)
+        : _target(std::move(target)), _all(all), _progress(progress), _stop(std::move(stop)) {}
+
+    std::optional<Error> writeTo(int file, const std::vector<Item>& items);
+
+  private:
+    std::optional<Error> writeItem(const Item& item);
+    std::optional<Error> writeContents(const Item& item);
+    void report() const {
+        if (_progress) {
+            _progress(_done, _all);
+        }
+    }
+
+    /// Of the library's step that failed last.
+    [[nodiscard]] Error failure() const {
+        const int number = archive_errno(_writer.get());
+        return errorFromErrno(number > 0 ? number : EIO, FileAccess::Write,
+                              "The archive “" + _target.string() + "” could not be written");
+    }
+
+    fs::path _target;
+    std::uint64_t _all;
+    const PackProgress& _progress;
+    std::stop_token _stop;
+    Writer _writer{archive_write_new()};
+    std::uint64_t _done = 0;
+    std::vector<char> _chunk = std::vector<char>(kReadSize);
+};
+
+std::optional<Error> Packer::writeTo(int file, const std::vector<Item>& items) {
+    archive* writer = _writer.get();
+    if (archive_write_set_format_pax_restricted(writer) != ARCHIVE_OK ||
+        archive_write_add_filter_zstd(writer) != ARCHIVE_OK ||
+        archive_write_set_filter_option(writer, "zstd", "compression-level", kCompressionLevel) !=
+            ARCHIVE_OK ||
+        archive_write_open_fd(writer, file) != ARCHIVE_OK) {
+        return failure();
+    }
+    report();
+    for (const Item& item : items) {
+        if (auto error = writeItem(item)) {
+            return error;
+        }
+    }
+    if (archive_write_close(writer) != ARCHIVE_OK) {
+        return failure();
+    }
+    return std::nullopt;
+}
+
+std::optional<Error> Packer::writeItem(const Item& item) {
+    const Entry entry(archive_entry_new());
+    archive_entry_set_pathname(entry.get(), item.name.c_str());
+    archive_entry_set_filetype(entry.get(), item.mode & static_cast<mode_t>(S_IFMT));
+    archive_entry_set_perm(entry.get(), item.mode & kPermissions);
+    archive_entry_set_size(entry.get(), static_cast<la_int64_t>(item.size));
+    archive_entry_set_mtime(entry.get(), kModificationTime, 0);
+    if (S_ISLNK(item.mode)) {
+        archive_entry_set_symlink(entry.get(), item.linkTarget.c_str());
+    }
+    if (archive_write_header(_writer.get(), entry.get()) != ARCHIVE_OK) {
+        return failure();
+    }
+    return S_ISREG(item.mode) ? writeContents(item) : std::nullopt;
+}
+
+std::optional<Error> Packer::writeContents(const Item& item) {
+    const UniqueFd file(open(item.path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY));
+    if (!file) {
+        return readFailure(item.path, errno);
+    }
+    std::uint64_t packed = 0;
+    while (true) {
+        if (_stop.stop_requested()) {
+            return archiveError(NSUserCancelledError, "Packing the archive was cancelled.");
+        }
+        const ssize_t count = read(file.get(), _chunk.data(), _chunk.size());
+        if (count < 0 && errno != EINTR) {
+            return readFailure(item.path, errno);
+        }
+        if (count == 0) {
+            break;
+        }
+        const auto size = static_cast<std::size_t>(std::max<ssize_t>(count, 0));
+        packed += size;
+        if (packed > item.size) {
+            break;
+        }
+        if (size > 0 && archive_write_data(_writer.get(), _chunk.data(), size) != count) {
+            return failure();
+        }
+        _done += size;
+        report();
+    }
+    if (packed != item.size) {
+        return refusal(item.path, "changed while it was read");
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<Error> packFolder(const fs::path& folder, const fs::path& archive,
+                                const PackProgress& progress, const std::stop_token& stop) {
+    const Utf8Names utf8;
+    std::error_code unresolved;
+    const fs::path source = fs::canonical(folder, unresolved);
+    if (unresolved) {
+        return readFailure(folder, unresolved.value());
+    }
+    const auto items = itemsOf(source, source.filename().string());
+    if (!items) {
+        return items.error();
+    }
+    std::uint64_t all = 0;
+    for (const Item& item : items.value()) {
+        all += item.size;
+    }
+    TemporaryFile temporary(archive.string() + ".new");
+    if (temporary.descriptor() < 0) {
+        return errorFromErrno(errno, FileAccess::Write,
+                              "The archive “" + archive.string() + "” could not be written");
+    }
+    if (auto error =
+            Packer(archive, all, progress, stop).writeTo(temporary.descriptor(), items.value())) {
+        return error;
+    }
+    if (const int failure = temporary.moveDurablyTo(archive)) {
+        return errorFromErrno(failure, FileAccess::Write,
+                              "The archive “" + archive.string() + "” could not be written");
+    }
+    return std::nullopt;
+}
+
+}  // namespace teravolant::platform

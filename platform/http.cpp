@@ -1,0 +1,114 @@
+#include "platform/http.h"
+
+#include <memory>
+#include <utility>
+
+#include <curl/curl.h>
+
+#include "platform/http_address.h"
+#include "platform/http_exchange.h"
+#include "platform/http_failures.h"
+#include "platform/text.h"
+
+namespace teravolant::platform {
+namespace {
+
+struct FreeMulti {
+    void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
+};
+using MultiHandle = std::unique_ptr<CURLM, FreeMulti>;
+
+bool carriesCredentials(const HttpHeader& header) {
+    return equalIgnoringCase(header.name, "Authorization") ||
+           equalIgnoringCase(header.name, "Cookie");
+}
+
+bool describesTheBody(const HttpHeader& header) {
+    return equalIgnoringCase(header.name.substr(0, 8), "Content-");
+}
+
+/// Changes the request into the one that a redirect asks for (RFC 9110, section 15.4).
+void followRedirect(HttpRequest& request, int status, bool sameOrigin) {
+    if (status != 307 && status != 308 && request.method == HttpMethod::Post) {
+        request.method = HttpMethod::Get;
+        request.body.clear();
+        std::erase_if(request.headers, describesTheBody);
+    }
+    if (!sameOrigin) {
+        std::erase_if(request.headers, carriesCredentials);
+    }
+}
+
+/// Once for the process, on whichever thread comes first.
+bool startLibrary() {
+    static const bool started = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
+    return started;
+}
+
+Result<HttpResponse> perform(HttpRequest request, const HttpBodyReceiver& receiver,
+                             WantedBodies wanted, const HttpOptions& options,
+                             const std::stop_token& stop) {
+    const MultiHandle multi(startLibrary() ? curl_multi_init() : nullptr);
+    if (!multi) {
+        return httpError(NSURLErrorUnknown, "This machine's network library can't be used.");
+    }
+    auto address = HttpAddress::parse(request.url);
+    if (!address) {
+        return std::move(address).error();
+    }
+    const std::stop_callback wakeUp(stop, [&multi] { curl_multi_wakeup(multi.get()); });
+    HttpAddress current = std::move(address).value();
+    for (int redirects = 0; redirects <= options.maximumRedirects; ++redirects) {
+        auto exchanged =
+            exchangeOverHttp(multi.get(), current, request, options, receiver, wanted, stop);
+        if (!exchanged) {
+            return std::move(exchanged).error();
+        }
+        HttpExchange exchange = std::move(exchanged).value();
+        if (!exchange.redirect) {
+            return std::move(exchange.response);
+        }
+        auto next = current.redirectedTo(*exchange.redirect);
+        if (!next) {
+            return std::move(next).error();
+        }
+        followRedirect(request, exchange.response.status, next.value().hasSameOriginAs(current));
+        current = std::move(next).value();
+    }
+    return httpError(NSURLErrorHTTPTooManyRedirects,
+                     "“" + current.displayedHost() + "” was reached over more than " +
+                         std::to_string(options.maximumRedirects) +
+                         " redirects, which seem to lead in a circle.");
+}
+
+}  // namespace
+
+Result<HttpResponse> sendHttpRequest(const HttpRequest& request, const HttpOptions& options,
+                                     const std::stop_token& stop) {
+    std::string body;
+    const HttpBodyReceiver collector{.begin = {}, .receive = [&body](std::string_view bytes) {
+                                         body += bytes;
+                                         return std::optional<Error>();
+                                     }};
+    auto result = perform(request, collector, WantedBodies::All, options, stop);
+    if (!result) {
+        return result;
+    }
+    HttpResponse response = std::move(result).value();
+    response.body = std::move(body);
+    return response;
+}
+
+Result<HttpResponse> streamHttpBody(const HttpRequest& request, const HttpBodyReceiver& receiver,
+                                    const HttpOptions& options, const std::stop_token& stop) {
+    return perform(request, receiver, WantedBodies::Contents, options, stop);
+}
+
+std::string resumptionValidator(const HttpResponse& response) {
+    if (response.entityTag && response.entityTag->starts_with('"')) {
+        return *response.entityTag;
+    }
+    return response.lastModified.value_or("");
+}
+
+}  // namespace teravolant::platform
