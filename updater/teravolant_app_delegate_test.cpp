@@ -29,7 +29,10 @@ TEST(AppDelegate, TakesOnlyAWholeLoginMarkForALoginItem) {
 
 class UpdaterInState : public ClientUpdater {
   public:
-    explicit UpdaterInState(platform::UpdaterState state) { setState(state); }
+    explicit UpdaterInState(platform::UpdaterState state)
+        : ClientUpdater(platform::URLRequest{}) {
+        setState(state);
+    }
 };
 
 TEST(AppDelegate, SendsTheClientTheRestartCommandOnlyWhenAnUpdateWaits) {

@@ -14,23 +14,10 @@
 #include "platform/error.h"
 #include "platform/signal.h"
 #include "platform/update_framework/sqrl_update.h"
+#include "platform/update_framework/updater_error.h"
 #include "platform/url.h"
 
 namespace teravolant::platform {
-
-inline constexpr const char* SQRLUpdaterErrorDomain = "SQRLUpdaterErrorDomain";
-
-enum SQRLUpdaterErrorCode : std::int64_t {
-    SQRLUpdaterErrorMissingUpdateBundle = 1,
-    SQRLUpdaterErrorInvalidServerBody = 2,
-    SQRLUpdaterErrorInvalidJSON = 3,
-    SQRLUpdaterErrorCheckNotPossible = 4,
-};
-
-/// Keys of the user information: the raw body that a server sent (a text), and the JSON value in
-/// it.
-inline constexpr const char* SQRLUpdaterServerDataErrorKey = "SQRLUpdaterServerDataErrorKey";
-inline constexpr const char* SQRLUpdaterJSONObjectErrorKey = "SQRLUpdaterJSONObjectErrorKey";
 
 /// Where an updater's cycle stands. The numbers are what the log shows.
 enum class UpdaterState : unsigned {
