@@ -106,6 +106,11 @@ void Application::dispatchAsyncOnMainQueue(std::function<void()> work) {
     wakeUp();
 }
 
+void Application::atTermination(std::function<void()> work) {
+    const std::lock_guard lock(_queueMutex);
+    _atTermination.push_back(std::move(work));
+}
+
 void Application::run() {
     // Whoever asked for the end before the launch does not want to see the client come up.
     if (!terminationRequested && _delegate) {
@@ -113,7 +118,7 @@ void Application::run() {
     }
     while (!terminationRequested) {
         waitForWork();
-        for (const auto& work : takeQueue()) {
+        for (const auto& work : take(_queue)) {
             work();
         }
     }
@@ -121,6 +126,9 @@ void Application::run() {
 }
 
 void Application::terminate() {
+    for (const auto& work : take(_atTermination)) {
+        work();
+    }
     if (_delegate) {
         _delegate->applicationWillTerminate();
     }
@@ -133,9 +141,9 @@ void Application::waitForWork() {
     [[maybe_unused]] const ssize_t size = read(_wakeUp.get(), &count, sizeof count);
 }
 
-std::vector<std::function<void()>> Application::takeQueue() {
+Application::Works Application::take(Works& works) {
     const std::lock_guard lock(_queueMutex);
-    return std::exchange(_queue, {});
+    return std::exchange(works, {});
 }
 
 int applicationMain(int /*argc*/, const char* const* /*argv*/) {

@@ -73,11 +73,15 @@ class Application {
     /// Has the work done on the main thread, by the loop, in the order of the calls. Any thread.
     void dispatchAsyncOnMainQueue(std::function<void()> work);
 
+    /// Has the work done when a termination begins, before the delegate is told, on the main thread
+    /// and in the order of the calls. Any thread.
+    void atTermination(std::function<void()> work);
+
     /// Tells the delegate that the launch has finished and then carries out what comes to the main
     /// queue, until a termination ends the process. Main thread only.
     [[noreturn]] void run();
 
-    /// Runs the delegate's `applicationWillTerminate` and ends the process with status 0, without
+    /// Does what is due at termination, runs the delegate's `applicationWillTerminate` and ends the process with status 0, without
     /// running destructors or exit handlers: other threads may still be at work. Main thread only.
     [[noreturn]] void terminate();
 
@@ -85,14 +89,16 @@ class Application {
     Application();
 
     void waitForWork();
-    std::vector<std::function<void()>> takeQueue();
+    using Works = std::vector<std::function<void()>>;
+    Works take(Works& works);
 
     std::unique_ptr<ApplicationDelegate> _delegate;
     LaunchNotification _notification;
     AppleEvent _event;
     UniqueFd _wakeUp;
     std::mutex _queueMutex;
-    std::vector<std::function<void()>> _queue;
+    Works _queue;
+    Works _atTermination;
 };
 
 /// Runs the shared application object's loop. Does not return; the process ends inside.

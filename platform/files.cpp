@@ -137,6 +137,8 @@ fs::path applicationSupportDirectory() { return baseDirectory("XDG_DATA_HOME", "
 
 fs::path configurationDirectory() { return baseDirectory("XDG_CONFIG_HOME", ".config"); }
 
+fs::path cachesDirectory() { return baseDirectory("XDG_CACHE_HOME", ".cache"); }
+
 fs::path machineLogDirectory() { return "/var/log"; }
 
 Result<FileAttributes> attributesOfItem(const fs::path& path) {

@@ -24,6 +24,9 @@ namespace teravolant::platform {
 /// `$XDG_CONFIG_HOME`, else ~/.config.
 [[nodiscard]] std::filesystem::path configurationDirectory();
 
+/// `$XDG_CACHE_HOME`, else ~/.cache.
+[[nodiscard]] std::filesystem::path cachesDirectory();
+
 /// Where the machine's own services log: /var/log.
 [[nodiscard]] std::filesystem::path machineLogDirectory();
 

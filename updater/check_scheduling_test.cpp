@@ -19,6 +19,8 @@ using platform::UpdaterState;
 using fixtures::ManualClock;
 using Lines = std::vector<std::string>;
 
+using Outcome = platform::Result<std::optional<platform::StagedUpdate>>;
+
 /// An updater whose cycle goes on until the test ends it.
 class FakeUpdater : public ClientUpdater {
   public:
@@ -26,13 +28,15 @@ class FakeUpdater : public ClientUpdater {
 
     using ClientUpdater::setState;
 
-    void endCycle(std::optional<Error> error) { _outcome.set_value(std::move(error)); }
+    void endCycle(Outcome outcome) { _outcome.set_value(std::move(outcome)); }
 
   protected:
-    std::optional<Error> runCycle() override { return _outcome.get_future().get(); }
+    Outcome runCycle(const platform::UpdateCycle& /*cycle*/) override {
+        return _outcome.get_future().get();
+    }
 
   private:
-    std::promise<std::optional<Error>> _outcome;
+    std::promise<Outcome> _outcome;
 };
 
 /// A started schedule, whose handle is dropped, with a clock of its own.
@@ -132,31 +136,43 @@ TEST(CheckScheduling, SecondUpdaterStartsNoSecondCheckInAProcess) {
 }
 
 struct EndCase {
-    UpdaterState last;
-    std::optional<Error> error;
+    Outcome outcome;
     UpdaterState expected;
 };
 
 TEST(UpdateCycle, LeavesTheUpdaterIdleUnlessItFoundAnUpdateAndTellsItsErrorBefore) {
-    const Error failure{.domain = "Test", .code = 7, .localizedDescription = "It failed"};
     for (const EndCase& test :
-         {EndCase{UpdaterState::downloading, {}, UpdaterState::idle},
-          {UpdaterState::awaitingRelaunch, {}, UpdaterState::awaitingRelaunch},
-          {UpdaterState::awaitingRelaunch, failure, UpdaterState::idle}}) {
+         {EndCase{Error{.domain = "Test", .code = 7, .localizedDescription = "It failed"},
+                  UpdaterState::idle},
+          {std::optional<platform::StagedUpdate>(), UpdaterState::idle},
+          {std::optional(platform::StagedUpdate()), UpdaterState::awaitingRelaunch}}) {
         const auto updater = std::make_shared<FakeUpdater>();
         auto toldIn = UpdaterState::idle;
         updater->checkForUpdates([&](const Error& /*error*/) { toldIn = updater->state(); });
-        updater->setState(test.last);
         std::int64_t refusal = 0;
         updater->checkForUpdates([&refusal](const Error& error) { refusal = error.code; });
         EXPECT_EQ(refusal, platform::SQRLUpdaterErrorCheckNotPossible);
-        updater->endCycle(test.error);
-        while (updater.use_count() > 1) {
+        updater->endCycle(test.outcome);
+        while (updater->state() == UpdaterState::checking) {
             std::this_thread::yield();
         }
         EXPECT_EQ(updater->state(), test.expected);
-        EXPECT_EQ(toldIn, test.error ? test.last : UpdaterState::idle);
+        EXPECT_EQ(toldIn, test.outcome ? UpdaterState::idle : UpdaterState::checking);
     }
+}
+
+TEST(UpdateCycle, IsRefusedWhileAnotherOneOfTheSameBundleRuns) {
+    const auto first = std::make_shared<FakeUpdater>();
+    const auto second = std::make_shared<FakeUpdater>();
+    first->checkForUpdates([](const Error& /*error*/) {});
+    std::promise<std::string> told;
+    first->endCycle(std::optional(platform::StagedUpdate()));
+    while (first->state() == UpdaterState::checking) {
+        std::this_thread::yield();
+    }
+    second->checkForUpdates(
+        [&told](const Error& error) { told.set_value(error.localizedDescription); });
+    EXPECT_EQ(told.get_future().get(), "Another start of this program is updating it already.");
 }
 
 TEST(CheckScheduling, EndsWithItsUpdater) {

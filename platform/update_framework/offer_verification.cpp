@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cctype>
 
-#include "platform/bundle.h"
 #include "platform/signatures.h"
 #include "platform/update_framework/updater_error.h"
 
@@ -63,19 +62,6 @@ std::optional<Error> verifyOffer(const SQRLUpdate& offer, std::string_view bundl
                        "identifier, version, size and sha256.");
     }
     return std::nullopt;
-}
-
-std::vector<std::string> updatePublicKeys(const Bundle& bundle) {
-    std::vector<std::string> keys;
-    const PropertyListValue* value = bundle.objectForInfoDictionaryKey("TVUpdatePublicKeys");
-    if (value != nullptr && value->array() != nullptr) {
-        for (const PropertyListValue& key : *value->array()) {
-            if (key.text() != nullptr) {
-                keys.push_back(*key.text());
-            }
-        }
-    }
-    return keys;
 }
 
 }  // namespace teravolant::platform

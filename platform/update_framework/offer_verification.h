@@ -25,8 +25,4 @@ namespace teravolant::platform {
                                                std::string_view bundleIdentifier,
                                                const std::vector<std::string>& publicKeys);
 
-/// The keys that a bundle accepts, from its "TVUpdatePublicKeys".
-class Bundle;
-[[nodiscard]] std::vector<std::string> updatePublicKeys(const Bundle& bundle);
-
 }  // namespace teravolant::platform

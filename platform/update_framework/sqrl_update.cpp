@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 
+#include "platform/bundle.h"
 #include "platform/url.h"
 
 namespace teravolant::platform {
@@ -115,6 +116,19 @@ Result<SQRLUpdate> MTLJSONAdapter::modelOfClass<SQRLUpdate>(const JsonValue::Obj
         return *reader.error();
     }
     return update;
+}
+
+std::vector<std::string> updatePublicKeys(const Bundle& bundle) {
+    std::vector<std::string> keys;
+    const PropertyListValue* value = bundle.objectForInfoDictionaryKey("TVUpdatePublicKeys");
+    if (value != nullptr && value->array() != nullptr) {
+        for (const PropertyListValue& key : *value->array()) {
+            if (key.text() != nullptr) {
+                keys.push_back(*key.text());
+            }
+        }
+    }
+    return keys;
 }
 
 }  // namespace teravolant::platform

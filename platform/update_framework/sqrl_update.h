@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/update_framework/mtl_json_adapter.h"
 
@@ -21,5 +22,10 @@ struct SQRLUpdate {
 /// `url` and `version` must be there.
 template <>
 Result<SQRLUpdate> MTLJSONAdapter::modelOfClass<SQRLUpdate>(const JsonValue::Object& dictionary);
+
+class Bundle;
+
+/// The public keys that a bundle accepts offers from, its "TVUpdatePublicKeys".
+[[nodiscard]] std::vector<std::string> updatePublicKeys(const Bundle& bundle);
 
 }  // namespace teravolant::platform

@@ -12,8 +12,10 @@
 
 #include "platform/bundle.h"
 #include "platform/error.h"
+#include "platform/files.h"
 #include "platform/signal.h"
 #include "platform/update_framework/sqrl_update.h"
+#include "platform/update_framework/update_cycle.h"
 #include "platform/update_framework/updater_error.h"
 #include "platform/url.h"
 
@@ -54,6 +56,9 @@ class SQRLUpdater : public std::enable_shared_from_this<SQRLUpdater> {
     /// Starts one update cycle on a thread of its own and returns at once; the state is no longer
     /// idle then. `failed` is called with the error of a cycle that fails, on that thread and
     /// before the state is idle again; at once when no cycle can be started or one is under way.
+    ///
+    /// An update that was found is installed when the application terminates, before its delegate
+    /// is told. Should that fail, `failed` is called then and the state becomes idle.
     void checkForUpdates(const std::function<void(const Error&)>& failed);
 
     /// Reads the body of the feed's answer: sends the update that it offers.
@@ -66,15 +71,19 @@ class SQRLUpdater : public std::enable_shared_from_this<SQRLUpdater> {
   protected:
     void setState(UpdaterState state) { _state = state; }
 
-    /// The cycle, begun in state `checking`. Answers its error, or nothing after it has either
-    /// found no update or set `awaitingRelaunch`; every other state it leaves becomes idle.
-    [[nodiscard]] virtual std::optional<Error> runCycle();
+    /// Runs the cycle, begun in state `checking`: in the bundle's update module.
+    [[nodiscard]] virtual Result<std::optional<StagedUpdate>> runCycle(const UpdateCycle& cycle);
 
   private:
-    void finishCycle(const std::optional<Error>& error,
-                     const std::function<void(const Error&)>& failed);
+    using Failed = std::function<void(const Error&)>;
+
+    void checkAndStage(const Failed& failed);
+    Result<std::optional<StagedUpdate>> runLocked();
+    [[nodiscard]] UpdateCycle makeCycle();
+    void installAtTermination(const StagedUpdate& update, const Failed& failed);
 
     URLRequest _updateRequest;
+    std::optional<FileLock> _cycleLock;  ///< Held while a cycle runs or its update waits.
     std::atomic<UpdaterState> _state = UpdaterState::idle;
     std::stop_source _willDealloc;
 };

@@ -1,0 +1,244 @@
+#include "platform/update_framework/archive_download.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <system_error>
+
+#include "platform/digest.h"
+#include "platform/files.h"
+#include "platform/property_list.h"
+#include "platform/text.h"
+#include "platform/unique_fd.h"
+#include "platform/update_framework/updater_error.h"
+
+namespace teravolant::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+fs::path archivePath(const fs::path& folder) { return folder / "archive.part"; }
+fs::path originPath(const fs::path& folder) { return folder / "archive.plist"; }
+
+Error refused(std::string reason) {
+    return updaterError(SQRLUpdaterErrorRefusedArchive,
+                        "The update's archive is refused: " + std::move(reason));
+}
+
+/// What the part in the cache is a part of.
+struct Origin {
+    std::string sha256;
+    std::string validator;  ///< With which the server can be asked for the rest; may be empty.
+};
+
+std::optional<Origin> readOrigin(const fs::path& folder) {
+    const auto contents = contentsOfFile(originPath(folder));
+    const auto parsed = contents ? parsePropertyList(contents.value())
+                                 : Result<PropertyListValue>(contents.error());
+    if (!parsed || parsed.value().dictionary() == nullptr) {
+        return std::nullopt;
+    }
+    const auto text = [&parsed](const char* key) {
+        const auto found = parsed.value().dictionary()->find(key);
+        const bool isText =
+            found != parsed.value().dictionary()->end() && found->second.text() != nullptr;
+        return isText ? *found->second.text() : std::string();
+    };
+    return Origin{.sha256 = text("sha256"), .validator = text("validator")};
+}
+
+std::optional<Error> writeOrigin(const fs::path& folder, const Origin& origin) {
+    return replaceFileDurably(originPath(folder),
+                              serialisePropertyList(PropertyListValue::Dictionary{
+                                  {"sha256", origin.sha256}, {"validator", origin.validator}}),
+                              0600);
+}
+
+/// One archive on its way into the cache.
+class Download {
+  public:
+    Download(const SQRLUpdate& offer, const fs::path& folder) : _offer(offer), _folder(folder) {}
+
+    Result<fs::path> run(const HttpOptions& options, const std::stop_token& stop) {
+        auto error = openPart();
+        if (!error && _have < *_offer.size) {
+            error = fetch(options, stop);
+        }
+        if (!error) {
+            error = compareDigest();
+        }
+        if (error) {
+            return *std::move(error);
+        }
+        return archivePath(_folder);
+    }
+
+  private:
+    /// Opens the part, takes the bytes that are there into the digest, and checks that there is
+    /// room for the rest.
+    std::optional<Error> openPart() {
+        const auto origin = readOrigin(_folder);
+        const bool usable = origin && equalIgnoringCase(origin->sha256, *_offer.sha256);
+        if (!usable) {
+            removeDownloads(_folder);
+        }
+        _validator = usable ? origin->validator : "";
+        _file = UniqueFd(open(archivePath(_folder).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+        if (!_file) {
+            return writeFailure();
+        }
+        if (auto error = readPart()) {
+            return error;
+        }
+        return checkSpace();
+    }
+
+    std::optional<Error> readPart() {
+        std::array<char, 65536> chunk{};
+        while (true) {
+            const ssize_t count = read(_file.get(), chunk.data(), chunk.size());
+            if (count < 0 && errno == EINTR) {
+                continue;
+            }
+            if (count < 0) {
+                return errorFromErrno(errno, FileAccess::Read, "The part of an archive in the "
+                                                               "cache could not be read");
+            }
+            if (count == 0) {
+                break;
+            }
+            _digest.update({chunk.data(), static_cast<std::size_t>(count)});
+            _have += static_cast<std::uint64_t>(count);
+        }
+        if (_have > *_offer.size || (_have < *_offer.size && _validator.empty())) {
+            return startAfresh();
+        }
+        return std::nullopt;
+    }
+
+    std::optional<Error> startAfresh() {
+        if (ftruncate(_file.get(), 0) != 0 || lseek(_file.get(), 0, SEEK_SET) != 0) {
+            return writeFailure();
+        }
+        _have = 0;
+        _digest = Digest(DigestAlgorithm::Sha256);
+        return std::nullopt;
+    }
+
+    std::optional<Error> checkSpace() {
+        std::error_code unknown;
+        const auto space = fs::space(_folder, unknown);
+        const std::uint64_t missing = *_offer.size - _have;
+        if (!unknown && space.available < missing) {
+            return errorFromErrno(
+                ENOSPC, FileAccess::Write,
+                "The update needs " + std::to_string(missing) + " more bytes in “" +
+                    _folder.string() + "”, where " + std::to_string(space.available) + " are free");
+        }
+        return std::nullopt;
+    }
+
+    std::optional<Error> fetch(const HttpOptions& options, const std::stop_token& stop) {
+        HttpRequest request{.url = _offer.updateURL};
+        if (_have > 0) {
+            request.resumption = HttpResumption{.offset = _have, .validator = _validator};
+        }
+        const HttpBodyReceiver receiver{
+            .begin = [this](const HttpResponse& response) { return begin(response); },
+            .receive = [this](std::string_view bytes) { return receive(bytes); }};
+        const auto response = streamHttpBody(request, receiver, options, stop);
+        if (!response) {
+            return response.error();
+        }
+        const int status = response.value().status;
+        if (status != 200 && status != 206) {
+            if (status == 416) {
+                removeDownloads(_folder);
+            }
+            return updaterError(SQRLUpdaterErrorInvalidServerResponse,
+                                "The server answered the request for the update's archive with "
+                                "status " +
+                                    std::to_string(status) + ".");
+        }
+        if (_have < *_offer.size) {
+            return refused("it ends after " + std::to_string(_have) + " of " +
+                           std::to_string(*_offer.size) + " bytes.");
+        }
+        return std::nullopt;
+    }
+
+    std::optional<Error> begin(const HttpResponse& response) {
+        if (response.bodyOffset != _have) {
+            if (auto error = startAfresh()) {
+                return error;
+            }
+        }
+        if (response.contentLength && _have + *response.contentLength > *_offer.size) {
+            return refused("the server has more than the " + std::to_string(*_offer.size) +
+                           " bytes that were offered.");
+        }
+        // Written before the first byte: whatever ends this program, the next start knows what the
+        // part belongs to.
+        return writeOrigin(_folder, Origin{.sha256 = *_offer.sha256,
+                                           .validator = resumptionValidator(response)});
+    }
+
+    std::optional<Error> receive(std::string_view bytes) {
+        if (bytes.size() > *_offer.size - _have) {
+            removeDownloads(_folder);
+            return refused("the server sends more than the " + std::to_string(*_offer.size) +
+                           " bytes that were offered.");
+        }
+        _digest.update(bytes);
+        _have += bytes.size();
+        while (!bytes.empty()) {
+            const ssize_t written = write(_file.get(), bytes.data(), bytes.size());
+            if (written < 0 && errno != EINTR) {
+                return writeFailure();
+            }
+            bytes.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
+        }
+        return std::nullopt;
+    }
+
+    std::optional<Error> compareDigest() {
+        auto digest = _digest.finish();
+        if (!digest) {
+            return digest.error();
+        }
+        if (!equalIgnoringCase(hexText(digest.value()), *_offer.sha256)) {
+            removeDownloads(_folder);
+            return refused("its SHA-256 is not the one that was offered.");
+        }
+        return std::nullopt;
+    }
+
+    [[nodiscard]] std::optional<Error> writeFailure() const {
+        return errorFromErrno(errno, FileAccess::Write,
+                              "“" + archivePath(_folder).string() + "” could not be written");
+    }
+
+    const SQRLUpdate& _offer;
+    const fs::path& _folder;
+    UniqueFd _file;
+    std::string _validator;
+    std::uint64_t _have = 0;  ///< Bytes in the file and in the digest.
+    Digest _digest{DigestAlgorithm::Sha256};
+};
+
+}  // namespace
+
+Result<fs::path> downloadArchive(const SQRLUpdate& offer, const fs::path& cacheFolder,
+                                 const HttpOptions& options, const std::stop_token& stop) {
+    return Download(offer, cacheFolder).run(options, stop);
+}
+
+void removeDownloads(const fs::path& cacheFolder) {
+    std::error_code notThere;
+    fs::remove(archivePath(cacheFolder), notThere);
+    fs::remove(originPath(cacheFolder), notThere);
+}
+
+}  // namespace teravolant::platform

@@ -1,0 +1,143 @@
+#include "platform/update_framework/staging.h"
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+#include "platform/files.h"
+#include "platform/property_list.h"
+#include "platform/unique_fd.h"
+#include "platform/update_framework/updater_error.h"
+
+namespace teravolant::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+fs::path recordPath(const fs::path& cacheFolder) { return cacheFolder / "staged.plist"; }
+
+/// Where the old bundle waits while the new one is moved in, on a file system that can't exchange.
+fs::path asidePath(const fs::path& target) { return stagingFolderFor(target) / ".previous.app"; }
+
+Error notInstalled(const StagedUpdate& update, int errorNumber) {
+    Error error = updaterError(SQRLUpdaterErrorInstallationFailed,
+                               "The update to version " + update.version +
+                                   " could not be put into the place of “" +
+                                   update.target.string() + "”");
+    const Error reason = errorFromErrno(errorNumber, FileAccess::Write, error.localizedDescription);
+    error.localizedDescription = reason.localizedDescription;
+    return error;
+}
+
+int renameOrErrno(const fs::path& from, const fs::path& to) {
+    return rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
+}
+
+int moveAsideAndIn(const StagedUpdate& update) {
+    const fs::path aside = asidePath(update.target);
+    if (const int failure = renameOrErrno(update.target, aside)) {
+        return failure;
+    }
+    const int failure = renameOrErrno(update.staged, update.target);
+    if (failure != 0) {
+        renameOrErrno(aside, update.target);
+    }
+    return failure;
+}
+
+int exchange(const StagedUpdate& update) {
+    if (renameat2(AT_FDCWD, update.staged.c_str(), AT_FDCWD, update.target.c_str(),
+                  RENAME_EXCHANGE) == 0) {
+        return 0;
+    }
+    const bool unsupported = errno == EINVAL || errno == ENOSYS || errno == ENOTSUP;
+    return unsupported ? moveAsideAndIn(update) : errno;
+}
+
+}  // namespace
+
+fs::path stagingFolderFor(const fs::path& target) {
+    return target.parent_path() /
+           ("." + target.filename().string() + ".update-" + std::to_string(geteuid()));
+}
+
+std::optional<StagedUpdate> readStagedUpdate(const fs::path& cacheFolder) {
+    const auto contents = contentsOfFile(recordPath(cacheFolder));
+    const auto parsed = contents ? parsePropertyList(contents.value())
+                                 : Result<PropertyListValue>(contents.error());
+    if (!parsed || parsed.value().dictionary() == nullptr) {
+        return std::nullopt;
+    }
+    const auto text = [&parsed](const char* key) {
+        const auto found = parsed.value().dictionary()->find(key);
+        const bool isText =
+            found != parsed.value().dictionary()->end() && found->second.text() != nullptr;
+        return isText ? *found->second.text() : std::string();
+    };
+    StagedUpdate update{.version = text("version"),
+                        .archiveSha256 = text("archiveSha256"),
+                        .treeDigest = text("treeDigest"),
+                        .staged = text("staged"),
+                        .target = text("target")};
+    // Nothing outside of the staging folder may ever be moved or removed for a record's sake.
+    const auto inside = update.staged.lexically_relative(stagingFolderFor(update.target));
+    if (!update.target.is_absolute() || inside.empty() || *inside.begin() == ".." ||
+        inside == ".") {
+        return std::nullopt;
+    }
+    return update;
+}
+
+std::optional<Error> writeStagedUpdate(const fs::path& cacheFolder, const StagedUpdate& update) {
+    const PropertyListValue::Dictionary record = {{"version", update.version},
+                                                  {"archiveSha256", update.archiveSha256},
+                                                  {"treeDigest", update.treeDigest},
+                                                  {"staged", update.staged.string()},
+                                                  {"target", update.target.string()}};
+    return replaceFileDurably(recordPath(cacheFolder), serialisePropertyList(record), 0600);
+}
+
+void discardStaging(const fs::path& cacheFolder, const fs::path& target) {
+    std::error_code notThere;
+    fs::remove(recordPath(cacheFolder), notThere);
+    // What can't be removed now is tried again by the next cycle, which finds it by its name.
+    (void)removeTree(stagingFolderFor(target));
+}
+
+std::optional<Error> removeTree(const fs::path& tree) {
+    std::error_code ignored;
+    if (!fs::exists(fs::symlink_status(tree, ignored))) {
+        return std::nullopt;
+    }
+    fs::permissions(tree, fs::perms::owner_all, fs::perm_options::add, ignored);
+    for (fs::recursive_directory_iterator walk(tree, ignored), end; !ignored && walk != end;
+         walk.increment(ignored)) {
+        std::error_code unknown;
+        if (walk->is_directory(unknown) && !walk->is_symlink(unknown)) {
+            fs::permissions(walk->path(), fs::perms::owner_all, fs::perm_options::add, unknown);
+        }
+    }
+    return removeItem(tree);
+}
+
+std::optional<Error> installStagedUpdate(const fs::path& cacheFolder, const StagedUpdate& update) {
+    if (const int failure = exchange(update)) {
+        return notInstalled(update, failure);
+    }
+    const UniqueFd parent(
+        open(update.target.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    fsync(parent.get());
+    discardStaging(cacheFolder, update.target);
+    return std::nullopt;
+}
+
+void repairInstallation(const StagedUpdate& update) {
+    if (!fileExists(update.target) && fileExists(asidePath(update.target))) {
+        (void)moveItem(asidePath(update.target), update.target);
+    }
+}
+
+}  // namespace teravolant::platform

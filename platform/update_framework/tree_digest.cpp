@@ -1,0 +1,111 @@
+#include "platform/update_framework/tree_digest.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <system_error>
+#include <vector>
+
+#include "platform/digest.h"
+#include "platform/unique_fd.h"
+
+namespace teravolant::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+class TreeDigest {
+  public:
+    std::optional<Error> addFolder(const fs::path& folder) {
+        std::vector<fs::path> items;
+        std::error_code failure;
+        for (fs::directory_iterator walk(folder, failure), end; !failure && walk != end;
+             walk.increment(failure)) {
+            items.push_back(walk->path());
+        }
+        if (failure) {
+            return unreadable(folder, failure.value());
+        }
+        std::sort(items.begin(), items.end());
+        addField("items " + std::to_string(items.size()));
+        for (const fs::path& item : items) {
+            if (auto error = addItem(item)) {
+                return error;
+            }
+        }
+        return std::nullopt;
+    }
+
+    Result<std::string> finish() {
+        auto digest = _digest.finish();
+        if (!digest) {
+            return digest.error();
+        }
+        return hexText(digest.value());
+    }
+
+  private:
+    std::optional<Error> addItem(const fs::path& path) {
+        struct stat status {};
+        if (lstat(path.c_str(), &status) != 0) {
+            return unreadable(path, errno);
+        }
+        addField(path.filename().string());
+        addField(std::to_string(status.st_mode));
+        if (S_ISDIR(status.st_mode)) {
+            return addFolder(path);
+        }
+        if (S_ISLNK(status.st_mode)) {
+            std::error_code failure;
+            addField(fs::read_symlink(path, failure).string());
+            return failure ? std::optional(unreadable(path, failure.value())) : std::nullopt;
+        }
+        addField(std::to_string(status.st_size));
+        return addContents(path);
+    }
+
+    std::optional<Error> addContents(const fs::path& path) {
+        const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+        while (file) {
+            const ssize_t count = read(file.get(), _chunk.data(), _chunk.size());
+            if (count == 0) {
+                return std::nullopt;
+            }
+            if (count > 0) {
+                _digest.update({_chunk.data(), static_cast<std::size_t>(count)});
+            } else if (errno != EINTR) {
+                break;
+            }
+        }
+        return unreadable(path, errno);
+    }
+
+    /// Length first, so that no two trees give the same bytes.
+    void addField(const std::string& text) {
+        _digest.update(std::to_string(text.size()) + ":" + text);
+    }
+
+    static Error unreadable(const fs::path& path, int errorNumber) {
+        return errorFromErrno(errorNumber, FileAccess::Read,
+                              "“" + path.string() + "” could not be read");
+    }
+
+    Digest _digest{DigestAlgorithm::Sha256};
+    std::array<char, 65536> _chunk{};
+};
+
+}  // namespace
+
+Result<std::string> digestOfTree(const fs::path& folder) {
+    TreeDigest digest;
+    if (auto error = digest.addFolder(folder)) {
+        return *std::move(error);
+    }
+    return digest.finish();
+}
+
+}  // namespace teravolant::platform

@@ -1,0 +1,209 @@
+#include "platform/update_framework/update_cycle.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+#include "platform/archives.h"
+#include "platform/files.h"
+#include "platform/text.h"
+#include "platform/unique_fd.h"
+#include "platform/update_framework/archive_download.h"
+#include "platform/update_framework/offer_verification.h"
+#include "platform/update_framework/tree_digest.h"
+#include "platform/update_framework/updater_error.h"
+
+namespace teravolant::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::uint64_t kLargestFeed = 1U << 20U;
+
+/// Removes what is left of updates that can't come to anything any more: one that was installed, and
+/// a tree without a record, which was never finished.
+void removeStaleStaging(const UpdateCycle& cycle) {
+    const auto record = readStagedUpdate(cycle.cacheFolder);
+    if (!record) {
+        discardStaging(cycle.cacheFolder, cycle.bundlePath);
+        return;
+    }
+    repairInstallation(*record);
+    if (record->version == cycle.bundleVersion || record->target != cycle.bundlePath) {
+        discardStaging(cycle.cacheFolder, record->target);
+    }
+}
+
+/// The feed's body; nothing when the server says that there is no update.
+Result<std::optional<std::string>> fetchFeed(const UpdateCycle& cycle) {
+    HttpOptions options = cycle.options;
+    options.maximumBodySize = kLargestFeed;
+    auto answer = sendHttpRequest({.url = cycle.feedURL}, options, cycle.stop);
+    if (!answer) {
+        return answer.error();
+    }
+    HttpResponse response = std::move(answer).value();
+    if (response.status == 204) {
+        return std::optional<std::string>();
+    }
+    if (response.status != 200 || response.body.empty()) {
+        return updaterError(SQRLUpdaterErrorInvalidServerResponse,
+                            "The update server answered with status " +
+                                std::to_string(response.status) +
+                                (response.body.empty() ? " and an empty body." : "."));
+    }
+    return std::optional(std::move(response.body));
+}
+
+/// The staged update when it is the offered one and whole.
+std::optional<StagedUpdate> alreadyStaged(const UpdateCycle& cycle, const SQRLUpdate& offer) {
+    auto record = readStagedUpdate(cycle.cacheFolder);
+    if (!record || record->version != offer.version ||
+        !equalIgnoringCase(record->archiveSha256, *offer.sha256)) {
+        return std::nullopt;
+    }
+    const auto digest = digestOfTree(record->staged);
+    if (!digest || digest.value() != record->treeDigest) {
+        return std::nullopt;
+    }
+    return record;
+}
+
+/// Makes the empty staging folder, before anything is downloaded that could not be installed.
+std::optional<Error> makeStagingFolder(const UpdateCycle& cycle) {
+    discardStaging(cycle.cacheFolder, cycle.bundlePath);
+    const fs::path folder = stagingFolderFor(cycle.bundlePath);
+    auto failure = createDirectory(folder);
+    if (failure || access(cycle.bundlePath.c_str(), W_OK) != 0) {
+        Error error = updaterError(SQRLUpdaterErrorStagingFailed,
+                                   "The bundle “" + cycle.bundlePath.string() +
+                                       "” can't be replaced by this user.");
+        if (failure) {
+            error.userInfo.emplace(NSUnderlyingErrorKey, std::make_shared<Error>(*failure));
+        }
+        return error;
+    }
+    return std::nullopt;
+}
+
+Error refusedBundle(const std::string& reason) {
+    return updaterError(SQRLUpdaterErrorRefusedBundle, "The update's bundle is refused: " + reason);
+}
+
+/// Nothing when the bundle is what the offer said. The offered version was found to be newer than
+/// the running one, so that one that equals it is newer as well.
+std::optional<Error> checkBundle(const Bundle& bundle, const SQRLUpdate& offer) {
+    const auto version = bundle.textForInfoDictionaryKey("CFBundleShortVersionString");
+    if (version != offer.version) {
+        return refusedBundle("its version is " + version.value_or(kMissingValueMark) +
+                             " where " + offer.version + " was offered.");
+    }
+    std::error_code missing;
+    const fs::path executable = fs::canonical(bundle.executablePath(), missing);
+    const auto inside = executable.lexically_relative(fs::canonical(bundle.bundlePath(), missing));
+    if (missing || inside.empty() || *inside.begin() == ".." ||
+        !fs::is_regular_file(executable, missing) || access(executable.c_str(), X_OK) != 0) {
+        return refusedBundle("its executable is not there or can't be run.");
+    }
+    return std::nullopt;
+}
+
+/// Has the file system write all that it holds back, the unpacked tree among it.
+std::optional<Error> flushFileSystemOf(const fs::path& folder) {
+    const UniqueFd descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!descriptor || syncfs(descriptor.get()) != 0) {
+        return errorFromErrno(errno, FileAccess::Write,
+                              "The update in “" + folder.string() + "” could not be flushed");
+    }
+    return std::nullopt;
+}
+
+/// Unpacks the verified archive beside the bundle and checks what it holds.
+Result<StagedUpdate> stage(const UpdateCycle& cycle, const SQRLUpdate& offer,
+                           const fs::path& archive) {
+    const fs::path folder = stagingFolderFor(cycle.bundlePath);
+    if (auto error = unpackArchive(archive, folder, {}, cycle.stop)) {
+        return *std::move(error);
+    }
+    const auto bundle = cycle.matchingBundle(folder).subscribe();
+    if (!bundle) {
+        return bundle.error();
+    }
+    if (auto error = checkBundle(bundle.value(), offer)) {
+        return *std::move(error);
+    }
+    const fs::path& staged = bundle.value().bundlePath();
+    // A folder that is closed to its owner can't be moved to another one.
+    std::error_code refused;
+    fs::permissions(staged, fs::perms::owner_all, fs::perm_options::add, refused);
+    auto digest = digestOfTree(staged);
+    if (!digest) {
+        return digest.error();
+    }
+    if (auto error = flushFileSystemOf(folder)) {
+        return *std::move(error);
+    }
+    StagedUpdate update{.version = offer.version,
+                        .archiveSha256 = *offer.sha256,
+                        .treeDigest = std::move(digest).value(),
+                        .staged = staged,
+                        .target = cycle.bundlePath};
+    if (auto error = writeStagedUpdate(cycle.cacheFolder, update)) {
+        return *std::move(error);
+    }
+    return update;
+}
+
+Result<StagedUpdate> bringIn(const UpdateCycle& cycle, const SQRLUpdate& offer) {
+    if (auto staged = alreadyStaged(cycle, offer)) {
+        removeDownloads(cycle.cacheFolder);
+        return *std::move(staged);
+    }
+    if (auto error = makeStagingFolder(cycle)) {
+        return *std::move(error);
+    }
+    cycle.downloadBegins();
+    const auto archive = downloadArchive(offer, cycle.cacheFolder, cycle.options, cycle.stop);
+    auto staged = archive ? stage(cycle, offer, archive.value())
+                          : Result<StagedUpdate>(archive.error());
+    if (!staged) {
+        discardStaging(cycle.cacheFolder, cycle.bundlePath);
+        // A verified archive that there was no room or no time to unpack is kept for the next cycle.
+        const std::int64_t code = staged.error().code;
+        if (archive && code != NSFileWriteOutOfSpaceError && code != NSUserCancelledError) {
+            removeDownloads(cycle.cacheFolder);
+        }
+        return staged;
+    }
+    removeDownloads(cycle.cacheFolder);
+    return staged;
+}
+
+}  // namespace
+
+Result<std::optional<StagedUpdate>> runUpdateCycle(const UpdateCycle& cycle) {
+    removeStaleStaging(cycle);
+    auto feed = fetchFeed(cycle);
+    if (!feed) {
+        return feed.error();
+    }
+    if (!feed.value()) {
+        return std::optional<StagedUpdate>();
+    }
+    const auto offer = cycle.updateFromJSONData(*feed.value()).subscribe();
+    if (!offer) {
+        return offer.error();
+    }
+    if (auto error = verifyOffer(offer.value(), cycle.bundleIdentifier, cycle.publicKeys)) {
+        return *std::move(error);
+    }
+    auto staged = bringIn(cycle, offer.value());
+    if (!staged) {
+        return staged.error();
+    }
+    return std::optional(std::move(staged).value());
+}
+
+}  // namespace teravolant::platform

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+#include "platform/bundle.h"
+#include "platform/error.h"
+#include "platform/http.h"
+#include "platform/signal.h"
+#include "platform/update_framework/sqrl_update.h"
+#include "platform/update_framework/staging.h"
+
+namespace teravolant::platform {
+
+/// What one cycle works on and asks its updater for.
+struct UpdateCycle {
+    std::string feedURL;
+    std::filesystem::path bundlePath;  ///< The running bundle, which is to be replaced.
+    std::string bundleIdentifier;
+    std::string bundleVersion;
+    std::vector<std::string> publicKeys;
+    std::filesystem::path cacheFolder;
+    std::function<RACSignal<SQRLUpdate>(std::string body)> updateFromJSONData;
+    std::function<RACSignal<Bundle>(std::filesystem::path folder)> matchingBundle;
+    std::function<void()> downloadBegins;
+    HttpOptions options = {};
+    std::stop_token stop = {};
+};
+
+/// Fetches the feed, has its answer read, and brings the offered bundle, verified, to where it can
+/// be installed from. Answers nothing when the server has no update. Blocks the calling thread.
+///
+/// The running bundle is not touched. What a cycle that was killed left behind is used where it is
+/// whole and removed where it is not. One cycle at a time for one cache folder.
+Result<std::optional<StagedUpdate>> runUpdateCycle(const UpdateCycle& cycle);
+
+}  // namespace teravolant::platform

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <optional>
+
+#include "platform/error.h"
+#include "platform/update_framework/update_cycle.h"
+
+// The part of the framework that needs the libraries for transport, archives and signatures is a
+// module of its own in the bundle, so that a start without an update check loads none of them.
+namespace teravolant::platform {
+
+/// What the module exports under `kRunUpdateCycleSymbol`. Both sides must come from the same build:
+/// the caller hands in its own `kUpdateModuleBuild`, and the answer to another one is an error.
+using RunUpdateCycleFunction = void(const char* build, const UpdateCycle& cycle,
+                                    Result<std::optional<StagedUpdate>>& result);
+inline constexpr const char* kRunUpdateCycleSymbol = "teravolantRunUpdateCycle";
+inline constexpr const char* kUpdateModuleBuild = TERAVOLANT_VERSION;
+
+/// Loads the main bundle's Contents/Frameworks/libTeravolantUpdate.so and has it run the cycle.
+Result<std::optional<StagedUpdate>> runUpdateCycleInModule(const UpdateCycle& cycle);
+
+}  // namespace teravolant::platform
