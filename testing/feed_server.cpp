@@ -1,0 +1,61 @@
+// feed_server FOLDER [http]: serves the files of a folder on a loopback port, over https with a
+// certificate of an authority of its own, or over plain http. Writes into the folder, each file
+// appearing whole: `authority.pem`, the authority's certificate, and then `url`, under which the
+// folder's files are found. Runs until it is ended.
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <string>
+#include <string_view>
+
+#include "platform/files.h"
+#include "testing/certificates.h"
+#include "testing/http_server.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace teravolant::fixtures;
+
+/// The entity tag tells contents apart as far as one run of the server needs it.
+ServerAnswer serve(const fs::path& folder, const ReceivedRequest& request) {
+    const std::string path = request.target.substr(0, request.target.find('?'));
+    const auto contents =
+        path.find("..") == path.npos
+            ? teravolant::platform::contentsOfFile(folder / fs::path(path).relative_path())
+            : teravolant::platform::Result<std::string>(teravolant::platform::Error{});
+    if (!contents) {
+        return {.status = 404};
+    }
+    const std::string tag = std::to_string(std::hash<std::string>()(contents.value()));
+    return answerWithRange(request, contents.value(), "\"" + tag + "\"");
+}
+
+void writeWhole(const fs::path& file, const std::string& text) {
+    const fs::path part = file.string() + ".part";
+    std::ofstream(part) << text;
+    fs::rename(part, file);
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+    if (argc < 2 || argc > 3) {
+        std::cerr << "usage: feed_server FOLDER [http]\n";
+        return EXIT_FAILURE;
+    }
+    const fs::path folder = argv[1];
+    const bool plain = argc == 3 && std::string_view(argv[2]) == "http";
+    const CertificateAuthority authority;
+    const HttpServer server(
+        [&folder](const ReceivedRequest& request) { return serve(folder, request); },
+        plain ? std::nullopt : std::optional(authority.issue()));
+    writeWhole(folder / "authority.pem", authority.certificate());
+    writeWhole(folder / "url", server.url("", "localhost"));
+    pause();
+}
