@@ -9,7 +9,6 @@
 namespace teravolant::platform {
 
 inline constexpr std::string_view NSCocoaErrorDomain = "NSCocoaErrorDomain";
-inline constexpr std::string_view NSPOSIXErrorDomain = "NSPOSIXErrorDomain";
 
 /// The codes of `NSCocoaErrorDomain` that file and process operations answer with.
 enum CocoaErrorCode : std::int64_t {
