@@ -13,6 +13,7 @@ inline constexpr std::string_view NSCocoaErrorDomain = "NSCocoaErrorDomain";
 /// The codes of `NSCocoaErrorDomain` that file and process operations answer with.
 enum CocoaErrorCode : std::int64_t {
     NSFileNoSuchFileError = 4,
+    NSFileLockingError = 255,
     NSFileReadUnknownError = 256,
     NSFileReadNoPermissionError = 257,
     NSFileReadInvalidFileNameError = 258,
