@@ -3,8 +3,10 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 
 #include "launcher/teravolant_app.h"
+#include "platform/process.h"
 #include "support/logger.h"
 #include "support/settings_manager.h"
 
@@ -19,14 +21,31 @@ bool isDirectory(const char* path) {
     return stat(path, &status) == 0 && S_ISDIR(status.st_mode);
 }
 
+/// The number at the start of the command's first line, 0 when there is none; nothing when the
+/// pipe from the command can't be opened.
+std::optional<int> firstNumberFrom(const char* command) {
+    const platform::ProcessListing listing;
+    std::FILE* const pipe = popen(command, "r");
+    if (pipe == nullptr) {
+        return std::nullopt;
+    }
+    std::array<char, 32> line{};
+    const bool read = std::fgets(line.data(), line.size(), pipe) != nullptr;
+    pclose(pipe);
+    return read ? std::atoi(line.data()) : 0;
+}
+
 }  // namespace
 
 // The "exe" column is the executable's real path: a client whose file was deleted still shows, and
 // neither the shell nor grep, which have the path among their arguments only, does.
 void TeravolantApp::detectClientState() {
     clientState = isDirectory(clientFolder.get()) ? kFolderExists : 0;
-    if (formatCommand("%s '%s'", "ps -ax -o exe= | grep", clientExecPath.get()) &&
-        std::system(commandBuffer.get()) == 0) {
+    if (!formatCommand("%s '%s'", "ps -ax -o exe= | grep", clientExecPath.get())) {
+        return;
+    }
+    const platform::ProcessListing listing;
+    if (platform::runShellCommand(commandBuffer.get()) == 0) {
         clientState |= kInstanceRuns;
     }
 }
@@ -71,17 +90,13 @@ bool TeravolantApp::killFirstInstance() {
         return true;
     }
     logCommand();
-    std::FILE* const pipe = popen(commandBuffer.get(), "r");
-    if (pipe == nullptr) {
+    const auto process = firstNumberFrom(commandBuffer.get());
+    if (!process) {
         logger.logMessage("ERROR: fail to open a pipe stream to a process!");
         return false;
     }
-    std::array<char, 32> line{};
-    const bool read = std::fgets(line.data(), line.size(), pipe) != nullptr;
-    pclose(pipe);
-    const int process = read ? std::atoi(line.data()) : 0;
-    if (process > 0) {
-        runCommand("kill -9 %d", process);
+    if (*process > 0) {
+        runCommand("kill -9 %d", *process);
     }
     return true;
 }

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <string_view>
 
 #include "launcher/command_line.h"
@@ -162,7 +161,7 @@ void TeravolantApp::runCommand(const char* format, ...) {
     va_end(arguments);
     if (fits) {
         logCommand();
-        [[maybe_unused]] const int status = std::system(commandBuffer.get());
+        platform::runShellCommand(commandBuffer.get());
     }
 }
 

@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <sstream>
 #include <string>
 
 #include "platform/bundle.h"
@@ -43,6 +44,11 @@ void handle(int signal, void (*handler)(int), int flags) {
     sigaction(signal, &action, nullptr);
 }
 
+bool isIgnored(int signal) {
+    struct sigaction action {};
+    return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
 /// A file opened later must never become standard output or error by chance.
 void openMissingStandardStreams() {
     int descriptor = open("/dev/null", O_RDWR);
@@ -55,13 +61,35 @@ void openMissingStandardStreams() {
 }
 
 void putHelpersFirstOnPath() {
-    const char* current = std::getenv("PATH");
-    const std::string path =
-        current == nullptr ? "/usr/local/bin:/usr/bin:/bin" : std::string(current);
     const std::string helpers = Bundle::mainBundle().helpersPath();
-    if (path != helpers && !path.starts_with(helpers + ":")) {
-        setenv("PATH", (helpers + ":" + path).c_str(), 1);
+    std::string path;
+    const char* current = std::getenv("PATH");
+    std::istringstream entries(current == nullptr ? "" : current);
+    for (std::string entry; std::getline(entries, entry, ':');) {
+        if (!entry.empty() && entry != helpers) {
+            path += ":" + entry;
+        }
     }
+    setenv("PATH", (helpers + (path.empty() ? ":/usr/local/bin:/usr/bin:/bin" : path)).c_str(), 1);
+}
+
+/// The starter may have left signals ignored or blocked, which programs inherit.
+void readySignals() {
+    handle(SIGCHLD, SIG_DFL, 0);
+    // A console that went away or a file that can't grow is an error of the write, not the end of
+    // the process.
+    handle(SIGPIPE, ignoreSignal, 0);
+    handle(SIGXFSZ, ignoreSignal, 0);
+    sigset_t wanted;
+    sigemptyset(&wanted);
+    sigaddset(&wanted, SIGCHLD);
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+        sigaddset(&wanted, signal);
+        if (!isIgnored(signal)) {
+            handle(signal, requestTermination, SA_RESETHAND);
+        }
+    }
+    pthread_sigmask(SIG_UNBLOCK, &wanted, nullptr);
 }
 
 bool takeLoginMark() {
@@ -82,14 +110,8 @@ Application::Application() {
     openMissingStandardStreams();
     _wakeUp = UniqueFd(eventfd(0, EFD_CLOEXEC));
     wakeUpDescriptor = _wakeUp.get();
-    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
-        handle(signal, requestTermination, SA_RESETHAND);
-    }
-    // A console that went away is an error of the write, not the end of the process.
-    handle(SIGPIPE, ignoreSignal, 0);
-
+    readySignals();
     putHelpersFirstOnPath();
-    unsetenv("COLUMNS");
     const bool loginItem = takeLoginMark();
     _notification.isDefaultLaunch = !loginItem;
     _event.eventID = kOpenApplicationEvent;

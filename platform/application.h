@@ -53,11 +53,14 @@ class ApplicationDelegate {
 /// Its creation, on the first call of `sharedApplication`, belongs at the program's start, on the
 /// main thread, while that is the only one. It readies the process:
 /// - SIGTERM, SIGINT and SIGHUP become requests to terminate, which the loop carries out; the same
-///   signal a second time ends the process at once. Programs started from here are not affected.
-/// - The main bundle's Helpers folder comes first on `PATH`.
+///   signal a second time ends the process at once. One that comes in ignored, as `nohup` does it,
+///   stays so. Programs started from here have the default again.
+/// - A write that fails with a signal, for want of a reader or for the file's size, just fails.
+/// - Programs started from here can be waited for, whatever the caller did with SIGCHLD.
+/// - The main bundle's Helpers folder comes first on `PATH`, which has no empty entries, that would
+///   stand for the working directory, and is a default one where nothing else is left.
 /// - `DESKTOP_AUTOSTART_ID`, by which a session manager marks a start at login, is read and taken
 ///   out of the environment, so that a program started from here is not taken for one.
-/// - `COLUMNS` is taken out as well: `ps` would cut its output to that width even in a pipe.
 class Application {
   public:
     static Application& sharedApplication();

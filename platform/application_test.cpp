@@ -6,6 +6,9 @@
 #include <cstdio>
 #include <thread>
 
+#include "platform/bundle.h"
+#include "platform/process.h"
+
 namespace teravolant::platform {
 namespace {
 
@@ -70,12 +73,76 @@ TEST(Application, EndsAtOnceWhenTheSameSignalComesAgain) {
                 ::testing::KilledBySignal(SIGINT), "^launch $");
 }
 
-TEST(Application, GoesOnWhenItsConsoleIsGone) {
-    EXPECT_EXIT(runWith([] {
-                    raise(SIGPIPE);
+TEST(Application, TakesTheInterruptThatEndedAShellCommandForItsOwn) {
+    const auto runCommands = [](const std::vector<const char*>& commands) {
+        runWith([&commands] {
+            for (const char* command : commands) {
+                runShellCommand(command);
+            }
+        });
+    };
+    EXPECT_EXIT(runCommands({"exit 1", "kill -INT $$"}), ::testing::ExitedWithCode(0),
+                "^launch terminate$");
+    EXPECT_EXIT(runCommands({"sh -c 'kill -INT $$'; exit $?"}), ::testing::ExitedWithCode(0),
+                "^launch terminate$");
+    EXPECT_EXIT(runCommands({"kill -INT $$", "kill -INT $$"}), ::testing::KilledBySignal(SIGINT),
+                "^launch $");
+}
+
+TEST(Application, GoesOnWhenAWriteFailsOrTheStarterHadASignalIgnored) {
+    for (const int signal : {SIGPIPE, SIGXFSZ, SIGHUP, SIGINT}) {
+        EXPECT_EXIT(
+            {
+                if (signal == SIGHUP || signal == SIGINT) {
+                    std::signal(signal, SIG_IGN);
+                }
+                runWith([=] {
+                    raise(signal);
+                    raise(signal);
                     raise(SIGTERM);
-                }),
-                ::testing::ExitedWithCode(0), "^launch terminate$");
+                });
+            },
+            ::testing::ExitedWithCode(0), "^launch terminate$");
+    }
+}
+
+TEST(Application, UnblocksTheSignalsThatItLivesOn) {
+    EXPECT_EXIT(
+        {
+            sigset_t all;
+            sigfillset(&all);
+            sigprocmask(SIG_BLOCK, &all, nullptr);
+            runWith([] {
+                sigset_t blocked;
+                sigprocmask(SIG_BLOCK, nullptr, &blocked);
+                for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGCHLD}) {
+                    std::fputs(sigismember(&blocked, signal) == 1 ? "blocked " : "open ", stderr);
+                }
+                Application::sharedApplication().terminate();
+            });
+        },
+        ::testing::ExitedWithCode(0), "^launch open open open open terminate$");
+}
+
+TEST(Application, PutsItsHelpersOnAPathWithoutEmptyEntries) {
+    const std::string helpers = Bundle::mainBundle().helpersPath();
+    const std::string usual = "/usr/local/bin:/usr/bin:/bin";
+    for (const auto& [before, after] : std::map<std::string, std::string>{
+             {"", usual},
+             {"::", usual},
+             {":/a::b/c:", "/a:b/c"},
+             {helpers, usual},
+             {helpers + ":/a", "/a"},
+         }) {
+        EXPECT_EXIT(
+            {
+                setenv("PATH", before.c_str(), 1);
+                Application::sharedApplication();
+                std::fputs(getenv("PATH"), stderr);
+                std::_Exit(0);
+            },
+            ::testing::ExitedWithCode(0), "^" + helpers + ":" + after + "$");
+    }
 }
 
 TEST(Application, TellsALoginItemByTheSessionManagersMarkAndTakesThatAway) {

@@ -11,11 +11,11 @@
 namespace teravolant::platform {
 
 inline constexpr std::string_view NSCocoaErrorDomain = "NSCocoaErrorDomain";
-inline constexpr std::string_view NSPOSIXErrorDomain = "NSPOSIXErrorDomain";
 
 /// The codes of `NSCocoaErrorDomain` that the platform's operations answer with.
 enum CocoaErrorCode : std::int64_t {
     NSFileNoSuchFileError = 4,
+    NSFileLockingError = 255,
     NSFileReadUnknownError = 256,
     NSFileReadNoPermissionError = 257,
     NSFileReadInvalidFileNameError = 258,

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <system_error>
+#include <thread>
 #include <vector>
 
 namespace teravolant::platform {
@@ -88,9 +89,9 @@ int flushFolder(const fs::path& folder) {
     return descriptor && fsync(descriptor.get()) == 0 ? 0 : errno;
 }
 
-/// Fills and flushes the new file; answers `errno` or 0.
+/// Fills and flushes the temporary file; answers `errno` or 0.
 int writeDurably(int descriptor, std::string_view bytes, unsigned mode) {
-    if (fchmod(descriptor, static_cast<mode_t>(mode)) != 0) {
+    if (ftruncate(descriptor, 0) != 0 || fchmod(descriptor, static_cast<mode_t>(mode)) != 0) {
         return errno;
     }
     if (const int failure = writeAll(descriptor, bytes)) {
@@ -100,17 +101,61 @@ int writeDurably(int descriptor, std::string_view bytes, unsigned mode) {
 }
 
 UniqueFd openLockFile(const fs::path& path) {
-    return UniqueFd(open(path.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOCTTY, 0600));
+    constexpr int kFlags = O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+    // Network file systems lock exclusively only what is open for writing.
+    UniqueFd file(open(path.c_str(), O_RDWR | kFlags, 0600));
+    if (!file && (errno == EACCES || errno == EPERM || errno == EROFS)) {
+        file = UniqueFd(open(path.c_str(), O_RDONLY | kFlags, 0600));
+    }
+    return file;
 }
 
-/// Repeats a call that a signal may interrupt; answers `errno` or 0.
-int lockDescriptor(int descriptor, int operation) {
-    while (flock(descriptor, operation) != 0) {
-        if (errno != EINTR) {
+/// Answers 0, EWOULDBLOCK when somebody else holds the lock all the while, or another `errno`.
+int lockWithin(int descriptor, std::chrono::milliseconds patience) {
+    constexpr std::chrono::milliseconds kPause(5);
+    const auto end = std::chrono::steady_clock::now() + patience;
+    while (flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
+        if (errno != EINTR && errno != EWOULDBLOCK) {
             return errno;
         }
+        if (std::chrono::steady_clock::now() >= end) {
+            return EWOULDBLOCK;
+        }
+        std::this_thread::sleep_for(kPause);
     }
     return 0;
+}
+
+Error lockError(int errorNumber, const fs::path& path) {
+    if (errorNumber != EWOULDBLOCK) {
+        return writeError(errorNumber, path);
+    }
+    return Error{.domain = std::string(NSCocoaErrorDomain),
+                 .code = NSFileLockingError,
+                 .localizedDescription =
+                     quoted(path) + " could not be locked: another process holds its lock."};
+}
+
+bool isNamedBy(const std::string& path, int descriptor) {
+    struct stat held {};
+    struct stat named {};
+    return fstat(descriptor, &held) == 0 && lstat(path.c_str(), &named) == 0 &&
+           held.st_dev == named.st_dev && held.st_ino == named.st_ino;
+}
+
+/// Opens and locks a temporary file of a fixed name. While it waits, the holder may move the file
+/// to its place or remove it: what is locked then is no temporary file any more.
+Result<UniqueFd> openTemporary(const std::string& path) {
+    while (true) {
+        UniqueFd file(
+            open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600));
+        if (const int failure = file ? lockWithin(file.get(), kLockPatience) : errno) {
+            return lockError(failure, path);
+        }
+        if (isNamedBy(path, file.get())) {
+            return file;
+        }
+    }
 }
 
 }  // namespace
@@ -191,7 +236,11 @@ std::optional<Error> copyItem(const fs::path& source, const fs::path& target) {
     if (failure == 0 && fchmod(to.get(), status.st_mode & 0777U) != 0) {
         failure = errno;
     }
-    // The time comes last: a copy that was cut short never looks as current as a whole one.
+    // The time comes last, and behind a flush: a copy that was cut short, even by a power failure,
+    // never looks as current as a whole one.
+    if (failure == 0 && fsync(to.get()) != 0) {
+        failure = errno;
+    }
     const std::array<timespec, 2> times = {status.st_atim, status.st_mtim};
     if (failure == 0 && futimens(to.get(), times.data()) != 0) {
         failure = errno;
@@ -212,8 +261,8 @@ std::optional<Error> moveItem(const fs::path& source, const fs::path& target) {
 }
 
 std::optional<Error> appendToFile(const fs::path& path, std::string_view bytes) {
-    const UniqueFd file(
-        open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, 0666));
+    const UniqueFd file(open(
+        path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0666));
     const int failure = file ? writeAll(file.get(), bytes) : errno;
     if (failure != 0) {
         return writeError(failure, path);
@@ -250,12 +299,11 @@ Result<std::string> contentsOfFile(const fs::path& path) {
 std::optional<Error> replaceFileDurably(const fs::path& path, std::string_view bytes,
                                         unsigned mode) {
     const std::string temporary = path.string() + ".new";
-    const UniqueFd file(
-        open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600));
+    const auto file = openTemporary(temporary);
     if (!file) {
-        return writeError(errno, path);
+        return file.error();
     }
-    int failure = writeDurably(file.get(), bytes, mode);
+    int failure = writeDurably(file.value().get(), bytes, mode);
     if (failure == 0 && rename(temporary.c_str(), path.c_str()) != 0) {
         failure = errno;
     }
@@ -270,25 +318,23 @@ std::optional<Error> replaceFileDurably(const fs::path& path, std::string_view b
     return std::nullopt;
 }
 
-Result<FileLock> FileLock::acquire(const fs::path& path) {
+Result<FileLock> FileLock::acquire(const fs::path& path, std::chrono::milliseconds patience) {
     UniqueFd file = openLockFile(path);
-    const int failure = file ? lockDescriptor(file.get(), LOCK_EX) : errno;
-    if (failure != 0) {
-        return writeError(failure, path);
+    if (const int failure = file ? lockWithin(file.get(), patience) : errno) {
+        return lockError(failure, path);
     }
     return FileLock(std::move(file));
 }
 
 Result<std::optional<FileLock>> FileLock::tryAcquire(const fs::path& path) {
-    UniqueFd file = openLockFile(path);
-    const int failure = file ? lockDescriptor(file.get(), LOCK_EX | LOCK_NB) : errno;
-    if (failure == EWOULDBLOCK) {
+    auto lock = acquire(path, std::chrono::milliseconds(0));
+    if (lock) {
+        return std::optional(std::move(lock).value());
+    }
+    if (lock.error().code == NSFileLockingError) {
         return std::optional<FileLock>();
     }
-    if (failure != 0) {
-        return writeError(failure, path);
-    }
-    return std::optional<FileLock>(FileLock(std::move(file)));
+    return std::move(lock).error();
 }
 
 }  // namespace teravolant::platform

@@ -48,7 +48,8 @@ Result<FileAttributes> attributesOfItem(const std::filesystem::path& path);
 [[nodiscard]] std::optional<Error> removeItem(const std::filesystem::path& path);
 
 /// Copies a regular file with its permissions and its modification time, to the nanosecond.
-/// Never replaces an existing item; a copy that fails part-way leaves nothing behind.
+/// Never replaces an existing item; a copy that fails part-way leaves nothing behind. A kill can
+/// leave a part, which never has the source's time: that is set last, behind the flushed content.
 [[nodiscard]] std::optional<Error> copyItem(const std::filesystem::path& source,
                                             const std::filesystem::path& target);
 
@@ -57,17 +58,23 @@ Result<FileAttributes> attributesOfItem(const std::filesystem::path& path);
                                             const std::filesystem::path& target);
 
 /// Appends the bytes in one write, creating the file when it is not there. Writers that append at
-/// the same time, in this process or another, do not mix their bytes.
+/// the same time, in this process or another, do not mix their bytes. A named pipe that nobody
+/// reads from is a failure, not a wait.
 [[nodiscard]] std::optional<Error> appendToFile(const std::filesystem::path& path,
                                                 std::string_view bytes);
 
 /// The whole of a regular file.
 Result<std::string> contentsOfFile(const std::filesystem::path& path);
 
+/// How long to wait for somebody else's lock: longer than any writer needs, but a suspended one
+/// must not hold a start up for good.
+inline constexpr std::chrono::milliseconds kLockPatience = std::chrono::seconds(10);
+
 /// Puts the bytes into the place of the file so that, whatever happens, the old or the new content
 /// is there whole: temporary file, flush, rename, flush of the folder. `mode` is set as given.
-/// One caller at a time for one path: the temporary file has a fixed name, so that a killed
-/// program leaves at most that one, and the next call takes it over.
+/// The temporary file has a fixed name, so that killed programs leave at most that one, which the
+/// next call takes over. Callers of one path take turns by a lock on it; one that does not get its
+/// turn within `kLockPatience` fails with `NSFileLockingError`.
 [[nodiscard]] std::optional<Error> replaceFileDurably(const std::filesystem::path& path,
                                                       std::string_view bytes, unsigned mode);
 
@@ -76,9 +83,11 @@ Result<std::string> contentsOfFile(const std::filesystem::path& path);
 /// Ends with its holder, also when that is killed. The lock file stays, for others may wait on it.
 class FileLock {
   public:
-    /// Waits for the lock on the file at `path`; makes the file, readable by its owner only, when
-    /// it is not there.
-    static Result<FileLock> acquire(const std::filesystem::path& path);
+    /// Takes the lock on the file at `path`; makes the file, readable by its owner only, when it is
+    /// not there. Fails with `NSFileLockingError` when somebody else holds the lock all the time
+    /// that it is willing to wait.
+    static Result<FileLock> acquire(const std::filesystem::path& path,
+                                    std::chrono::milliseconds patience = kLockPatience);
 
     /// As `acquire`, but answers nothing at once when somebody else holds the lock.
     static Result<std::optional<FileLock>> tryAcquire(const std::filesystem::path& path);

@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <fstream>
+#include <thread>
 
 #include "testing/temporary_folder.h"
 
@@ -60,6 +62,8 @@ TEST_F(Files, FailuresCarryTheCodeOfTheirReason) {
     EXPECT_EQ(appendToFile(longName, "x")->code, NSFileWriteInvalidFileNameError);
     EXPECT_EQ(appendToFile("/etc/motd", "x")->code, NSFileWriteVolumeReadOnlyError);
     EXPECT_EQ(appendToFile("/dev/full", "x")->code, NSFileWriteOutOfSpaceError);
+    ASSERT_EQ(mkfifo((_folder.path() / "pipe").c_str(), 0600), 0);
+    EXPECT_EQ(appendToFile(_folder.path() / "pipe", "x")->code, NSFileWriteUnknownError);
     fs::permissions(closed, fs::perms::owner_all);
 }
 
@@ -84,8 +88,40 @@ TEST_F(Files, ALockIsHeldByOneAtATimeAndFreeAgainAfterwards) {
         ASSERT_TRUE(held);
         EXPECT_TRUE(held.value());
         EXPECT_FALSE(FileLock::tryAcquire(path).value());
+        const auto late = FileLock::acquire(path, std::chrono::milliseconds(20));
+        ASSERT_FALSE(late);
+        EXPECT_EQ(late.error().code, NSFileLockingError);
     }
     EXPECT_TRUE(FileLock::tryAcquire(path).value());
+    fs::permissions(path, fs::perms::owner_read);
+    EXPECT_TRUE(FileLock::acquire(path));
+}
+
+TEST_F(Files, AFileThatSeveralReplaceAtOnceIsAlwaysOneOfTheirsWhole) {
+    constexpr int kRounds = 200;
+    const fs::path path = fileWith("file", "a");
+    std::vector<std::jthread> writers;
+    std::atomic<int> running = 0;
+    for (const char letter : {'a', 'b', 'c', 'd'}) {
+        ++running;
+        writers.emplace_back([&running, &path, letter] {
+            for (int round = 0; round < kRounds; ++round) {
+                const std::string bytes(static_cast<std::size_t>(round * (letter - '`') + 1),
+                                        letter);
+                const auto error = replaceFileDurably(path, bytes, 0644);
+                EXPECT_FALSE(error) << error->localizedDescription;
+            }
+            --running;
+        });
+    }
+    while (running > 0) {
+        const std::string contents = contentsOfFile(path).value();
+        const auto factor = static_cast<std::size_t>(contents.empty() ? 0 : contents[0] - '`');
+        ASSERT_GT(factor, 0U);
+        ASSERT_EQ(contents.find_first_not_of(contents[0]), contents.npos);
+        ASSERT_EQ((contents.size() - 1) % factor, 0U);
+    }
+    EXPECT_FALSE(fileExists(path.string() + ".new"));
 }
 
 }  // namespace

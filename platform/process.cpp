@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <charconv>
 #include <csignal>
+#include <cstdlib>
 #include <string_view>
 #include <system_error>
 
@@ -87,6 +88,26 @@ std::vector<std::string> splitAtNul(std::string_view text) {
     return words;
 }
 
+std::optional<std::string> environmentValue(const char* name) {
+    const char* value = std::getenv(name);
+    return value == nullptr ? std::nullopt : std::optional<std::string>(value);
+}
+
+void restoreEnvironment(const char* name, const std::optional<std::string>& value) {
+    if (value) {
+        setenv(name, value->c_str(), 1);
+    } else {
+        unsetenv(name);
+    }
+}
+
+bool endedOfInterrupt(int status) {
+    constexpr int kShellsStatusForSignals = 128;
+    return WIFSIGNALED(status)
+               ? WTERMSIG(status) == SIGINT
+               : WIFEXITED(status) && WEXITSTATUS(status) == kShellsStatusForSignals + SIGINT;
+}
+
 }  // namespace
 
 const fs::path& executablePathOfThisProcess() {
@@ -114,10 +135,51 @@ TaskResult runToEndOfOutput(const fs::path& executable, const std::vector<std::s
         return {{}, std::move(launchError)};
     }
     std::string text = readToEnd(output.get());
-    // Nobody waits for a program that closed its output and runs on; the system collects it when
-    // this process ends.
+    // Nobody waits for a program that closed its output and runs on, or has not quite ended yet:
+    // what is left of it is collected by the system when this process ends.
     waitpid(child, nullptr, WNOHANG);
     return {std::move(text), std::nullopt};
+}
+
+int runShellCommand(const char* command) {
+    const int status = std::system(command);
+    if (status != -1 && endedOfInterrupt(status)) {
+        (void)std::raise(SIGINT);
+    }
+    return status;
+}
+
+struct ProcessListing::Before {
+    std::optional<std::string> locale = environmentValue("LC_ALL");
+    std::optional<std::string> columns = environmentValue("COLUMNS");
+    UniqueFd standardOutput{fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)};
+    sigset_t signals{};
+};
+
+ProcessListing::ProcessListing() : _before(std::make_unique<Before>()) {
+    // In other locales `ps` replaces what is not ASCII; with COLUMNS it cuts lines even in a pipe.
+    setenv("LC_ALL", "C.UTF-8", 1);
+    unsetenv("COLUMNS");
+    if (const UniqueFd null(open("/dev/null", O_WRONLY | O_CLOEXEC));
+        !null || !_before->standardOutput || dup2(null.get(), STDOUT_FILENO) < 0) {
+        _before->standardOutput.reset();
+    }
+    // A list that a signal cuts short would say that nothing runs.
+    sigset_t held;
+    sigemptyset(&held);
+    for (const int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) {
+        sigaddset(&held, signal);
+    }
+    pthread_sigmask(SIG_BLOCK, &held, &_before->signals);
+}
+
+ProcessListing::~ProcessListing() {
+    if (_before->standardOutput) {
+        dup2(_before->standardOutput.get(), STDOUT_FILENO);
+    }
+    restoreEnvironment("LC_ALL", _before->locale);
+    restoreEnvironment("COLUMNS", _before->columns);
+    pthread_sigmask(SIG_SETMASK, &_before->signals, nullptr);
 }
 
 std::optional<Error> launchDetached(const fs::path& executable,
@@ -126,6 +188,7 @@ std::optional<Error> launchDetached(const fs::path& executable,
     posix_spawn_file_actions_addopen(&settings.actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_addopen(&settings.actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
     posix_spawn_file_actions_adddup2(&settings.actions, STDOUT_FILENO, STDERR_FILENO);
+    posix_spawn_file_actions_addclosefrom_np(&settings.actions, STDERR_FILENO + 1);
     posix_spawn_file_actions_addchdir_np(&settings.actions, "/");
     sigset_t none;
     sigset_t all;
@@ -142,18 +205,20 @@ std::optional<Error> launchDetached(const fs::path& executable,
 std::vector<RunningProcess> processesRunning(const fs::path& executable) {
     std::vector<RunningProcess> running;
     std::error_code failure;
-    for (const fs::directory_entry& entry : fs::directory_iterator("/proc", failure)) {
-        const std::string name = entry.path().filename();
+    std::error_code unreadable;
+    for (fs::directory_iterator entry("/proc", unreadable); !unreadable && entry != fs::end(entry);
+         entry.increment(unreadable)) {
+        const std::string name = entry->path().filename();
         int identifier = 0;
         const auto [end, error] =
             std::from_chars(name.data(), name.data() + name.size(), identifier);
         if (error != std::errc() || end != name.data() + name.size()) {
             continue;
         }
-        if (fs::read_symlink(entry.path() / "exe", failure) != executable) {
+        if (fs::read_symlink(entry->path() / "exe", failure) != executable) {
             continue;
         }
-        const auto commandLine = contentsOfFile(entry.path() / "cmdline");
+        const auto commandLine = contentsOfFile(entry->path() / "cmdline");
         running.push_back({identifier, commandLine ? splitAtNul(commandLine.value())
                                                    : std::vector<std::string>()});
     }

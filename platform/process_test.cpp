@@ -1,6 +1,9 @@
 #include "platform/process.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
 
 #include "testing/temporary_folder.h"
 
@@ -25,6 +28,32 @@ TEST(Process, WaitsForTheOutputAndNotForTheProgram) {
     EXPECT_EQ(result.standardOutput, "out\n");
     const auto reader = runToEndOfOutput("/bin/cat", {pipe});
     EXPECT_FALSE(reader.launchError);
+}
+
+TEST(Process, LaunchedDetachedInheritsNoOpenFile) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    ASSERT_FALSE(launchDetached(
+        "/bin/sh", {"-c", "echo inherited > /proc/self/fd/$0", std::to_string(ends[1])}));
+    close(ends[1]);
+    char byte = 0;
+    EXPECT_EQ(read(ends[0], &byte, 1), 0);
+    close(ends[0]);
+}
+
+TEST(Process, ListingLeavesTheEnvironmentAndTheStandardOutputAsTheyWere) {
+    const char* const print = "echo \"[$LC_ALL|$COLUMNS]\"";
+    setenv("COLUMNS", "20", 1);
+    unsetenv("LC_ALL");
+    ::testing::internal::CaptureStdout();
+    runShellCommand(print);
+    {
+        const ProcessListing listing;
+        EXPECT_EQ(runToEndOfOutput("/bin/sh", {"-c", print}).standardOutput, "[C.UTF-8|]\n");
+        runShellCommand("echo lost");
+    }
+    runShellCommand(print);
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "[|20]\n[|20]\n");
 }
 
 TEST(Process, ReportsWhatCanNotBeStarted) {

@@ -16,13 +16,14 @@ namespace {
 namespace fs = std::filesystem;
 using platform::PropertyListValue;
 
-constexpr const char* kPrelude = R"(
+constexpr const char* kPrelude = R"sh(
 launcher=/opt/Teravolant.app/Contents/MacOS/Teravolant
 client_log="$HOME/.local/share/Zelto/Teravolant Client/client.log"
 await() {
     for _ in $(seq 1000); do "$@" > /dev/null 2>&1 && return 0; sleep 0.01; done
     echo "waited in vain for: $*"; exit 99
 }
+executes() { test "$(readlink /proc/$1/exe)" = "$2"; }
 clients() { ps -ax -o pid=,exe= | awk '/\/teravolant( \(deleted\))?$/ { print $1 }'; }
 unpack() {
     mkdir -p "$HOME/.teravolant"
@@ -33,7 +34,7 @@ start_client() {
     setsid "$HOME/.teravolant/teravolant.app/Contents/MacOS/teravolant" "$@" < /dev/null > /dev/null 2>&1 &
     await test -s "$client_log"
 }
-)";
+)sh";
 
 std::string shellQuoted(const std::string& word) {
     return "'" + std::regex_replace(word, std::regex("'"), "'\\''") + "'";
@@ -62,7 +63,7 @@ fs::path preferenceFile(const fs::path& folder, const std::string& domain) {
 
 }  // namespace
 
-Sandbox::Sandbox(User user) : _user(user), _bundle(TERAVOLANT_BUNDLE) {
+Sandbox::Sandbox(User user) : _user(user) {
     std::string name = fs::temp_directory_path() / "teravolant-test-XXXXXX";
     _root = mkdtemp(name.data());
     for (const char* folder : {"home", "xdg", "log", "Applications"}) {
@@ -138,7 +139,7 @@ Sandbox::Outcome Sandbox::run(const std::string& script) const {
                                       applications(),
                                       "/Applications",
                                       "--ro-bind",
-                                      _bundle,
+                                      TERAVOLANT_BUNDLE,
                                       "/opt/Teravolant.app"};
     words.insert(words.end(), _setup.begin(), _setup.end());
     words.insert(words.end(),
@@ -159,13 +160,6 @@ Sandbox::Outcome Sandbox::run(const std::string& script) const {
 
 void Sandbox::addSetup(std::vector<std::string> words) {
     _setup.insert(_setup.end(), words.begin(), words.end());
-}
-
-fs::path Sandbox::useBundleCopy() {
-    fs::path copy = _root / "Teravolant.app";
-    fs::copy(_bundle, copy, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
-    _bundle = copy;
-    return copy;
 }
 
 std::vector<std::string> Sandbox::log() const {

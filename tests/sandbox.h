@@ -25,16 +25,14 @@ class Sandbox {
     Sandbox& operator=(const Sandbox&) = delete;
 
     /// Runs a script with bash. It finds the launcher at `$launcher` and these functions:
-    /// `await COMMAND...` repeats a command until it succeeds, `unpack` puts the client into its
+    /// `await COMMAND...` repeats a command until it succeeds, `executes ID PATH` tells whether a
+    /// process runs that executable, `unpack` puts the client into its
     /// folder, `start_client` does that and has one running, `clients` lists the ids of those that
     /// run.
     Outcome run(const std::string& script) const;
 
     /// Further words for bubblewrap, behind its own, in force from the next `run` on.
     void addSetup(std::vector<std::string> words);
-
-    /// Takes a copy of the bundle, to be changed by the test, for the built one.
-    std::filesystem::path useBundleCopy();
 
     /// These folders' paths outside; inside they are /home/user, /etc/xdg and so on.
     [[nodiscard]] std::filesystem::path home() const { return _root / "home"; }
@@ -58,7 +56,6 @@ class Sandbox {
   private:
     User _user;
     std::filesystem::path _root;
-    std::filesystem::path _bundle;
     std::vector<std::string> _setup;
 };
 

@@ -95,13 +95,14 @@ TEST(ClientLaunch, TellsAnInstalledVersionsFirstStartAndOnlyThat) {
 TEST(ClientLaunch, LeavesAClientThatOutlivesTheLauncherAndKnowsNothingOfTheLogin) {
     Sandbox sandbox;
     const auto outcome = sandbox.run(R"sh(
-        COLUMNS=20 DESKTOP_AUTOSTART_ID=session $launcher --notupdate 2> /dev/null
+        DESKTOP_AUTOSTART_ID=session $launcher --notupdate 2> /dev/null
         client=$(clients); await test -s "$client_log"
         ps -o sess= -p $client | tr -d ' ' | grep -qx $client && echo "has its own session"
-        tr '\0' '\n' < /proc/$client/environ | grep -c DESKTOP_AUTOSTART_ID
+        tr '\0' '\n' < /proc/$client/environ | grep -e DESKTOP_AUTOSTART_ID -e ^PATH=
         $launcher --notupdate 2> /dev/null
         test "$(clients)" = $client && echo "is still the one client")sh");
-    EXPECT_NE(outcome.output.find("has its own session\n0\n"), std::string::npos) << outcome.output;
+    EXPECT_NE(outcome.output.find("has its own session\nPATH=/usr/bin\n"), std::string::npos)
+        << outcome.output;
     EXPECT_NE(outcome.output.find("is still the one client\n"), std::string::npos)
         << outcome.output;
     EXPECT_EQ(sandbox.clientLog(),
@@ -157,7 +158,7 @@ TEST_P(RunningInstances, AreToldFromWhatOnlyLooksLikeThem) {
     Sandbox sandbox;
     const auto outcome = sandbox.run(R"sh(
         path=$HOME/.teravolant/teravolant.app/Contents/MacOS
-        run_as() { mkdir -p "$(dirname "$1")"; cp /usr/bin/sleep "$1"; "$1" 1000 & await test "$(readlink /proc/$!/exe)" = "$1"; }
+        run_as() { mkdir -p "$(dirname "$1")"; cp /usr/bin/sleep "$1"; "$1" 1000 & await executes $! "$1"; }
     )sh" + test.setup + R"sh(
         rm -rf ~/.teravolant
         $launcher --checkAndUpdateOnly --notupdate > /dev/null 2>&1
@@ -181,6 +182,107 @@ INSTANTIATE_TEST_SUITE_P(
         InstanceCase{"TwoOfWhichTheFirstIsKilled",
                      "run_as $path/teravolant; run_as $path/teravolant2", 1, "2"}),
     nameOf);
+
+struct LiveClientCase {
+    std::string name;
+    std::string setup;  ///< Before the client runs.
+    std::string call = "$launcher";
+};
+
+class LiveClient : public ::testing::TestWithParam<LiveClientCase> {};
+
+TEST_P(LiveClient, IsSeenWhateverTheLauncherIsStartedWith) {
+    const LiveClientCase& test = GetParam();
+    Sandbox sandbox;
+    sandbox.addSetup({"--setenv", "XDG_DATA_HOME", "/home/user/.local/share"});
+    const auto outcome =
+        sandbox.run(test.setup + "\nstart_client; touch ~/.teravolant/mine\n" + test.call +
+                    " 2> /dev/null; echo \"status=$?\"; ls ~/.teravolant");
+    EXPECT_TRUE(contains(sandbox.log(), "WARNING: a teravolant instance is already running!"));
+    EXPECT_TRUE(contains(sandbox.log(), "[TeravolantAppDelegate::applicationWillTerminate]"));
+    EXPECT_NE(outcome.output.find("status=0\nmine\n"), std::string::npos) << outcome.output;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, LiveClient,
+    ::testing::Values(
+        LiveClientCase{"HomeWithLettersBeyondAscii", "export HOME=/home/user/hö; mkdir $HOME"},
+        LiveClientCase{"NarrowTerminal", "", "COLUMNS=20 $launcher"},
+        LiveClientCase{"FullStandardOutput", "", "$launcher > /dev/full"},
+        LiveClientCase{"StandardOutputWithoutReader",
+                       "mkfifo /tmp/pipe; exec 3<> /tmp/pipe 4> /tmp/pipe 3>&-", "$launcher >&4"},
+        LiveClientCase{"ChildrenIgnored", "", "env --ignore-signal=CHLD $launcher"},
+        LiveClientCase{"EmptyPath", "", "PATH= $launcher"},
+        LiveClientCase{"InterruptedProcessList", R"sh(mkdir /tmp/bin; cat > /tmp/bin/ps <<'PS'
+#!/bin/sh
+kill -INT 0; exec /usr/bin/ps "$@"
+PS
+chmod +x /tmp/bin/ps)sh",
+                       "PATH=/tmp/bin:$PATH setsid --wait $launcher"}),
+    nameOf);
+
+struct CommandToClientCase {
+    std::string name;
+    platform::PropertyListValue forceSetupInstall;
+    std::string words;
+};
+
+class CommandToClient : public ::testing::TestWithParam<CommandToClientCase> {};
+
+TEST_P(CommandToClient, NamesAWaitingReleaseOnlyWhenSetupIsDone) {
+    const CommandToClientCase& test = GetParam();
+    Sandbox sandbox;
+    Sandbox::writePreference(sandbox.home() / ".config", kOwnDomain, "forceSetupInstall",
+                             test.forceSetupInstall);
+    // A client that would neither understand the words nor start the launcher again.
+    const auto outcome = sandbox.run(R"sh(
+        unpack; client=~/.teravolant/teravolant.app/Contents/MacOS/teravolant
+        cp /usr/bin/sleep $client; $client 1000 & await executes $! $client
+        $launcher --notupdate)sh");
+    EXPECT_EQ(linesWith(sandbox.log(), "Cmd: '"),
+              Lines{"Cmd: '/home/user/.teravolant/teravolant.app/Contents/MacOS/teravolant' " +
+                    test.words})
+        << outcome.output;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, CommandToClient,
+    ::testing::Values(CommandToClientCase{"TextFalse", "false",
+                                          "--needrestart \"ApplyReleasesWaiting\""},
+                      CommandToClientCase{"BooleanFalse", false, ""},
+                      CommandToClientCase{"TextTrue", "true", ""}),
+    nameOf);
+
+TEST(RunningInstances, APipeThatCanNotBeOpenedEndsTheStart) {
+    Sandbox sandbox;
+    const auto outcome = sandbox.run(R"sh(
+        start_client; rm -rf ~/.teravolant; client=$(clients)
+        (ulimit -n 5; exec $launcher 3>&- 4>&-); echo "status=$?"
+        test "$(clients)" = $client && echo "lives on")sh");
+    EXPECT_NE(outcome.output.find("status=1\nlives on\n"), std::string::npos) << outcome.output;
+    EXPECT_TRUE(contains(sandbox.log(), "ERROR: fail to open a pipe stream to a process!"));
+}
+
+TEST(Interrupt, OfACommandEndsTheStartInGoodOrder) {
+    Sandbox sandbox;
+    const auto outcome = sandbox.run(R"sh(
+        unpack; mkdir /tmp/bin; printf '#!/bin/sh\nkill -INT 0\n' > /tmp/bin/rm
+        chmod +x /tmp/bin/rm; PATH=/tmp/bin:$PATH setsid --wait $launcher 2> /dev/null
+        echo "status=$?"; clients)sh");
+    EXPECT_EQ(outcome.output, "status=0\n");
+    EXPECT_FALSE(contains(sandbox.log(), "launchTeravolant"));
+    EXPECT_TRUE(contains(sandbox.log(), "[TeravolantAppDelegate::applicationWillTerminate]"));
+}
+
+TEST(SampleClient, RefusesWhatIsNoPipeInThePlaceOfItsPipe) {
+    Sandbox sandbox;
+    const auto outcome = sandbox.run(R"sh(
+        folder="$HOME/.local/share/Zelto/Teravolant Client"; mkdir -p "$folder"
+        echo > "$folder/commands"; unpack
+        timeout 10 ~/.teravolant/teravolant.app/Contents/MacOS/teravolant; echo "status=$?")sh");
+    EXPECT_TRUE(outcome.output.ends_with("status=1\n")) << outcome.output;
+    EXPECT_NE(outcome.output.find("commands is not a pipe"), std::string::npos) << outcome.output;
+}
 
 TEST(RunningInstances, WithoutAProcessListNothingRunsAndNothingIsKilled) {
     Sandbox sandbox;

@@ -51,6 +51,12 @@ platform::Error failure(int number, std::string_view attempt) {
     return platform::errorFromErrno(number, platform::FileAccess::Write, attempt);
 }
 
+/// A file in the pipe's place would take the words, and nobody would get them.
+bool isPipe(const UniqueFd& descriptor) {
+    struct stat status {};
+    return fstat(descriptor.get(), &status) == 0 && S_ISFIFO(status.st_mode);
+}
+
 std::string shellWord(const std::string& word) {
     if (!word.empty() && word.find_first_of(" \t\n'\"\\") == word.npos) {
         return word;
@@ -84,9 +90,15 @@ platform::Result<std::optional<Instance>> Instance::join(const fs::path& folder,
             if (!end) {
                 return failure(errno, pipe.string() + " can't be opened");
             }
+            if (!isPipe(end)) {
+                return failure(EINVAL, pipe.string() + " is not a pipe");
+            }
             return std::optional(Instance(*std::move(lock).value(), std::move(end)));
         }
         const UniqueFd end(open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+        if (end && !isPipe(end)) {
+            return failure(EINVAL, pipe.string() + " is not a pipe");
+        }
         if (end && write(end.get(), message.data(), message.size()) ==
                        static_cast<ssize_t>(message.size())) {
             return std::optional<Instance>();
@@ -96,16 +108,17 @@ platform::Result<std::optional<Instance>> Instance::join(const fs::path& folder,
     return failure(ETIMEDOUT, "The running instance does not answer");
 }
 
-Words Instance::waitForWords() {
+std::optional<Words> Instance::waitForWords() {
     while (true) {
         if (auto words = takeMessage(_received)) {
-            return *std::move(words);
+            return words;
         }
         std::array<char, PIPE_BUF> chunk{};
         const ssize_t count = read(_pipe.get(), chunk.data(), chunk.size());
-        if (count > 0) {
-            _received.append(chunk.data(), static_cast<std::size_t>(count));
+        if (count == 0 || (count < 0 && errno != EINTR)) {
+            return std::nullopt;
         }
+        _received.append(chunk.data(), static_cast<std::size_t>(count > 0 ? count : 0));
     }
 }
 

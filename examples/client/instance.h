@@ -21,8 +21,8 @@ class Instance {
     static platform::Result<std::optional<Instance>> join(const std::filesystem::path& folder,
                                                           const Words& words);
 
-    /// Blocks until the next command line arrives.
-    Words waitForWords();
+    /// Blocks until the next command line arrives; nothing when the pipe can't be read any more.
+    std::optional<Words> waitForWords();
 
   private:
     Instance(platform::FileLock lock, platform::UniqueFd pipe)

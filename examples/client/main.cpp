@@ -50,7 +50,12 @@ int serve(Instance& instance, const CommandLog& log, const Words& ownWords) {
             std::cerr << "teravolant: the launcher can't be started again\n";
             return EXIT_FAILURE;
         }
-        words = instance.waitForWords();
+        auto next = instance.waitForWords();
+        if (!next) {
+            std::cerr << "teravolant: the pipe for commands can't be read any more\n";
+            return EXIT_FAILURE;
+        }
+        words = *std::move(next);
     }
 }
 

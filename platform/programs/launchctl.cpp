@@ -29,8 +29,8 @@ constexpr std::string_view kUsage =
     "usage: launchctl load|unload PATH\n"
     "       launchctl start|stop LABEL\n";
 
-int fail(std::string_view subject, std::string_view reason, int status = EXIT_FAILURE) {
-    std::cerr << "launchctl: " << subject << ": " << reason << "\n";
+int fail(const std::string& subject, const std::string& reason, int status = EXIT_FAILURE) {
+    std::cerr << "launchctl: " + subject + ": " + reason + "\n";
     return status;
 }
 

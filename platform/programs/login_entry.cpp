@@ -120,6 +120,11 @@ Result<LaunchAgent> readLaunchAgent(const fs::path& propertyList) {
         }
         agent.programArguments.push_back(*argument.text());
     }
+    if (agent.programArguments.front().find('=') != std::string::npos) {
+        return unusable(
+            "The property list has a program with “=” in its path, which a login entry can't "
+            "start.");
+    }
     return agent;
 }
 

@@ -56,6 +56,7 @@ TEST_F(LoginEntry, IsNotMadeFromAnUnusablePropertyList) {
           PropertyListValue(Dictionary{{"Label", true}, {"ProgramArguments", program}}),
           PropertyListValue(Dictionary{{"Label", "a"}}),
           PropertyListValue(Dictionary{{"Label", "a"}, {"ProgramArguments", Array{}}}),
+          PropertyListValue(Dictionary{{"Label", "a"}, {"ProgramArguments", Array{"/a=b/c"}}}),
           PropertyListValue(Dictionary{{"Label", "a"}, {"ProgramArguments", Array{true}}})}) {
         EXPECT_FALSE(readAgent(value)) << serialisePropertyList(value);
     }

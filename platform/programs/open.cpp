@@ -41,8 +41,17 @@ std::optional<Request> readRequest(const std::vector<std::string>& words) {
 }
 
 int fail(const fs::path& bundle, std::string_view reason) {
-    std::cerr << "open: " << bundle.string() << ": " << reason << "\n";
+    std::cerr << "open: " + bundle.string() + ": " + std::string(reason) + "\n";
     return EXIT_FAILURE;
+}
+
+/// The launcher puts the folder of this program first on its PATH, which is not for the client.
+void takeOwnFolderOffPath() {
+    const char* path = std::getenv("PATH");
+    const std::string front = executablePathOfThisProcess().parent_path().string() + ":";
+    if (path != nullptr && std::string_view(path).starts_with(front)) {
+        setenv("PATH", std::string(path + front.size()).c_str(), 1);
+    }
 }
 
 int openBundle(const Request& request) {
@@ -55,15 +64,19 @@ int openBundle(const Request& request) {
     }
     std::error_code missing;
     const fs::path executable = fs::canonical(bundle->executablePath(), missing);
-    if (missing || !fs::is_regular_file(executable) || access(executable.c_str(), X_OK) != 0) {
+    std::error_code unknown;
+    if (missing || !fs::is_regular_file(executable, unknown) ||
+        access(executable.c_str(), X_OK) != 0) {
         return fail(request.bundle,
                     "its executable " + bundle->executablePath().string() + " can't be run");
     }
-    // Two calls at the same time must not both find that nothing runs.
-    const auto lock = FileLock::acquire(executable);
+    // Two calls at the same time must not both find that nothing runs. The executable itself can't
+    // be the lock: what is open for writing can't be executed.
+    const auto lock = FileLock::acquire(request.bundle / "Contents" / "Info.plist");
     if (!processesRunning(executable).empty()) {
         return EXIT_SUCCESS;
     }
+    takeOwnFolderOffPath();
     if (const auto error = launchDetached(executable, request.arguments)) {
         return fail(request.bundle, error->localizedDescription);
     }
