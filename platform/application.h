@@ -84,8 +84,9 @@ class Application {
     /// queue, until a termination ends the process. Main thread only.
     [[noreturn]] void run();
 
-    /// Does what is due at termination, runs the delegate's `applicationWillTerminate` and ends the process with status 0, without
-    /// running destructors or exit handlers: other threads may still be at work. Main thread only.
+    /// Does what is due at termination, runs the delegate's `applicationWillTerminate` and ends the
+    /// process with status 0, without running destructors or exit handlers: other threads may still
+    /// be at work. Main thread only.
     [[noreturn]] void terminate();
 
   private:

@@ -9,7 +9,7 @@ namespace teravolant {
 namespace {
 
 TEST(SettingsManager, RemovesAKeyOfTheClientAndLeavesTheOwnDomainAlone) {
-    const testing::TemporaryFolder folder;
+    const fixtures::TemporaryFolder folder;
     setenv("XDG_CONFIG_HOME", folder.path().c_str(), 1);
     const SettingsManager& settings = SettingsManager::sharedInstance();
     const auto client = platform::UserDefaults::forDomain("com.zelto.Teravolant Client");

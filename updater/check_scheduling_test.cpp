@@ -13,10 +13,10 @@ namespace teravolant {
 namespace {
 
 using namespace std::chrono_literals;
+using fixtures::ManualClock;
 using platform::Application;
 using platform::Error;
 using platform::UpdaterState;
-using fixtures::ManualClock;
 using Lines = std::vector<std::string>;
 
 using Outcome = platform::Result<std::optional<platform::StagedUpdate>>;

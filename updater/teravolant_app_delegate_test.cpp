@@ -29,8 +29,7 @@ TEST(AppDelegate, TakesOnlyAWholeLoginMarkForALoginItem) {
 
 class UpdaterInState : public ClientUpdater {
   public:
-    explicit UpdaterInState(platform::UpdaterState state)
-        : ClientUpdater(platform::URLRequest{}) {
+    explicit UpdaterInState(platform::UpdaterState state) : ClientUpdater(platform::URLRequest{}) {
         setState(state);
     }
 };

@@ -1,11 +1,15 @@
 #include "examples/client/instance.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <chrono>
 #include <climits>
 #include <cstdlib>
@@ -19,32 +23,54 @@ namespace fs = std::filesystem;
 using platform::FileLock;
 using platform::UniqueFd;
 
-/// A message: the length of what follows in decimal, a line feed, and each word with a NUL behind
-/// it.
+/// A message: the sender's process id, a blank, the length of what follows, both in decimal, a line
+/// feed, and each word with a NUL behind it.
 std::string encode(const Words& words) {
     std::string payload;
     for (const std::string& word : words) {
         payload += word + '\0';
     }
-    return std::to_string(payload.size()) + "\n" + payload;
+    return std::to_string(getpid()) + " " + std::to_string(payload.size()) + "\n" + payload;
 }
 
-/// Takes the first whole message off the received bytes.
-std::optional<Words> takeMessage(std::string& received) {
+struct Message {
+    pid_t sender = 0;
+    Words words;
+};
+
+/// Takes the first whole message off the received bytes; drops what can't be one.
+std::optional<Message> takeMessage(std::string& received) {
     const std::size_t header = received.find('\n') + 1;
     if (header == 0) {
         return std::nullopt;
     }
-    const std::size_t end = header + std::strtoul(received.c_str(), nullptr, 10);
-    if (received.size() < end) {
+    Message message;
+    std::size_t length = 0;
+    const char* const end = received.data() + header - 1;
+    const auto sender = std::from_chars(received.data(), end, message.sender);
+    const auto size = std::from_chars(std::min(sender.ptr + 1, end), end, length);
+    if (sender.ec != std::errc() || size.ec != std::errc() || length > PIPE_BUF) {
+        received.clear();
         return std::nullopt;
     }
-    Words words;
-    for (std::size_t begin = header; begin < end; begin += words.back().size() + 1) {
-        words.emplace_back(received.c_str() + begin);
+    if (received.size() < header + length) {
+        return std::nullopt;
     }
-    received.erase(0, end);
-    return words;
+    for (std::size_t begin = header; begin < header + length;
+         begin += message.words.back().size() + 1) {
+        message.words.emplace_back(received.c_str() + begin);
+    }
+    received.erase(0, header + length);
+    return message;
+}
+
+/// Waits, for some seconds at most, until a process has ended.
+void awaitEnd(pid_t process) {
+    const UniqueFd descriptor(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
+    pollfd ended{.fd = descriptor.get(), .events = POLLIN, .revents = 0};
+    if (descriptor) {
+        poll(&ended, 1, 5000);
+    }
 }
 
 platform::Error failure(int number, std::string_view attempt) {
@@ -73,9 +99,6 @@ std::string shellWord(const std::string& word) {
 platform::Result<std::optional<Instance>> Instance::join(const fs::path& folder,
                                                          const Words& words) {
     const std::string message = encode(words);
-    if (message.size() > PIPE_BUF) {
-        return failure(E2BIG, "The words can't be handed over");
-    }
     const fs::path pipe = folder / "commands";
     mkfifo(pipe.c_str(), 0600);
     // Between taking the lock and opening its pipe, or between its last read and its end, the
@@ -95,6 +118,9 @@ platform::Result<std::optional<Instance>> Instance::join(const fs::path& folder,
             }
             return std::optional(Instance(*std::move(lock).value(), std::move(end)));
         }
+        if (message.size() > PIPE_BUF) {
+            return failure(E2BIG, "The words can't be handed over to the running instance");
+        }
         const UniqueFd end(open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
         if (end && !isPipe(end)) {
             return failure(EINVAL, pipe.string() + " is not a pipe");
@@ -110,8 +136,10 @@ platform::Result<std::optional<Instance>> Instance::join(const fs::path& folder,
 
 std::optional<Words> Instance::waitForWords() {
     while (true) {
-        if (auto words = takeMessage(_received)) {
-            return words;
+        if (auto message = takeMessage(_received)) {
+            // While the sender is there a second client runs, for those who look for one.
+            awaitEnd(message->sender);
+            return std::move(message->words);
         }
         std::array<char, PIPE_BUF> chunk{};
         const ssize_t count = read(_pipe.get(), chunk.data(), chunk.size());

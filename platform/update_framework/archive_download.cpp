@@ -103,8 +103,9 @@ class Download {
                 continue;
             }
             if (count < 0) {
-                return errorFromErrno(errno, FileAccess::Read, "The part of an archive in the "
-                                                               "cache could not be read");
+                return errorFromErrno(errno, FileAccess::Read,
+                                      "The part of an archive in the "
+                                      "cache could not be read");
             }
             if (count == 0) {
                 break;
@@ -132,10 +133,10 @@ class Download {
         const auto space = fs::space(_folder, unknown);
         const std::uint64_t missing = *_offer.size - _have;
         if (!unknown && space.available < missing) {
-            return errorFromErrno(
-                ENOSPC, FileAccess::Write,
-                "The update needs " + std::to_string(missing) + " more bytes in “" +
-                    _folder.string() + "”, where " + std::to_string(space.available) + " are free");
+            return errorFromErrno(ENOSPC, FileAccess::Write,
+                                  "The update needs " + std::to_string(missing) +
+                                      " more bytes in “" + _folder.string() + "”, where " +
+                                      std::to_string(space.available) + " are free");
         }
         return std::nullopt;
     }
@@ -181,8 +182,8 @@ class Download {
         }
         // Written before the first byte: whatever ends this program, the next start knows what the
         // part belongs to.
-        return writeOrigin(_folder, Origin{.sha256 = *_offer.sha256,
-                                           .validator = resumptionValidator(response)});
+        return writeOrigin(
+            _folder, Origin{.sha256 = *_offer.sha256, .validator = resumptionValidator(response)});
     }
 
     std::optional<Error> receive(std::string_view bytes) {

@@ -23,10 +23,10 @@ fs::path recordPath(const fs::path& cacheFolder) { return cacheFolder / "staged.
 fs::path asidePath(const fs::path& target) { return stagingFolderFor(target) / ".previous.app"; }
 
 Error notInstalled(const StagedUpdate& update, int errorNumber) {
-    Error error = updaterError(SQRLUpdaterErrorInstallationFailed,
-                               "The update to version " + update.version +
-                                   " could not be put into the place of “" +
-                                   update.target.string() + "”");
+    Error error =
+        updaterError(SQRLUpdaterErrorInstallationFailed,
+                     "The update to version " + update.version +
+                         " could not be put into the place of “" + update.target.string() + "”");
     const Error reason = errorFromErrno(errorNumber, FileAccess::Write, error.localizedDescription);
     error.localizedDescription = reason.localizedDescription;
     return error;
