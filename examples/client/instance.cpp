@@ -1,6 +1,7 @@
 #include "examples/client/instance.h"
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -57,6 +58,19 @@ bool isPipe(const UniqueFd& descriptor) {
     return fstat(descriptor.get(), &status) == 0 && S_ISFIFO(status.st_mode);
 }
 
+bool isEmpty(const UniqueFd& pipe) {
+    int count = 0;
+    return ioctl(pipe.get(), FIONREAD, &count) == 0 && count == 0;
+}
+
+/// Takes out what an earlier instance was sent and has not read, for one the words of this start.
+void discardContents(const fs::path& pipe) {
+    const UniqueFd end(open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    std::array<char, PIPE_BUF> chunk{};
+    while (read(end.get(), chunk.data(), chunk.size()) > 0) {
+    }
+}
+
 std::string shellWord(const std::string& word) {
     if (!word.empty() && word.find_first_of(" \t\n'\"\\") == word.npos) {
         return word;
@@ -78,12 +92,17 @@ platform::Result<std::optional<Instance>> Instance::join(const fs::path& folder,
     }
     const fs::path pipe = folder / "commands";
     mkfifo(pipe.c_str(), 0600);
+    UniqueFd sent;
     // Between taking the lock and opening its pipe, or between its last read and its end, the
     // running instance can't be reached: ask again until one of the two succeeds.
-    for (int attempt = 0; attempt < 500; ++attempt) {
+    for (int attempt = 0; attempt < 5000; ++attempt) {
         auto lock = FileLock::tryAcquire(folder / "instance.lock");
         if (!lock) {
             return lock.error();
+        }
+        // Also with the lock at hand: the instance may have read the words and ended since.
+        if (sent && isEmpty(sent)) {
+            return std::optional<Instance>();
         }
         if (lock.value()) {
             UniqueFd end(open(pipe.c_str(), O_RDWR | O_CLOEXEC));
@@ -93,17 +112,20 @@ platform::Result<std::optional<Instance>> Instance::join(const fs::path& folder,
             if (!isPipe(end)) {
                 return failure(EINVAL, pipe.string() + " is not a pipe");
             }
+            discardContents(pipe);
             return std::optional(Instance(*std::move(lock).value(), std::move(end)));
         }
-        const UniqueFd end(open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
-        if (end && !isPipe(end)) {
-            return failure(EINVAL, pipe.string() + " is not a pipe");
+        if (!sent) {
+            UniqueFd end(open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+            if (end && !isPipe(end)) {
+                return failure(EINVAL, pipe.string() + " is not a pipe");
+            }
+            if (end && write(end.get(), message.data(), message.size()) ==
+                           static_cast<ssize_t>(message.size())) {
+                sent = std::move(end);
+            }
         }
-        if (end && write(end.get(), message.data(), message.size()) ==
-                       static_cast<ssize_t>(message.size())) {
-            return std::optional<Instance>();
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return failure(ETIMEDOUT, "The running instance does not answer");
 }
