@@ -141,7 +141,8 @@ TEST(Application, PutsItsHelpersOnAPathWithoutEmptyEntries) {
                 std::fputs(getenv("PATH"), stderr);
                 std::_Exit(0);
             },
-            ::testing::ExitedWithCode(0), "^" + helpers + ":" + after + "$");
+            ::testing::ExitedWithCode(0),
+            std::string("^").append(helpers).append(":").append(after).append("$"));
     }
 }
 

@@ -120,7 +120,8 @@ TEST(ClientLaunch, IsDoneAnewByTheClientThatIsToldThatAReleaseWaits) {
         first=$(clients); await test -s "$client_log"
         ~/.teravolant/teravolant.app/Contents/MacOS/teravolant --needrestart "ApplyReleasesWaiting"
         another() { test "$(clients)" -gt 0 -a "$(clients)" != $first; }
-        await another; await test $(wc -l < "$client_log") = 3)sh");
+        entries() { test $(wc -l < "$client_log") = $1; }
+        await another; await entries 3)sh");
     EXPECT_EQ(outcome.status, 0) << outcome.output;
     EXPECT_EQ(
         sandbox.clientLog(),
@@ -272,6 +273,18 @@ TEST(Interrupt, OfACommandEndsTheStartInGoodOrder) {
     EXPECT_EQ(outcome.output, "status=0\n");
     EXPECT_FALSE(contains(sandbox.log(), "launchTeravolant"));
     EXPECT_TRUE(contains(sandbox.log(), "[TeravolantAppDelegate::applicationWillTerminate]"));
+}
+
+TEST(SampleClient, TakesThePlaceOfAnInstanceThatEndsBeforeItReadItsPipe) {
+    Sandbox sandbox;
+    const auto outcome = sandbox.run(R"sh(
+        folder="$HOME/.local/share/Zelto/Teravolant Client"; mkdir -p "$folder"; unpack
+        mkfifo "$folder/commands"; exec 4<> "$folder/commands" 5> "$folder/instance.lock"; flock 5
+        ~/.teravolant/teravolant.app/Contents/MacOS/teravolant word 4>&- 5>&- &
+        read -r -n 1 -u 4; printf "$REPLY" >&4   # waits until the words are in the pipe
+        exec 4>&- 5>&-; await test -s "$client_log"; test "$(clients)" = $!)sh");
+    EXPECT_EQ(outcome.status, 0) << outcome.output;
+    EXPECT_EQ(sandbox.clientLog(), Lines{"word"});
 }
 
 TEST(SampleClient, RefusesWhatIsNoPipeInThePlaceOfItsPipe) {

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -83,6 +84,19 @@ bool isPipe(const UniqueFd& descriptor) {
     return fstat(descriptor.get(), &status) == 0 && S_ISFIFO(status.st_mode);
 }
 
+bool isEmpty(const UniqueFd& pipe) {
+    int count = 0;
+    return ioctl(pipe.get(), FIONREAD, &count) == 0 && count == 0;
+}
+
+/// Takes out what an earlier instance was sent and has not read, for one the words of this start.
+void discardContents(const fs::path& pipe) {
+    const UniqueFd end(open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    std::array<char, PIPE_BUF> chunk{};
+    while (read(end.get(), chunk.data(), chunk.size()) > 0) {
+    }
+}
+
 std::string shellWord(const std::string& word) {
     if (!word.empty() && word.find_first_of(" \t\n'\"\\") == word.npos) {
         return word;
@@ -101,12 +115,17 @@ platform::Result<std::optional<Instance>> Instance::join(const fs::path& folder,
     const std::string message = encode(words);
     const fs::path pipe = folder / "commands";
     mkfifo(pipe.c_str(), 0600);
+    UniqueFd sent;
     // Between taking the lock and opening its pipe, or between its last read and its end, the
     // running instance can't be reached: ask again until one of the two succeeds.
-    for (int attempt = 0; attempt < 500; ++attempt) {
+    for (int attempt = 0; attempt < 5000; ++attempt) {
         auto lock = FileLock::tryAcquire(folder / "instance.lock");
         if (!lock) {
             return lock.error();
+        }
+        // Also with the lock at hand: the instance may have read the words and ended since.
+        if (sent && isEmpty(sent)) {
+            return std::optional<Instance>();
         }
         if (lock.value()) {
             UniqueFd end(open(pipe.c_str(), O_RDWR | O_CLOEXEC));
@@ -116,20 +135,23 @@ platform::Result<std::optional<Instance>> Instance::join(const fs::path& folder,
             if (!isPipe(end)) {
                 return failure(EINVAL, pipe.string() + " is not a pipe");
             }
+            discardContents(pipe);
             return std::optional(Instance(*std::move(lock).value(), std::move(end)));
         }
         if (message.size() > PIPE_BUF) {
             return failure(E2BIG, "The words can't be handed over to the running instance");
         }
-        const UniqueFd end(open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
-        if (end && !isPipe(end)) {
-            return failure(EINVAL, pipe.string() + " is not a pipe");
+        if (!sent) {
+            UniqueFd end(open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+            if (end && !isPipe(end)) {
+                return failure(EINVAL, pipe.string() + " is not a pipe");
+            }
+            if (end && write(end.get(), message.data(), message.size()) ==
+                           static_cast<ssize_t>(message.size())) {
+                sent = std::move(end);
+            }
         }
-        if (end && write(end.get(), message.data(), message.size()) ==
-                       static_cast<ssize_t>(message.size())) {
-            return std::optional<Instance>();
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return failure(ETIMEDOUT, "The running instance does not answer");
 }

@@ -16,8 +16,8 @@ using Words = std::vector<std::string>;
 /// what later starts hand over.
 class Instance {
   public:
-    /// Becomes the user's one instance, or hands the words to the one that runs and answers
-    /// nothing.
+    /// Becomes the user's one instance, or hands the words to the one that runs and answers nothing
+    /// once that has read them.
     static platform::Result<std::optional<Instance>> join(const std::filesystem::path& folder,
                                                           const Words& words);
 
