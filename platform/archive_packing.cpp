@@ -269,6 +269,10 @@ std::optional<Error> packFolder(const fs::path& folder, const fs::path& archive,
     for (const Item& item : items.value()) {
         all += item.size;
     }
+    const UnpackLimits limits;
+    if (all > limits.bytes || items.value().size() > limits.items) {
+        return refusal(source, "holds more than may be unpacked");
+    }
     TemporaryFile temporary(archive.string() + ".new");
     if (temporary.descriptor() < 0) {
         return errorFromErrno(errno, FileAccess::Write,

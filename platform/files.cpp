@@ -84,7 +84,8 @@ int copyContents(int from, int to) {
     }
 }
 
-int flushFolder(const fs::path& folder) {
+int flushFolderOf(const fs::path& path) {
+    const fs::path folder = path.has_parent_path() ? path.parent_path() : fs::path(".");
     const UniqueFd descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     return descriptor && fsync(descriptor.get()) == 0 ? 0 : errno;
 }
@@ -311,8 +312,26 @@ std::optional<Error> replaceFileDurably(const fs::path& path, std::string_view b
         unlink(temporary.c_str());
         return writeError(failure, path);
     }
-    failure = flushFolder(path.parent_path());
+    failure = flushFolderOf(path);
     if (failure != 0) {
+        return writeError(failure, path);
+    }
+    return std::nullopt;
+}
+
+std::optional<Error> createFileDurably(const fs::path& path, std::string_view bytes,
+                                       unsigned mode) {
+    const UniqueFd file(
+        open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, static_cast<mode_t>(mode)));
+    if (!file) {
+        return writeError(errno, path);
+    }
+    int failure = writeDurably(file.get(), bytes, mode);
+    if (failure == 0) {
+        failure = flushFolderOf(path);
+    }
+    if (failure != 0) {
+        unlink(path.c_str());
         return writeError(failure, path);
     }
     return std::nullopt;

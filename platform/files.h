@@ -78,6 +78,11 @@ inline constexpr std::chrono::milliseconds kLockPatience = std::chrono::seconds(
 [[nodiscard]] std::optional<Error> replaceFileDurably(const std::filesystem::path& path,
                                                       std::string_view bytes, unsigned mode);
 
+/// Makes the file with that content and those permission bits, which it has from the start. Never
+/// replaces an existing item; a failure leaves nothing behind.
+[[nodiscard]] std::optional<Error> createFileDurably(const std::filesystem::path& path,
+                                                     std::string_view bytes, unsigned mode);
+
 /// An exclusive lock between processes, held from creation to destruction.
 ///
 /// Ends with its holder, also when that is killed. The lock file stays, for others may wait on it.

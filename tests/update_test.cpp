@@ -91,7 +91,9 @@ TEST_P(Update, GoesFromACheckToTheNextStartOfTheNewVersionWithItsNewClient) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Over, Update, ::testing::Values("https", "http"),
-                         [](const auto& info) { return std::string(info.param); });
+                         [](const ::testing::TestParamInfo<const char*>& scheme) {
+                             return std::string(scheme.param);
+                         });
 
 }  // namespace
 }  // namespace teravolant::fixtures

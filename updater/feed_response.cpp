@@ -1,10 +1,11 @@
+#include "updater/feed_response.h"
+
 #include <memory>
 #include <string_view>
 
 #include "platform/json.h"
 #include "platform/text.h"
 #include "support/logger.h"
-#include "updater/client_updater.h"
 
 namespace teravolant {
 namespace {
@@ -86,7 +87,11 @@ JsonValue::Object withAddress(const JsonValue::Object& offer, const URLRequest& 
     return copy;
 }
 
-Result<ClientUpdater::UpdateClass> updateFrom(const std::string& body, const URLRequest& request) {
+}  // namespace
+
+Result<ClientUpdater::UpdateClass> updateFromFeed(
+    const std::string& body, const URLRequest& request,
+    bool (*isNewer)(const std::string&, const std::string&, ClientUpdater::ErrorSlot&)) {
     const auto document = platform::parseJson(body);
     if (!document) {
         return invalidServerBody(body, document.error());
@@ -96,8 +101,7 @@ Result<ClientUpdater::UpdateClass> updateFrom(const std::string& body, const URL
         return invalidJson(document.value(), nullptr);
     }
     ClientUpdater::ErrorSlot versionError;
-    if (!ClientUpdater::checkUpdaterVersionNewer(currentVersion(request), offeredVersion(*offer),
-                                                 versionError)) {
+    if (!isNewer(currentVersion(request), offeredVersion(*offer), versionError)) {
         return *std::move(versionError);
     }
     auto update =
@@ -108,14 +112,14 @@ Result<ClientUpdater::UpdateClass> updateFrom(const std::string& body, const URL
     return update;
 }
 
-}  // namespace
-
 platform::RACSignal<ClientUpdater::UpdateClass> ClientUpdater::updateFromJSONData(
     std::string body) const {
     Logger::sharedInstance().logMessage("[ClientUpdater::updateFromJSONData]");
     return platform::RACSignal<UpdateClass>::defer(
         platform::filled("%@ -updateFromJSONData:", {description()}),
-        [body = std::move(body), request = updateRequest()] { return updateFrom(body, request); });
+        [body = std::move(body), request = updateRequest()] {
+            return updateFromFeed(body, request, &ClientUpdater::checkUpdaterVersionNewer);
+        });
 }
 
 }  // namespace teravolant

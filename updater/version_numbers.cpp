@@ -9,7 +9,7 @@
 #include "platform/printed_form.h"
 #include "platform/text.h"
 #include "support/logger.h"
-#include "updater/client_updater.h"
+#include "updater/feed_response.h"
 
 namespace teravolant {
 namespace {
@@ -88,13 +88,13 @@ std::optional<ParsedVersion> ClientUpdater::parseVersion(const std::string& vers
                          .build = std::string(build)};
 }
 
-bool ClientUpdater::checkUpdaterVersionNewer(const std::string& current,
-                                             const std::string& updateTo, ErrorSlot& error) {
-    const auto currentVersion = parseVersion(current, error);
+bool isVersionNewer(const std::string& current, const std::string& updateTo,
+                    ClientUpdater::ErrorSlot& error) {
+    const auto currentVersion = ClientUpdater::parseVersion(current, error);
     if (!currentVersion) {
         return false;
     }
-    const auto offeredVersion = parseVersion(updateTo, error);
+    const auto offeredVersion = ClientUpdater::parseVersion(updateTo, error);
     if (!offeredVersion) {
         return false;
     }
@@ -102,6 +102,16 @@ bool ClientUpdater::checkUpdaterVersionNewer(const std::string& current,
         error = versionError("%@ is not older than %@", {current, updateTo});
         return false;
     }
+    return true;
+}
+
+bool ClientUpdater::checkUpdaterVersionNewer(const std::string& current,
+                                             const std::string& updateTo, ErrorSlot& error) {
+    if (!isVersionNewer(current, updateTo, error)) {
+        return false;
+    }
+    const auto currentVersion = parseVersion(current, error);
+    const auto offeredVersion = parseVersion(updateTo, error);
     Logger::sharedInstance().logMessage("[ClientUpdater::checkUpdaterVersionNewer] " +
                                         printed(*currentVersion) + " -> " +
                                         printed(*offeredVersion));

@@ -1,0 +1,165 @@
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <fstream>
+#include <iostream>
+
+#include "platform/digest.h"
+#include "platform/text.h"
+#include "platform/update_framework/offer_verification.h"
+#include "platform/update_framework/updater_error.h"
+#include "platform/url.h"
+#include "tools/commands.h"
+#include "updater/feed_response.h"
+
+namespace teravolant::release {
+namespace {
+
+namespace fs = std::filesystem;
+using platform::Bundle;
+using platform::Error;
+using platform::Result;
+using platform::updaterError;
+
+Error refusedBundle(std::string reason) {
+    return updaterError(platform::SQRLUpdaterErrorRefusedBundle, std::move(reason));
+}
+
+/// The refusal's own reason, with the member that it is about.
+std::string reasonOf(const Error& error) {
+    if (const Error* underlying = error.underlyingError()) {
+        return underlying->localizedDescription;
+    }
+    if (error.code == platform::SQRLUpdaterErrorMissingUpdateBundle) {
+        return "“version”: " + error.localizedDescription;
+    }
+    if (error.code == platform::SQRLUpdaterErrorInvalidJSON) {
+        return "The feed is not one JSON object.";
+    }
+    return error.localizedDescription;
+}
+
+bool isWithin(const fs::path& path, const fs::path& folder) {
+    return std::mismatch(folder.begin(), folder.end(), path.begin(), path.end()).first ==
+           folder.end();
+}
+
+}  // namespace
+
+Result<Bundle> openBundle(const fs::path& path) {
+    auto bundle = Bundle::bundleWithPath(path);
+    if (!bundle) {
+        return refusedBundle("“" + path.string() +
+                             "” is not a bundle: its Contents/Info.plist can't be read.");
+    }
+    return *std::move(bundle);
+}
+
+Result<Identity> identityOf(const Bundle& bundle) {
+    const auto identifier = bundle.bundleIdentifier();
+    const auto version = bundle.textForInfoDictionaryKey("CFBundleShortVersionString");
+    if (!identifier || !version) {
+        return refusedBundle("“" + bundle.bundlePath().string() + "” has no " +
+                             (identifier ? "CFBundleShortVersionString" : "CFBundleIdentifier") +
+                             " in its Info.plist.");
+    }
+    Identity identity = {.identifier = *identifier, .version = *version};
+    if (auto error = refusalOf(identity)) {
+        return *std::move(error);
+    }
+    return identity;
+}
+
+std::optional<Error> refusalOf(const Identity& identity) {
+    if (identity.identifier.empty() || identity.identifier.find('\n') != std::string::npos) {
+        return refusedBundle("The identifier is empty or holds a line feed.");
+    }
+    ClientUpdater::ErrorSlot error;
+    const auto offered = ClientUpdater::parseVersion(identity.version, error);
+    if (!offered) {
+        return refusedBundle("“version”: " + error->localizedDescription);
+    }
+    // A build reads its own version in the query of its feed's address.
+    const auto running = ClientUpdater::parseVersion(
+        platform::percentEncodedForQuery("version=" + identity.version), error);
+    if (running != offered) {
+        return refusedBundle("“version”: the build would take its own version “" +
+                             identity.version + "” for another one in its feed's address.");
+    }
+    return std::nullopt;
+}
+
+Result<ArchiveFacts> factsOf(const fs::path& archive, const std::stop_token& stop) {
+    const std::string attempt = "“" + archive.string() + "” could not be read";
+    std::error_code unknown;
+    if (fs::exists(archive, unknown) && !fs::is_regular_file(archive, unknown)) {
+        return platform::errorFromErrno(EINVAL, platform::FileAccess::Read, attempt);
+    }
+    std::ifstream file(archive, std::ios::binary);
+    platform::Digest digest(platform::DigestAlgorithm::Sha256);
+    ArchiveFacts facts;
+    std::vector<char> chunk(std::size_t{1} << 18U);
+    while (file) {
+        if (stop.stop_requested()) {
+            return updaterError(platform::SQRLUpdaterErrorCheckNotPossible,
+                                "Reading the archive was cancelled.");
+        }
+        file.read(chunk.data(), static_cast<std::streamsize>(chunk.size()));
+        const auto count = static_cast<std::size_t>(file.gcount());
+        digest.update({chunk.data(), count});
+        facts.size += count;
+    }
+    if (!file.eof()) {
+        return platform::errorFromErrno(errno, platform::FileAccess::Read, attempt);
+    }
+    const auto sha256 = digest.finish();
+    if (!sha256) {
+        return sha256.error();
+    }
+    facts.sha256 = platform::hexText(sha256.value());
+    return facts;
+}
+
+Result<platform::SQRLUpdate> acceptedOffer(const std::string& body, const std::string& feedUrl,
+                                           const std::string& identifier,
+                                           const std::vector<std::string>& publicKeys) {
+    auto offer = updateFromFeed(body, platform::URLRequest{platform::URL(feedUrl)});
+    auto error = offer ? platform::verifyOffer(offer.value(), identifier, publicKeys)
+                       : std::optional<Error>(offer.error());
+    if (error) {
+        return updaterError(platform::SQRLUpdaterErrorRefusedOffer, reasonOf(*error));
+    }
+    return offer;
+}
+
+std::string unknownFeedUrl(std::string_view version) {
+    return std::string(kUnknownFolder) + "feed?" +
+           platform::percentEncodedForQuery("version=" + std::string(version));
+}
+
+std::optional<Error> refusalOfOutput(const std::string& output,
+                                     const std::vector<std::string>& inputs) {
+    std::error_code unknown;
+    for (const std::string& written : {output, output + ".new"}) {
+        const fs::path target = fs::weakly_canonical(written, unknown);
+        for (const std::string& input : inputs) {
+            if (isWithin(target, fs::weakly_canonical(input, unknown))) {
+                const std::string attempt =
+                    platform::filled("“%@” is not written over or into “%@”", {output, input});
+                return platform::errorFromErrno(EEXIST, platform::FileAccess::Write, attempt);
+            }
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<Error> print(std::string_view text) {
+    errno = 0;
+    if (!(std::cout << text << std::flush)) {
+        return platform::errorFromErrno(errno, platform::FileAccess::Write,
+                                        "Standard output could not be written");
+    }
+    return std::nullopt;
+}
+
+}  // namespace teravolant::release

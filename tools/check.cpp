@@ -1,0 +1,156 @@
+#include <memory>
+
+#include <CLI/CLI.hpp>
+
+#include "platform/files.h"
+#include "platform/http.h"
+#include "platform/text.h"
+#include "platform/update_framework/offer_verification.h"
+#include "platform/update_framework/updater_error.h"
+#include "platform/url.h"
+#include "tools/commands.h"
+
+namespace teravolant::release {
+namespace {
+
+using platform::Error;
+using platform::Result;
+using platform::SQRLUpdate;
+using platform::updaterError;
+
+constexpr std::uint64_t kMostBytes = std::uint64_t{1} << 20U;
+constexpr int kOk = 200;
+constexpr int kNoContent = 204;
+
+struct Options {
+    std::string feed;
+    std::string bundle;
+    std::string archive;
+};
+
+struct Feed {
+    std::string url;  ///< With the running version in its query.
+    std::string body;
+};
+
+bool isUrl(std::string_view feed) { return feed.find("://") != std::string_view::npos; }
+
+std::string withVersion(std::string url, const std::string& version) {
+    if (!platform::URL(url).query()) {
+        url.insert(std::min(url.find('#'), url.size()),
+                   "?" + platform::percentEncodedForQuery("version=" + version));
+    }
+    return url;
+}
+
+Result<Feed> fetchFeed(const std::string& url, const std::stop_token& stop) {
+    auto answer = platform::sendHttpRequest({.url = url}, {.maximumBodySize = kMostBytes}, stop);
+    if (!answer) {
+        return answer.error();
+    }
+    if (answer.value().status == kNoContent) {
+        return updaterError(platform::SQRLUpdaterErrorInvalidServerResponse,
+                            "The server offers no update (status 204).");
+    }
+    if (answer.value().status != kOk) {
+        return updaterError(
+            platform::SQRLUpdaterErrorInvalidServerResponse,
+            "The server answered with status " + std::to_string(answer.value().status) + ".");
+    }
+    return Feed{.url = url, .body = std::move(answer).value().body};
+}
+
+Result<Feed> feedFrom(const std::string& source, const std::string& version,
+                      const std::stop_token& stop) {
+    if (isUrl(source)) {
+        return fetchFeed(withVersion(source, version), stop);
+    }
+    auto body = platform::contentsOfFile(source);
+    if (!body) {
+        return body.error();
+    }
+    if (body.value().size() > kMostBytes) {
+        return updaterError(platform::SQRLUpdaterErrorInvalidServerBody,
+                            "“" + source + "” is larger than a feed may be (1 MiB).");
+    }
+    return Feed{.url = unknownFeedUrl(version), .body = std::move(body).value()};
+}
+
+std::optional<Error> refusalOfArchive(const std::string& file, const SQRLUpdate& offer,
+                                      const std::stop_token& stop) {
+    const auto archive = factsOf(file, stop);
+    if (!archive) {
+        return archive.error();
+    }
+    const auto& [size, sha256] = archive.value();
+    if (size != offer.size) {
+        return updaterError(platform::SQRLUpdaterErrorRefusedArchive,
+                            "“size”: the archive has " + std::to_string(size) +
+                                " bytes, the offer says " + std::to_string(*offer.size) + ".");
+    }
+    if (!platform::equalIgnoringCase(sha256, *offer.sha256)) {
+        return updaterError(
+            platform::SQRLUpdaterErrorRefusedArchive,
+            "“sha256”: the archive's is " + sha256 + ", the offer says " + *offer.sha256 + ".");
+    }
+    return std::nullopt;
+}
+
+/// A feed document does not know the folder that the archive's name is taken from.
+std::string placeOf(const std::string& url) {
+    return url.starts_with(kUnknownFolder)
+               ? url.substr(kUnknownFolder.size()) + " in the feed's own folder"
+               : url;
+}
+
+std::string report(const SQRLUpdate& offer) {
+    return "accepted: version " + offer.version + ", " + std::to_string(*offer.size) +
+           " bytes, from " + placeOf(offer.updateURL) + "\n";
+}
+
+std::optional<Error> check(const Options& options, const std::stop_token& stop) {
+    const auto bundle = openBundle(options.bundle);
+    if (!bundle) {
+        return bundle.error();
+    }
+    const auto version = bundle.value().textForInfoDictionaryKey("CFBundleShortVersionString");
+    const auto feed = feedFrom(options.feed, version.value_or(platform::kMissingValueMark), stop);
+    if (!feed) {
+        return feed.error();
+    }
+    const auto offer = acceptedOffer(feed.value().body, feed.value().url,
+                                     bundle.value().bundleIdentifier().value_or(""),
+                                     platform::updatePublicKeys(bundle.value()));
+    if (!offer) {
+        return offer.error();
+    }
+    if (!options.archive.empty()) {
+        if (auto error = refusalOfArchive(options.archive, offer.value(), stop)) {
+            return error;
+        }
+    }
+    return print(report(offer.value()));
+}
+
+}  // namespace
+
+void addCheck(CLI::App& program, Work& work) {
+    const auto options = std::make_shared<Options>();
+    CLI::App* command = program.add_subcommand(
+        "check",
+        "Says whether an installed bundle would accept what a feed offers; status 1 "
+        "and the reason when not.");
+    command->add_option("feed", options->feed, "The feed's address, or a feed document")
+        ->required()
+        ->type_name("URL|FILE");
+    command->add_option("--bundle", options->bundle, "The bundle that is to be updated")
+        ->required()
+        ->type_name("BUNDLE");
+    command->add_option("--archive", options->archive, "Is compared with the offer")
+        ->type_name("ARCHIVE");
+    command->callback([options, &work] {
+        work = [options](const std::stop_token& stop) { return check(*options, stop); };
+    });
+}
+
+}  // namespace teravolant::release

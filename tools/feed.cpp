@@ -1,0 +1,176 @@
+#include <memory>
+
+#include <CLI/CLI.hpp>
+
+#include "platform/files.h"
+#include "platform/json.h"
+#include "platform/signatures.h"
+#include "platform/update_framework/offer_verification.h"
+#include "platform/update_framework/updater_error.h"
+#include "tools/commands.h"
+
+namespace teravolant::release {
+namespace {
+
+namespace fs = std::filesystem;
+using platform::Error;
+using platform::JsonValue;
+using platform::Result;
+
+constexpr unsigned kReadableByAll = 0644;
+
+struct Options {
+    std::string archive;
+    std::string bundle;
+    Identity identity;
+    std::string privateKey;
+    std::string url;
+    std::string name;
+    std::string output;
+};
+
+Result<Identity> identityIn(const Options& options) {
+    if (options.bundle.empty()) {
+        auto error = refusalOf(options.identity);
+        return error ? Result<Identity>(*std::move(error)) : options.identity;
+    }
+    const auto bundle = openBundle(options.bundle);
+    return bundle ? identityOf(bundle.value()) : bundle.error();
+}
+
+Result<platform::SigningKey> keyIn(const std::string& file) {
+    const auto pem = platform::contentsOfFile(file);
+    if (!pem) {
+        return pem.error();
+    }
+    auto key = platform::SigningKey::fromPem(pem.value());
+    if (!key) {
+        Error error = std::move(key).error();
+        error.localizedDescription = "“" + file + "”: " + error.localizedDescription;
+        return error;
+    }
+    return key;
+}
+
+/// The member that says where the archive is.
+Result<JsonValue::Object> addressOf(const Options& options) {
+    if (!options.url.empty()) {
+        return JsonValue::Object{{"url", options.url}};
+    }
+    std::string name =
+        options.name.empty() ? fs::path(options.archive).filename().string() : options.name;
+    // Within an address these would lead elsewhere.
+    if (name == "." || name == ".." || name.find_first_of("/?#%") != std::string::npos) {
+        return platform::updaterError(
+            platform::SQRLUpdaterErrorRefusedOffer,
+            "“name”: “" + name + "” is no plain file name; give another one, or the --url.");
+    }
+    return JsonValue::Object{{"name", std::move(name)}};
+}
+
+/// The document, once an updater of a first build accepts it.
+Result<std::string> documentOf(const Options& options, const std::stop_token& stop) {
+    const auto identity = identityIn(options);
+    if (!identity) {
+        return identity.error();
+    }
+    const auto address = addressOf(options);
+    if (!address) {
+        return address.error();
+    }
+    const auto key = keyIn(options.privateKey);
+    if (!key) {
+        return key.error();
+    }
+    const auto archive = factsOf(options.archive, stop);
+    if (!archive) {
+        return archive.error();
+    }
+    const auto& [identifier, version] = identity.value();
+    const auto& [size, sha256] = archive.value();
+    const auto signature =
+        key.value().sign(platform::signedText(identifier, version, size, sha256));
+    const auto publicKey = key.value().publicKey();
+    if (!signature || !publicKey) {
+        return signature ? publicKey.error() : signature.error();
+    }
+    JsonValue::Object feed = address.value();
+    feed["version"] = version;
+    feed["size"] = static_cast<std::int64_t>(size);
+    feed["sha256"] = sha256;
+    feed["signature"] = signature.value();
+    std::string document = platform::serialiseJson(feed) + "\n";
+    const auto offer =
+        acceptedOffer(document, unknownFeedUrl("0.0.0.0"), identifier, {publicKey.value()});
+    if (!offer) {
+        return offer.error();
+    }
+    return document;
+}
+
+std::optional<Error> writeFeed(const Options& options, const std::stop_token& stop) {
+    std::vector<std::string> inputs = {options.archive, options.privateKey};
+    if (!options.bundle.empty()) {
+        inputs.push_back(options.bundle);
+    }
+    if (!options.output.empty()) {
+        if (auto error = refusalOfOutput(options.output, inputs)) {
+            return error;
+        }
+    }
+    const auto document = documentOf(options, stop);
+    if (!document) {
+        return document.error();
+    }
+    return options.output.empty()
+               ? print(document.value())
+               : platform::replaceFileDurably(options.output, document.value(), kReadableByAll);
+}
+
+}  // namespace
+
+void addFeed(CLI::App& program, Work& work) {
+    const auto options = std::make_shared<Options>();
+    CLI::App* command = program.add_subcommand(
+        "feed", "Writes and signs the feed document that offers an archive to updaters.");
+    command->add_option("archive", options->archive, "The archive that pack made")
+        ->required()
+        ->type_name("ARCHIVE");
+    CLI::Option* bundle =
+        command->add_option("--bundle", options->bundle, "The bundle in the archive")
+            ->type_name("BUNDLE");
+    CLI::Option* identifier = command
+                                  ->add_option("--identifier", options->identity.identifier,
+                                               "In place of the bundle: its identifier")
+                                  ->type_name("ID")
+                                  ->excludes(bundle);
+    CLI::Option* version = command
+                               ->add_option("--version", options->identity.version,
+                                            "In place of the bundle: its version")
+                               ->type_name("VERSION")
+                               ->excludes(bundle)
+                               ->needs(identifier);
+    identifier->needs(version);
+    command->add_option("--private-key", options->privateKey, "The private key that keygen made")
+        ->required()
+        ->type_name("FILE");
+    CLI::Option* url =
+        command->add_option("--url", options->url, "Where the archive is: https, or loopback http")
+            ->type_name("URL");
+    command
+        ->add_option("--name", options->name,
+                     "The archive's name in the feed's own folder; its file name without this")
+        ->type_name("NAME")
+        ->excludes(url);
+    command
+        ->add_option("--output", options->output, "The feed document; standard output without this")
+        ->type_name("FILE");
+    command->callback([options, bundle, identifier, &work] {
+        if (bundle->empty() && identifier->empty()) {
+            throw CLI::RequiredError("--bundle, or --identifier and --version,");
+        }
+        work = [options](const std::stop_token& stop) { return writeFeed(*options, stop); };
+    });
+}
+
+}  // namespace teravolant::release

@@ -1,0 +1,75 @@
+#include <memory>
+
+#include <CLI/CLI.hpp>
+
+#include "platform/files.h"
+#include "platform/signatures.h"
+#include "tools/commands.h"
+
+namespace teravolant::release {
+namespace {
+
+using platform::Error;
+
+constexpr unsigned kOwnerOnly = 0600;
+constexpr unsigned kReadableByAll = 0644;
+
+struct Options {
+    std::string privateKey;
+    std::string publicKey;
+};
+
+std::optional<Error> handOut(const std::string& publicKey, const Options& options) {
+    if (options.publicKey.empty()) {
+        return print(publicKey);
+    }
+    if (auto error = platform::createFileDurably(options.publicKey, publicKey, kReadableByAll)) {
+        return error;
+    }
+    auto error = print(publicKey);
+    if (error) {
+        (void)platform::removeItem(options.publicKey);
+    }
+    return error;
+}
+
+std::optional<Error> makeKeyPair(const Options& options) {
+    const auto key = platform::SigningKey::generate();
+    if (!key) {
+        return key.error();
+    }
+    const auto pem = key.value().pem();
+    const auto publicKey = key.value().publicKey();
+    if (!pem || !publicKey) {
+        return pem ? publicKey.error() : pem.error();
+    }
+    if (auto error = platform::createFileDurably(options.privateKey, pem.value(), kOwnerOnly)) {
+        return error;
+    }
+    auto error = handOut(publicKey.value() + "\n", options);
+    if (error) {
+        // A key whose other half nobody has is of no use.
+        (void)platform::removeItem(options.privateKey);
+    }
+    return error;
+}
+
+}  // namespace
+
+void addKeygen(CLI::App& program, Work& work) {
+    const auto options = std::make_shared<Options>();
+    CLI::App* command = program.add_subcommand(
+        "keygen",
+        "Makes a pair of keys. The public one goes to standard output, for the build option "
+        "TERAVOLANT_UPDATE_PUBLIC_KEYS; keep the private one secret. Replaces no file.");
+    command->add_option("--private-key", options->privateKey, "The private key's new file")
+        ->required()
+        ->type_name("FILE");
+    command->add_option("--public-key", options->publicKey, "A new file for the public key too")
+        ->type_name("FILE");
+    command->callback([options, &work] {
+        work = [options](const std::stop_token& /*stop*/) { return makeKeyPair(*options); };
+    });
+}
+
+}  // namespace teravolant::release

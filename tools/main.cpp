@@ -1,0 +1,83 @@
+// teravolant-release: makes keys, archives and feed documents for the updater, and checks them.
+//
+// Status 0: done, or accepted. 1: failed, or refused. 2: the call's words are off.
+
+#include <csignal>
+#include <cstdlib>
+#include <exception>
+#include <iostream>
+#include <thread>
+
+#include <CLI/CLI.hpp>
+
+#include "tools/commands.h"
+
+namespace {
+
+using namespace teravolant;
+
+constexpr int kUsageStatus = 2;
+
+int fail(std::string_view reason, int status) {
+    std::cerr << "teravolant-release: " << reason << "\n";
+    return status;
+}
+
+/// SIGINT and SIGTERM ask for a stop, so that nothing half-made stays behind; a second one ends the
+/// program at once. Called before there is any other thread.
+std::stop_token stopOnTermination() {
+    sigset_t signals{};
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    std::stop_source source;
+    std::thread([source, signals]() mutable {
+        int received = 0;
+        sigwait(&signals, &received);
+        source.request_stop();
+        sigwait(&signals, &received);
+        std::_Exit(EXIT_FAILURE);
+    }).detach();
+    return source.get_token();
+}
+
+std::string problemWith(const std::string& word) { return word.empty() ? "an empty word" : ""; }
+
+int run(int argc, char* argv[]) {
+    const std::stop_token stop = stopOnTermination();
+    release::Work work;
+    CLI::App program("Publishes builds of Teravolant.", "teravolant-release");
+    program.set_version_flag("--version", TERAVOLANT_VERSION);
+    program.require_subcommand(1);
+    release::addKeygen(program, work);
+    release::addPack(program, work);
+    release::addFeed(program, work);
+    release::addCheck(program, work);
+    for (CLI::App* command : program.get_subcommands({})) {
+        for (CLI::Option* option : command->get_options()) {
+            option->check(problemWith, "");
+        }
+    }
+    try {
+        program.parse(argc, argv);
+    } catch (const CLI::Success& answer) {
+        return program.exit(answer);
+    } catch (const CLI::ParseError& error) {
+        return fail(std::string(error.what()) + "\nRun with --help for more information.",
+                    kUsageStatus);
+    }
+    const auto error = work(stop);
+    return error ? fail(error->localizedDescription, EXIT_FAILURE) : EXIT_SUCCESS;
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+    std::signal(SIGPIPE, SIG_IGN);
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& exception) {
+        return fail(exception.what(), EXIT_FAILURE);
+    }
+}

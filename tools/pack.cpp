@@ -1,0 +1,118 @@
+#include <unistd.h>
+
+#include <iostream>
+#include <memory>
+
+#include <CLI/CLI.hpp>
+
+#include "platform/archives.h"
+#include "platform/text.h"
+#include "platform/update_framework/offer_verification.h"
+#include "platform/update_framework/updater_error.h"
+#include "tools/commands.h"
+
+namespace teravolant::release {
+namespace {
+
+namespace fs = std::filesystem;
+using platform::Error;
+
+struct Options {
+    std::string bundle;
+    std::string output;
+};
+
+/// A line on standard error that fills up, where that is a terminal. Ends with its line.
+class ProgressBar {
+  public:
+    ~ProgressBar() {
+        if (_percent >= 0) {
+            std::cerr << "\n";
+        }
+    }
+
+    void show(std::uint64_t done, std::uint64_t all) {
+        constexpr int kPercentPerMark = 2;
+        const double share = all == 0 ? 1 : static_cast<double>(done) / static_cast<double>(all);
+        const int percent = static_cast<int>(share * 100);
+        if (!_onTerminal || percent == _percent) {
+            return;
+        }
+        _percent = percent;
+        std::string bar(100 / kPercentPerMark, ' ');
+        bar.replace(0, static_cast<std::size_t>(percent / kPercentPerMark),
+                    static_cast<std::size_t>(percent / kPercentPerMark), '=');
+        std::cerr << "\r[" << bar << "] " << percent << " %" << std::flush;
+    }
+
+  private:
+    bool _onTerminal = isatty(STDERR_FILENO) == 1;
+    int _percent = -1;
+};
+
+Error refused(const fs::path& path, std::string_view reason) {
+    return platform::updaterError(platform::SQRLUpdaterErrorRefusedBundle,
+                                  "“" + path.string() + "” " + std::string(reason) + ".");
+}
+
+/// What would keep updaters from taking this bundle out of an archive.
+std::optional<Error> refusalOfBundle(const platform::Bundle& bundle) {
+    const auto identity = identityOf(bundle);
+    if (!identity) {
+        return identity.error();
+    }
+    std::error_code unknown;
+    const fs::path folder = fs::canonical(bundle.bundlePath(), unknown);
+    if (!platform::equalIgnoringCase(folder.extension().string(), ".app")) {
+        return refused(folder, "has no name that ends in .app");
+    }
+    const fs::path& executable = bundle.executablePath();
+    const fs::file_status status = fs::status(executable, unknown);
+    if (!fs::is_regular_file(status) ||
+        (status.permissions() & fs::perms::owner_exec) == fs::perms::none) {
+        return refused(executable, "is not there as the bundle's executable");
+    }
+    return std::nullopt;
+}
+
+std::optional<Error> pack(const Options& options, const std::stop_token& stop) {
+    const auto bundle = openBundle(options.bundle);
+    if (!bundle) {
+        return bundle.error();
+    }
+    auto error = refusalOfBundle(bundle.value());
+    if (!error) {
+        error = refusalOfOutput(options.output, {options.bundle});
+    }
+    if (error) {
+        return error;
+    }
+    if (platform::updatePublicKeys(bundle.value()).empty()) {
+        std::cerr << "teravolant-release: warning: this build has no public key "
+                     "(TERAVOLANT_UPDATE_PUBLIC_KEYS) and will take no update after this one\n";
+    }
+    ProgressBar bar;
+    return platform::packFolder(
+        options.bundle, options.output,
+        [&bar](std::uint64_t done, std::uint64_t all) { bar.show(done, all); }, stop);
+}
+
+}  // namespace
+
+void addPack(CLI::App& program, Work& work) {
+    const auto options = std::make_shared<Options>();
+    CLI::App* command = program.add_subcommand(
+        "pack", "Packs a bundle into an archive. The same bundle makes the same bytes.");
+    command->add_option("bundle", options->bundle, "The bundle, as in Teravolant.app")
+        ->required()
+        ->type_name("BUNDLE");
+    command
+        ->add_option("--output", options->output, "The archive, as in Teravolant-1.0.0.2.tar.zst")
+        ->required()
+        ->type_name("ARCHIVE");
+    command->callback([options, &work] {
+        work = [options](const std::stop_token& stop) { return pack(*options, stop); };
+    });
+}
+
+}  // namespace teravolant::release
