@@ -12,8 +12,8 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-/// Installs the bundle at /Applications with a publisher's key, publishes version 9.9.9.9 of it with
-/// a client that has one more file, and has the launcher look there.
+/// Installs the bundle at /Applications with a publisher's key, publishes version 9.9.9.9 of it
+/// with a client that has one more file, and has the launcher look there.
 constexpr const char* kPublish = R"sh(
     export PATH=/tools:$PATH SSL_CERT_FILE=$HOME/feed/authority.pem
     installed=/Applications/Teravolant.app
@@ -23,7 +23,7 @@ constexpr const char* kPublish = R"sh(
     mkdir -p $feed ~/next ~/client ~/.config/Zelto
     teravolant-release keygen --private-key ~/key > ~/public
     cp -r /opt/Teravolant.app $installed
-    sed -i "s#<array/>#<array><string>$(cat ~/public)</string></array>#" $installed/Contents/Info.plist
+    sed -i "s#<array></array>#<array><string>$(cat ~/public)</string></array>#" $installed/Contents/Info.plist
     cp -r $installed ~/next/Teravolant.app
     sed -i 's#<string>[0-9.]*</string>#<string>9.9.9.9</string>#' ~/next/Teravolant.app/Contents/Info.plist
     tar xzf $installed/Contents/Resources/client.tar.gz -C ~/client
@@ -53,10 +53,9 @@ class Update : public ::testing::TestWithParam<const char*> {
 
     [[nodiscard]] std::size_t count(const std::string& beginning) const {
         const Lines lines = sandbox.log();
-        return static_cast<std::size_t>(
-            std::count_if(lines.begin(), lines.end(), [&beginning](const std::string& line) {
-                return line.starts_with(beginning);
-            }));
+        return static_cast<std::size_t>(std::count_if(
+            lines.begin(), lines.end(),
+            [&beginning](const std::string& line) { return line.starts_with(beginning); }));
     }
 
     Sandbox sandbox;
@@ -74,8 +73,9 @@ TEST_P(Update, GoesFromACheckToTheNextStartOfTheNewVersionWithItsNewClient) {
         ls -A /Applications ~/.cache/com.zelto.teravolant.updater)sh"));
     EXPECT_NE(outcome.output.find("version=9.9.9.9\nnew client\nclients=1\n"), std::string::npos)
         << outcome.output << platform::contentsOfFile(sandbox.home() / "console").value();
-    EXPECT_TRUE(outcome.output.ends_with("/Applications:\nTeravolant.app\n\n/home/user/.cache/"
-                                         "com.zelto.teravolant.updater:\nupdate.lock\n"))
+    EXPECT_TRUE(
+        outcome.output.ends_with("/Applications:\nTeravolant.app\n\n/home/user/.cache/"
+                                 "com.zelto.teravolant.updater:\nupdate.lock\n"))
         << outcome.output;
     EXPECT_EQ(count("[ClientUpdater::startChecksImmediately] wait CheckUpdate result 3"), 1U);
     EXPECT_EQ(count("Teravolant TeravolantApp Unpacker: Version 9.9.9.9"), 1U);

@@ -5,17 +5,14 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdlib>
 #include <iostream>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "examples/client/instance.h"
 #include "platform/files.h"
-#include "platform/process.h"
 
 namespace {
 
@@ -31,16 +28,8 @@ std::optional<std::string> wordBehind(const Words& words, const std::string& opt
     return *(found + 1);
 }
 
-/// Leaves this process to the launcher, so that no client runs any more when that looks for one:
-/// the start that brought the words has to end first.
+/// Leaves this process to the launcher, so that no client runs any more when that looks for one.
 void becomeLauncher(const std::string& launcher) {
-    const auto& executable = teravolant::platform::executablePathOfThisProcess();
-    for (int attempt = 0; attempt < 1000; ++attempt) {
-        if (teravolant::platform::processesRunning(executable).size() <= 1) {
-            break;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
     execl(launcher.c_str(), launcher.c_str(), static_cast<char*>(nullptr));
 }
 
