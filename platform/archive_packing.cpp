@@ -20,8 +20,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Of every entry: 1 January 2000. What is packed is told by its contents, not by its age.
-constexpr time_t kModificationTime = 946684800;
+/// Of folders and links: 1 January 2000. Their times say only when they were copied.
+constexpr timespec kSomeTime = {.tv_sec = 946684800, .tv_nsec = 0};
 constexpr mode_t kPermissions = 0777;
 constexpr mode_t kArchiveMode = 0644;
 constexpr std::size_t kReadSize = std::size_t{1} << 18U;
@@ -76,6 +76,7 @@ struct Item {
     mode_t mode = 0;
     std::uint64_t size = 0;  ///< Of a file.
     std::string linkTarget;
+    timespec modificationTime = kSomeTime;
 };
 
 Error readFailure(const fs::path& path, int errorNumber) {
@@ -90,7 +91,12 @@ Error refusal(const fs::path& path, std::string_view reason) {
 
 /// `depth` is how many folders below the packed one lie above the item: links stay inside that one.
 Result<Item> describe(const fs::path& path, std::string name, std::size_t depth) {
-    Item item{.name = std::move(name), .path = path, .mode = 0, .size = 0, .linkTarget = {}};
+    Item item{.name = std::move(name),
+              .path = path,
+              .mode = 0,
+              .size = 0,
+              .linkTarget = {},
+              .modificationTime = kSomeTime};
     struct stat status {};
     if (lstat(path.c_str(), &status) != 0) {
         return readFailure(path, errno);
@@ -115,7 +121,10 @@ Result<Item> describe(const fs::path& path, std::string name, std::size_t depth)
     if (const auto reason = refusalOfMode(status.st_mode & ~static_cast<mode_t>(S_IFMT))) {
         return refusal(path, *reason);
     }
-    item.size = S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0;
+    if (S_ISREG(status.st_mode)) {
+        item.size = static_cast<std::uint64_t>(status.st_size);
+        item.modificationTime = status.st_mtim;
+    }
     return item;
 }
 
@@ -207,7 +216,8 @@ std::optional<Error> Packer::writeItem(const Item& item) {
     archive_entry_set_filetype(entry.get(), item.mode & static_cast<mode_t>(S_IFMT));
     archive_entry_set_perm(entry.get(), item.mode & kPermissions);
     archive_entry_set_size(entry.get(), static_cast<la_int64_t>(item.size));
-    archive_entry_set_mtime(entry.get(), kModificationTime, 0);
+    archive_entry_set_mtime(entry.get(), item.modificationTime.tv_sec,
+                            item.modificationTime.tv_nsec);
     if (S_ISLNK(item.mode)) {
         archive_entry_set_symlink(entry.get(), item.linkTarget.c_str());
     }

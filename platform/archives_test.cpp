@@ -377,7 +377,12 @@ TEST_F(Archives, PackedFromAFolderGiveItBackAndAreAlwaysTheSameBytes) {
     const fs::path other = root.path() / "2/B.app";
     makeBundle(one, {"Info", "MacOS/Run", "Grüße", longName});
     makeBundle(other, {longName, "Grüße", "MacOS/Run", "Info"});
-    fs::last_write_time(other / "Contents/Info", fs::file_time_type{});
+    for (const std::string& name :
+         {std::string("Info"), std::string("MacOS/Run"), std::string("Grüße"), longName}) {
+        fs::last_write_time(other / "Contents" / name,
+                            fs::last_write_time(one / "Contents" / name));
+    }
+    const auto time = attributesOfItem(one / "Contents/Info").value().fileModificationDate;
     std::uint64_t last = 0;
     std::uint64_t all = 0;
     const auto error = packFolder(one, archive, [&](std::uint64_t done, std::uint64_t of) {
@@ -393,6 +398,7 @@ TEST_F(Archives, PackedFromAFolderGiveItBackAndAreAlwaysTheSameBytes) {
     EXPECT_EQ(contentsOfFile(archive).value(), bytes);
     ASSERT_FALSE(unpack());
     EXPECT_EQ(treeOf(target), treeOf(one.parent_path()));
+    EXPECT_EQ(attributesOfItem(target / "B.app/Contents/Info").value().fileModificationDate, time);
 }
 
 TEST_F(Archives, ThatCouldNotBePackedLeaveTheOldOneAndNothingElse) {

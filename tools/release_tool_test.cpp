@@ -293,7 +293,7 @@ TEST_F(ReleaseTool, PackMakesTheSameBytesWhateverTheOrderAndTheTimes) {
         run("for i in 1 2 3 4 5 6 7 8 9; do echo $i > new/T.app/Contents/$i; done; mkdir copy; "
             "(cd new && find T.app -type d) | (cd copy && xargs mkdir -p); "
             "(cd new && find T.app -type f | sort -r) | while read -r file; do "
-            "cp --preserve=mode new/$file copy/$file; touch -d 2001-01-01 copy/$file; done; "
+            "cp --preserve=mode,timestamps new/$file copy/$file; done; "
             "\"$tool\" pack new/T.app --output a && \"$tool\" pack new/T.app/ --output b && "
             "\"$tool\" pack copy/T.app --output c && cmp a b && cmp b c");
     EXPECT_EQ(outcome.status, 0) << outcome.errors;
