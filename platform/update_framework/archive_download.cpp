@@ -103,8 +103,9 @@ class Download {
                 continue;
             }
             if (count < 0) {
-                return errorFromErrno(errno, FileAccess::Read, "The part of an archive in the "
-                                                               "cache could not be read");
+                return errorFromErrno(errno, FileAccess::Read,
+                                      "The part of an archive in the "
+                                      "cache could not be read");
             }
             if (count == 0) {
                 break;
@@ -132,10 +133,10 @@ class Download {
         const auto space = fs::space(_folder, unknown);
         const std::uint64_t missing = *_offer.size - _have;
         if (!unknown && space.available < missing) {
-            return errorFromErrno(
-                ENOSPC, FileAccess::Write,
-                "The update needs " + std::to_string(missing) + " more bytes in “" +
-                    _folder.string() + "”, where " + std::to_string(space.available) + " are free");
+            return errorFromErrno(ENOSPC, FileAccess::Write,
+                                  "The update needs " + std::to_string(missing) +
+                                      " more bytes in “" + _folder.string() + "”, where " +
+                                      std::to_string(space.available) + " are free");
         }
         return std::nullopt;
     }
@@ -150,6 +151,10 @@ class Download {
             .receive = [this](std::string_view bytes) { return receive(bytes); }};
         const auto response = streamHttpBody(request, receiver, options, stop);
         if (!response) {
+            // The same request would bring the same answer for ever: the next one asks for all.
+            if (response.error().code == NSURLErrorBadServerResponse) {
+                removeDownloads(_folder);
+            }
             return response.error();
         }
         const int status = response.value().status;
@@ -181,8 +186,8 @@ class Download {
         }
         // Written before the first byte: whatever ends this program, the next start knows what the
         // part belongs to.
-        return writeOrigin(_folder, Origin{.sha256 = *_offer.sha256,
-                                           .validator = resumptionValidator(response)});
+        return writeOrigin(
+            _folder, Origin{.sha256 = *_offer.sha256, .validator = resumptionValidator(response)});
     }
 
     std::optional<Error> receive(std::string_view bytes) {

@@ -10,7 +10,8 @@ namespace teravolant::platform {
 namespace {
 
 Error refused(std::string reason) {
-    return updaterError(SQRLUpdaterErrorRefusedOffer, "The update is refused: " + std::move(reason));
+    return updaterError(SQRLUpdaterErrorRefusedOffer,
+                        "The update is refused: " + std::move(reason));
 }
 
 std::string lowerCase(std::string text) {
@@ -53,13 +54,13 @@ std::optional<Error> verifyOffer(const SQRLUpdate& offer, std::string_view bundl
     }
     const std::string text =
         signedText(bundleIdentifier, offer.version, *offer.size, *offer.sha256);
-    const bool valid =
-        std::any_of(publicKeys.begin(), publicKeys.end(), [&](const std::string& key) {
-            return isSignatureValid(text, *offer.signature, key);
-        });
+    const bool valid = std::any_of(
+        publicKeys.begin(), publicKeys.end(),
+        [&](const std::string& key) { return isSignatureValid(text, *offer.signature, key); });
     if (!valid) {
-        return refused("its \"signature\" was made by none of this bundle's keys over this "
-                       "identifier, version, size and sha256.");
+        return refused(
+            "its \"signature\" was made by none of this bundle's keys over this "
+            "identifier, version, size and sha256.");
     }
     return std::nullopt;
 }

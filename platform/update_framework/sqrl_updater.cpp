@@ -24,8 +24,9 @@ std::filesystem::path cacheFolderOf(const Bundle& bundle) {
 std::optional<Error> checkPlace(const Bundle& running) {
     const auto version = running.textForInfoDictionaryKey(kVersionKey);
     if (!version || !running.bundleIdentifier()) {
-        return checkNotPossible("This program runs outside of a bundle with an identifier and a "
-                                "version, so it can't be updated.");
+        return checkNotPossible(
+            "This program runs outside of a bundle with an identifier and a "
+            "version, so it can't be updated.");
     }
     const auto inPlace = Bundle::bundleWithPath(running.bundlePath());
     const auto versionInPlace =
@@ -103,7 +104,8 @@ UpdateCycle SQRLUpdater::makeCycle() {
         .bundleVersion = bundle.textForInfoDictionaryKey(kVersionKey).value_or(""),
         .publicKeys = updatePublicKeys(bundle),
         .cacheFolder = cacheFolderOf(bundle),
-        .updateFromJSONData = [this](std::string body) { return updateFromJSONData(std::move(body)); },
+        .updateFromJSONData =
+            [this](std::string body) { return updateFromJSONData(std::move(body)); },
         .matchingBundle =
             [this](std::filesystem::path folder) {
                 return updateBundleMatchingCurrentApplicationInDirectory(std::move(folder));

@@ -23,10 +23,10 @@ fs::path recordPath(const fs::path& cacheFolder) { return cacheFolder / "staged.
 fs::path asidePath(const fs::path& target) { return stagingFolderFor(target) / ".previous.app"; }
 
 Error notInstalled(const StagedUpdate& update, int errorNumber) {
-    Error error = updaterError(SQRLUpdaterErrorInstallationFailed,
-                               "The update to version " + update.version +
-                                   " could not be put into the place of “" +
-                                   update.target.string() + "”");
+    Error error =
+        updaterError(SQRLUpdaterErrorInstallationFailed,
+                     "The update to version " + update.version +
+                         " could not be put into the place of “" + update.target.string() + "”");
     const Error reason = errorFromErrno(errorNumber, FileAccess::Write, error.localizedDescription);
     error.localizedDescription = reason.localizedDescription;
     return error;
@@ -85,7 +85,8 @@ std::optional<StagedUpdate> readStagedUpdate(const fs::path& cacheFolder) {
     // Nothing outside of the staging folder may ever be moved or removed for a record's sake.
     const auto inside = update.staged.lexically_relative(stagingFolderFor(update.target));
     if (!update.target.is_absolute() || inside.empty() || *inside.begin() == ".." ||
-        inside == ".") {
+        inside == "." || update.staged != update.staged.lexically_normal() ||
+        update.target != update.target.lexically_normal()) {
         return std::nullopt;
     }
     return update;

@@ -14,9 +14,9 @@ namespace teravolant::platform {
 struct StagedUpdate {
     std::string version;
     std::string archiveSha256;
-    std::string treeDigest;         ///< `digestOfTree` of the staged bundle.
-    std::filesystem::path staged;   ///< The new bundle.
-    std::filesystem::path target;   ///< The bundle to replace.
+    std::string treeDigest;        ///< `digestOfTree` of the staged bundle.
+    std::filesystem::path staged;  ///< The new bundle.
+    std::filesystem::path target;  ///< The bundle to replace.
 };
 
 /// The folder beside the bundle, on its file system, in which this user's update of it is staged.

@@ -22,8 +22,8 @@ namespace fs = std::filesystem;
 
 constexpr std::uint64_t kLargestFeed = 1U << 20U;
 
-/// Removes what is left of updates that can't come to anything any more: one that was installed, and
-/// a tree without a record, which was never finished.
+/// Removes what is left of updates that can't come to anything any more: one that was installed,
+/// and a tree without a record, which was never finished.
 void removeStaleStaging(const UpdateCycle& cycle) {
     const auto record = readStagedUpdate(cycle.cacheFolder);
     if (!record) {
@@ -75,11 +75,12 @@ std::optional<StagedUpdate> alreadyStaged(const UpdateCycle& cycle, const SQRLUp
 std::optional<Error> makeStagingFolder(const UpdateCycle& cycle) {
     discardStaging(cycle.cacheFolder, cycle.bundlePath);
     const fs::path folder = stagingFolderFor(cycle.bundlePath);
-    auto failure = createDirectory(folder);
-    if (failure || access(cycle.bundlePath.c_str(), W_OK) != 0) {
-        Error error = updaterError(SQRLUpdaterErrorStagingFailed,
-                                   "The bundle “" + cycle.bundlePath.string() +
-                                       "” can't be replaced by this user.");
+    const bool isClosed = access(cycle.bundlePath.c_str(), W_OK) != 0;
+    const auto failure = isClosed ? std::nullopt : createDirectory(folder);
+    if (isClosed || failure) {
+        Error error =
+            updaterError(SQRLUpdaterErrorStagingFailed, "The bundle “" + cycle.bundlePath.string() +
+                                                            "” can't be replaced by this user.");
         if (failure) {
             error.userInfo.emplace(NSUnderlyingErrorKey, std::make_shared<Error>(*failure));
         }
@@ -97,8 +98,8 @@ Error refusedBundle(const std::string& reason) {
 std::optional<Error> checkBundle(const Bundle& bundle, const SQRLUpdate& offer) {
     const auto version = bundle.textForInfoDictionaryKey("CFBundleShortVersionString");
     if (version != offer.version) {
-        return refusedBundle("its version is " + version.value_or(kMissingValueMark) +
-                             " where " + offer.version + " was offered.");
+        return refusedBundle("its version is " + version.value_or(kMissingValueMark) + " where " +
+                             offer.version + " was offered.");
     }
     std::error_code missing;
     const fs::path executable = fs::canonical(bundle.executablePath(), missing);
@@ -108,6 +109,16 @@ std::optional<Error> checkBundle(const Bundle& bundle, const SQRLUpdate& offer) 
         return refusedBundle("its executable is not there or can't be run.");
     }
     return std::nullopt;
+}
+
+/// Lets the staged bundle be moved, which a folder that is closed to its owner can't be, nor what
+/// is in it.
+void openFoldersDownTo(const fs::path& staged, fs::path folder) {
+    std::error_code refused;
+    for (const fs::path& name : staged.lexically_relative(folder)) {
+        folder /= name;
+        fs::permissions(folder, fs::perms::owner_all, fs::perm_options::add, refused);
+    }
 }
 
 /// Has the file system write all that it holds back, the unpacked tree among it.
@@ -135,9 +146,7 @@ Result<StagedUpdate> stage(const UpdateCycle& cycle, const SQRLUpdate& offer,
         return *std::move(error);
     }
     const fs::path& staged = bundle.value().bundlePath();
-    // A folder that is closed to its owner can't be moved to another one.
-    std::error_code refused;
-    fs::permissions(staged, fs::perms::owner_all, fs::perm_options::add, refused);
+    openFoldersDownTo(staged, folder);
     auto digest = digestOfTree(staged);
     if (!digest) {
         return digest.error();
@@ -166,11 +175,12 @@ Result<StagedUpdate> bringIn(const UpdateCycle& cycle, const SQRLUpdate& offer) 
     }
     cycle.downloadBegins();
     const auto archive = downloadArchive(offer, cycle.cacheFolder, cycle.options, cycle.stop);
-    auto staged = archive ? stage(cycle, offer, archive.value())
-                          : Result<StagedUpdate>(archive.error());
+    auto staged =
+        archive ? stage(cycle, offer, archive.value()) : Result<StagedUpdate>(archive.error());
     if (!staged) {
         discardStaging(cycle.cacheFolder, cycle.bundlePath);
-        // A verified archive that there was no room or no time to unpack is kept for the next cycle.
+        // A verified archive that there was no room or no time to unpack is kept for the next
+        // cycle.
         const std::int64_t code = staged.error().code;
         if (archive && code != NSFileWriteOutOfSpaceError && code != NSUserCancelledError) {
             removeDownloads(cycle.cacheFolder);
