@@ -13,11 +13,17 @@ namespace {
 namespace fs = std::filesystem;
 
 /// The system calls that change files, by their names on all machines: some have only a part.
-constexpr const char* kFileChangingCalls[] = {
+const std::vector<const char*> kFileChangingCalls = {
     "openat",    "write",     "pwrite64", "truncate",  "ftruncate", "rename",   "renameat",
     "renameat2", "unlink",    "unlinkat", "rmdir",     "mkdir",     "mkdirat",  "symlink",
     "symlinkat", "link",      "linkat",   "chmod",     "fchmod",    "fchmodat", "utimensat",
     "fsync",     "fdatasync", "syncfs",   "fallocate", "flock",
+};
+
+/// Those of them that need room on the disk.
+const std::vector<const char*> kRoomTakingCalls = {
+    "write",   "pwrite64", "ftruncate", "rename", "renameat",  "mkdir",
+    "mkdirat", "symlink",  "symlinkat", "fsync",  "fdatasync", "syncfs",
 };
 
 /// A program that was started with a shell's command line, and its standard output.
@@ -83,15 +89,23 @@ struct DriverWorld : fixtures::UpdateWorld {
     }
 };
 
-/// One way of killing an update at each of its steps.
-class KillPoints {
-  public:
-    explicit KillPoints(bool canExchange) : _canExchange(canExchange) {}
+/// What happens to an update at each of its steps.
+struct Mishap {
+    const std::vector<const char*>& calls;
+    std::string effect;  ///< As strace injects it into the calls.
+    std::string suffix;  ///< Behind the number of the call: "+" for all later ones as well.
+    int status;          ///< Of a run that it befalls.
+    bool canExchange = true;
+};
 
-    /// Kills a run at the N-th call of each kind, for every N, and has the next ones carry on;
-    /// until a run ends by itself.
+/// Lets one mishap befall an update at each of its steps, and the next runs carry on.
+class Interruptions {
+  public:
+    explicit Interruptions(Mishap mishap) : _mishap(std::move(mishap)) {}
+
+    /// At the N-th call of each kind, for every N, until a run ends well.
     void tryAll() {
-        for (const char* const call : kFileChangingCalls) {
+        for (const char* const call : _mishap.calls) {
             for (unsigned count = 1; tryOne(call, count); ++count) {
             }
         }
@@ -103,21 +117,22 @@ class KillPoints {
     std::string failures;
 
   private:
-    /// False when the run was not killed.
+    /// False when nothing befell the run.
     bool tryOne(const std::string& call, unsigned count) {
         _world.reset();
         std::string tracer = "strace -f -o /dev/null -e trace=?" + call;
-        if (!_canExchange && call != "renameat2") {
+        if (!_mishap.canExchange && call != "renameat2") {
             tracer += ",renameat2 -e inject=renameat2:error=EINVAL";
         }
-        tracer += " -e inject=?" + call + ":signal=KILL:when=" + std::to_string(count);
+        tracer += " -e inject=?" + call + ":" + _mishap.effect + ":when=" + std::to_string(count) +
+                  _mishap.suffix;
         Program run(_world.command(_world.target, tracer));
         const int status = run.finish();
-        const std::string failure = status == -1 ? carryOn() : judgeWholeRun(run);
+        const std::string failure = status == _mishap.status ? carryOn() : judgeWholeRun(run);
         if (!failure.empty()) {
             failures += call + " " + std::to_string(count) + ": " + failure + "\n";
         }
-        if (status != -1) {
+        if (status != _mishap.status) {
             return false;
         }
         ++points;
@@ -126,14 +141,14 @@ class KillPoints {
     }
 
     std::string judgeWholeRun(Program& run) const {
-        return run.finish() == 0 && isDone() ? "" : "without a kill: " + run.lastLine;
+        return run.finish() == 0 && isDone() ? "" : "it should have ended well: " + run.lastLine;
     }
 
-    /// What does not hold after a kill; nothing when all does.
+    /// What does not hold after the mishap; nothing when all does.
     std::string carryOn() {
         const std::string tree = _world.installedTree();
         const fs::path aside = _world.staging / ".previous.app";
-        if (!_canExchange && tree.empty() && fs::exists(aside)) {
+        if (!_mishap.canExchange && tree.empty() && fs::exists(aside)) {
             ++emptyPlaces;
             Program(_world.command(aside)).finish();
             if (_world.installedTree() != _world.oldTree) {
@@ -163,26 +178,32 @@ class KillPoints {
     }
 
     const DriverWorld _world;
-    const bool _canExchange;
+    const Mishap _mishap;
 };
 
-void expectEachToHold(bool canExchange) {
-    KillPoints all(canExchange);
+void expectAllToHold(const char* points, const Mishap& mishap) {
+    Interruptions all(mishap);
     all.tryAll();
-    std::cout << "kill points: " << all.points << ", held: " << all.held
-              << ", place found empty: " << all.emptyPlaces << "\n";
+    std::cout << points << ": " << all.points << ", held: " << all.held << "\n";
     EXPECT_EQ(all.failures, "");
     EXPECT_EQ(all.held, all.points);
     EXPECT_GE(all.points, 50U);
     // Only between two moves is there an instant without a bundle at its place.
-    EXPECT_EQ(all.emptyPlaces, canExchange ? 0U : 1U);
+    EXPECT_EQ(all.emptyPlaces, mishap.canExchange ? 0U : 1U);
 }
 
-TEST(KilledUpdate, LeavesTheOldOrTheNewBundleAndTheNextRunsBringTheNewOne) {
-    expectEachToHold(true);
+TEST(InterruptedUpdate, ThatIsKilledLeavesTheOldOrTheNewBundleAndTheNextRunsBringTheNewOne) {
+    expectAllToHold("kill points", {kFileChangingCalls, "signal=KILL", "", -1});
 }
 
-TEST(KilledUpdate, IsRepairedWhereTheFileSystemCanNotExchangeFolders) { expectEachToHold(false); }
+TEST(InterruptedUpdate, ThatIsKilledIsRepairedWhereTheFileSystemCanNotExchangeFolders) {
+    expectAllToHold("kill points without exchange",
+                    {kFileChangingCalls, "signal=KILL", "", -1, false});
+}
+
+TEST(InterruptedUpdate, ThatFindsTheDiskFullIsAnErrorAndIsDoneOnceThereIsRoom) {
+    expectAllToHold("points of a full disk", {kRoomTakingCalls, "error=ENOSPC", "+", 1});
+}
 
 TEST(ConcurrentUpdates, OneOfTwentyStartsInstallsAndTheOthersSayWhyTheyDoNot) {
     constexpr std::size_t kStarts = 20;
