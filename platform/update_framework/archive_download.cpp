@@ -151,6 +151,10 @@ class Download {
             .receive = [this](std::string_view bytes) { return receive(bytes); }};
         const auto response = streamHttpBody(request, receiver, options, stop);
         if (!response) {
+            // The same request would bring the same answer for ever: the next one asks for all.
+            if (response.error().code == NSURLErrorBadServerResponse) {
+                removeDownloads(_folder);
+            }
             return response.error();
         }
         const int status = response.value().status;

@@ -74,11 +74,14 @@ class SQRLUpdater : public std::enable_shared_from_this<SQRLUpdater> {
     /// Runs the cycle, begun in state `checking`: in the bundle's update module.
     [[nodiscard]] virtual Result<std::optional<StagedUpdate>> runCycle(const UpdateCycle& cycle);
 
+    /// Runs one cycle on the calling thread, unless another start is at it or has replaced the
+    /// bundle. Others are kept out until this updater is destroyed.
+    Result<std::optional<StagedUpdate>> runLocked();
+
   private:
     using Failed = std::function<void(const Error&)>;
 
     void checkAndStage(const Failed& failed);
-    Result<std::optional<StagedUpdate>> runLocked();
     [[nodiscard]] UpdateCycle makeCycle();
     void installAtTermination(const StagedUpdate& update, const Failed& failed);
 

@@ -85,7 +85,8 @@ std::optional<StagedUpdate> readStagedUpdate(const fs::path& cacheFolder) {
     // Nothing outside of the staging folder may ever be moved or removed for a record's sake.
     const auto inside = update.staged.lexically_relative(stagingFolderFor(update.target));
     if (!update.target.is_absolute() || inside.empty() || *inside.begin() == ".." ||
-        inside == ".") {
+        inside == "." || update.staged != update.staged.lexically_normal() ||
+        update.target != update.target.lexically_normal()) {
         return std::nullopt;
     }
     return update;

@@ -75,8 +75,9 @@ std::optional<StagedUpdate> alreadyStaged(const UpdateCycle& cycle, const SQRLUp
 std::optional<Error> makeStagingFolder(const UpdateCycle& cycle) {
     discardStaging(cycle.cacheFolder, cycle.bundlePath);
     const fs::path folder = stagingFolderFor(cycle.bundlePath);
-    auto failure = createDirectory(folder);
-    if (failure || access(cycle.bundlePath.c_str(), W_OK) != 0) {
+    const bool isClosed = access(cycle.bundlePath.c_str(), W_OK) != 0;
+    const auto failure = isClosed ? std::nullopt : createDirectory(folder);
+    if (isClosed || failure) {
         Error error =
             updaterError(SQRLUpdaterErrorStagingFailed, "The bundle “" + cycle.bundlePath.string() +
                                                             "” can't be replaced by this user.");
@@ -110,6 +111,16 @@ std::optional<Error> checkBundle(const Bundle& bundle, const SQRLUpdate& offer) 
     return std::nullopt;
 }
 
+/// Lets the staged bundle be moved, which a folder that is closed to its owner can't be, nor what
+/// is in it.
+void openFoldersDownTo(const fs::path& staged, fs::path folder) {
+    std::error_code refused;
+    for (const fs::path& name : staged.lexically_relative(folder)) {
+        folder /= name;
+        fs::permissions(folder, fs::perms::owner_all, fs::perm_options::add, refused);
+    }
+}
+
 /// Has the file system write all that it holds back, the unpacked tree among it.
 std::optional<Error> flushFileSystemOf(const fs::path& folder) {
     const UniqueFd descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -135,9 +146,7 @@ Result<StagedUpdate> stage(const UpdateCycle& cycle, const SQRLUpdate& offer,
         return *std::move(error);
     }
     const fs::path& staged = bundle.value().bundlePath();
-    // A folder that is closed to its owner can't be moved to another one.
-    std::error_code refused;
-    fs::permissions(staged, fs::perms::owner_all, fs::perm_options::add, refused);
+    openFoldersDownTo(staged, folder);
     auto digest = digestOfTree(staged);
     if (!digest) {
         return digest.error();

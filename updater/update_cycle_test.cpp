@@ -1,0 +1,569 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+
+#include "platform/text.h"
+#include "testing/update_world.h"
+#include "updater/client_updater.h"
+
+namespace teravolant {
+namespace {
+
+namespace fs = std::filesystem;
+using fixtures::answerWithRange;
+using fixtures::CertificateAuthority;
+using fixtures::HttpServer;
+using fixtures::ReceivedRequest;
+using fixtures::ServerAnswer;
+using fixtures::UpdateWorld;
+using platform::Error;
+using platform::JsonValue;
+using platform::Result;
+using platform::SigningKey;
+using platform::StagedUpdate;
+using Outcome = Result<std::optional<StagedUpdate>>;
+
+const std::string kIdentity = TEST_BUNDLE_IDENTIFIER;
+
+struct World : UpdateWorld {
+    explicit World(std::optional<fixtures::ServerIdentity> identity = std::nullopt)
+        : UpdateWorld(kIdentity, "/bin/true", std::move(identity)) {}
+
+    Outcome run(std::chrono::milliseconds stallTimeout = std::chrono::seconds(30)) const {
+        const ClientUpdater updater{platform::URLRequest{std::optional(platform::URL(feedURL))}};
+        auto updateCycle = cycle(updater);
+        updateCycle.options.stallTimeout = stallTimeout;
+        return runUpdateCycle(updateCycle);
+    }
+
+    /// One cycle must stage the update.
+    [[nodiscard]] StagedUpdate stage() const {
+        const Outcome outcome = run();
+        EXPECT_TRUE(outcome && outcome.value()) << (outcome ? "none" : text(outcome.error()));
+        return outcome && outcome.value() ? *outcome.value() : StagedUpdate{};
+    }
+
+    void install(const StagedUpdate& update) const {
+        const auto error = installStagedUpdate(cache, update);
+        EXPECT_FALSE(error) << text(*error);
+    }
+
+    [[nodiscard]] bool isAnythingStaged() const {
+        return fs::exists(staging) || fs::exists(cache / "staged.plist");
+    }
+
+    static std::string text(const Error& error) {
+        const auto* const suggestion =
+            error.userInformation<std::string>(platform::NSLocalizedRecoverySuggestionErrorKey);
+        return printedForm(error) + (suggestion != nullptr ? *suggestion : "");
+    }
+};
+
+/// The error names the reason and the machine is as it was.
+void expectRefusal(const World& world, const Outcome& outcome, const std::string& reason) {
+    EXPECT_EQ(world.installedTree(), world.oldTree);
+    EXPECT_FALSE(world.isAnythingStaged());
+    ASSERT_FALSE(outcome);
+    EXPECT_NE(World::text(outcome.error()).find(reason), std::string::npos)
+        << World::text(outcome.error()).substr(0, 1000);
+}
+
+HttpServer::Handler always(ServerAnswer answer) {
+    return [answer = std::move(answer)](const ReceivedRequest&) { return answer; };
+}
+
+/// What is wrong in a world, and what the error must say.
+struct Fault {
+    const char* situation;
+    std::function<void(World&)> change;
+    std::string reason;
+};
+
+Fault faultyFeed(const char* situation, ServerAnswer answer, std::string reason) {
+    return {situation, [answer](World& world) { world.feedAnswer = always(answer); },
+            std::move(reason)};
+}
+
+/// A row whose archive's answer is made from the right one.
+Fault faultyArchive(const char* situation, std::function<void(ServerAnswer&)> change,
+                    std::string reason) {
+    return {situation,
+            [change = std::move(change)](World& world) {
+                ServerAnswer answer = answerWithRange({}, world.archive, "\"1\"");
+                change(answer);
+                world.archiveAnswer = always(answer);
+            },
+            std::move(reason)};
+}
+
+void runTable(const std::vector<Fault>& table, std::chrono::milliseconds stallTimeout) {
+    for (const Fault& fault : table) {
+        SCOPED_TRACE(fault.situation);
+        World world;
+        fault.change(world);
+        expectRefusal(world, world.run(stallTimeout), fault.reason);
+    }
+}
+
+TEST(Updating, FaultyServerIsAnErrorThatNamesTheFaultAndChangesNothing) {
+    const std::string offerStart = R"({"version": "1.0.0.2", )";
+    runTable(
+        {faultyFeed("404", {.status = 404, .body = "none"}, "status 404"),
+         faultyFeed("500", {.status = 500}, "status 500"),
+         faultyFeed("empty", {.status = 200}, "status 200 and an empty body"),
+         faultyFeed("HTML", {.body = "<!DOCTYPE html><title>Login</title>"},
+                    "The server sent an invalid response."),
+         faultyFeed("array", {.body = R"([{"version": "1.0.0.2"}])"},
+                    "The server sent an invalid JSON response."),
+         faultyFeed("2 MiB", {.body = std::string(2U << 20U, ' ')}, "larger than the 1048576"),
+         faultyFeed("2 MiB, not announced", {.body = std::string(2U << 20U, ' '), .chunked = true},
+                    "larger than the 1048576"),
+         faultyFeed("redirect to plain http",
+                    {.status = 302, .headers = {{"Location", "http://updates.example/feed"}}},
+                    "“updates.example” is not asked over plain http"),
+         faultyFeed("circle", {.status = 302, .headers = {{"Location", "/feed"}}},
+                    "more than 10 redirects"),
+         faultyFeed("cut", {.body = offerStart, .announcedLength = 300}, "was lost"),
+         faultyFeed("cut in chunks", {.body = offerStart, .chunked = true, .cutAfter = 10},
+                    "was lost"),
+         faultyFeed("stall", {.body = offerStart, .stallAfter = 10}, "went silent"),
+         {"no server", [](World& world) { world.server.reset(); }, "could not be connected to"},
+         faultyArchive(
+             "no archive", [](ServerAnswer& answer) { answer.status = 404; }, "status 404"),
+         faultyArchive(
+             "longer", [](ServerAnswer& answer) { answer.body += "x"; },
+             "the server has more than"),
+         faultyArchive(
+             "longer, not announced",
+             [](ServerAnswer& answer) {
+                 answer.body += "x";
+                 answer.chunked = true;
+             },
+             "the server sends more than"),
+         faultyArchive(
+             "shorter", [](ServerAnswer& answer) { answer.body.pop_back(); }, "it ends after"),
+         faultyArchive(
+             "shorter, not announced",
+             [](ServerAnswer& answer) {
+                 answer.body.pop_back();
+                 answer.chunked = true;
+             },
+             "it ends after"),
+         faultyArchive(
+             "archive stalls", [](ServerAnswer& answer) { answer.stallAfter = 1000; },
+             "went silent"),
+         faultyArchive(
+             "other bytes", [](ServerAnswer& answer) { answer.body.front() ^= 1; },
+             "SHA-256 is not the one")},
+        std::chrono::milliseconds(200));
+}
+
+TEST(Updating, AServerWithoutAnUpdateIsNoError) {
+    World world;
+    world.feedAnswer = always({.status = 204});
+    const Outcome outcome = world.run();
+    ASSERT_TRUE(outcome) << World::text(outcome.error());
+    EXPECT_FALSE(outcome.value());
+    EXPECT_EQ(world.leftovers(), std::vector<std::string>());
+}
+
+TEST(Updating, OnlyAServerThatProvesItsNameIsTrusted) {
+    const CertificateAuthority authority;
+    const CertificateAuthority stranger;
+    struct Row {
+        const char* situation;
+        fixtures::ServerIdentity identity;
+        bool isTrusted;
+    };
+    const std::vector<Row> table = {{"trusted", authority.issue(), true},
+                                    {"unknown authority", stranger.issue(), false},
+                                    {"another host", authority.issue("DNS:other.example"), false}};
+    const fixtures::TemporaryFolder folder;
+    folder.write("trusted.pem", authority.certificate());
+    setenv("SSL_CERT_FILE", (folder.path() / "trusted.pem").c_str(), 1);
+    for (const Row& row : table) {
+        SCOPED_TRACE(row.situation);
+        World world(row.identity);
+        if (row.isTrusted) {
+            EXPECT_EQ(world.stage().version, World::kNewVersion);
+        } else {
+            expectRefusal(world, world.run(), "could not prove who it is");
+        }
+    }
+    unsetenv("SSL_CERT_FILE");
+}
+
+TEST(Updating, AnInterruptedDownloadResumesWhereItWasCut) {
+    const std::size_t size = World().archive.size();
+    for (const std::size_t offset : {std::size_t{0}, std::size_t{1}, size / 2, size - 1}) {
+        SCOPED_TRACE(offset);
+        World world;
+        const auto whole = world.archiveAnswer;
+        world.archiveAnswer = [&](const ReceivedRequest& request) {
+            ServerAnswer answer = whole(request);
+            answer.cutAfter = offset;
+            return answer;
+        };
+        expectRefusal(world, world.run(), "was lost");
+        world.archiveAnswer = whole;
+        world.install(world.stage());
+        EXPECT_EQ(world.installedTree(), world.newTree);
+        ASSERT_EQ(world.archiveRequests().size(), 2U);
+        EXPECT_EQ(world.archiveRequests()[1].header("range"),
+                  offset == 0 ? "" : "bytes=" + std::to_string(offset) + "-");
+    }
+}
+
+TEST(Updating, ARestThatDoesNotFitThePartIsNeverPutBehindIt) {
+    struct Row {
+        const char* situation;
+        const char* validator;  ///< The name of the header that the first answer has, or null.
+        std::function<ServerAnswer(const World&, const ReceivedRequest&)> second;
+        bool isAskedForTheRest;
+        std::string error;  ///< Of the second cycle; empty when it stages the update.
+    };
+    const auto inFull = [](const World& world, const ReceivedRequest& request) {
+        return answerWithRange(request, world.archive, "\"2\"");
+    };
+    const Row table[] = {
+        {"another tag, same content", "ETag", inFull, true, ""},
+        {"another tag, other content", "ETag",
+         [](const World& world, const ReceivedRequest& request) {
+             return answerWithRange(request, std::string(world.archive.size(), 'x'), "\"2\"");
+         },
+         true, "SHA-256 is not the one"},
+        {"same tag, other content", "ETag",
+         [](const World& world, const ReceivedRequest& request) {
+             return answerWithRange(request, std::string(world.archive.size(), 'x'), "\"1\"");
+         },
+         true, "SHA-256 is not the one"},
+        {"a part that starts elsewhere", "ETag",
+         [](const World& world, const ReceivedRequest& request) {
+             ServerAnswer answer = answerWithRange(request, world.archive, "\"1\"");
+             answer.headers.back() = {"Content-Range", "bytes 7-99/100"};
+             return answer;
+         },
+         true, "a part that was not asked for"},
+        {"a shorter file", "ETag",
+         [](const World&, const ReceivedRequest& request) {
+             return answerWithRange(request, "short", "\"1\"");
+         },
+         true, "status 416"},
+        {"a date", "Last-Modified", inFull, true, ""},
+        {"no validator", nullptr, inFull, false, ""},
+    };
+    for (const Row& row : table) {
+        SCOPED_TRACE(row.situation);
+        World world;
+        const auto whole = world.archiveAnswer;
+        ServerAnswer first{.body = world.archive, .cutAfter = 1000};
+        if (row.validator != nullptr) {
+            first.headers = {{row.validator, "\"1\""}};
+        }
+        world.archiveAnswer = always(first);
+        expectRefusal(world, world.run(), "was lost");
+        world.archiveAnswer = [&](const ReceivedRequest& request) {
+            return row.second(world, request);
+        };
+        if (row.error.empty()) {
+            EXPECT_EQ(world.stage().version, World::kNewVersion);
+        } else {
+            expectRefusal(world, world.run(), row.error);
+            // The next one is not held up by what is left of this one.
+            world.archiveAnswer = whole;
+            EXPECT_EQ(world.stage().version, World::kNewVersion);
+            EXPECT_EQ(world.archiveRequests().back().header("range"), "");
+        }
+        EXPECT_EQ(world.archiveRequests()[1].header("range"),
+                  row.isAskedForTheRest ? "bytes=1000-" : "");
+    }
+}
+
+Fault hostileOffer(const char* situation, std::function<void(JsonValue::Object&)> change,
+                   std::string reason) {
+    return {situation, [change = std::move(change)](World& world) { change(world.offer); },
+            std::move(reason)};
+}
+
+/// A row whose member of the offer is wrong in itself; the signature fits all the same.
+Fault hostileMember(const char* member, JsonValue value, std::string reason) {
+    return {member,
+            [member, value = std::move(value)](World& world) {
+                world.offer[member] = value;
+                world.offerAs(World::kNewVersion);
+            },
+            std::move(reason)};
+}
+
+/// A row whose published bundle is not what the offer says.
+Fault hostileBundle(const char* situation, std::function<void(World&)> change, std::string reason) {
+    return {situation,
+            [change = std::move(change)](World& world) {
+                change(world);
+                world.publish();
+            },
+            std::move(reason)};
+}
+
+void remakeNewBundle(World& world, const std::string& version,
+                     const std::string& bundleIdentifier) {
+    EXPECT_FALSE(platform::removeTree(world.newBundle));
+    world.makeBundle(world.newBundle, version, bundleIdentifier);
+}
+
+fs::path programOf(const fs::path& bundle) { return bundle / "Contents/MacOS/Teravolant"; }
+
+TEST(Updating, HostileOfferIsAnErrorThatNamesTheReasonAndChangesNothing) {
+    const std::string unsignedOffer = "made by none of this bundle's keys";
+    runTable(
+        {hostileOffer(
+             "same version", [](auto& offer) { offer["version"] = "1.0.0.1"; },
+             "is not older than"),
+         hostileOffer(
+             "older version", [](auto& offer) { offer["version"] = "0.9.9.9"; },
+             "is not older than"),
+         hostileOffer(
+             "malformed version", [](auto& offer) { offer["version"] = "2.0"; },
+             "2.0 is illegal version"),
+         hostileOffer(
+             "no version", [](auto& offer) { offer.erase("version"); },
+             "(null) is illegal version"),
+         hostileOffer(
+             "a number as version", [](auto& offer) { offer["version"] = 2.5; },
+             "2.5 is illegal version"),
+         hostileOffer(
+             "version with a line feed",
+             [](auto& offer) { offer["version"] = "1.0.0.2\nsize=1.0.0.2"; }, "line feed"),
+         hostileMember("url", JsonValue(), "The update's “url”"),
+         hostileMember("url", "archive", "The update's “url”"),
+         hostileMember("url", "file:///etc/passwd", "The update's “url”"),
+         hostileMember("url", "http://updates.example/archive", "The update's “url”"),
+         hostileOffer(
+             "a name that climbs",
+             [](auto& offer) {
+                 offer.erase("url");
+                 offer["name"] = "../../../../etc/passwd";
+             },
+             "status 404"),
+         hostileOffer(
+             "size that was not signed", [](auto& offer) { offer["size"] = std::int64_t{7}; },
+             unsignedOffer),
+         hostileMember("size", std::int64_t{7}, "the server has more than the 7 bytes"),
+         hostileMember("size", std::int64_t{1} << 60U, "more bytes"),
+         hostileMember("size", std::int64_t{10'000'000}, "it ends after"),
+         hostileOffer(
+             "digest that was not signed",
+             [](auto& offer) { offer["sha256"] = std::string(64, '0'); }, unsignedOffer),
+         hostileMember("sha256", std::string(64, '0'), "SHA-256 is not the one"),
+         hostileOffer(
+             "no size", [](auto& offer) { offer.erase("size"); }, "no \"size\""),
+         hostileOffer(
+             "no digest", [](auto& offer) { offer.erase("sha256"); }, "no \"sha256\""),
+         hostileOffer(
+             "no signature", [](auto& offer) { offer.erase("signature"); }, "no \"signature\""),
+         {"signed by a stranger",
+          [](World& world) {
+              world.offer["signature"] =
+                  world.signature(SigningKey::generate().value(), kIdentity, World::kNewVersion);
+          },
+          unsignedOffer},
+         {"signed for another version", [](World& world) { world.offer["version"] = "1.0.0.3"; },
+          unsignedOffer},
+         {"signed for another product",
+          [](World& world) {
+              world.offer["signature"] =
+                  world.signature(world.key, kIdentity + ".other", World::kNewVersion);
+          },
+          unsignedOffer},
+         hostileBundle(
+             "older than offered",
+             [](World& world) { remakeNewBundle(world, "0.9.0.0", kIdentity); },
+             "its version is 0.9.0.0 where 1.0.0.2 was offered"),
+         hostileBundle(
+             "another product",
+             [](World& world) { remakeNewBundle(world, "1.0.0.2", kIdentity + ".x"); },
+             "Could not locate update bundle for " + kIdentity),
+         hostileBundle(
+             "no executable", [](World& world) { fs::remove(programOf(world.newBundle)); },
+             "its executable"),
+         hostileBundle(
+             "can't be executed",
+             [](World& world) {
+                 fs::permissions(programOf(world.newBundle), fs::perms::owner_read);
+             },
+             "its executable"),
+         hostileBundle(
+             "a folder for an executable",
+             [](World& world) {
+                 fs::remove(programOf(world.newBundle));
+                 fs::create_directory(programOf(world.newBundle));
+             },
+             "its executable"),
+         hostileBundle(
+             "an executable that leads out of the bundle",
+             [](World& world) {
+                 fs::rename(programOf(world.newBundle), world.published / "program");
+                 fs::create_symlink("../../../program", programOf(world.newBundle));
+             },
+             "its executable")},
+        std::chrono::seconds(30));
+}
+
+TEST(Updating, ABundleWithoutAKeyRefusesEveryOffer) {
+    const World world;
+    const ClientUpdater updater{platform::URLRequest{std::optional(platform::URL(world.feedURL))}};
+    auto cycle = world.cycle(updater);
+    cycle.publicKeys.clear();
+    expectRefusal(world, runUpdateCycle(cycle), "no public key (TVUpdatePublicKeys)");
+}
+
+/// The longest version that fits into a feed is answered too, however deep it gets.
+TEST(Updating, AVersionOfAMillionCharactersIsAnsweredWithAnError) {
+    constexpr std::size_t kLength = (1U << 20U) - 1024;
+    std::string alternating(kLength, '1');
+    for (std::size_t place = 1; place < kLength; place += 2) {
+        alternating[place] = '.';
+    }
+    alternating.back() = '1';
+    const std::string illegal = " is illegal version";
+    for (const auto& [version, reason] : {std::pair(std::string(kLength, '1'), illegal),
+                                          std::pair(std::string(kLength, '.'), illegal),
+                                          std::pair(alternating, std::string(" was offered."))}) {
+        World world;
+        world.offerAs(version);
+        const Outcome outcome = world.run();
+        EXPECT_EQ(world.installedTree(), world.oldTree);
+        ASSERT_FALSE(outcome);
+        EXPECT_TRUE(outcome.error().localizedDescription.ends_with(reason))
+            << outcome.error().localizedDescription.substr(kLength);
+    }
+}
+
+TEST(Updating, AnUpdateIsStagedAndInstalledByteForByteAndLeavesNothingElse) {
+    World world;
+    const StagedUpdate update = world.stage();
+    EXPECT_EQ(world.installedTree(), world.oldTree);
+    world.install(update);
+    EXPECT_EQ(world.installedTree(), world.newTree);
+    EXPECT_EQ(world.leftovers(), std::vector<std::string>());
+    EXPECT_EQ(world.archiveRequests().size(), 1U);
+}
+
+TEST(Updating, ABundleInAClosedFolderOfTheArchiveIsInstalledToo) {
+    World world;
+    fs::create_directory(world.published / "outer");
+    fs::rename(world.newBundle, world.published / "outer/Teravolant.app");
+    for (const char* closed : {"outer/Teravolant.app", "outer", ""}) {
+        fs::permissions(world.published / closed, fs::perms::owner_write, fs::perm_options::remove);
+    }
+    world.publish();
+    world.install(world.stage());
+    EXPECT_EQ(world.installedTree(), world.newTree);
+    EXPECT_EQ(world.leftovers(), std::vector<std::string>());
+}
+
+TEST(Updating, WhatAnEarlierCycleStagedIsUsedOnlyWhereItIsWholeAndInItsPlace) {
+    struct Row {
+        const char* situation;
+        std::function<void(const World&, StagedUpdate)> change;
+        std::size_t downloads;  ///< Of both cycles together.
+    };
+    const auto tamper = [](const World& world, const StagedUpdate& update) {
+        world.folder.write(
+            (update.staged / "Contents/link").lexically_relative(world.folder.path()), "more");
+    };
+    const Row table[] = {
+        {"whole", [](const World&, const StagedUpdate&) {}, 1},
+        {"tampered with", tamper, 2},
+        {"no longer there",
+         [](const World&, const StagedUpdate& update) {
+             EXPECT_FALSE(platform::removeTree(update.staged));
+         },
+         2},
+        {"without its record",
+         [](const World& world, const StagedUpdate&) { fs::remove(world.cache / "staged.plist"); },
+         2},
+        {"a record that is no property list",
+         [](const World& world, const StagedUpdate&) {
+             std::ofstream(world.cache / "staged.plist") << "half of <plist";
+         },
+         2},
+        {"a record of a tree elsewhere",
+         [](const World& world, StagedUpdate update) {
+             fs::rename(update.staged, world.folder.path() / "elsewhere");
+             update.staged = world.folder.path() / "elsewhere";
+             EXPECT_FALSE(writeStagedUpdate(world.cache, update));
+         },
+         2},
+        {"a record that climbs out of the staging folder",
+         [](const World& world, StagedUpdate update) {
+             fs::rename(update.staged, world.folder.path() / "elsewhere");
+             update.staged = world.staging / "published/../../../elsewhere";
+             EXPECT_FALSE(writeStagedUpdate(world.cache, update));
+         },
+         2},
+        {"a record of another version",
+         [](const World& world, StagedUpdate update) {
+             update.version = "1.0.0.3";
+             EXPECT_FALSE(writeStagedUpdate(world.cache, update));
+         },
+         2},
+    };
+    for (const Row& row : table) {
+        SCOPED_TRACE(row.situation);
+        World world;
+        row.change(world, world.stage());
+        const StagedUpdate update = world.stage();
+        EXPECT_EQ(world.archiveRequests().size(), row.downloads);
+        world.install(update);
+        EXPECT_EQ(world.installedTree(), world.newTree);
+        EXPECT_EQ(world.leftovers(), std::vector<std::string>());
+    }
+}
+
+TEST(Updating, WhatIsOutdatedIsRemovedByTheNextCycle) {
+    struct Row {
+        const char* situation;
+        std::function<void(World&)> change;
+    };
+    const Row table[] = {
+        {"half-made staging",
+         [](World& world) {
+             world.makeBundle(world.staging / "published/Teravolant.app", World::kNewVersion,
+                              kIdentity);
+         }},
+        {"an update that was installed by other means",
+         [](World& world) {
+             (void)world.stage();
+             EXPECT_FALSE(platform::removeTree(world.target));
+             world.makeBundle(world.target, World::kNewVersion, kIdentity);
+         }},
+    };
+    for (const Row& row : table) {
+        SCOPED_TRACE(row.situation);
+        World world;
+        row.change(world);
+        const std::string installed = world.installedTree();
+        world.feedAnswer = always({.status = 204});
+        EXPECT_TRUE(world.run());
+        EXPECT_EQ(world.leftovers(), std::vector<std::string>());
+        EXPECT_EQ(world.installedTree(), installed);
+    }
+}
+
+TEST(Updating, ABundleThatCanNotBeReplacedIsAnErrorBeforeTheDownload) {
+    for (const bool folderToo : {false, true}) {
+        SCOPED_TRACE(folderToo);
+        World world;
+        const fs::path closed = folderToo ? world.target.parent_path() : world.target;
+        fs::permissions(closed, fs::perms::owner_write, fs::perm_options::remove);
+        const Outcome outcome = world.run();
+        fs::permissions(closed, fs::perms::owner_write, fs::perm_options::add);
+        expectRefusal(world, outcome, "can't be replaced by this user");
+        EXPECT_EQ(world.archiveRequests().size(), 0U);
+    }
+}
+
+}  // namespace
+}  // namespace teravolant
