@@ -111,6 +111,16 @@ TEST(ClientLaunch, LeavesAClientThatOutlivesTheLauncherAndKnowsNothingOfTheLogin
                      ""}));
 }
 
+TEST(ClientLaunch, WithoutAnUpdateCheckLoadsNoLibraryThatOnlyUpdatesNeed) {
+    Sandbox sandbox;
+    const auto outcome = sandbox.run(R"sh(
+        LD_DEBUG=files LD_DEBUG_OUTPUT=/tmp/loaded $launcher --notupdate > /dev/null 2>&1 &
+        wait $!
+        grep -q libplist /tmp/loaded.$! && echo "reported"
+        grep -E 'lib(curl|archive|crypto|ssl|TeravolantUpdate)' /tmp/loaded.$!)sh");
+    EXPECT_EQ(outcome.output, "reported\n");
+}
+
 TEST(ClientLaunch, IsDoneAnewByTheClientThatIsToldThatAReleaseWaits) {
     Sandbox sandbox;
     Sandbox::writePreference(sandbox.machineConfiguration(), kAllUsersDomain, "AutoUpdateEnable",

@@ -200,6 +200,9 @@ Result<std::optional<StagedUpdate>> runUpdateCycle(const UpdateCycle& cycle) {
         return feed.error();
     }
     if (!feed.value()) {
+        // What an earlier feed offered was withdrawn.
+        discardStaging(cycle.cacheFolder, cycle.bundlePath);
+        removeDownloads(cycle.cacheFolder);
         return std::optional<StagedUpdate>();
     }
     const auto offer = cycle.updateFromJSONData(*feed.value()).subscribe();
