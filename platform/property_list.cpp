@@ -172,6 +172,29 @@ Node nodeOf(const PropertyListValue& value) {
     return nodeOfDictionary(*value.dictionary());
 }
 
+/// The library reads what is nested by calling itself, so that nothing may reach it that nests
+/// without end. Of the binary form only the size says how deep that can be.
+bool nestsTooDeep(std::string_view bytes) {
+    constexpr std::size_t kLargestBinary = std::size_t{256} << 10U;
+    constexpr std::string_view kBinaryMark = "bplist";
+    if (bytes.starts_with(kBinaryMark)) {
+        return bytes.size() > kLargestBinary;
+    }
+    int depth = 0;
+    for (std::size_t tag = bytes.find('<'); tag != bytes.npos; tag = bytes.find('<', tag + 1)) {
+        const std::string_view name = bytes.substr(tag + 1, 6);
+        if (name.starts_with("/array") || name.starts_with("/dict")) {
+            --depth;
+        } else if (name.starts_with("array") || name.starts_with("dict")) {
+            depth += bytes.substr(tag, bytes.find('>', tag) - tag).ends_with('/') ? 0 : 1;
+        }
+        if (depth > kDeepestPropertyList) {
+            return true;
+        }
+    }
+    return false;
+}
+
 Error corrupt(std::string_view reason) {
     return Error{.domain = std::string(NSCocoaErrorDomain),
                  .code = NSFileReadCorruptFileError,
@@ -183,6 +206,9 @@ Error corrupt(std::string_view reason) {
 Result<PropertyListValue> parsePropertyList(std::string_view bytes) {
     if (bytes.size() > std::numeric_limits<std::uint32_t>::max()) {
         return corrupt("The property list is too large.");
+    }
+    if (nestsTooDeep(bytes)) {
+        return corrupt("The property list nests too deep.");
     }
     plist_t parsed = nullptr;
     plist_from_memory(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &parsed);

@@ -53,7 +53,8 @@ class PropertyListValue {
 /// Reads a property list in its XML or its binary form.
 ///
 /// Fails with `NSFileReadCorruptFileError` for anything else, for a value that is not of one of the
-/// types above, and for nesting deeper than `kDeepestPropertyList`.
+/// types above, for nesting deeper than `kDeepestPropertyList`, and for a binary one larger than
+/// 256 KiB. Integers beyond 64 bits with a sign, and dates outside of 1933 to 2068, are not kept.
 Result<PropertyListValue> parsePropertyList(std::string_view bytes);
 
 inline constexpr int kDeepestPropertyList = 64;

@@ -14,8 +14,10 @@ std::string xml(const std::string& content) {
 
 std::string nested(int depth) {
     std::string text;
-    for (int level = 0; level < depth; ++level) {
-        text.insert(0, "<array>").append("</array>");
+    for (const char* tag : {"<array>", "</array>"}) {
+        for (int level = 0; level < depth; ++level) {
+            text += tag;
+        }
     }
     return text;
 }
@@ -55,10 +57,11 @@ TEST(PropertyList, RefusesWhatIsNotWhole) {
     for (const std::string& bytes :
          {std::string(), std::string("damaged"), std::string("bplist00"), xml(""),
           whole.substr(0, whole.find("<string>")), whole.substr(0, whole.find("</dict>")),
-          xml("<unknown/>"), xml(nested(65))}) {
+          xml("<unknown/>"), xml(nested(65)), xml(nested(300'000)),
+          "bplist00" + std::string(300'000, '\xA1')}) {
         const auto read = parsePropertyList(bytes);
-        ASSERT_FALSE(read) << bytes;
-        EXPECT_EQ(read.error().code, NSFileReadCorruptFileError) << bytes;
+        ASSERT_FALSE(read) << bytes.substr(0, 100);
+        EXPECT_EQ(read.error().code, NSFileReadCorruptFileError) << bytes.substr(0, 100);
     }
     EXPECT_TRUE(parsePropertyList(xml(nested(64))));
 }
