@@ -128,9 +128,12 @@ void Application::dispatchAsyncOnMainQueue(std::function<void()> work) {
     wakeUp();
 }
 
-void Application::atTermination(std::function<void()> work) {
+bool Application::atTermination(std::function<void()> work) {
     const std::lock_guard lock(_queueMutex);
-    _atTermination.push_back(std::move(work));
+    if (!_terminating) {
+        _atTermination.push_back(std::move(work));
+    }
+    return !_terminating;
 }
 
 void Application::run() {
@@ -148,6 +151,10 @@ void Application::run() {
 }
 
 void Application::terminate() {
+    {
+        const std::lock_guard lock(_queueMutex);
+        _terminating = true;
+    }
     for (const auto& work : take(_atTermination)) {
         work();
     }

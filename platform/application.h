@@ -77,8 +77,8 @@ class Application {
     void dispatchAsyncOnMainQueue(std::function<void()> work);
 
     /// Has the work done when a termination begins, before the delegate is told, on the main thread
-    /// and in the order of the calls. Any thread.
-    void atTermination(std::function<void()> work);
+    /// and in the order of the calls. False when it is too late for that. Any thread.
+    [[nodiscard]] bool atTermination(std::function<void()> work);
 
     /// Tells the delegate that the launch has finished and then carries out what comes to the main
     /// queue, until a termination ends the process. Main thread only.
@@ -103,6 +103,7 @@ class Application {
     std::mutex _queueMutex;
     Works _queue;
     Works _atTermination;
+    bool _terminating = false;
 };
 
 /// Runs the shared application object's loop. Does not return; the process ends inside.

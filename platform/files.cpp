@@ -346,14 +346,22 @@ Result<FileLock> FileLock::acquire(const fs::path& path, std::chrono::millisecon
 }
 
 Result<std::optional<FileLock>> FileLock::tryAcquire(const fs::path& path) {
-    auto lock = acquire(path, std::chrono::milliseconds(0));
-    if (lock) {
-        return std::optional(std::move(lock).value());
-    }
-    if (lock.error().code == NSFileLockingError) {
+    return tryLock(openLockFile(path), path);
+}
+
+Result<std::optional<FileLock>> FileLock::tryAcquireFolder(const fs::path& path) {
+    return tryLock(UniqueFd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)), path);
+}
+
+Result<std::optional<FileLock>> FileLock::tryLock(UniqueFd file, const fs::path& path) {
+    const int failure = file ? lockWithin(file.get(), std::chrono::milliseconds(0)) : errno;
+    if (failure == EWOULDBLOCK) {
         return std::optional<FileLock>();
     }
-    return std::move(lock).error();
+    if (failure != 0) {
+        return lockError(failure, path);
+    }
+    return std::optional(FileLock(std::move(file)));
 }
 
 }  // namespace teravolant::platform

@@ -97,7 +97,14 @@ class FileLock {
     /// As `acquire`, but answers nothing at once when somebody else holds the lock.
     static Result<std::optional<FileLock>> tryAcquire(const std::filesystem::path& path);
 
+    /// As `tryAcquire`, for an existing folder, in which nothing is made. The lock stays with the
+    /// folder where that is moved.
+    static Result<std::optional<FileLock>> tryAcquireFolder(const std::filesystem::path& path);
+
   private:
+    static Result<std::optional<FileLock>> tryLock(UniqueFd file,
+                                                   const std::filesystem::path& path);
+
     explicit FileLock(UniqueFd descriptor) : _descriptor(std::move(descriptor)) {}
 
     UniqueFd _descriptor;

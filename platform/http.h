@@ -32,6 +32,7 @@ enum URLErrorCode : std::int64_t {
     NSURLErrorNetworkConnectionLost = -1005,
     NSURLErrorHTTPTooManyRedirects = -1007,
     NSURLErrorBadServerResponse = -1011,
+    NSURLErrorCannotParseResponse = -1017,  ///< A part of a body that was not asked for.
     NSURLErrorDataLengthExceedsMaximum = -1103,
     NSURLErrorSecureConnectionFailed = -1200,
     NSURLErrorServerCertificateHasBadDate = -1201,

@@ -326,7 +326,7 @@ std::optional<Error> Exchange::checkRange() {
     const std::uint64_t offset = offsetToResumeAt(_request);
     const auto start = startOfRange(_response.contentRange.value_or(""));
     if (offset == 0 || start != offset) {
-        return httpError(NSURLErrorBadServerResponse,
+        return httpError(NSURLErrorCannotParseResponse,
                          host() + " answered with a part that was not asked for.");
     }
     _response.bodyOffset = offset;

@@ -61,10 +61,10 @@ class Download {
   public:
     Download(const SQRLUpdate& offer, const fs::path& folder) : _offer(offer), _folder(folder) {}
 
-    Result<fs::path> run(const HttpOptions& options, const std::stop_token& stop) {
+    Result<fs::path> run(const HttpOptions& options) {
         auto error = openPart();
         if (!error && _have < *_offer.size) {
-            error = fetch(options, stop);
+            error = fetch(options);
         }
         if (!error) {
             error = compareDigest();
@@ -85,7 +85,8 @@ class Download {
             removeDownloads(_folder);
         }
         _validator = usable ? origin->validator : "";
-        _file = UniqueFd(open(archivePath(_folder).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+        _file = UniqueFd(
+            open(archivePath(_folder).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
         if (!_file) {
             return writeFailure();
         }
@@ -141,7 +142,7 @@ class Download {
         return std::nullopt;
     }
 
-    std::optional<Error> fetch(const HttpOptions& options, const std::stop_token& stop) {
+    std::optional<Error> fetch(const HttpOptions& options) {
         HttpRequest request{.url = _offer.updateURL};
         if (_have > 0) {
             request.resumption = HttpResumption{.offset = _have, .validator = _validator};
@@ -149,10 +150,10 @@ class Download {
         const HttpBodyReceiver receiver{
             .begin = [this](const HttpResponse& response) { return begin(response); },
             .receive = [this](std::string_view bytes) { return receive(bytes); }};
-        const auto response = streamHttpBody(request, receiver, options, stop);
+        const auto response = streamHttpBody(request, receiver, options);
         if (!response) {
             // The same request would bring the same answer for ever: the next one asks for all.
-            if (response.error().code == NSURLErrorBadServerResponse) {
+            if (response.error().code == NSURLErrorCannotParseResponse) {
                 removeDownloads(_folder);
             }
             return response.error();
@@ -236,8 +237,8 @@ class Download {
 }  // namespace
 
 Result<fs::path> downloadArchive(const SQRLUpdate& offer, const fs::path& cacheFolder,
-                                 const HttpOptions& options, const std::stop_token& stop) {
-    return Download(offer, cacheFolder).run(options, stop);
+                                 const HttpOptions& options) {
+    return Download(offer, cacheFolder).run(options);
 }
 
 void removeDownloads(const fs::path& cacheFolder) {

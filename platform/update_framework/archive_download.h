@@ -1,7 +1,6 @@
 #pragma once
 
 #include <filesystem>
-#include <stop_token>
 
 #include "platform/error.h"
 #include "platform/http.h"
@@ -18,8 +17,7 @@ namespace teravolant::platform {
 /// next call; bytes that can't become the offered archive are removed.
 Result<std::filesystem::path> downloadArchive(const SQRLUpdate& offer,
                                               const std::filesystem::path& cacheFolder,
-                                              const HttpOptions& options,
-                                              const std::stop_token& stop);
+                                              const HttpOptions& options);
 
 /// Removes what `downloadArchive` left in the folder, whole or in part.
 void removeDownloads(const std::filesystem::path& cacheFolder);

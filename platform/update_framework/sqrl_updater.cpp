@@ -59,18 +59,24 @@ void SQRLUpdater::checkForUpdates(const Failed& failed) {
 void SQRLUpdater::checkAndStage(const Failed& failed) {
     const auto staged = runLocked();
     if (staged && staged.value()) {
-        Application::sharedApplication().atTermination(
+        UpdaterState before = _state;
+        const bool inTime = Application::sharedApplication().atTermination(
             [self = shared_from_this(), update = *staged.value(), failed] {
                 self->installAtTermination(update, failed);
             });
-        _state = UpdaterState::awaitingRelaunch;
+        // From here on a termination may have installed it, or failed to, and have said so. Where
+        // one had begun before, the next start finds what is staged.
+        if (inTime) {
+            _state.compare_exchange_strong(before, UpdaterState::awaitingRelaunch);
+        }
         return;
     }
     // Whoever sees the idle state may end the process: the error must have been told by then.
     if (!staged) {
         failed(staged.error());
     }
-    _cycleLock.reset();
+    _bundleLock.reset();
+    _cacheLock.reset();
     _state = UpdaterState::idle;
 }
 
@@ -80,14 +86,26 @@ Result<std::optional<StagedUpdate>> SQRLUpdater::runLocked() {
     if (auto error = createDirectory(folder)) {
         return *std::move(error);
     }
-    auto lock = FileLock::tryAcquire(folder / "update.lock");
-    if (!lock) {
-        return lock.error();
+    // Nobody else may change what was verified in there.
+    std::error_code refused;
+    std::filesystem::permissions(folder, std::filesystem::perms::owner_all, refused);
+    if (refused) {
+        return checkNotPossible("The cache folder “" + folder.string() +
+                                "” is not this user's own.");
     }
-    if (!lock.value()) {
+    auto cacheLock = FileLock::tryAcquire(folder / "update.lock");
+    if (!cacheLock) {
+        return cacheLock.error();
+    }
+    auto bundleLock = FileLock::tryAcquireFolder(bundle.bundlePath());
+    if (!bundleLock) {
+        return bundleLock.error();
+    }
+    if (!cacheLock.value() || !bundleLock.value()) {
         return checkNotPossible("Another start of this program is updating it already.");
     }
-    _cycleLock = std::move(lock).value();
+    _cacheLock = std::move(cacheLock).value();
+    _bundleLock = std::move(bundleLock).value();
     // Only under the lock: the one who had it before may have replaced the bundle.
     if (auto error = checkPlace(bundle)) {
         return *std::move(error);
@@ -119,12 +137,18 @@ Result<std::optional<StagedUpdate>> SQRLUpdater::runCycle(const UpdateCycle& cyc
 }
 
 void SQRLUpdater::installAtTermination(const StagedUpdate& update, const Failed& failed) {
-    if (const auto error = installStagedUpdate(cacheFolderOf(Bundle::mainBundle()), update)) {
-        // A client that was told to restart now would find the old launcher, and that the same
-        // update, again and again.
-        failed(*error);
-        _state = UpdaterState::idle;
+    const Bundle& bundle = Bundle::mainBundle();
+    // Somebody else may have put another bundle there since the cycle began.
+    auto error = checkPlace(bundle);
+    if (!error) {
+        error = installStagedUpdate(cacheFolderOf(bundle), update);
     }
+    if (error) {
+        failed(*error);
+    }
+    // A client that was told to restart after a failure would find the old launcher, and that the
+    // same update, again and again.
+    _state = error ? UpdaterState::idle : UpdaterState::awaitingRelaunch;
 }
 
 }  // namespace teravolant::platform

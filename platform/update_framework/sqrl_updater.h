@@ -86,7 +86,10 @@ class SQRLUpdater : public std::enable_shared_from_this<SQRLUpdater> {
     void installAtTermination(const StagedUpdate& update, const Failed& failed);
 
     URLRequest _updateRequest;
-    std::optional<FileLock> _cycleLock;  ///< Held while a cycle runs or its update waits.
+    /// Held while a cycle runs or its update waits: on what this user keeps in the cache, and on
+    /// the bundle, which another cache may be used for as well.
+    std::optional<FileLock> _cacheLock;
+    std::optional<FileLock> _bundleLock;
     std::atomic<UpdaterState> _state = UpdaterState::idle;
     std::stop_source _willDealloc;
 };

@@ -102,6 +102,7 @@ std::optional<Error> writeStagedUpdate(const fs::path& cacheFolder, const Staged
 }
 
 void discardStaging(const fs::path& cacheFolder, const fs::path& target) {
+    repairInstallation(target);
     std::error_code notThere;
     fs::remove(recordPath(cacheFolder), notThere);
     // What can't be removed now is tried again by the next cycle, which finds it by its name.
@@ -110,8 +111,12 @@ void discardStaging(const fs::path& cacheFolder, const fs::path& target) {
 
 std::optional<Error> removeTree(const fs::path& tree) {
     std::error_code ignored;
-    if (!fs::exists(fs::symlink_status(tree, ignored))) {
+    const fs::file_status status = fs::symlink_status(tree, ignored);
+    if (!fs::exists(status)) {
         return std::nullopt;
+    }
+    if (!fs::is_directory(status)) {
+        return removeItem(tree);
     }
     fs::permissions(tree, fs::perms::owner_all, fs::perm_options::add, ignored);
     for (fs::recursive_directory_iterator walk(tree, ignored), end; !ignored && walk != end;
@@ -135,9 +140,9 @@ std::optional<Error> installStagedUpdate(const fs::path& cacheFolder, const Stag
     return std::nullopt;
 }
 
-void repairInstallation(const StagedUpdate& update) {
-    if (!fileExists(update.target) && fileExists(asidePath(update.target))) {
-        (void)moveItem(asidePath(update.target), update.target);
+void repairInstallation(const fs::path& target) {
+    if (!fileExists(target) && fileExists(asidePath(target))) {
+        (void)moveItem(asidePath(target), target);
     }
 }
 

@@ -30,8 +30,8 @@ struct StagedUpdate {
 [[nodiscard]] std::optional<Error> writeStagedUpdate(const std::filesystem::path& cacheFolder,
                                                      const StagedUpdate& update);
 
-/// Removes the record first and then the staging folder of the target, so that no record ever
-/// speaks of a tree that is partly gone.
+/// Removes the record first and then the staging folder of the target, so that a kill leaves no
+/// record of a tree that is partly gone. A bundle that was moved aside is put back before.
 void discardStaging(const std::filesystem::path& cacheFolder, const std::filesystem::path& target);
 
 /// Removes a folder with all in it, also where folders are closed to their owner.
@@ -39,9 +39,9 @@ void discardStaging(const std::filesystem::path& cacheFolder, const std::filesys
 
 /// Puts the staged bundle into the place of its target in one step and removes the old one.
 ///
-/// Either the old or the new bundle stands whole at the target at every instant. Where the file
-/// system can't exchange two folders, the old one is moved aside first; what a kill in between
-/// leaves is repaired by `repairInstallation`. Blocks until the parent folder is flushed.
+/// Either the old or the new bundle stands whole at the target at every instant, but where the file
+/// system can't exchange two folders: there the old one is moved aside first, and what a kill in
+/// between leaves is repaired by `repairInstallation`. Blocks until the parent folder is flushed.
 ///
 /// Returns the error of the step that failed; the old bundle is then still in place.
 [[nodiscard]] std::optional<Error> installStagedUpdate(const std::filesystem::path& cacheFolder,
@@ -49,6 +49,6 @@ void discardStaging(const std::filesystem::path& cacheFolder, const std::filesys
 
 /// Puts the bundle that an interrupted installation moved aside back into its place when nothing
 /// stands there.
-void repairInstallation(const StagedUpdate& update);
+void repairInstallation(const std::filesystem::path& target);
 
 }  // namespace teravolant::platform

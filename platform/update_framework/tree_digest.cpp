@@ -20,6 +20,24 @@ namespace fs = std::filesystem;
 
 class TreeDigest {
   public:
+    std::optional<Error> addRoot(const fs::path& folder) {
+        struct stat status {};
+        if (lstat(folder.c_str(), &status) != 0) {
+            return unreadable(folder, errno);
+        }
+        addField(std::to_string(status.st_mode));
+        return addFolder(folder);
+    }
+
+    Result<std::string> finish() {
+        auto digest = _digest.finish();
+        if (!digest) {
+            return digest.error();
+        }
+        return hexText(digest.value());
+    }
+
+  private:
     std::optional<Error> addFolder(const fs::path& folder) {
         std::vector<fs::path> items;
         std::error_code failure;
@@ -40,15 +58,6 @@ class TreeDigest {
         return std::nullopt;
     }
 
-    Result<std::string> finish() {
-        auto digest = _digest.finish();
-        if (!digest) {
-            return digest.error();
-        }
-        return hexText(digest.value());
-    }
-
-  private:
     std::optional<Error> addItem(const fs::path& path) {
         struct stat status {};
         if (lstat(path.c_str(), &status) != 0) {
@@ -102,7 +111,7 @@ class TreeDigest {
 
 Result<std::string> digestOfTree(const fs::path& folder) {
     TreeDigest digest;
-    if (auto error = digest.addFolder(folder)) {
+    if (auto error = digest.addRoot(folder)) {
         return *std::move(error);
     }
     return digest.finish();

@@ -1,6 +1,7 @@
 #include "platform/update_framework/update_cycle.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -30,17 +31,23 @@ void removeStaleStaging(const UpdateCycle& cycle) {
         discardStaging(cycle.cacheFolder, cycle.bundlePath);
         return;
     }
-    repairInstallation(*record);
+    repairInstallation(record->target);
     if (record->version == cycle.bundleVersion || record->target != cycle.bundlePath) {
         discardStaging(cycle.cacheFolder, record->target);
     }
+}
+
+/// For a feed that offers nothing newer: what an earlier one offered was withdrawn.
+void discardEarlierOffers(const UpdateCycle& cycle) {
+    discardStaging(cycle.cacheFolder, cycle.bundlePath);
+    removeDownloads(cycle.cacheFolder);
 }
 
 /// The feed's body; nothing when the server says that there is no update.
 Result<std::optional<std::string>> fetchFeed(const UpdateCycle& cycle) {
     HttpOptions options = cycle.options;
     options.maximumBodySize = kLargestFeed;
-    auto answer = sendHttpRequest({.url = cycle.feedURL}, options, cycle.stop);
+    auto answer = sendHttpRequest({.url = cycle.feedURL}, options);
     if (!answer) {
         return answer.error();
     }
@@ -57,6 +64,13 @@ Result<std::optional<std::string>> fetchFeed(const UpdateCycle& cycle) {
     return std::optional(std::move(response.body));
 }
 
+/// Whether it is a folder that only this user can change.
+bool isOwnFolder(const fs::path& path) {
+    struct stat status {};
+    return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
+           status.st_uid == geteuid() && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
 /// The staged update when it is the offered one and whole.
 std::optional<StagedUpdate> alreadyStaged(const UpdateCycle& cycle, const SQRLUpdate& offer) {
     auto record = readStagedUpdate(cycle.cacheFolder);
@@ -65,7 +79,8 @@ std::optional<StagedUpdate> alreadyStaged(const UpdateCycle& cycle, const SQRLUp
         return std::nullopt;
     }
     const auto digest = digestOfTree(record->staged);
-    if (!digest || digest.value() != record->treeDigest) {
+    if (!isOwnFolder(stagingFolderFor(record->target)) || !digest ||
+        digest.value() != record->treeDigest) {
         return std::nullopt;
     }
     return record;
@@ -75,18 +90,13 @@ std::optional<StagedUpdate> alreadyStaged(const UpdateCycle& cycle, const SQRLUp
 std::optional<Error> makeStagingFolder(const UpdateCycle& cycle) {
     discardStaging(cycle.cacheFolder, cycle.bundlePath);
     const fs::path folder = stagingFolderFor(cycle.bundlePath);
-    const bool isClosed = access(cycle.bundlePath.c_str(), W_OK) != 0;
-    const auto failure = isClosed ? std::nullopt : createDirectory(folder);
-    if (isClosed || failure) {
-        Error error =
-            updaterError(SQRLUpdaterErrorStagingFailed, "The bundle “" + cycle.bundlePath.string() +
-                                                            "” can't be replaced by this user.");
-        if (failure) {
-            error.userInfo.emplace(NSUnderlyingErrorKey, std::make_shared<Error>(*failure));
-        }
-        return error;
+    // A folder that somebody else has put there is none to build on.
+    if (access(cycle.bundlePath.c_str(), W_OK) == 0 && mkdir(folder.c_str(), S_IRWXU) == 0) {
+        return std::nullopt;
     }
-    return std::nullopt;
+    return errorFromErrno(
+        errno, FileAccess::Write,
+        "The bundle “" + cycle.bundlePath.string() + "” can't be replaced by this user");
 }
 
 Error refusedBundle(const std::string& reason) {
@@ -135,7 +145,7 @@ std::optional<Error> flushFileSystemOf(const fs::path& folder) {
 Result<StagedUpdate> stage(const UpdateCycle& cycle, const SQRLUpdate& offer,
                            const fs::path& archive) {
     const fs::path folder = stagingFolderFor(cycle.bundlePath);
-    if (auto error = unpackArchive(archive, folder, {}, cycle.stop)) {
+    if (auto error = unpackArchive(archive, folder)) {
         return *std::move(error);
     }
     const auto bundle = cycle.matchingBundle(folder).subscribe();
@@ -174,7 +184,7 @@ Result<StagedUpdate> bringIn(const UpdateCycle& cycle, const SQRLUpdate& offer) 
         return *std::move(error);
     }
     cycle.downloadBegins();
-    const auto archive = downloadArchive(offer, cycle.cacheFolder, cycle.options, cycle.stop);
+    const auto archive = downloadArchive(offer, cycle.cacheFolder, cycle.options);
     auto staged =
         archive ? stage(cycle, offer, archive.value()) : Result<StagedUpdate>(archive.error());
     if (!staged) {
@@ -200,13 +210,14 @@ Result<std::optional<StagedUpdate>> runUpdateCycle(const UpdateCycle& cycle) {
         return feed.error();
     }
     if (!feed.value()) {
-        // What an earlier feed offered was withdrawn.
-        discardStaging(cycle.cacheFolder, cycle.bundlePath);
-        removeDownloads(cycle.cacheFolder);
+        discardEarlierOffers(cycle);
         return std::optional<StagedUpdate>();
     }
     const auto offer = cycle.updateFromJSONData(*feed.value()).subscribe();
     if (!offer) {
+        if (offer.error().code == SQRLUpdaterErrorMissingUpdateBundle) {
+            discardEarlierOffers(cycle);
+        }
         return offer.error();
     }
     if (auto error = verifyOffer(offer.value(), cycle.bundleIdentifier, cycle.publicKeys)) {

@@ -3,7 +3,6 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
-#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -28,14 +27,13 @@ struct UpdateCycle {
     std::function<RACSignal<Bundle>(std::filesystem::path folder)> matchingBundle;
     std::function<void()> downloadBegins;
     HttpOptions options = {};
-    std::stop_token stop = {};
 };
 
 /// Fetches the feed, has its answer read, and brings the offered bundle, verified, to where it can
 /// be installed from. Answers nothing when the server has no update. Blocks the calling thread.
 ///
 /// The running bundle is not touched. What a cycle that was killed left behind is used where it is
-/// whole and removed where it is not. One cycle at a time for one cache folder.
+/// whole and removed where it is not. One cycle at a time for one cache folder and one bundle.
 Result<std::optional<StagedUpdate>> runUpdateCycle(const UpdateCycle& cycle);
 
 }  // namespace teravolant::platform
