@@ -181,39 +181,25 @@ TEST(Updating, ARestThatDoesNotFitThePartIsNeverPutBehindIt) {
     struct Row {
         const char* situation;
         const char* validator;  ///< The name of the header that the first answer has, or null.
-        std::function<ServerAnswer(const World&, const ReceivedRequest&)> second;
+        std::string tag;        ///< Of the second answer.
+        std::function<std::string(std::string)> content;
         bool isAskedForTheRest;
         std::string error;  ///< Of the second cycle; empty when it stages the update.
+        std::optional<std::string> range = {};  ///< Says that the answer is another part.
     };
-    const auto inFull = [](const World& world, const ReceivedRequest& request) {
-        return answerWithRange(request, world.archive, "\"2\"");
-    };
+    const auto same = [](std::string archive) { return archive; };
+    const auto other = [](const std::string& archive) { return std::string(archive.size(), 'x'); };
+    const auto shorter = [](const std::string&) { return std::string("short"); };
+    const std::string wrongDigest = "SHA-256 is not the one";
     const Row table[] = {
-        {"another tag, same content", "ETag", inFull, true, ""},
-        {"another tag, other content", "ETag",
-         [](const World& world, const ReceivedRequest& request) {
-             return answerWithRange(request, std::string(world.archive.size(), 'x'), "\"2\"");
-         },
-         true, "SHA-256 is not the one"},
-        {"same tag, other content", "ETag",
-         [](const World& world, const ReceivedRequest& request) {
-             return answerWithRange(request, std::string(world.archive.size(), 'x'), "\"1\"");
-         },
-         true, "SHA-256 is not the one"},
-        {"a part that starts elsewhere", "ETag",
-         [](const World& world, const ReceivedRequest& request) {
-             ServerAnswer answer = answerWithRange(request, world.archive, "\"1\"");
-             answer.headers.back() = {"Content-Range", "bytes 7-99/100"};
-             return answer;
-         },
-         true, "a part that was not asked for"},
-        {"a shorter file", "ETag",
-         [](const World&, const ReceivedRequest& request) {
-             return answerWithRange(request, "short", "\"1\"");
-         },
-         true, "status 416"},
-        {"a date", "Last-Modified", inFull, true, ""},
-        {"no validator", nullptr, inFull, false, ""},
+        {"another tag, same content", "ETag", "\"2\"", same, true, ""},
+        {"another tag, other content", "ETag", "\"2\"", other, true, wrongDigest},
+        {"same tag, other content", "ETag", "\"1\"", other, true, wrongDigest},
+        {"a part that starts elsewhere", "ETag", "\"1\"", same, true,
+         "a part that was not asked for", "bytes 7-99/100"},
+        {"a shorter file", "ETag", "\"1\"", shorter, true, "status 416"},
+        {"a date", "Last-Modified", "\"2\"", same, true, ""},
+        {"no validator", nullptr, "\"2\"", same, false, ""},
     };
     for (const Row& row : table) {
         SCOPED_TRACE(row.situation);
@@ -226,7 +212,11 @@ TEST(Updating, ARestThatDoesNotFitThePartIsNeverPutBehindIt) {
         world.archiveAnswer = always(first);
         expectRefusal(world, world.run(), "was lost");
         world.archiveAnswer = [&](const ReceivedRequest& request) {
-            return row.second(world, request);
+            ServerAnswer answer = answerWithRange(request, row.content(world.archive), row.tag);
+            if (row.range) {
+                answer.headers.back() = {"Content-Range", *row.range};
+            }
+            return answer;
         };
         if (row.error.empty()) {
             EXPECT_EQ(world.stage().version, World::kNewVersion);
@@ -274,86 +264,81 @@ Fault hostileBundle(const char* situation, std::function<void(World&)> change, s
             std::move(reason)};
 }
 
-void remakeNewBundle(World& world, const std::string& version,
-                     const std::string& bundleIdentifier) {
-    EXPECT_FALSE(platform::removeTree(world.newBundle));
-    world.makeBundle(world.newBundle, version, bundleIdentifier);
+std::function<void(World&)> remade(const std::string& version, const std::string& identifier) {
+    return [=](World& world) {
+        EXPECT_FALSE(platform::removeTree(world.newBundle));
+        world.makeBundle(world.newBundle, version, identifier);
+    };
 }
 
-fs::path programOf(const fs::path& bundle) { return bundle / "Contents/MacOS/Teravolant"; }
+/// A row whose bundle has something else in the place of its executable.
+Fault hostileExecutable(const char* situation, const std::function<void(const fs::path&)>& make) {
+    return hostileBundle(
+        situation,
+        [make](World& world) {
+            const fs::path program = world.newBundle / "Contents/MacOS/Teravolant";
+            fs::remove(program);
+            make(program);
+        },
+        "its executable");
+}
 
 TEST(Updating, HostileOfferIsAnErrorThatNamesTheReasonAndChangesNothing) {
     const std::string unsignedOffer = "made by none of this bundle's keys";
-    runTable({hostileOffer("version", "1.0.0.1", "is not older than"),
-              hostileOffer("version", "0.9.9.9", "is not older than"),
-              hostileOffer("version", "2.0", "2.0 is illegal version"),
-              hostileOffer("version", {}, "(null) is illegal version"),
-              hostileOffer("version", 2.5, "2.5 is illegal version"),
-              hostileOffer("version", "1.0.0.2\nsize=1.0.0.2", "line feed"),
-              hostileOffer("version", "1.0.0.3", unsignedOffer),
-              hostileMember("url", JsonValue(), "The update's “url”"),
-              hostileMember("url", "archive", "The update's “url”"),
-              hostileMember("url", "file:///etc/passwd", "The update's “url”"),
-              hostileMember("url", "http://updates.example/archive", "The update's “url”"),
-              {"a name that climbs",
-               [](World& world) {
-                   world.offer.erase("url");
-                   world.offer["name"] = "../../../../etc/passwd";
-               },
-               "status 404"},
-              hostileOffer("size", std::int64_t{7}, unsignedOffer),
-              hostileMember("size", std::int64_t{7}, "the server has more than the 7 bytes"),
-              hostileMember("size", std::int64_t{1} << 60U, "more bytes"),
-              hostileMember("size", std::int64_t{10'000'000}, "it ends after"),
-              hostileOffer("sha256", std::string(64, '0'), unsignedOffer),
-              hostileMember("sha256", std::string(64, '0'), "SHA-256 is not the one"),
-              hostileOffer("size", {}, "no \"size\""),
-              hostileOffer("sha256", {}, "no \"sha256\""),
-              hostileOffer("signature", {}, "no \"signature\""),
-              {"signed by a stranger",
-               [](World& world) {
-                   world.offer["signature"] = world.signature(SigningKey::generate().value(),
-                                                              kIdentity, World::kNewVersion);
-               },
-               unsignedOffer},
-              {"signed for another product",
-               [](World& world) {
-                   world.offer["signature"] =
-                       world.signature(world.key, kIdentity + ".other", World::kNewVersion);
-               },
-               unsignedOffer},
-              hostileBundle(
-                  "older than offered",
-                  [](World& world) { remakeNewBundle(world, "0.9.0.0", kIdentity); },
-                  "its version is 0.9.0.0 where 1.0.0.2 was offered"),
-              hostileBundle(
-                  "another product",
-                  [](World& world) { remakeNewBundle(world, "1.0.0.2", kIdentity + ".x"); },
-                  "Could not locate update bundle for " + kIdentity),
-              hostileBundle(
-                  "no executable", [](World& world) { fs::remove(programOf(world.newBundle)); },
-                  "its executable"),
-              hostileBundle(
-                  "can't be executed",
-                  [](World& world) {
-                      fs::permissions(programOf(world.newBundle), fs::perms::owner_read);
-                  },
-                  "its executable"),
-              hostileBundle(
-                  "a folder for an executable",
-                  [](World& world) {
-                      fs::remove(programOf(world.newBundle));
-                      fs::create_directory(programOf(world.newBundle));
-                  },
-                  "its executable"),
-              hostileBundle(
-                  "an executable that leads out of the bundle",
-                  [](World& world) {
-                      fs::rename(programOf(world.newBundle), world.published / "program");
-                      fs::create_symlink("../../../program", programOf(world.newBundle));
-                  },
-                  "its executable")},
-             std::chrono::seconds(30));
+    runTable(
+        {hostileOffer("version", "1.0.0.1", "is not older than"),
+         hostileOffer("version", "0.9.9.9", "is not older than"),
+         hostileOffer("version", "2.0", "2.0 is illegal version"),
+         hostileOffer("version", {}, "(null) is illegal version"),
+         hostileOffer("version", 2.5, "2.5 is illegal version"),
+         hostileOffer("version", "1.0.0.2\nsize=1.0.0.2", "line feed"),
+         hostileOffer("version", "1.0.0.3", unsignedOffer),
+         hostileMember("url", JsonValue(), "The update's “url”"),
+         hostileMember("url", "archive", "The update's “url”"),
+         hostileMember("url", "file:///etc/passwd", "The update's “url”"),
+         hostileMember("url", "http://updates.example/archive", "The update's “url”"),
+         {"a name that climbs",
+          [](World& world) {
+              world.offer.erase("url");
+              world.offer["name"] = "../../../../etc/passwd";
+          },
+          "status 404"},
+         hostileOffer("size", std::int64_t{7}, unsignedOffer),
+         hostileMember("size", std::int64_t{7}, "the server has more than the 7 bytes"),
+         hostileMember("size", std::int64_t{1} << 60U, "more bytes"),
+         hostileMember("size", std::int64_t{10'000'000}, "it ends after"),
+         hostileOffer("sha256", std::string(64, '0'), unsignedOffer),
+         hostileMember("sha256", std::string(64, '0'), "SHA-256 is not the one"),
+         hostileOffer("size", {}, "no \"size\""),
+         hostileOffer("sha256", {}, "no \"sha256\""),
+         hostileOffer("signature", {}, "no \"signature\""),
+         {"signed by a stranger",
+          [](World& world) {
+              world.offer["signature"] =
+                  world.signature(SigningKey::generate().value(), kIdentity, World::kNewVersion);
+          },
+          unsignedOffer},
+         {"signed for another product",
+          [](World& world) {
+              world.offer["signature"] =
+                  world.signature(world.key, kIdentity + ".other", World::kNewVersion);
+          },
+          unsignedOffer},
+         hostileBundle("older than offered", remade("0.9.0.0", kIdentity),
+                       "its version is 0.9.0.0 where 1.0.0.2 was offered"),
+         hostileBundle("another product", remade("1.0.0.2", kIdentity + ".x"),
+                       "Could not locate update bundle for " + kIdentity),
+         hostileExecutable("none", [](const fs::path&) {}),
+         hostileExecutable("can't be executed",
+                           [](const fs::path& program) { std::ofstream(program) << "text"; }),
+         hostileExecutable("a folder",
+                           [](const fs::path& program) { fs::create_directory(program); }),
+         hostileExecutable("leads out of the bundle",
+                           [](const fs::path& program) {
+                               fs::copy("/bin/true", program.parent_path() / "../../../program");
+                               fs::create_symlink("../../../program", program);
+                           })},
+        std::chrono::seconds(30));
 }
 
 TEST(Updating, ABundleWithoutAKeyRefusesEveryOffer) {
@@ -412,45 +397,39 @@ TEST(Updating, ABundleInAClosedFolderOfTheArchiveIsInstalledToo) {
 TEST(Updating, WhatAnEarlierCycleStagedIsUsedOnlyWhereItIsWholeAndInItsPlace) {
     struct Row {
         const char* situation;
-        std::function<void(const World&, StagedUpdate)> change;
+        std::function<void(const World&, StagedUpdate&)> change;
         std::size_t downloads;  ///< Of both cycles together.
     };
-    const auto tamper = [](const World& world, const StagedUpdate& update) {
-        world.folder.write(
-            (update.staged / "Contents/link").lexically_relative(world.folder.path()), "more");
+    const auto moveTo = [](const World& world, StagedUpdate update, const fs::path& recorded) {
+        fs::rename(update.staged, world.folder.path() / "elsewhere");
+        update.staged = recorded;
+        EXPECT_FALSE(writeStagedUpdate(world.cache, update));
     };
     const Row table[] = {
-        {"whole", [](const World&, const StagedUpdate&) {}, 1},
-        {"tampered with", tamper, 2},
+        {"whole", [](auto&, auto&) {}, 1},
+        {"tampered with",
+         [](auto&, auto& update) { std::ofstream(update.staged / "Contents/link") << "more"; }, 2},
         {"no longer there",
-         [](const World&, const StagedUpdate& update) {
-             EXPECT_FALSE(platform::removeTree(update.staged));
-         },
-         2},
-        {"without its record",
-         [](const World& world, const StagedUpdate&) { fs::remove(world.cache / "staged.plist"); },
+         [](auto&, auto& update) { EXPECT_FALSE(platform::removeTree(update.staged)); }, 2},
+        {"without its record", [](auto& world, auto&) { fs::remove(world.cache / "staged.plist"); },
          2},
         {"a record that is no property list",
-         [](const World& world, const StagedUpdate&) {
+         [](auto& world, auto&) {
              std::ofstream(world.cache / "staged.plist") << "half of <plist";
          },
          2},
         {"a record of a tree elsewhere",
-         [](const World& world, StagedUpdate update) {
-             fs::rename(update.staged, world.folder.path() / "elsewhere");
-             update.staged = world.folder.path() / "elsewhere";
-             EXPECT_FALSE(writeStagedUpdate(world.cache, update));
+         [&](auto& world, auto& update) {
+             moveTo(world, update, world.folder.path() / "elsewhere");
          },
          2},
         {"a record that climbs out of the staging folder",
-         [](const World& world, StagedUpdate update) {
-             fs::rename(update.staged, world.folder.path() / "elsewhere");
-             update.staged = world.staging / "published/../../../elsewhere";
-             EXPECT_FALSE(writeStagedUpdate(world.cache, update));
+         [&](auto& world, auto& update) {
+             moveTo(world, update, world.staging / "published/../../../elsewhere");
          },
          2},
         {"a record of another version",
-         [](const World& world, StagedUpdate update) {
+         [](auto& world, auto& update) {
              update.version = "1.0.0.3";
              EXPECT_FALSE(writeStagedUpdate(world.cache, update));
          },
@@ -459,8 +438,9 @@ TEST(Updating, WhatAnEarlierCycleStagedIsUsedOnlyWhereItIsWholeAndInItsPlace) {
     for (const Row& row : table) {
         SCOPED_TRACE(row.situation);
         World world;
-        row.change(world, world.stage());
-        const StagedUpdate update = world.stage();
+        StagedUpdate update = world.stage();
+        row.change(world, update);
+        update = world.stage();
         EXPECT_EQ(world.archiveRequests().size(), row.downloads);
         world.install(update);
         EXPECT_EQ(world.installedTree(), world.newTree);
