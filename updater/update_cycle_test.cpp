@@ -282,6 +282,8 @@ TEST(Updating, HostileOfferIsAnErrorThatNamesTheReasonAndChangesNothing) {
          hostileOffer("version", "2.0", "2.0 is illegal version"),
          hostileOffer("version", {}, "(null) is illegal version"),
          hostileOffer("version", 2.5, "2.5 is illegal version"),
+         hostileOffer("version", JsonValue(), "null is illegal version"),
+         hostileOffer("version", JsonValue::Array{"5.0.0.0"}, "[\"5.0.0.0\"] is illegal version"),
          hostileOffer("version", "1.0.0.2\nsize=1.0.0.2", "line feed"),
          hostileOffer("version", "1.0.0.3", unsignedOffer),
          hostileMember("url", JsonValue(), "The update's “url”"),
