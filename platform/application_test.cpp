@@ -146,20 +146,5 @@ TEST(Application, PutsItsHelpersOnAPathWithoutEmptyEntries) {
     }
 }
 
-TEST(Application, TellsALoginItemByTheSessionManagersMarkAndTakesThatAway) {
-    EXPECT_EXIT(
-        {
-            setenv("DESKTOP_AUTOSTART_ID", "", 1);
-            Application::sharedApplication();
-            runWith([] {
-                std::fputs(getenv("DESKTOP_AUTOSTART_ID") == nullptr ? "taken " : "left ", stderr);
-                const auto& event = Application::sharedApplication().currentAppleEvent();
-                std::fputs(event.parameters.contains(kPropertyData) ? "marked " : "", stderr);
-                raise(SIGTERM);
-            });
-        },
-        ::testing::ExitedWithCode(0), "^login taken marked terminate$");
-}
-
 }  // namespace
 }  // namespace teravolant::platform

@@ -134,17 +134,19 @@ struct HostileArchive {
     const char* reason;
     bool alsoAsZip = false;
     UnpackLimits limits = {};
-    std::int64_t code = NSFileReadCorruptFileError;
 };
 
 std::vector<HostileArchive> hostileArchives() {
-    const std::string many(70, 'x');
+    const ArchiveEntry large{"1", S_IFREG | 0644, std::string(70, 'x')};
+    const ArchiveEntry alsoLarge{"2", S_IFREG | 0644, std::string(70, 'x')};
     std::string deep;
     for (int level = 0; level < 65; ++level) {
         deep += "d/";
     }
     const ArchiveEntry folder{"d", S_IFDIR | 0755};
     const ArchiveEntry file{"f", S_IFREG | 0644, "text"};
+    const std::vector<ArchiveEntry> linksAndFile = {link("1", "x"), link("2", "x"), file,
+                                                    hardLink("h", "f")};
     return {
         {"upwards", {{"../outside/new"}}, "upwards", true},
         {"upwards later", {folder, {"d/../../outside/new"}}, "upwards", true},
@@ -198,36 +200,15 @@ std::vector<HostileArchive> hostileArchives() {
         {"the folder itself as a link", {link("./.", "d")}, "folder itself"},
         {"long name", {{std::string(1025, 'n')}}, "too long", true},
         {"deep name", {{deep}}, "too deep", true},
-        {"too many files",
-         {{"1"}, {"2"}, {"3"}},
-         "more than 2 items",
-         true,
-         {.items = 2},
-         NSFileReadTooLargeError},
-        {"too many folders on the way",
-         {{"1/2/3/4"}},
-         "more than 3 items",
-         true,
-         {.items = 3},
-         NSFileReadTooLargeError},
-        {"too many links",
-         {link("1", "x"), link("2", "x"), file, hardLink("h", "f")},
-         "more than 3 items",
-         false,
-         {.items = 3},
-         NSFileReadTooLargeError},
-        {"one large file",
-         {{"1", S_IFREG | 0644, many}},
-         "more than 64 bytes",
-         true,
-         {.bytes = 64},
-         NSFileReadTooLargeError},
+        {"too many files", {{"1"}, {"2"}, {"3"}}, "more than 2 items", true, {.items = 2}},
+        {"too many folders on the way", {{"1/2/3/4"}}, "more than 3 items", true, {.items = 3}},
+        {"too many links", linksAndFile, "more than 3 items", false, {.items = 3}},
+        {"one large file", {large}, "more than 64 bytes", true, {.bytes = 64}},
         {"files that are large together",
-         {{"1", S_IFREG | 0644, many}, {"2", S_IFREG | 0644, many}},
+         {large, alsoLarge},
          "more than 139 bytes",
          true,
-         {.bytes = 139},
-         NSFileReadTooLargeError},
+         {.bytes = 139}},
     };
 }
 
@@ -252,7 +233,9 @@ TEST_F(Archives, ThatAreHostileAreRefusedAndReachNothingOutside) {
             EXPECT_LE(unpacked, hostile.limits.bytes);
             ASSERT_TRUE(error);
             EXPECT_EQ(error->domain, NSCocoaErrorDomain);
-            EXPECT_EQ(error->code, hostile.code);
+            const bool isTooLarge = std::string_view(hostile.reason).starts_with("more than");
+            EXPECT_EQ(error->code,
+                      isTooLarge ? NSFileReadTooLargeError : NSFileReadCorruptFileError);
             EXPECT_NE(error->localizedDescription.find(hostile.reason), std::string::npos)
                 << error->localizedDescription;
         }
@@ -357,79 +340,6 @@ TEST_F(Archives, StopWhenAsked) {
     ASSERT_TRUE(error);
     EXPECT_EQ(error->code, NSUserCancelledError);
     EXPECT_TRUE(fs::is_empty(target));
-}
-
-/// A small bundle to pack; its files are made in the given order.
-void makeBundle(const fs::path& bundle, const std::vector<std::string>& files) {
-    fs::create_directories(bundle / "Contents/MacOS");
-    fs::create_directories(bundle / "Contents/Empty");
-    for (const std::string& name : files) {
-        writeFile(bundle / "Contents" / name, name + std::string(1000, '.'));
-    }
-    fs::permissions(bundle / "Contents/MacOS/Run", fs::perms(0755));
-    fs::create_symlink("Run", bundle / "Contents/MacOS/run");
-    fs::create_symlink("../Info", bundle / "Contents/MacOS/up");
-}
-
-TEST_F(Archives, PackedFromAFolderGiveItBackAndAreAlwaysTheSameBytes) {
-    const std::string longName(120, 'n');
-    const fs::path one = root.path() / "1/B.app";
-    const fs::path other = root.path() / "2/B.app";
-    makeBundle(one, {"Info", "MacOS/Run", "Grüße", longName});
-    makeBundle(other, {longName, "Grüße", "MacOS/Run", "Info"});
-    for (const std::string& name :
-         {std::string("Info"), std::string("MacOS/Run"), std::string("Grüße"), longName}) {
-        fs::last_write_time(other / "Contents" / name,
-                            fs::last_write_time(one / "Contents" / name));
-    }
-    const auto time = attributesOfItem(one / "Contents/Info").value().fileModificationDate;
-    std::uint64_t last = 0;
-    std::uint64_t all = 0;
-    const auto error = packFolder(one, archive, [&](std::uint64_t done, std::uint64_t of) {
-        EXPECT_GE(done, last);
-        last = done;
-        all = of;
-    });
-    ASSERT_FALSE(error) << error->localizedDescription;
-    EXPECT_EQ(last, 4000 + std::string("InfoMacOS/RunGrüße").size() + longName.size());
-    EXPECT_EQ(all, last);
-    const std::string bytes = contentsOfFile(archive).value();
-    ASSERT_FALSE(packFolder(other / ".", archive));
-    EXPECT_EQ(contentsOfFile(archive).value(), bytes);
-    ASSERT_FALSE(unpack());
-    EXPECT_EQ(treeOf(target), treeOf(one.parent_path()));
-    EXPECT_EQ(attributesOfItem(target / "B.app/Contents/Info").value().fileModificationDate, time);
-}
-
-TEST_F(Archives, ThatCouldNotBePackedLeaveTheOldOneAndNothingElse) {
-    using Spoil = std::function<void(const fs::path&)>;
-    const std::pair<const char*, Spoil> cases[] = {
-        {"pipe", [](const fs::path& bundle) { mkfifo((bundle / "p").c_str(), 0600); }},
-        {"link out", [](const fs::path& bundle) { fs::create_symlink("../x", bundle / "l"); }},
-        {"set-user-id",
-         [](const fs::path& bundle) { chmod((bundle / "Contents/Info").c_str(), 04755); }},
-        {"unreadable",
-         [](const fs::path& bundle) { chmod((bundle / "Contents/Info").c_str(), 0); }},
-        {"not UTF-8", [](const fs::path& bundle) { writeFile(bundle / "\xFF", ""); }},
-        {"cancelled", [](const fs::path&) {}},
-    };
-    for (const auto& [situation, spoil] : cases) {
-        SCOPED_TRACE(situation);
-        const fs::path bundle = root.path() / situation / "B.app";
-        makeBundle(bundle, {"Info", "MacOS/Run"});
-        spoil(bundle);
-        writeFile(archive, "old");
-        const auto before = fs::file_size(archive);
-        std::stop_source source;
-        const auto stopHalfway = [&](std::uint64_t done, std::uint64_t all) {
-            if (done > 0 && done < all) {
-                source.request_stop();
-            }
-        };
-        EXPECT_TRUE(packFolder(bundle, archive, stopHalfway, source.get_token()));
-        EXPECT_EQ(fs::file_size(archive), before);
-        EXPECT_FALSE(fs::exists(archive.string() + ".new"));
-    }
 }
 
 }  // namespace

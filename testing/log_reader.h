@@ -1,7 +1,7 @@
 #pragma once
 
-#include <cctype>
-#include <fstream>
+#include <regex>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -9,29 +9,29 @@
 
 namespace teravolant::fixtures {
 
-/// What is written to the user's updater.log from its construction on.
+/// The entries of a log: its text cut at the times, which are left out with what the pattern
+/// matches behind them.
+inline std::vector<std::string> logEntries(const std::string& text,
+                                           const std::string& prefix = "") {
+    const std::regex start(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d: )" + prefix);
+    std::vector<std::string> entries;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        std::smatch match;
+        if (std::regex_search(line, match, start, std::regex_constants::match_continuous)) {
+            entries.push_back(match.suffix());
+        } else if (!entries.empty()) {
+            entries.back() += "\n" + line;
+        }
+    }
+    return entries;
+}
+
+/// What is written to the user's updater.log from its construction on, without the times.
 class LogReader {
   public:
-    LogReader() : _start(contents().size()) {}
-
-    /// The entries without their times.
     [[nodiscard]] std::vector<std::string> entries() const {
-        constexpr std::size_t kTimeLength = 21;  // "2026-01-31 12:00:00: "
-        std::vector<std::string> entries;
-        const std::string text = contents().substr(_start);
-        for (std::size_t begin = 0; begin < text.size();) {
-            const std::size_t end = text.find('\n', begin);
-            const std::string line = text.substr(begin, end - begin);
-            begin = end + 1;
-            const bool timed = line.size() >= kTimeLength && line[4] == '-' && line[13] == ':' &&
-                               std::isdigit(static_cast<unsigned char>(line[0])) != 0;
-            if (timed) {
-                entries.push_back(line.substr(kTimeLength));
-            } else {
-                entries.back() += "\n" + line;
-            }
-        }
-        return entries;
+        return logEntries(contents().substr(_start));
     }
 
   private:
@@ -41,7 +41,7 @@ class LogReader {
         return read ? read.value() : std::string();
     }
 
-    std::size_t _start;
+    std::size_t _start = contents().size();
 };
 
 }  // namespace teravolant::fixtures

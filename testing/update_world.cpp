@@ -35,8 +35,7 @@ std::string sha256(const std::string& bytes) {
 
 }  // namespace
 
-UpdateWorld::UpdateWorld(std::string bundleIdentifier, const fs::path& program,
-                         std::optional<ServerIdentity> identity)
+UpdateWorld::UpdateWorld(std::string bundleIdentifier, const fs::path& program)
     : cache(folder.path() / "home/.cache" / bundleIdentifier),
       identifier(std::move(bundleIdentifier)),
       _program(program) {
@@ -52,15 +51,11 @@ UpdateWorld::UpdateWorld(std::string bundleIdentifier, const fs::path& program,
     archiveAnswer = [this](const ReceivedRequest& request) {
         return answerWithRange(request, archive, "\"1\"");
     };
-    server.emplace(
-        [this](const ReceivedRequest& request) {
-            if (request.target.starts_with("/feed")) {
-                return feedAnswer(request);
-            }
-            return request.target == "/archive" ? archiveAnswer(request)
-                                                : ServerAnswer{.status = 404};
-        },
-        std::move(identity));
+    server.emplace([this](const ReceivedRequest& request) {
+        return request.target.starts_with("/feed") ? feedAnswer(request)
+               : request.target == "/archive"      ? archiveAnswer(request)
+                                                   : ServerAnswer{.status = 404};
+    });
     feedURL = server->url(std::string("/feed?") + kOldVersion);
     publish();
 }

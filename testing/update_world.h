@@ -23,8 +23,7 @@ class UpdateWorld {
 
     /// `program` is copied as the executable of both bundles.
     explicit UpdateWorld(std::string bundleIdentifier,
-                         const std::filesystem::path& program = "/bin/true",
-                         std::optional<ServerIdentity> identity = std::nullopt);
+                         const std::filesystem::path& program = "/bin/true");
 
     /// Makes a bundle whose files depend on the version and which accepts this publisher's offers.
     void makeBundle(const std::filesystem::path& path, const std::string& version,

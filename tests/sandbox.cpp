@@ -4,17 +4,26 @@
 #include <sys/wait.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <regex>
-#include <sstream>
 
 #include "platform/files.h"
+#include "testing/log_reader.h"
 
 namespace teravolant::fixtures {
 namespace {
 
 namespace fs = std::filesystem;
 using platform::PropertyListValue;
+
+/// A machine for the user USER with the folders below ROOT.
+constexpr const char* kMachine =
+    "bwrap --unshare-user --uid USER --gid USER --unshare-pid --unshare-net --die-with-parent "
+    "--clearenv --setenv HOME /home/user --setenv PATH /usr/bin --ro-bind /usr /usr "
+    "--symlink usr/bin /bin --symlink usr/lib /lib --symlink usr/lib64 /lib64 "
+    "--symlink usr/sbin /sbin --ro-bind /etc/alternatives /etc/alternatives "
+    "--ro-bind /etc/ld.so.cache /etc/ld.so.cache --proc /proc --dev /dev --tmpfs /tmp "
+    "--bind ROOT/home /home/user --bind ROOT/xdg /etc/xdg --bind ROOT/log /var/log "
+    "--bind ROOT/Applications /Applications --ro-bind '" TERAVOLANT_BUNDLE "' /opt/Teravolant.app ";
 
 constexpr const char* kPrelude = R"sh(
 launcher=/opt/Teravolant.app/Contents/MacOS/Teravolant
@@ -40,21 +49,9 @@ std::string shellQuoted(const std::string& word) {
     return "'" + std::regex_replace(word, std::regex("'"), "'\\''") + "'";
 }
 
-/// The parts of a log file that begin with a time, without what the pattern matches of them.
-std::vector<std::string> entriesOf(const fs::path& file, const std::string& prefix) {
-    std::vector<std::string> entries;
+std::string contentsOf(const fs::path& file) {
     const auto contents = platform::contentsOfFile(file);
-    std::istringstream lines(contents ? contents.value() : "");
-    const std::regex start(prefix);
-    for (std::string line; std::getline(lines, line);) {
-        std::smatch match;
-        if (std::regex_search(line, match, start, std::regex_constants::match_continuous)) {
-            entries.push_back(match.suffix());
-        } else if (!entries.empty()) {
-            entries.back() += "\n" + line;
-        }
-    }
-    return entries;
+    return contents ? contents.value() : "";
 }
 
 fs::path preferenceFile(const fs::path& folder, const std::string& domain) {
@@ -64,93 +61,21 @@ fs::path preferenceFile(const fs::path& folder, const std::string& domain) {
 }  // namespace
 
 Sandbox::Sandbox(User user) : _user(user) {
-    std::string name = fs::temp_directory_path() / "teravolant-test-XXXXXX";
-    _root = mkdtemp(name.data());
     for (const char* folder : {"home", "xdg", "log", "Applications"}) {
-        fs::create_directory(_root / folder);
+        fs::create_directory(_root.path() / folder);
     }
-}
-
-Sandbox::~Sandbox() {
-    std::error_code ignored;
-    for (const auto& entry : fs::recursive_directory_iterator(_root, ignored)) {
-        if (entry.is_directory(ignored) && !entry.is_symlink(ignored)) {
-            fs::permissions(entry, fs::perms::owner_all, fs::perm_options::add, ignored);
-        }
-    }
-    fs::remove_all(_root, ignored);
 }
 
 Sandbox::Outcome Sandbox::run(const std::string& script) const {
-    const std::string id = std::to_string(static_cast<int>(_user));
-    std::vector<std::string> words = {"bwrap",
-                                      "--unshare-user",
-                                      "--uid",
-                                      id,
-                                      "--gid",
-                                      id,
-                                      "--unshare-pid",
-                                      "--unshare-net",
-                                      "--die-with-parent",
-                                      "--clearenv",
-                                      "--setenv",
-                                      "HOME",
-                                      "/home/user",
-                                      "--setenv",
-                                      "PATH",
-                                      "/usr/bin",
-                                      "--ro-bind",
-                                      "/usr",
-                                      "/usr",
-                                      "--symlink",
-                                      "usr/bin",
-                                      "/bin",
-                                      "--symlink",
-                                      "usr/lib",
-                                      "/lib",
-                                      "--symlink",
-                                      "usr/lib64",
-                                      "/lib64",
-                                      "--symlink",
-                                      "usr/sbin",
-                                      "/sbin",
-                                      "--ro-bind",
-                                      "/etc/alternatives",
-                                      "/etc/alternatives",
-                                      "--ro-bind",
-                                      "/etc/ld.so.cache",
-                                      "/etc/ld.so.cache",
-                                      "--proc",
-                                      "/proc",
-                                      "--dev",
-                                      "/dev",
-                                      "--tmpfs",
-                                      "/tmp",
-                                      "--bind",
-                                      home(),
-                                      "/home/user",
-                                      "--bind",
-                                      machineConfiguration(),
-                                      "/etc/xdg",
-                                      "--bind",
-                                      machineLog(),
-                                      "/var/log",
-                                      "--bind",
-                                      applications(),
-                                      "/Applications",
-                                      "--ro-bind",
-                                      TERAVOLANT_BUNDLE,
-                                      "/opt/Teravolant.app"};
-    words.insert(words.end(), _setup.begin(), _setup.end());
-    words.insert(words.end(),
-                 {"--remount-ro", "/", "--chdir", "/", "bash", "-c", kPrelude + script});
-
-    std::string command;
-    for (const std::string& word : words) {
+    std::string command =
+        std::regex_replace(kMachine, std::regex("USER"), std::to_string(static_cast<int>(_user)));
+    command = std::regex_replace(command, std::regex("ROOT"), _root.path().string());
+    for (const std::string& word : _setup) {
         command += shellQuoted(word) + " ";
     }
+    command += "--remount-ro / --chdir / bash -c " + shellQuoted(kPrelude + script) + " 2>&1";
     Outcome outcome;
-    std::FILE* const pipe = popen((command + "2>&1").c_str(), "r");
+    std::FILE* const pipe = popen(command.c_str(), "r");
     for (int character = std::fgetc(pipe); character != EOF; character = std::fgetc(pipe)) {
         outcome.output += static_cast<char>(character);
     }
@@ -163,14 +88,14 @@ void Sandbox::addSetup(std::vector<std::string> words) {
 }
 
 std::vector<std::string> Sandbox::log() const {
-    const fs::path folder = _user == User::ordinary ? home() / ".local" / "share" : machineLog();
-    return entriesOf(folder / "Zelto" / "Teravolant App" / "updater.log",
-                     R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d: )");
+    const fs::path folder =
+        _user == User::ordinary ? home() / ".local/share" : _root.path() / "log";
+    return logEntries(contentsOf(folder / "Zelto/Teravolant App/updater.log"));
 }
 
 std::vector<std::string> Sandbox::clientLog() const {
-    return entriesOf(home() / ".local" / "share" / "Zelto" / "Teravolant Client" / "client.log",
-                     R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d: \[\d+\] ?)");
+    return logEntries(contentsOf(home() / ".local/share/Zelto/Teravolant Client/client.log"),
+                      R"(\[\d+\] ?)");
 }
 
 void Sandbox::writePreference(const fs::path& folder, const std::string& domain,

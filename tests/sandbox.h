@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "platform/property_list.h"
+#include "testing/temporary_folder.h"
 
 namespace teravolant::fixtures {
 
@@ -20,9 +21,6 @@ class Sandbox {
     };
 
     explicit Sandbox(User user = User::ordinary);
-    ~Sandbox();
-    Sandbox(const Sandbox&) = delete;
-    Sandbox& operator=(const Sandbox&) = delete;
 
     /// Runs a script with bash. It finds the launcher at `$launcher` and these functions:
     /// `await COMMAND...` repeats a command until it succeeds, `executes ID PATH` tells whether a
@@ -34,11 +32,11 @@ class Sandbox {
     /// Further words for bubblewrap, behind its own, in force from the next `run` on.
     void addSetup(std::vector<std::string> words);
 
-    /// These folders' paths outside; inside they are /home/user, /etc/xdg and so on.
-    [[nodiscard]] std::filesystem::path home() const { return _root / "home"; }
-    [[nodiscard]] std::filesystem::path machineConfiguration() const { return _root / "xdg"; }
-    [[nodiscard]] std::filesystem::path machineLog() const { return _root / "log"; }
-    [[nodiscard]] std::filesystem::path applications() const { return _root / "Applications"; }
+    /// These folders' paths outside; inside they are /home/user and /etc/xdg.
+    [[nodiscard]] std::filesystem::path home() const { return _root.path() / "home"; }
+    [[nodiscard]] std::filesystem::path machineConfiguration() const {
+        return _root.path() / "xdg";
+    }
 
     /// The entries of the user's updater.log (the superuser's where that is the user), in order,
     /// without their times.
@@ -55,7 +53,7 @@ class Sandbox {
 
   private:
     User _user;
-    std::filesystem::path _root;
+    TemporaryFolder _root;
     std::vector<std::string> _setup;
 };
 

@@ -21,12 +21,25 @@ bool contains(const Lines& lines, const std::string& line) {
     return std::find(lines.begin(), lines.end(), line) != lines.end();
 }
 
+/// The output of a script must hold the text.
+void expectOutput(const Sandbox::Outcome& outcome, const std::string& text) {
+    EXPECT_NE(outcome.output.find(text), std::string::npos) << outcome.output;
+}
+
 /// The lines that begin with the text.
 Lines linesWith(const Lines& lines, const std::string& beginning) {
     Lines found;
     std::copy_if(lines.begin(), lines.end(), std::back_inserter(found),
                  [&beginning](const std::string& line) { return line.starts_with(beginning); });
     return found;
+}
+
+Lines joined(const std::vector<Lines>& parts) {
+    Lines all;
+    for (const Lines& part : parts) {
+        all.insert(all.end(), part.begin(), part.end());
+    }
+    return all;
 }
 
 constexpr auto nameOf = [](const auto& info) { return info.param.name; };
@@ -55,7 +68,7 @@ TEST_P(ClientArguments, TakeWholeWordsAsLongAsTheCountStaysBelow512) {
     Sandbox sandbox;
     Sandbox::writePreference(sandbox.machineConfiguration(), kAllUsersDomain, "AutoUpdateEnable",
                              "NO");
-    sandbox.run("DESKTOP_AUTOSTART_ID=session $launcher " + given);
+    sandbox.run("DESKTOP_AUTOSTART_ID= $launcher " + given);
     EXPECT_EQ(linesWith(sandbox.log(), kOpen),
               Lines{kOpen + taken + (test.unpackapp ? kUnpackapp : "") +
                     (test.minimized ? " --minimized" : "")});
@@ -101,10 +114,8 @@ TEST(ClientLaunch, LeavesAClientThatOutlivesTheLauncherAndKnowsNothingOfTheLogin
         tr '\0' '\n' < /proc/$client/environ | grep -e DESKTOP_AUTOSTART_ID -e ^PATH=
         $launcher --notupdate 2> /dev/null
         test "$(clients)" = $client && echo "is still the one client")sh");
-    EXPECT_NE(outcome.output.find("has its own session\nPATH=/usr/bin\n"), std::string::npos)
-        << outcome.output;
-    EXPECT_NE(outcome.output.find("is still the one client\n"), std::string::npos)
-        << outcome.output;
+    expectOutput(outcome, "has its own session\nPATH=/usr/bin\n");
+    expectOutput(outcome, "is still the one client\n");
     EXPECT_EQ(sandbox.clientLog(),
               (Lines{"--notupdate -unpackapp /opt/Teravolant.app/Contents/MacOS/teravolant "
                      "--minimized",
@@ -175,8 +186,7 @@ TEST_P(RunningInstances, AreToldFromWhatOnlyLooksLikeThem) {
         $launcher --checkAndUpdateOnly --notupdate > /dev/null 2>&1
         echo "left: $(pgrep -x -c "sleep|teravolant.*")")sh");
     EXPECT_EQ(linesWith(sandbox.log(), "Cmd: kill -9 ").size(), test.kills) << outcome.output;
-    EXPECT_NE(outcome.output.find("left: " + test.leftRunning + "\n"), std::string::npos)
-        << outcome.output;
+    expectOutput(outcome, "left: " + test.leftRunning + "\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -211,7 +221,7 @@ TEST_P(LiveClient, IsSeenWhateverTheLauncherIsStartedWith) {
                     " 2> /dev/null; echo \"status=$?\"; ls ~/.teravolant");
     EXPECT_TRUE(contains(sandbox.log(), "WARNING: a teravolant instance is already running!"));
     EXPECT_TRUE(contains(sandbox.log(), "[TeravolantAppDelegate::applicationWillTerminate]"));
-    EXPECT_NE(outcome.output.find("status=0\nmine\n"), std::string::npos) << outcome.output;
+    expectOutput(outcome, "status=0\nmine\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -232,37 +242,24 @@ chmod +x /tmp/bin/ps)sh",
                        "PATH=/tmp/bin:$PATH setsid --wait $launcher"}),
     nameOf);
 
-struct CommandToClientCase {
-    std::string name;
-    platform::PropertyListValue forceSetupInstall;
-    std::string words;
-};
-
-class CommandToClient : public ::testing::TestWithParam<CommandToClientCase> {};
-
-TEST_P(CommandToClient, NamesAWaitingReleaseOnlyWhenSetupIsDone) {
-    const CommandToClientCase& test = GetParam();
-    Sandbox sandbox;
-    Sandbox::writePreference(sandbox.home() / ".config", kOwnDomain, "forceSetupInstall",
-                             test.forceSetupInstall);
-    // A client that would neither understand the words nor start the launcher again.
-    const auto outcome = sandbox.run(R"sh(
-        unpack; client=~/.teravolant/teravolant.app/Contents/MacOS/teravolant
-        cp /usr/bin/sleep $client; $client 1000 & await executes $! $client
-        $launcher --notupdate)sh");
-    EXPECT_EQ(linesWith(sandbox.log(), "Cmd: '"),
-              Lines{"Cmd: '/home/user/.teravolant/teravolant.app/Contents/MacOS/teravolant' " +
-                    test.words})
-        << outcome.output;
+TEST(CommandToClient, NamesAWaitingReleaseOnlyWhenSetupIsDone) {
+    const std::pair<platform::PropertyListValue, std::string> table[] = {
+        {"false", "--needrestart \"ApplyReleasesWaiting\""}, {false, ""}, {"true", ""}};
+    for (const auto& [forceSetupInstall, words] : table) {
+        Sandbox sandbox;
+        Sandbox::writePreference(sandbox.home() / ".config", kOwnDomain, "forceSetupInstall",
+                                 forceSetupInstall);
+        // A client that would neither understand the words nor start the launcher again.
+        const auto outcome = sandbox.run(R"sh(
+            unpack; client=~/.teravolant/teravolant.app/Contents/MacOS/teravolant
+            cp /usr/bin/sleep $client; $client 1000 & await executes $! $client
+            $launcher --notupdate)sh");
+        EXPECT_EQ(linesWith(sandbox.log(), "Cmd: '"),
+                  Lines{"Cmd: '/home/user/.teravolant/teravolant.app/Contents/MacOS/teravolant' " +
+                        words})
+            << outcome.output;
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    All, CommandToClient,
-    ::testing::Values(CommandToClientCase{"TextFalse", "false",
-                                          "--needrestart \"ApplyReleasesWaiting\""},
-                      CommandToClientCase{"BooleanFalse", false, ""},
-                      CommandToClientCase{"TextTrue", "true", ""}),
-    nameOf);
 
 TEST(RunningInstances, APipeThatCanNotBeOpenedEndsTheStart) {
     Sandbox sandbox;
@@ -270,7 +267,7 @@ TEST(RunningInstances, APipeThatCanNotBeOpenedEndsTheStart) {
         start_client; rm -rf ~/.teravolant; client=$(clients)
         (ulimit -n 5; exec $launcher 3>&- 4>&-); echo "status=$?"
         test "$(clients)" = $client && echo "lives on")sh");
-    EXPECT_NE(outcome.output.find("status=1\nlives on\n"), std::string::npos) << outcome.output;
+    expectOutput(outcome, "status=1\nlives on\n");
     EXPECT_TRUE(contains(sandbox.log(), "ERROR: fail to open a pipe stream to a process!"));
 }
 
@@ -304,32 +301,27 @@ TEST(SampleClient, RefusesWhatIsNoPipeInThePlaceOfItsPipe) {
         echo > "$folder/commands"; unpack
         timeout 10 ~/.teravolant/teravolant.app/Contents/MacOS/teravolant; echo "status=$?")sh");
     EXPECT_TRUE(outcome.output.ends_with("status=1\n")) << outcome.output;
-    EXPECT_NE(outcome.output.find("commands is not a pipe"), std::string::npos) << outcome.output;
+    expectOutput(outcome, "commands is not a pipe");
 }
 
-TEST(RunningInstances, WithoutAProcessListNothingRunsAndNothingIsKilled) {
-    Sandbox sandbox;
-    sandbox.run(R"sh(mkdir /tmp/bin; for tool in /usr/bin/*; do ln -s $tool /tmp/bin; done
-        rm /tmp/bin/ps; PATH=/tmp/bin $launcher --notupdate)sh");
-    EXPECT_TRUE(contains(sandbox.log(), "INFO: brisklink can be launched!."));
-    EXPECT_EQ(linesWith(sandbox.log(), kOpen).size(), 1U);
-}
-
-TEST(RunningInstances, AQueryThatPrintsNothingIssuesNoKill) {
-    Sandbox sandbox;
-    const auto outcome = sandbox.run(R"sh(
-        mkdir /tmp/bin; cat > /tmp/bin/ps <<'PS'
+TEST(RunningInstances, AProcessListThatIsNotThereOrNamesNoIdKillsNothing) {
+    const std::pair<std::string, std::string> table[] = {
+        {"rm /tmp/bin/ps", "INFO: brisklink can be launched!."},
+        {R"sh(cat > /tmp/ps <<'PS'
 #!/bin/sh
 case "$*" in *pid=*) ;; *) echo /home/user/.teravolant/teravolant.app/Contents/MacOS/teravolant ;; esac
 PS
-        chmod +x /tmp/bin/ps; PATH=/tmp/bin:$PATH $launcher --notupdate)sh");
-    EXPECT_EQ(linesWith(sandbox.log(),
-                        "WARNING: a teravolant instance is already running and will "
-                        "be killed!")
-                  .size(),
-              1U);
-    EXPECT_EQ(linesWith(sandbox.log(), "Cmd: kill").size(), 0U) << outcome.output;
-    EXPECT_EQ(linesWith(sandbox.log(), kOpen).size(), 1U);
+chmod +x /tmp/ps; mv /tmp/ps /tmp/bin)sh",
+         "WARNING: a teravolant instance is already running and will be killed!"}};
+    for (const auto& [setup, line] : table) {
+        Sandbox sandbox;
+        const auto outcome =
+            sandbox.run("mkdir /tmp/bin; for tool in /usr/bin/*; do ln -s $tool /tmp/bin; done\n" +
+                        setup + "\nPATH=/tmp/bin $launcher --notupdate");
+        EXPECT_TRUE(contains(sandbox.log(), line)) << outcome.output;
+        EXPECT_EQ(linesWith(sandbox.log(), "Cmd: kill"), Lines()) << outcome.output;
+        EXPECT_EQ(linesWith(sandbox.log(), kOpen).size(), 1U);
+    }
 }
 
 struct BadInput {
@@ -351,14 +343,11 @@ TEST_P(BadInputs, AreReportedLoseNothingAndTheStartComesToItsEnd) {
     )sh" + test.setup + R"sh(
         timeout 20 /tmp/Teravolant.app/Contents/MacOS/Teravolant --notupdate; echo "status=$?"
         cat /home/user/papers/letter)sh");
-    EXPECT_NE(outcome.output.find("status=0\n"), std::string::npos) << outcome.output;
-    EXPECT_NE(outcome.output.find("mine\n"), std::string::npos) << outcome.output;
-    EXPECT_NE(outcome.output.find("] " + test.tellingLine + "\n"), std::string::npos)
-        << outcome.output;
-    EXPECT_NE(outcome.output.find(test.consoleText), std::string::npos) << outcome.output;
-    EXPECT_NE(outcome.output.find("] [TeravolantAppDelegate::applicationWillTerminate]\n"),
-              std::string::npos)
-        << outcome.output;
+    expectOutput(outcome, "status=0\n");
+    expectOutput(outcome, "mine\n");
+    expectOutput(outcome, "] " + test.tellingLine + "\n");
+    expectOutput(outcome, test.consoleText);
+    expectOutput(outcome, "] [TeravolantAppDelegate::applicationWillTerminate]\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -431,10 +420,23 @@ TEST_P(LaunchAgents, AreRefreshedWhenTheirTimesDiffer) {
     EXPECT_EQ(relevant, test.expected);
 }
 
-const std::string kFolderRefused =
-    "Error description: The folder “/home/user/Library/LaunchAgents” could not be created: "
-    "Permission denied.";
-const std::string kExists = "Error description: “agent” could not be written: File exists.";
+Lines refreshed(const std::string& agent) {
+    return {"launchctl stop " + agent, "launchctl unload " + agent, "launchctl load " + agent,
+            "launchctl start " + agent};
+}
+
+Lines unwritten(const std::string& agent, const std::string& code, const std::string& reason) {
+    return {"Error code: " + code,
+            "Error description: “" + agent + "” could not be " + reason + "."};
+}
+
+Lines uncreated(const std::string& agent) {
+    return joined({{"Error code: 513",
+                    "Error description: The folder “/home/user/Library/LaunchAgents” could not be "
+                    "created: Permission denied."},
+                   unwritten(agent, "4", "written: No such file or directory"),
+                   {"launchctl load " + agent, "launchctl start " + agent}});
+}
 
 INSTANTIATE_TEST_SUITE_P(
     All, LaunchAgents,
@@ -444,33 +446,23 @@ INSTANTIATE_TEST_SUITE_P(
             "NewerByOneNanosecond",
             "t=$(stat -c %.9Y $agent); touch -d \"@${t%.*}.$(printf %09d $(( (10#${t#*.} + 1) % "
             "1000000000 )))\" $agent",
-            {"replace agent with agent", "launchctl stop agent", "launchctl unload agent",
-             "launchctl load agent", "launchctl start agent", "No need to store autorun"}},
-        AgentCase{
-            "OlderByADay",
-            "touch -d yesterday $autorun",
-            {"No need to store agent", "replace autorun with autorun", "launchctl stop autorun",
-             "launchctl unload autorun", "launchctl load autorun", "launchctl start autorun"}},
+            joined(
+                {{"replace agent with agent"}, refreshed("agent"), {"No need to store autorun"}})},
+        AgentCase{"OlderByADay", "touch -d yesterday $autorun",
+                  joined({{"No need to store agent", "replace autorun with autorun"},
+                          refreshed("autorun")})},
         AgentCase{"AFailedReplacementReloadsTheAgentOnly",
                   "touch -d yesterday $agent $autorun; chmod a-w $agents",
-                  {"replace agent with agent", "Error code: 516", kExists, "launchctl stop agent",
-                   "launchctl unload agent", "launchctl load agent", "launchctl start agent",
-                   "replace autorun with autorun", "Error code: 516",
-                   "Error description: “autorun” could not be written: File exists."}},
-        AgentCase{"AFolderThatCanNotBeCreated",
-                  "rm -r $agents; chmod a-w ~/Library",
-                  {"Error code: 513", kFolderRefused, "Error code: 4",
-                   "Error description: “agent” could not be written: No such file or directory.",
-                   "launchctl load agent", "launchctl start agent", "Error code: 513",
-                   kFolderRefused, "Error code: 4",
-                   "Error description: “autorun” could not be written: No such file or directory.",
-                   "launchctl load autorun", "launchctl start autorun"}},
-        AgentCase{
-            "AFolderThatIsAFile",
-            "rm -r $agents; touch $agents",
-            {"Error code: 256", "Error description: “agent” could not be read: Not a directory.",
-             "Error code: 256",
-             "Error description: “autorun” could not be read: Not a directory."}}),
+                  joined({{"replace agent with agent"},
+                          unwritten("agent", "516", "written: File exists"),
+                          refreshed("agent"),
+                          {"replace autorun with autorun"},
+                          unwritten("autorun", "516", "written: File exists")})},
+        AgentCase{"AFolderThatCanNotBeCreated", "rm -r $agents; chmod a-w ~/Library",
+                  joined({uncreated("agent"), uncreated("autorun")})},
+        AgentCase{"AFolderThatIsAFile", "rm -r $agents; touch $agents",
+                  joined({unwritten("agent", "256", "read: Not a directory"),
+                          unwritten("autorun", "256", "read: Not a directory")})}),
     nameOf);
 
 TEST(InstallParameters, AreWrittenByTheSuperuserForEverybodyAndClearedByTheNextCall) {
@@ -508,13 +500,10 @@ TEST(Preferences, ThatAreDamagedAreSetAsideAndTheStartGoesOnWithDefaults) {
         $launcher --notupdate; chmod u+w /etc/xdg/Zelto
         cat ~/.config/Zelto/*.damaged-1 /etc/xdg/Zelto/*)sh");
     EXPECT_TRUE(contains(sandbox.log(), "Auto update: YES"));
-    EXPECT_NE(outcome.output.find("are damaged and were set aside as "
-                                  "“com.zelto.teravolant.updater.plist.damaged-1”"),
-              std::string::npos)
-        << outcome.output;
-    EXPECT_NE(outcome.output.find("“/etc/xdg/Zelto/com.zelto.teravolant.plist” are not used"),
-              std::string::npos)
-        << outcome.output;
+    expectOutput(outcome,
+                 "are damaged and were set aside as "
+                 "“com.zelto.teravolant.updater.plist.damaged-1”");
+    expectOutput(outcome, "“/etc/xdg/Zelto/com.zelto.teravolant.plist” are not used");
     EXPECT_TRUE(outcome.output.ends_with("damaged\ndamaged\n")) << outcome.output;
     EXPECT_EQ(Sandbox::preferences(sandbox.home() / ".config", kOwnDomain).size(), 1U);
 }
