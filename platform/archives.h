@@ -48,7 +48,7 @@ using PackProgress = std::function<void(std::uint64_t done, std::uint64_t all)>;
 
 /// Packs the folder, under its own name as the archive's one top entry, into a `.tar.zst`.
 ///
-/// The same names, contents, permission bits and links, and the same modification times of files
+/// The same names, contents, permission bits and links, and the same modification seconds of files
 /// (by which an installed launch agent is told from a newer one), give the same archive, byte for
 /// byte: the entries are sorted, and carry no owner. Refuses what `unpackArchive` would refuse, and
 /// links that lead out of the packed folder. A file at `archive` is replaced in one step once the

@@ -116,7 +116,7 @@ TEST_F(Http, AnswersThatAreCutLieOrStallAreErrors) {
         {"malformed redirect", redirectTo("https://:x:/"), NSURLErrorBadServerResponse},
         {"a part",
          {.status = 206, .headers = {{"Content-Range", "bytes 0-9/10"}}, .body = "b"},
-         NSURLErrorBadServerResponse},
+         NSURLErrorCannotParseResponse},
     };
     for (const Faulty& faulty : table) {
         for (const bool secure : {false, true}) {
@@ -274,7 +274,7 @@ TEST_F(Http, APartThatBeginsElsewhereIsRefusedBeforeItsFirstByte) {
                                 ADD_FAILURE() << bytes;
                                 return std::optional<Error>();
                             }});
-        expectFailure(answer, NSURLErrorBadServerResponse);
+        expectFailure(answer, NSURLErrorCannotParseResponse);
     }
 }
 
