@@ -1,5 +1,6 @@
-// feed_server FOLDER [http]: serves the files of a folder on a loopback port, over https with a
-// certificate of an authority of its own, or over plain http. Writes into the folder, each file
+// feed_server FOLDER SCHEME [stall]: serves the files of a folder on a loopback port, over https
+// with a certificate of an authority of its own, or over plain http; with "stall", only the first
+// half of a file of more than 64 KiB, and then nothing more. Writes into the folder, each file
 // appearing whole: `authority.pem`, the authority's certificate, and then `url`, under which the
 // folder's files are found. Runs until it is ended.
 
@@ -23,7 +24,7 @@ namespace fs = std::filesystem;
 using namespace teravolant::fixtures;
 
 /// The entity tag tells contents apart as far as one run of the server needs it.
-ServerAnswer serve(const fs::path& folder, const ReceivedRequest& request) {
+ServerAnswer serve(const fs::path& folder, const ReceivedRequest& request, bool stalls) {
     const std::string path = request.target.substr(0, request.target.find('?'));
     const auto contents =
         path.find("..") == path.npos
@@ -33,7 +34,12 @@ ServerAnswer serve(const fs::path& folder, const ReceivedRequest& request) {
         return {.status = 404};
     }
     const std::string tag = std::to_string(std::hash<std::string>()(contents.value()));
-    return answerWithRange(request, contents.value(), "\"" + tag + "\"");
+    ServerAnswer answer = answerWithRange(request, contents.value(), "\"" + tag + "\"");
+    constexpr std::size_t kLargest = std::size_t{64} << 10U;
+    if (stalls && contents.value().size() > kLargest) {
+        answer.stallAfter = contents.value().size() / 2;
+    }
+    return answer;
 }
 
 void writeWhole(const fs::path& file, const std::string& text) {
@@ -45,15 +51,18 @@ void writeWhole(const fs::path& file, const std::string& text) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
-    if (argc < 2 || argc > 3) {
-        std::cerr << "usage: feed_server FOLDER [http]\n";
+    if (argc < 3 || argc > 4) {
+        std::cerr << "usage: feed_server FOLDER https|http [stall]\n";
         return EXIT_FAILURE;
     }
     const fs::path folder = argv[1];
-    const bool plain = argc == 3 && std::string_view(argv[2]) == "http";
+    const bool plain = std::string_view(argv[2]) == "http";
+    const bool stalls = argc == 4;
     const CertificateAuthority authority;
     const HttpServer server(
-        [&folder](const ReceivedRequest& request) { return serve(folder, request); },
+        [&folder, stalls](const ReceivedRequest& request) {
+            return serve(folder, request, stalls);
+        },
         plain ? std::nullopt : std::optional(authority.issue()));
     writeWhole(folder / "authority.pem", authority.certificate());
     writeWhole(folder / "url", server.url("", "localhost"));

@@ -32,13 +32,15 @@ constexpr const char* kPublish = R"sh(
     teravolant-release pack ~/next/Teravolant.app --output $feed/update.tar.zst
     teravolant-release feed $feed/update.tar.zst --bundle ~/next/Teravolant.app \
         --private-key ~/key --output $feed/release.mac
-    feed_server ~/feed $scheme & await test -s ~/feed/url
-    url=$(cat ~/feed/url)
-    cat > ~/.config/Zelto/com.zelto.teravolant.updater.plist <<END
+    serve() {
+        rm -f ~/feed/url; feed_server ~/feed $scheme $1 & server=$!; await test -s ~/feed/url
+        url=$(cat ~/feed/url)
+        cat > ~/.config/Zelto/com.zelto.teravolant.updater.plist <<END
 <plist version="1.0"><dict><key>updateserver</key><dict>
 <key>scheme</key><string>${url%%:*}</string><key>host</key><string>${url#*//}</string>
 <key>path</key><string>/teravolant/release/release.mac</string></dict></dict></plist>
 END
+    }
     version() { sed -n '/ShortVersion/{n;s/[^0-9.]//gp}' $installed/Contents/Info.plist; }
     ended() { test "$(grep -c 'applicationWillTerminate' "$log")" = $1; }
 )sh";
@@ -65,6 +67,7 @@ class Update : public ::testing::TestWithParam<const char*> {
 // both versions.
 TEST_P(Update, GoesFromACheckToTheNextStartOfTheNewVersionWithItsNewClient) {
     const auto outcome = sandbox.run(kPublish + std::string(R"sh(
+        serve
         $launcher 2> ~/console
         echo "version=$(version)"
         await ended 2
@@ -88,6 +91,23 @@ TEST_P(Update, GoesFromACheckToTheNextStartOfTheNewVersionWithItsNewClient) {
                      "--needrestart ApplyReleasesWaiting --minimized",
                      "-unpackapp /Applications/Teravolant.app/Contents/MacOS/teravolant "
                      "--launchstartup on"}));
+}
+
+TEST_P(Update, EndsWithinASecondOfASignalDuringTheDownloadAndGoesOnFromThereAtTheNextStart) {
+    const auto outcome = sandbox.run(kPublish + std::string(R"sh(
+        serve stall
+        part=~/.cache/com.zelto.teravolant.updater/archive.part
+        half=$(($(stat -c %s $feed/update.tar.zst) / 2))
+        reached() { test "$(stat -c %s $part)" = $half; }
+        $launcher 2> /dev/null & await reached
+        begin=$(date +%s%N); kill -TERM $!; wait $!; echo "status=$?"
+        test $(($(date +%s%N) - begin)) -lt 1000000000 && echo "ended in time"
+        reached && echo "left half"
+        kill $server; serve
+        $launcher 2> /dev/null; echo "version=$(version)")sh"));
+    EXPECT_NE(outcome.output.find("status=0\nended in time\nleft half\nversion=9.9.9.9\n"),
+              std::string::npos)
+        << outcome.output;
 }
 
 INSTANTIATE_TEST_SUITE_P(Over, Update, ::testing::Values("https", "http"),
