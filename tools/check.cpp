@@ -6,6 +6,7 @@
 #include "platform/http.h"
 #include "platform/text.h"
 #include "platform/update_framework/offer_verification.h"
+#include "platform/update_framework/update_cycle.h"
 #include "platform/update_framework/updater_error.h"
 #include "platform/url.h"
 #include "tools/commands.h"
@@ -17,10 +18,6 @@ using platform::Error;
 using platform::Result;
 using platform::SQRLUpdate;
 using platform::updaterError;
-
-constexpr std::uint64_t kMostBytes = std::uint64_t{1} << 20U;
-constexpr int kOk = 200;
-constexpr int kNoContent = 204;
 
 struct Options {
     std::string feed;
@@ -43,33 +40,28 @@ std::string withVersion(std::string url, const std::string& version) {
     return url;
 }
 
-Result<Feed> fetchFeed(const std::string& url, const std::stop_token& stop) {
-    auto answer = platform::sendHttpRequest({.url = url}, {.maximumBodySize = kMostBytes}, stop);
-    if (!answer) {
-        return answer.error();
+Result<Feed> fetch(const std::string& url, const std::stop_token& stop) {
+    auto body = platform::fetchFeed(url, {}, stop);
+    if (!body) {
+        return body.error();
     }
-    if (answer.value().status == kNoContent) {
+    if (!body.value()) {
         return updaterError(platform::SQRLUpdaterErrorInvalidServerResponse,
                             "The server offers no update (status 204).");
     }
-    if (answer.value().status != kOk) {
-        return updaterError(
-            platform::SQRLUpdaterErrorInvalidServerResponse,
-            "The server answered with status " + std::to_string(answer.value().status) + ".");
-    }
-    return Feed{.url = url, .body = std::move(answer).value().body};
+    return Feed{.url = url, .body = *std::move(body).value()};
 }
 
 Result<Feed> feedFrom(const std::string& source, const std::string& version,
                       const std::stop_token& stop) {
     if (isUrl(source)) {
-        return fetchFeed(withVersion(source, version), stop);
+        return fetch(withVersion(source, version), stop);
     }
     auto body = platform::contentsOfFile(source);
     if (!body) {
         return body.error();
     }
-    if (body.value().size() > kMostBytes) {
+    if (body.value().size() > platform::kLargestFeed) {
         return updaterError(platform::SQRLUpdaterErrorInvalidServerBody,
                             "“" + source + "” is larger than a feed may be (1 MiB).");
     }

@@ -9,9 +9,9 @@
 
 #include "platform/digest.h"
 #include "platform/files.h"
-#include "platform/property_list.h"
 #include "platform/text.h"
 #include "platform/unique_fd.h"
+#include "platform/update_framework/record.h"
 #include "platform/update_framework/updater_error.h"
 
 namespace teravolant::platform {
@@ -27,34 +27,10 @@ Error refused(std::string reason) {
                         "The update's archive is refused: " + std::move(reason));
 }
 
-/// What the part in the cache is a part of.
-struct Origin {
-    std::string sha256;
-    std::string validator;  ///< With which the server can be asked for the rest; may be empty.
-};
-
-std::optional<Origin> readOrigin(const fs::path& folder) {
-    const auto contents = contentsOfFile(originPath(folder));
-    const auto parsed = contents ? parsePropertyList(contents.value())
-                                 : Result<PropertyListValue>(contents.error());
-    if (!parsed || parsed.value().dictionary() == nullptr) {
-        return std::nullopt;
-    }
-    const auto text = [&parsed](const char* key) {
-        const auto found = parsed.value().dictionary()->find(key);
-        const bool isText =
-            found != parsed.value().dictionary()->end() && found->second.text() != nullptr;
-        return isText ? *found->second.text() : std::string();
-    };
-    return Origin{.sha256 = text("sha256"), .validator = text("validator")};
-}
-
-std::optional<Error> writeOrigin(const fs::path& folder, const Origin& origin) {
-    return replaceFileDurably(originPath(folder),
-                              serialisePropertyList(PropertyListValue::Dictionary{
-                                  {"sha256", origin.sha256}, {"validator", origin.validator}}),
-                              0600);
-}
+/// What is recorded of the part in the cache: the digest of what it is a part of, and the validator
+/// with which the server can be asked for the rest, which may be empty.
+constexpr const char* kDigest = "sha256";
+constexpr const char* kValidator = "validator";
 
 /// One archive on its way into the cache.
 class Download {
@@ -79,12 +55,12 @@ class Download {
     /// Opens the part, takes the bytes that are there into the digest, and checks that there is
     /// room for the rest.
     std::optional<Error> openPart() {
-        const auto origin = readOrigin(_folder);
-        const bool usable = origin && equalIgnoringCase(origin->sha256, *_offer.sha256);
+        Record origin = readRecord(originPath(_folder));
+        const bool usable = equalIgnoringCase(origin[kDigest], *_offer.sha256);
         if (!usable) {
             removeDownloads(_folder);
         }
-        _validator = usable ? origin->validator : "";
+        _validator = usable ? origin[kValidator] : "";
         _file = UniqueFd(
             open(archivePath(_folder).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
         if (!_file) {
@@ -187,8 +163,8 @@ class Download {
         }
         // Written before the first byte: whatever ends this program, the next start knows what the
         // part belongs to.
-        return writeOrigin(
-            _folder, Origin{.sha256 = *_offer.sha256, .validator = resumptionValidator(response)});
+        return writeRecord(originPath(_folder), {{kDigest, *_offer.sha256},
+                                                 {kValidator, resumptionValidator(response)}});
     }
 
     std::optional<Error> receive(std::string_view bytes) {

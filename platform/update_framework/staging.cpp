@@ -8,8 +8,8 @@
 #include <system_error>
 
 #include "platform/files.h"
-#include "platform/property_list.h"
 #include "platform/unique_fd.h"
+#include "platform/update_framework/record.h"
 #include "platform/update_framework/updater_error.h"
 
 namespace teravolant::platform {
@@ -65,23 +65,12 @@ fs::path stagingFolderFor(const fs::path& target) {
 }
 
 std::optional<StagedUpdate> readStagedUpdate(const fs::path& cacheFolder) {
-    const auto contents = contentsOfFile(recordPath(cacheFolder));
-    const auto parsed = contents ? parsePropertyList(contents.value())
-                                 : Result<PropertyListValue>(contents.error());
-    if (!parsed || parsed.value().dictionary() == nullptr) {
-        return std::nullopt;
-    }
-    const auto text = [&parsed](const char* key) {
-        const auto found = parsed.value().dictionary()->find(key);
-        const bool isText =
-            found != parsed.value().dictionary()->end() && found->second.text() != nullptr;
-        return isText ? *found->second.text() : std::string();
-    };
-    StagedUpdate update{.version = text("version"),
-                        .archiveSha256 = text("archiveSha256"),
-                        .treeDigest = text("treeDigest"),
-                        .staged = text("staged"),
-                        .target = text("target")};
+    Record record = readRecord(recordPath(cacheFolder));
+    StagedUpdate update{.version = record["version"],
+                        .archiveSha256 = record["archiveSha256"],
+                        .treeDigest = record["treeDigest"],
+                        .staged = record["staged"],
+                        .target = record["target"]};
     // Nothing outside of the staging folder may ever be moved or removed for a record's sake.
     const auto inside = update.staged.lexically_relative(stagingFolderFor(update.target));
     if (!update.target.is_absolute() || inside.empty() || *inside.begin() == ".." ||
@@ -93,12 +82,11 @@ std::optional<StagedUpdate> readStagedUpdate(const fs::path& cacheFolder) {
 }
 
 std::optional<Error> writeStagedUpdate(const fs::path& cacheFolder, const StagedUpdate& update) {
-    const PropertyListValue::Dictionary record = {{"version", update.version},
-                                                  {"archiveSha256", update.archiveSha256},
-                                                  {"treeDigest", update.treeDigest},
-                                                  {"staged", update.staged.string()},
-                                                  {"target", update.target.string()}};
-    return replaceFileDurably(recordPath(cacheFolder), serialisePropertyList(record), 0600);
+    return writeRecord(recordPath(cacheFolder), {{"version", update.version},
+                                                 {"archiveSha256", update.archiveSha256},
+                                                 {"treeDigest", update.treeDigest},
+                                                 {"staged", update.staged.string()},
+                                                 {"target", update.target.string()}});
 }
 
 void discardStaging(const fs::path& cacheFolder, const fs::path& target) {

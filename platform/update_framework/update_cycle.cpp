@@ -21,8 +21,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::uint64_t kLargestFeed = 1U << 20U;
-
 /// Removes what is left of updates that can't come to anything any more: one that was installed,
 /// and a tree without a record, which was never finished.
 void removeStaleStaging(const UpdateCycle& cycle) {
@@ -41,27 +39,6 @@ void removeStaleStaging(const UpdateCycle& cycle) {
 void discardEarlierOffers(const UpdateCycle& cycle) {
     discardStaging(cycle.cacheFolder, cycle.bundlePath);
     removeDownloads(cycle.cacheFolder);
-}
-
-/// The feed's body; nothing when the server says that there is no update.
-Result<std::optional<std::string>> fetchFeed(const UpdateCycle& cycle) {
-    HttpOptions options = cycle.options;
-    options.maximumBodySize = kLargestFeed;
-    auto answer = sendHttpRequest({.url = cycle.feedURL}, options);
-    if (!answer) {
-        return answer.error();
-    }
-    HttpResponse response = std::move(answer).value();
-    if (response.status == 204) {
-        return std::optional<std::string>();
-    }
-    if (response.status != 200 || response.body.empty()) {
-        return updaterError(SQRLUpdaterErrorInvalidServerResponse,
-                            "The update server answered with status " +
-                                std::to_string(response.status) +
-                                (response.body.empty() ? " and an empty body." : "."));
-    }
-    return std::optional(std::move(response.body));
 }
 
 /// Whether it is a folder that only this user can change.
@@ -203,9 +180,29 @@ Result<StagedUpdate> bringIn(const UpdateCycle& cycle, const SQRLUpdate& offer) 
 
 }  // namespace
 
+Result<std::optional<std::string>> fetchFeed(const std::string& url, HttpOptions options,
+                                             const std::stop_token& stop) {
+    options.maximumBodySize = kLargestFeed;
+    auto answer = sendHttpRequest({.url = url}, options, stop);
+    if (!answer) {
+        return answer.error();
+    }
+    HttpResponse response = std::move(answer).value();
+    if (response.status == 204) {
+        return std::optional<std::string>();
+    }
+    if (response.status != 200 || response.body.empty()) {
+        return updaterError(SQRLUpdaterErrorInvalidServerResponse,
+                            "The update server answered with status " +
+                                std::to_string(response.status) +
+                                (response.body.empty() ? " and an empty body." : "."));
+    }
+    return std::optional(std::move(response.body));
+}
+
 Result<std::optional<StagedUpdate>> runUpdateCycle(const UpdateCycle& cycle) {
     removeStaleStaging(cycle);
-    auto feed = fetchFeed(cycle);
+    auto feed = fetchFeed(cycle.feedURL, cycle.options);
     if (!feed) {
         return feed.error();
     }

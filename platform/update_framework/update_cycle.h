@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,14 @@ struct UpdateCycle {
     std::function<void()> downloadBegins;
     HttpOptions options = {};
 };
+
+inline constexpr std::uint64_t kLargestFeed = std::uint64_t{1} << 20U;
+
+/// Fetches a feed document of at most `kLargestFeed` bytes. Answers nothing when the server says
+/// that there is no update (204); any other answer than 200 with a body is an error that names the
+/// status.
+Result<std::optional<std::string>> fetchFeed(const std::string& url, HttpOptions options = {},
+                                             const std::stop_token& stop = {});
 
 /// Fetches the feed, has its answer read, and brings the offered bundle, verified, to where it can
 /// be installed from. Answers nothing when the server has no update. Blocks the calling thread.

@@ -1,0 +1,31 @@
+#include "platform/update_framework/record.h"
+
+#include "platform/files.h"
+#include "platform/property_list.h"
+
+namespace teravolant::platform {
+
+Record readRecord(const std::filesystem::path& file) {
+    Record record;
+    const auto contents = contentsOfFile(file);
+    const auto parsed = contents ? parsePropertyList(contents.value())
+                                 : Result<PropertyListValue>(contents.error());
+    if (parsed && parsed.value().dictionary() != nullptr) {
+        for (const auto& [name, value] : *parsed.value().dictionary()) {
+            if (value.text() != nullptr) {
+                record[name] = *value.text();
+            }
+        }
+    }
+    return record;
+}
+
+std::optional<Error> writeRecord(const std::filesystem::path& file, const Record& record) {
+    PropertyListValue::Dictionary dictionary;
+    for (const auto& [name, text] : record) {
+        dictionary.insert_or_assign(name, text);
+    }
+    return replaceFileDurably(file, serialisePropertyList(std::move(dictionary)), 0600);
+}
+
+}  // namespace teravolant::platform
