@@ -9,7 +9,6 @@ namespace teravolant {
 namespace {
 
 namespace fs = std::filesystem;
-using platform::Bundle;
 using platform::PropertyListValue;
 using Lines = std::vector<std::string>;
 

@@ -20,7 +20,7 @@ const std::string kAlphaHost = TERAVOLANT_ALPHA_UPDATE_HOST;
 Lines linesOf(const std::string& version, const Lines& locations, const std::string& url) {
     Lines lines = {kOperation + "bundleVersion=" + version};
     for (const std::string& location : locations) {
-        lines.push_back(kOperation + "infoUpdateServer = " + location);
+        lines.push_back(std::string(kOperation).append("infoUpdateServer = ").append(location));
     }
     lines.push_back(kOperation + "NSURLRequest=<NSURLRequest: { URL: " + url + " }>");
     return lines;

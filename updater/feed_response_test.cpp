@@ -115,9 +115,14 @@ TEST(FeedResponse, DocumentThatMakesNoUpdateIsInvalidJson) {
         for (const std::string& value : test.values) {
             const bool unfit = value == "\"a b.zip\"";  // A text, but not as part of an address.
             const std::string name = test.member == "name" ? "" : R"("name":"u.zip",)";
-            expectInvalidJson(
-                "{" + name + R"("version":"4.30.2.5",")" + test.member + "\":" + value + "}",
-                unfit ? "url" : test.member);
+            expectInvalidJson(std::string("{")
+                                  .append(name)
+                                  .append(R"("version":"4.30.2.5",")")
+                                  .append(test.member)
+                                  .append("\":")
+                                  .append(value)
+                                  .append("}"),
+                              unfit ? "url" : test.member);
         }
     }
 }

@@ -79,7 +79,7 @@ struct Fault {
     std::string reason;
 };
 
-Fault faultyFeed(const char* situation, ServerAnswer answer, std::string reason) {
+Fault faultyFeed(const char* situation, const ServerAnswer& answer, std::string reason) {
     return {situation, [answer](World& world) { world.feedAnswer = always(answer); },
             std::move(reason)};
 }

@@ -1,10 +1,10 @@
 #include "platform/update_framework/staging.h"
 
 #include <fcntl.h>
-#include <stdio.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <system_error>
 
 #include "platform/files.h"
