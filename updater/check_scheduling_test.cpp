@@ -7,6 +7,7 @@
 #include "support/logger.h"
 #include "testing/log_reader.h"
 #include "testing/manual_clock.h"
+#include "testing/temporary_folder.h"
 #include "updater/client_updater.h"
 
 namespace teravolant {
@@ -161,7 +162,7 @@ TEST(UpdateCycle, LeavesTheUpdaterIdleUnlessItFoundAnUpdateAndTellsItsErrorBefor
     }
 }
 
-TEST(UpdateCycle, IsRefusedWhileAnotherOneOfTheSameBundleRuns) {
+TEST(UpdateCycle, IsRefusedWhileAnotherOneOfTheSameBundleRunsAlsoWithAnotherCache) {
     const auto first = std::make_shared<FakeUpdater>();
     const auto second = std::make_shared<FakeUpdater>();
     first->checkForUpdates([](const Error& /*error*/) {});
@@ -170,6 +171,8 @@ TEST(UpdateCycle, IsRefusedWhileAnotherOneOfTheSameBundleRuns) {
     while (first->state() == UpdaterState::checking) {
         std::this_thread::yield();
     }
+    const fixtures::TemporaryFolder otherCache;
+    setenv("XDG_CACHE_HOME", otherCache.path().c_str(), 1);
     second->checkForUpdates(
         [&told](const Error& error) { told.set_value(error.localizedDescription); });
     EXPECT_EQ(told.get_future().get(), "Another start of this program is updating it already.");
