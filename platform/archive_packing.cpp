@@ -12,6 +12,7 @@
 
 #include "platform/archive_rules.h"
 #include "platform/archives.h"
+#include "platform/files.h"
 #include "platform/text.h"
 #include "platform/unique_fd.h"
 
@@ -186,7 +187,6 @@ class Packer {
     std::stop_token _stop;
     Writer _writer{archive_write_new()};
     std::uint64_t _done = 0;
-    std::vector<char> _chunk = std::vector<char>(kReadSize);
 };
 
 std::optional<Error> Packer::writeTo(int file, const std::vector<Item>& items) {
@@ -228,32 +228,25 @@ std::optional<Error> Packer::writeItem(const Item& item) {
 }
 
 std::optional<Error> Packer::writeContents(const Item& item) {
-    const UniqueFd file(open(item.path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY));
-    if (!file) {
-        return readFailure(item.path, errno);
-    }
     std::uint64_t packed = 0;
-    while (true) {
+    const auto pack = [&](std::string_view piece) -> std::optional<Error> {
         if (_stop.stop_requested()) {
             return archiveError(NSUserCancelledError, "Packing the archive was cancelled.");
         }
-        const ssize_t count = read(file.get(), _chunk.data(), _chunk.size());
-        if (count < 0 && errno != EINTR) {
-            return readFailure(item.path, errno);
-        }
-        if (count == 0) {
-            break;
-        }
-        const auto size = static_cast<std::size_t>(std::max<ssize_t>(count, 0));
-        packed += size;
+        packed += piece.size();
         if (packed > item.size) {
-            break;
+            return refusal(item.path, "changed while it was read");
         }
-        if (size > 0 && archive_write_data(_writer.get(), _chunk.data(), size) != count) {
+        if (archive_write_data(_writer.get(), piece.data(), piece.size()) !=
+            static_cast<la_ssize_t>(piece.size())) {
             return failure();
         }
-        _done += size;
+        _done += piece.size();
         report();
+        return std::nullopt;
+    };
+    if (auto error = readInPieces(item.path, kReadSize, pack, Links::Refuse)) {
+        return error;
     }
     if (packed != item.size) {
         return refusal(item.path, "changed while it was read");

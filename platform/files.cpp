@@ -10,6 +10,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <memory>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -271,9 +272,11 @@ std::optional<Error> appendToFile(const fs::path& path, std::string_view bytes) 
     return std::nullopt;
 }
 
-Result<std::string> contentsOfFile(const fs::path& path) {
-    // A named pipe must not hold the reader up: only regular files have contents.
-    const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+std::optional<Error> readInPieces(
+    const fs::path& path, std::size_t pieceSize,
+    const std::function<std::optional<Error>(std::string_view)>& receive, Links links) {
+    const int noLink = links == Links::Refuse ? O_NOFOLLOW : 0;
+    const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | noLink));
     struct stat status {};
     if (!file || fstat(file.get(), &status) != 0) {
         return readError(errno, path);
@@ -281,20 +284,34 @@ Result<std::string> contentsOfFile(const fs::path& path) {
     if (!S_ISREG(status.st_mode)) {
         return readError(S_ISDIR(status.st_mode) ? EISDIR : EINVAL, path);
     }
-    std::string contents;
-    std::array<char, 65536> chunk{};
+    const auto buffer = std::make_unique_for_overwrite<char[]>(pieceSize);
     while (true) {
-        const ssize_t count = read(file.get(), chunk.data(), chunk.size());
+        const ssize_t count = read(file.get(), buffer.get(), pieceSize);
         if (count == 0) {
-            return contents;
+            return std::nullopt;
         }
-        if (count < 0 && errno != EINTR) {
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count < 0) {
             return readError(errno, path);
         }
-        if (count > 0) {
-            contents.append(chunk.data(), static_cast<std::size_t>(count));
+        if (auto error = receive({buffer.get(), static_cast<std::size_t>(count)})) {
+            return error;
         }
     }
+}
+
+Result<std::string> contentsOfFile(const fs::path& path) {
+    constexpr std::size_t kPieceSize = 65536;
+    std::string contents;
+    if (auto error = readInPieces(path, kPieceSize, [&contents](std::string_view piece) {
+            contents += piece;
+            return std::optional<Error>();
+        })) {
+        return *std::move(error);
+    }
+    return contents;
 }
 
 std::optional<Error> replaceFileDurably(const fs::path& path, std::string_view bytes,

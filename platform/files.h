@@ -1,8 +1,10 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -62,6 +64,16 @@ Result<FileAttributes> attributesOfItem(const std::filesystem::path& path);
 /// reads from is a failure, not a wait.
 [[nodiscard]] std::optional<Error> appendToFile(const std::filesystem::path& path,
                                                 std::string_view bytes);
+
+enum class Links : std::uint8_t { Follow, Refuse };
+
+/// Reads a regular file through one buffer of `pieceSize` bytes and hands on what each read gives.
+/// A receiver that refuses ends that with its error. A folder, a device or a named pipe, which
+/// would hold the reader up, is a failure.
+[[nodiscard]] std::optional<Error> readInPieces(
+    const std::filesystem::path& path, std::size_t pieceSize,
+    const std::function<std::optional<Error>(std::string_view piece)>& receive,
+    Links links = Links::Follow);
 
 /// The whole of a regular file.
 Result<std::string> contentsOfFile(const std::filesystem::path& path);

@@ -1,10 +1,9 @@
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <fstream>
 #include <iostream>
 
 #include "platform/digest.h"
+#include "platform/files.h"
 #include "platform/text.h"
 #include "platform/update_framework/offer_verification.h"
 #include "platform/update_framework/updater_error.h"
@@ -90,27 +89,20 @@ std::optional<Error> refusalOf(const Identity& identity) {
 }
 
 Result<ArchiveFacts> factsOf(const fs::path& archive, const std::stop_token& stop) {
-    const std::string attempt = "“" + archive.string() + "” could not be read";
-    std::error_code unknown;
-    if (fs::exists(archive, unknown) && !fs::is_regular_file(archive, unknown)) {
-        return platform::errorFromErrno(EINVAL, platform::FileAccess::Read, attempt);
-    }
-    std::ifstream file(archive, std::ios::binary);
+    constexpr std::size_t kPieceSize = std::size_t{1} << 18U;
     platform::Digest digest(platform::DigestAlgorithm::Sha256);
     ArchiveFacts facts;
-    std::vector<char> chunk(std::size_t{1} << 18U);
-    while (file) {
+    const auto add = [&](std::string_view piece) -> std::optional<Error> {
         if (stop.stop_requested()) {
             return updaterError(platform::SQRLUpdaterErrorCheckNotPossible,
                                 "Reading the archive was cancelled.");
         }
-        file.read(chunk.data(), static_cast<std::streamsize>(chunk.size()));
-        const auto count = static_cast<std::size_t>(file.gcount());
-        digest.update({chunk.data(), count});
-        facts.size += count;
-    }
-    if (!file.eof()) {
-        return platform::errorFromErrno(errno, platform::FileAccess::Read, attempt);
+        digest.update(piece);
+        facts.size += piece.size();
+        return std::nullopt;
+    };
+    if (auto error = platform::readInPieces(archive, kPieceSize, add)) {
+        return *std::move(error);
     }
     const auto sha256 = digest.finish();
     if (!sha256) {

@@ -1,17 +1,14 @@
 #include "platform/update_framework/tree_digest.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <system_error>
 #include <vector>
 
 #include "platform/digest.h"
-#include "platform/unique_fd.h"
+#include "platform/files.h"
 
 namespace teravolant::platform {
 namespace {
@@ -74,23 +71,18 @@ class TreeDigest {
             return failure ? std::optional(unreadable(path, failure.value())) : std::nullopt;
         }
         addField(std::to_string(status.st_size));
-        return addContents(path);
+        return S_ISREG(status.st_mode) ? addContents(path) : std::nullopt;
     }
 
     std::optional<Error> addContents(const fs::path& path) {
-        const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-        while (file) {
-            const ssize_t count = read(file.get(), _chunk.data(), _chunk.size());
-            if (count == 0) {
-                return std::nullopt;
-            }
-            if (count > 0) {
-                _digest.update({_chunk.data(), static_cast<std::size_t>(count)});
-            } else if (errno != EINTR) {
-                break;
-            }
-        }
-        return unreadable(path, errno);
+        constexpr std::size_t kPieceSize = 65536;
+        return readInPieces(
+            path, kPieceSize,
+            [this](std::string_view piece) {
+                _digest.update(piece);
+                return std::optional<Error>();
+            },
+            Links::Refuse);
     }
 
     /// Length first, so that no two trees give the same bytes.
@@ -104,7 +96,6 @@ class TreeDigest {
     }
 
     Digest _digest{DigestAlgorithm::Sha256};
-    std::array<char, 65536> _chunk{};
 };
 
 }  // namespace
