@@ -28,6 +28,7 @@ enum CocoaErrorCode : std::int64_t {
     NSFileWriteOutOfSpaceError = 640,
     NSFileWriteVolumeReadOnlyError = 642,
     NSPropertyListReadCorruptError = 3840,  ///< JSON counts as a property list here.
+    NSPropertyListWriteInvalidError = 3852,
 };
 
 class JsonValue;

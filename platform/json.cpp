@@ -1,8 +1,12 @@
 #include "platform/json.h"
 
-#include <nlohmann/json.hpp>
+#include <algorithm>
+#include <cmath>
 #include <optional>
+#include <ranges>
 #include <utility>
+
+#include <nlohmann/json.hpp>
 
 namespace teravolant::platform {
 namespace {
@@ -99,6 +103,24 @@ class JsonBuilder : public json::json_sax_t {
     std::optional<Error> _error;
 };
 
+/// Whether all that is in the value has a form in JSON, but for its texts.
+bool hasJsonForm(const JsonValue& value, std::size_t deepest = kDeepestJson) {
+    if (const auto* real = value.real()) {
+        return std::isfinite(*real);
+    }
+    const auto* array = value.array();
+    const auto* object = value.object();
+    if (array == nullptr && object == nullptr) {
+        return true;
+    }
+    const auto holds = [deepest](const JsonValue& inner) {
+        return hasJsonForm(inner, deepest - 1);
+    };
+    return deepest > 0 &&
+           (array != nullptr ? std::ranges::all_of(*array, holds)
+                             : std::ranges::all_of(std::views::values(*object), holds));
+}
+
 json jsonOf(const JsonValue& value) {
     if (const auto* text = value.text()) {
         return *text;
@@ -137,9 +159,21 @@ Result<JsonValue> parseJson(std::string_view bytes) {
     return std::move(builder).result();
 }
 
-std::string serialiseJson(const JsonValue& value) {
-    constexpr int kCompact = -1;
-    return jsonOf(value).dump(kCompact, ' ', false, json::error_handler_t::replace);
+Result<std::string> serialiseJson(const JsonValue& value) {
+    const auto notSerialisable = [](const char* reason) {
+        return Error{
+            .domain = std::string(NSCocoaErrorDomain),
+            .code = NSPropertyListWriteInvalidError,
+            .localizedDescription = std::string("The value can't be written as JSON: ") + reason};
+    };
+    if (!hasJsonForm(value)) {
+        return notSerialisable("a number in it is not finite, or it nests too deep.");
+    }
+    try {
+        return jsonOf(value).dump();
+    } catch (const json::exception&) {
+        return notSerialisable("a text in it is not UTF-8.");
+    }
 }
 
 }  // namespace teravolant::platform

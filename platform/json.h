@@ -63,8 +63,10 @@ Result<JsonValue> parseJson(std::string_view bytes);
 
 inline constexpr std::size_t kDeepestJson = 512;
 
-/// The compact form, in UTF-8, members in the order of their names. Bytes of a text that are not
-/// UTF-8 become U+FFFD.
-[[nodiscard]] std::string serialiseJson(const JsonValue& value);
+/// The compact form, in UTF-8, members in the order of their names.
+///
+/// Fails with `NSPropertyListWriteInvalidError` for what the format has no form for: a text that is
+/// not UTF-8, a number that is not finite, and nesting deeper than `kDeepestJson`.
+Result<std::string> serialiseJson(const JsonValue& value);
 
 }  // namespace teravolant::platform

@@ -1,5 +1,7 @@
 #include "platform/json.h"
 
+#include <cmath>
+
 #include <gtest/gtest.h>
 
 namespace teravolant::platform {
@@ -43,8 +45,21 @@ TEST(Json, RefusesWhatIsNotADocumentWithoutQuotingIt) {
 
 TEST(Json, SerialisedAndParsedAgainIsTheSame) {
     const std::string text = R"({"a":[true,null,-1,0.5,"\"\n"],"b":{"c":{}}})";
-    EXPECT_EQ(serialiseJson(parseJson(text).value()), text);
-    EXPECT_EQ(serialiseJson("\xFF"), "\"\xEF\xBF\xBD\"");
+    EXPECT_EQ(serialiseJson(parseJson(text).value()).value(), text);
+}
+
+TEST(Json, SerialisesNothingThatTheFormatHasNoFormFor) {
+    JsonValue deep;
+    for (std::size_t depth = 0; depth < kDeepestJson; ++depth) {
+        deep = JsonValue::Array{std::move(deep)};
+    }
+    EXPECT_TRUE(serialiseJson(deep));
+    for (const JsonValue& value : {JsonValue("\xFF"), JsonValue(std::nan("")), JsonValue(HUGE_VAL),
+                                   JsonValue(JsonValue::Array{deep})}) {
+        const auto text = serialiseJson(JsonValue::Object{{"value", value}});
+        ASSERT_FALSE(text);
+        EXPECT_EQ(text.error().code, NSPropertyListWriteInvalidError);
+    }
 }
 
 }  // namespace

@@ -45,8 +45,9 @@ UpdateWorld::UpdateWorld(std::string bundleIdentifier, const fs::path& program)
     oldTree = platform::digestOfTree(target).value();
     newTree = platform::digestOfTree(newBundle).value();
     feedAnswer = [this](const ReceivedRequest& request) {
-        return request.target.ends_with(kNewVersion) ? ServerAnswer{.status = 204}
-                                                     : ServerAnswer{.body = serialiseJson(offer)};
+        return request.target.ends_with(kNewVersion)
+                   ? ServerAnswer{.status = 204}
+                   : ServerAnswer{.body = serialiseJson(offer).value()};
     };
     archiveAnswer = [this](const ReceivedRequest& request) {
         return answerWithRange(request, archive, "\"1\"");

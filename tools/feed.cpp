@@ -99,7 +99,11 @@ Result<std::string> documentOf(const Options& options, const std::stop_token& st
     feed["size"] = static_cast<std::int64_t>(size);
     feed["sha256"] = sha256;
     feed["signature"] = signature.value();
-    std::string document = platform::serialiseJson(feed) + "\n";
+    auto serialised = platform::serialiseJson(feed);
+    if (!serialised) {
+        return std::move(serialised).error();
+    }
+    std::string document = std::move(serialised).value() + "\n";
     const auto offer =
         acceptedOffer(document, unknownFeedUrl("0.0.0.0"), identifier, {publicKey.value()});
     if (!offer) {

@@ -175,7 +175,7 @@ TEST_F(ReleaseTool, CheckNamesTheMemberForWhichAnOfferIsRefused) {
         if (test.value) {
             offer[test.member] = *test.value;
         }
-        _folder.write("tampered.json", serialiseJson(offer));
+        _folder.write("tampered.json", serialiseJson(offer).value());
         expectRefused("check tampered.json --bundle old/T.app", test.reason);
     }
     _folder.write("array.json", "[]");

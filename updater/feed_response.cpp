@@ -56,7 +56,8 @@ Error invalidJson(const JsonValue& document, const Error* adapterError) {
 
 /// A text as it is; anything else in its JSON form.
 std::string textOf(const JsonValue& value) {
-    return value.text() != nullptr ? *value.text() : platform::serialiseJson(value);
+    // What was parsed can be serialised.
+    return value.text() != nullptr ? *value.text() : platform::serialiseJson(value).value();
 }
 
 /// What is not a text never reads as a version: its JSON form does not end with a digit unless it
