@@ -114,15 +114,25 @@ std::optional<PropertyListValue> UserDefaults::objectForKey(std::string_view key
 }
 
 std::optional<Error> UserDefaults::setObject(PropertyListValue value, std::string_view key) const {
-    return replaceObject(std::move(value), key);
+    return change(
+        [&](Dictionary& values) { values.insert_or_assign(std::string(key), std::move(value)); });
 }
 
 std::optional<Error> UserDefaults::removeObjectForKey(std::string_view key) const {
-    return replaceObject(std::nullopt, key);
+    return change([&](Dictionary& values) { values.erase(std::string(key)); });
 }
 
-std::optional<Error> UserDefaults::replaceObject(std::optional<PropertyListValue> value,
-                                                 std::string_view key) const {
+Result<PropertyListValue> UserDefaults::setObjectIfAbsent(PropertyListValue value,
+                                                          std::string_view key) const {
+    if (auto error = change([&](Dictionary& values) {
+            value = values.try_emplace(std::string(key), std::move(value)).first->second;
+        })) {
+        return *std::move(error);
+    }
+    return value;
+}
+
+std::optional<Error> UserDefaults::change(const std::function<void(Dictionary&)>& work) const {
     if (auto error = makeFolder(_file.parent_path(), _fileMode)) {
         return error;
     }
@@ -136,11 +146,7 @@ std::optional<Error> UserDefaults::replaceObject(std::optional<PropertyListValue
     }
     const Dictionary before = std::move(read).value();
     Dictionary after = before;
-    if (value) {
-        after.insert_or_assign(std::string(key), *std::move(value));
-    } else if (const auto found = after.find(key); found != after.end()) {
-        after.erase(found);
-    }
+    work(after);
     if (after == before) {
         return std::nullopt;
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -36,12 +37,17 @@ class UserDefaults {
                                                  std::string_view key) const;
     [[nodiscard]] std::optional<Error> removeObjectForKey(std::string_view key) const;
 
+    /// Stores the value unless the key has one, and answers the one that is stored then: the same
+    /// for all processes that come here at the same moment.
+    Result<PropertyListValue> setObjectIfAbsent(PropertyListValue value,
+                                                std::string_view key) const;
+
   private:
     UserDefaults(std::filesystem::path file, unsigned fileMode)
         : _file(std::move(file)), _fileMode(fileMode) {}
 
-    [[nodiscard]] std::optional<Error> replaceObject(std::optional<PropertyListValue> value,
-                                                     std::string_view key) const;
+    [[nodiscard]] std::optional<Error> change(
+        const std::function<void(PropertyListValue::Dictionary& values)>& work) const;
     [[nodiscard]] Result<PropertyListValue::Dictionary> readLocked() const;
 
     std::filesystem::path _file;
