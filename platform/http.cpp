@@ -39,16 +39,10 @@ void followRedirect(HttpRequest& request, int status, bool sameOrigin) {
     }
 }
 
-/// Once for the process, on whichever thread comes first.
-bool startLibrary() {
-    static const bool started = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
-    return started;
-}
-
 Result<HttpResponse> perform(HttpRequest request, const HttpBodyReceiver& receiver,
                              WantedBodies wanted, const HttpOptions& options,
                              const std::stop_token& stop) {
-    const MultiHandle multi(startLibrary() ? curl_multi_init() : nullptr);
+    const MultiHandle multi(startHttpLibrary() ? curl_multi_init() : nullptr);
     if (!multi) {
         return httpError(NSURLErrorUnknown, "This machine's network library can't be used.");
     }

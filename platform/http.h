@@ -13,10 +13,11 @@
 
 // HTTP requests (RFC 9110) over https, and over plain http to a loopback host only.
 //
-// Operations block the calling thread, make no callbacks on any other, and may run on several
-// threads at once. Servers are trusted by the system's certificates, or by those in the file that
-// `SSL_CERT_FILE` names. The environment's proxies are used, but never for a loopback host.
-// A failure is an error of `NSURLErrorDomain` that names the host, or what a callback answered.
+// Operations block the calling thread and make no callbacks on any other, but for the one that says
+// so; they may run on several threads at once. Servers are trusted by the system's certificates, or
+// by those in the file that `SSL_CERT_FILE` names. The environment's proxies are used, but never
+// for a loopback host. A failure is an error of `NSURLErrorDomain` that names the host, or what a
+// callback answered.
 namespace teravolant::platform {
 
 inline constexpr std::string_view NSURLErrorDomain = "NSURLErrorDomain";
@@ -111,6 +112,12 @@ Result<HttpResponse> sendHttpRequest(const HttpRequest& request, const HttpOptio
 Result<HttpResponse> streamHttpBody(const HttpRequest& request, const HttpBodyReceiver& receiver,
                                     const HttpOptions& options = {},
                                     const std::stop_token& stop = {});
+
+/// As `sendHttpRequest`, but on a thread of its own: returns at once, and the answer goes to
+/// `complete` on the main queue of the shared application object. A process that ends before, with
+/// or without an exit, cancels the request and does not wait for the server.
+void sendHttpRequestInBackground(HttpRequest request, HttpOptions options,
+                                 std::function<void(const Result<HttpResponse>&)> complete);
 
 /// What an interrupted transfer of this answer's body can be resumed with: the strong entity tag,
 /// else the modification date; empty when there is neither.

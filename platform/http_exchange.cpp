@@ -380,6 +380,11 @@ Error Exchange::failure(CURLcode code) const {
 
 }  // namespace
 
+bool startHttpLibrary() {
+    static const bool started = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
+    return started;
+}
+
 Result<HttpExchange> exchangeOverHttp(void* connections, const HttpAddress& address,
                                       const HttpRequest& request, const HttpOptions& options,
                                       const HttpBodyReceiver& receiver, WantedBodies wanted,

@@ -19,6 +19,10 @@ struct HttpExchange {
     std::optional<std::string> redirect;  ///< Where it leads, unless the answer stands for itself.
 };
 
+/// Readies the library, once for the process, on whichever thread comes first. False when it can't
+/// be used.
+bool startHttpLibrary();
+
 /// Sends the request to the address and takes its answer, whatever URL the request names.
 /// `connections` is the library's handle (a CURLM), which a stop request has to wake up.
 Result<HttpExchange> exchangeOverHttp(void* connections, const HttpAddress& address,

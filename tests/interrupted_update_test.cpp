@@ -5,12 +5,14 @@
 #include <cstdio>
 #include <iostream>
 
+#include "testing/program.h"
 #include "testing/update_world.h"
 
 namespace teravolant {
 namespace {
 
 namespace fs = std::filesystem;
+using fixtures::Program;
 
 /// The system calls that change files, by their names on all machines: some have only a part.
 const std::vector<const char*> kFileChangingCalls = {
@@ -24,43 +26,6 @@ const std::vector<const char*> kFileChangingCalls = {
 const std::vector<const char*> kRoomTakingCalls = {
     "write",   "pwrite64", "ftruncate", "rename", "renameat",  "mkdir",
     "mkdirat", "symlink",  "symlinkat", "fsync",  "fdatasync", "syncfs",
-};
-
-/// A program that was started with a shell's command line, and its standard output.
-class Program {
-  public:
-    explicit Program(const std::string& command)
-        : _pipe(popen(("exec " + command).c_str(), "re")) {}
-    ~Program() { finish(); }
-    Program(const Program&) = delete;
-    Program& operator=(const Program&) = delete;
-
-    /// Blocks until there is one; empty at the end of the output.
-    std::string readLine() {
-        std::string line;
-        for (int next = std::fgetc(_pipe); next != EOF && next != '\n'; next = std::fgetc(_pipe)) {
-            line += static_cast<char>(next);
-        }
-        return line;
-    }
-
-    /// Blocks until it has ended; -1 when it was killed.
-    int finish() {
-        if (_pipe != nullptr) {
-            for (std::string line = readLine(); !line.empty(); line = readLine()) {
-                lastLine = std::move(line);
-            }
-            const int status = pclose(std::exchange(_pipe, nullptr));
-            _status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        }
-        return _status;
-    }
-
-    std::string lastLine;
-
-  private:
-    std::FILE* _pipe;
-    int _status = -1;
 };
 
 /// A world whose bundles can be run.

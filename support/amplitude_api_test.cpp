@@ -1,0 +1,152 @@
+#include "support/amplitude_api.h"
+
+#include <sys/utsname.h>
+
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <regex>
+
+#include <gtest/gtest.h>
+
+#include "testing/http_server.h"
+#include "testing/program.h"
+#include "testing/temporary_folder.h"
+
+namespace teravolant {
+namespace {
+
+using fixtures::HttpServer;
+using fixtures::Program;
+using fixtures::ReceivedRequest;
+using fixtures::ServerAnswer;
+using platform::JsonValue;
+
+/// A program that sends one event to a service, whose answer is the test's.
+class AnalyticsService : public testing::Test {
+  protected:
+    AnalyticsService() { std::ofstream(_trusted) << _authority.certificate(); }
+
+    void answer(ServerAnswer answer) {
+        _server.emplace([answer](const ReceivedRequest&) { return answer; }, _authority.issue());
+    }
+
+    /// The program says its process id first. `end` is the program's own word for how it ends.
+    Program sender(const std::string& end) {
+        return Program("env HOME=" + _folder.path().string() +
+                       " SSL_CERT_FILE=" + _trusted.string() + " " STANDBY_DRIVER " localhost:" +
+                       std::to_string(_server->port()) + " " + end + " 2>&1");
+    }
+
+    /// What the program writes to the console log when the answer is there.
+    std::string consoleLine(const std::function<void()>& beforeTheAnswer = [] {}) {
+        Program program = sender("loop");
+        const pid_t process = std::stoi(program.readLine());
+        beforeTheAnswer();
+        const std::string line = program.readLine();
+        kill(process, SIGTERM);
+        EXPECT_EQ(program.finish(), 0);
+        return line;
+    }
+
+    fixtures::CertificateAuthority _authority;
+    fixtures::TemporaryFolder _folder;
+    std::filesystem::path _trusted = _folder.path() / "trusted.pem";
+    std::optional<HttpServer> _server;
+};
+
+std::int64_t millisecondsNow() {
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+}
+
+TEST_F(AnalyticsService, ReceivesAnEventWithAllThatItNeeds) {
+    answer({.body = "success"});
+    const std::int64_t before = millisecondsNow();
+    consoleLine();
+    const ReceivedRequest request = _server->requests().at(0);
+    EXPECT_EQ(request.method, "POST");
+    EXPECT_EQ(request.target, "/2/httpapi");
+    EXPECT_EQ(request.header("content-type"), "application/json");
+    EXPECT_EQ(request.header("accept"), "application/json");
+
+    const auto parsed = platform::parseJson(request.body);
+    ASSERT_TRUE(parsed) << request.body;
+    EXPECT_EQ(serialiseJson(parsed.value()).value(), request.body) << "not compact";
+    JsonValue::Object event = *parsed.value().object()->at("events").array()->at(0).object();
+    const std::string time = *event.at("time").text();
+    EXPECT_EQ(time.size(), 13U);
+    EXPECT_LE(before, std::stoll(time));
+    EXPECT_GE(millisecondsNow(), std::stoll(time));
+    utsname system{};
+    ASSERT_EQ(uname(&system), 0);
+    const std::string osVersion = *event.at("os_version").text();
+    EXPECT_TRUE(std::string_view(system.release).starts_with(osVersion + ".")) << osVersion;
+    EXPECT_EQ(event.at("device_id").text()->size(), 38U);
+    for (const char* varying : {"time", "os_version", "device_id"}) {
+        event.erase(varying);
+    }
+    EXPECT_EQ(event, (JsonValue::Object{{"event_type", "sent"},
+                                        {"device_model", "Desktop App"},
+                                        {"app_version", "UNSET"},
+                                        {"platform", "osx"},
+                                        {"os_name", "osx"},
+                                        {"event_properties", JsonValue::Object{{"a", "é"}}}}));
+    EXPECT_EQ(*parsed.value().object(),
+              (JsonValue::Object{{"api_key", "7c41e0b29a5d8f36e2b4c9170d6a3f58"},
+                                 {"events", parsed.value().object()->at("events")}}));
+}
+
+TEST_F(AnalyticsService, HasItsAnswerOnTheConsoleWhateverThatIs) {
+    struct Row {
+        ServerAnswer answer;
+        std::string shown;  ///< A regular expression.
+    };
+    const std::string failure = ".*“localhost:[0-9]+”.*";
+    const Row table[] = {
+        {{.body = "{\"code\":200}"}, R"(\{"code":200\})"},
+        {{.status = 400, .body = "no api_key é"}, "no api_key é"},
+        {{}, ""},
+        {{.body = "\xFF"}, R"(\(null\))"},
+        {{.body = std::string(2'000'000, 'x')}, failure},
+        {{.body = "1234", .cutAfter = 2}, failure},
+        {{.raw = ""}, failure},
+    };
+    for (const Row& row : table) {
+        answer(row.answer);
+        const std::string line = consoleLine();
+        EXPECT_TRUE(
+            std::regex_match(line, std::regex(".*\\] AmplitudeApi::answerReceived " + row.shown)))
+            << line << "\ninstead of " << row.shown;
+    }
+    answer({.body = "late", .isSilent = true});
+    const std::string line = consoleLine([this] {
+        _server->waitForStall();
+        _server->release();
+    });
+    EXPECT_TRUE(line.ends_with(" late")) << line;
+}
+
+TEST_F(AnalyticsService, HoldsUpNoProgramThatEndsBeforeTheAnswer) {
+    answer({.isSilent = true});
+    for (const char* end : {"loop", "exit"}) {
+        Program program = sender(end);
+        const pid_t process = std::stoi(program.readLine());
+        _server->waitForStall();
+        kill(process, SIGTERM);
+        EXPECT_EQ(program.finish(), 0) << end;
+    }
+    for (int round = 0; round < 10; ++round) {
+        EXPECT_EQ(sender("at-once").finish(), 0);
+    }
+}
+
+TEST_F(AnalyticsService, IsSentNothingWithoutAnEvent) {
+    answer({.body = "success"});
+    Program program = sender("nothing");
+    EXPECT_EQ(program.finish(), 0);
+    EXPECT_TRUE(_server->requests().empty());
+}
+
+}  // namespace
+}  // namespace teravolant
