@@ -2,25 +2,16 @@
 
 #include <unistd.h>
 
-#include <array>
 #include <ctime>
 #include <exception>
 #include <string>
 
 #include "platform/console_log.h"
 #include "platform/files.h"
+#include "platform/local_time.h"
 
 namespace teravolant {
 namespace {
-
-std::string timeStamp() {
-    const std::time_t now = std::time(nullptr);
-    std::tm local{};
-    localtime_r(&now, &local);
-    std::array<char, 32> text{};
-    const std::size_t length = std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &local);
-    return {text.data(), length};
-}
 
 std::filesystem::path logFolder() {
     if (geteuid() != 0) {
@@ -69,7 +60,10 @@ void Logger::setMaxFileSize(std::uint64_t maxFileSize) {
 void Logger::logToConsole(std::string_view message) { platform::logToConsole(message); }
 
 void Logger::logToFile(std::string_view message) const {
-    const std::string entry = timeStamp().append(": ").append(message).append("\n");
+    std::string entry;
+    entry.reserve(message.size() + 32);
+    entry.append(platform::localTimeText(std::time(nullptr))).append(": ");
+    entry.append(message).append("\n");
     (void)platform::appendToFile(_logFilePath, entry);
 }
 

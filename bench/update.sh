@@ -1,12 +1,7 @@
-#!/bin/bash
 # The update, from the feed to the staged bundle, beside the same work done by hand with curl,
 # sha256sum, bsdtar and sync, over https from a server on loopback; and its peak memory.
-set -eu
-work=$PWD/build/bench
 web=$work/web
-runs=5
-
-median() { sort -n | sed -n "$(((runs + 1) / 2))p"; }
+installed=$work/Applications/Teravolant.app
 
 serve() {
     mkdir -p "$web"
@@ -23,25 +18,25 @@ http {
 }
 CONF
     nginx -e "$work/nginx.log" -c "$work/nginx.conf" &
+    trap 'kill $(cat "$work/nginx.pid")' EXIT
     for _ in $(seq 500); do
         curl -s --cacert "$work/tls.pem" -o /dev/null https://localhost:8443/ && return
         sleep 0.01
     done
-    cat "$work/nginx.log"
+    cat "$work/nginx.log" >&2
     exit 1
 }
 
-# An installed bundle whose executable measures its own update, and the next version of it with
-# as many MiB of content that can't be compressed.
+# An installed bundle whose executable does one update cycle, and the next version of it with as
+# many MiB of content that can't be compressed.
 publish() {
     rm -rf "$work/Applications" "$work/next" "${web:?}"/* "$HOME/.cache"
     mkdir -p "$work/Applications" "$work/next"
     cp -a build/Teravolant.app "$work/Applications/"
-    contents=$work/Applications/Teravolant.app/Contents
-    cp "$(command -v stage_update)" "$contents/MacOS/Teravolant"
+    cp "$(command -v work)" "$installed/Contents/MacOS/Teravolant"
     sed -i "s#<array></array>#<array><string>$(cat "$work/key.public")</string></array>#" \
-        "$contents/Info.plist"
-    cp -a "$work/Applications/Teravolant.app" "$work/next/"
+        "$installed/Contents/Info.plist"
+    cp -a "$installed" "$work/next/"
     sed -i 's#<string>[0-9.]*</string>#<string>99.0.0.1</string>#' \
         "$work/next/Teravolant.app/Contents/Info.plist"
     for part in 1 2 3 4 5 6 7 8 9 10; do
@@ -57,49 +52,30 @@ publish() {
 stage() {
     rm -rf "$HOME/.cache" "$work/Applications/".T*
     sync
-    "$work/Applications/Teravolant.app/Contents/MacOS/Teravolant" \
-        https://localhost:8443/release.mac 2> "$work/console.log" || { cat "$work/console.log" >&2; exit 1; }
+    ours "$installed/Contents/MacOS/Teravolant" update https://localhost:8443/release.mac
 }
 
 by_hand() {
     rm -rf "$work/hand"
     mkdir "$work/hand"
     sync
-    begin=$(date +%s.%N)
-    curl -sS --cacert "$work/tls.pem" -o "$work/hand/archive" https://localhost:8443/update.tar.zst
-    sha256sum "$work/hand/archive" > /dev/null
-    bsdtar -x -f "$work/hand/archive" -C "$work/hand"
-    sync
-    end=$(date +%s.%N)
-    echo "$begin $end" | awk '{ printf "%.3f\n", $2 - $1 }'
+    theirs bash -ec "curl -sS --cacert '$work/tls.pem' -o '$work/hand/archive' \
+                         https://localhost:8443/update.tar.zst
+                     sha256sum '$work/hand/archive' > /dev/null
+                     bsdtar -x -f '$work/hand/archive' -C '$work/hand'
+                     sync"
 }
 
 serve
 export SSL_CERT_FILE=$work/tls.pem
 teravolant-release keygen --private-key "$work/key" --public-key "$work/key.public" > /dev/null
-
 publish 200
-stage > /dev/null
-by_hand > /dev/null
-for _ in $(seq $runs); do
-    stage >> "$work/ours"
-    by_hand >> "$work/theirs"
+alternate 5 stage by_hand
+row "update of 200 MiB, feed to staged (s)" ""
+for size in 10 1024; do
+    publish $size
+    rm "$work/ours"
+    stage
+    # shellcheck disable=SC2059 # one format for all rows
+    printf "$format" "update of $size MiB (s)" "$(column 1 ours)" "" "" "" "$(column 2 ours)"
 done
-ours=$(cut -d' ' -f1 "$work/ours" | median)
-theirs=$(median < "$work/theirs")
-memory=$(cut -d' ' -f2 "$work/ours" | median)
-
-publish 10
-small=$(stage | cut -d' ' -f2)
-publish 1024
-large=$(stage | cut -d' ' -f2)
-
-format='%-52s %9s %9s %7s %9s\n'
-# shellcheck disable=SC2059 # one format for all rows
-{
-    printf "$format" what ours theirs ratio "peak MiB"
-    printf "$format" "update of 200 MiB, feed to staged (s)" "$ours" "$theirs" \
-        "$(echo "$ours $theirs" | awk '{ printf "%.2f", $1 / $2 }')" "$memory"
-    printf "$format" "update of 10 MiB" "" "" "" "$small"
-    printf "$format" "update of 1 GiB" "" "" "" "$large"
-}

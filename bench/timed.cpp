@@ -1,0 +1,39 @@
+// Runs a command and adds a line to a file: the seconds that it took and the peak resident memory,
+// in MiB, of the largest one of its processes.
+//
+// Usage: timed FILE COMMAND...
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+int main(int argc, char* argv[]) {
+    if (argc < 3) {
+        return EXIT_FAILURE;
+    }
+    const auto start = std::chrono::steady_clock::now();
+    const pid_t command = vfork();
+    if (command == 0) {
+        execvp(argv[2], argv + 2);
+        _exit(EXIT_FAILURE);
+    }
+    int status = 0;
+    rusage usage{};
+    if (command < 0 || wait4(command, &status, 0, &usage) != command || status != 0) {
+        std::fprintf(stderr, "%s has failed\n", argv[2]);
+        return EXIT_FAILURE;
+    }
+    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
+    constexpr double kKibibytesInMebibyte = 1024;
+    std::FILE* const file = std::fopen(argv[1], "ae");
+    return file != nullptr &&
+                   std::fprintf(file, "%.6f %.1f\n", taken.count(),
+                                static_cast<double>(usage.ru_maxrss) / kKibibytesInMebibyte) > 0 &&
+                   std::fclose(file) == 0
+               ? EXIT_SUCCESS
+               : EXIT_FAILURE;
+}

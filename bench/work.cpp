@@ -1,0 +1,111 @@
+// One piece of the launcher's work, as a program that can be timed beside another. Stands in a
+// bundle where the work needs one.
+//
+// Usage: work update FEED     an update cycle, from the feed to the staged bundle
+//        work digest FILE     prints the file's digest
+//        work match FOLDER    looks for the running bundle's successor, and finds none
+//        work log COUNT       logs entries
+//        work append FILE COUNT      writes as many bytes as these entries to a file, with C's
+//        means work versions LENGTH COUNT  compares versions of that length
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "support/crypto.h"
+#include "support/logger.h"
+#include "updater/client_updater.h"
+#include "updater/feed_response.h"
+
+namespace {
+
+using namespace teravolant;
+
+constexpr std::string_view kEntry = "[ClientUpdater::startChecksImmediately] do CheckUpdate";
+constexpr std::string_view kStampedEntry =
+    "2026-01-01 00:00:00: [ClientUpdater::startChecksImmediately] do CheckUpdate\n";
+
+class Updater : public ClientUpdater {
+  public:
+    using ClientUpdater::ClientUpdater;
+    using ClientUpdater::runLocked;
+};
+
+int fail(const platform::Error& error) {
+    std::fputs(printedForm(error).append("\n").c_str(), stderr);
+    return EXIT_FAILURE;
+}
+
+int update(const std::string& feed) {
+    const auto version =
+        platform::Bundle::mainBundle().textForInfoDictionaryKey("CFBundleShortVersionString");
+    Updater updater{platform::URLRequest{platform::URL(feed + "?version=" + version.value_or(""))}};
+    const auto staged = updater.runLocked();
+    if (!staged) {
+        return fail(staged.error());
+    }
+    return staged.value() ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+int digest(const std::string& file) {
+    return std::puts(Crypto::MD5HashOfFile(file).value_or("none").c_str()) < 0;
+}
+
+int match(const std::string& folder) {
+    const Updater updater{platform::URLRequest{}};
+    const auto found =
+        updater.updateBundleMatchingCurrentApplicationInDirectory(folder).subscribe();
+    return found ? EXIT_FAILURE : EXIT_SUCCESS;
+}
+
+int log(int count) {
+    Logger& logger = Logger::sharedInstance();
+    for (int entry = 0; entry < count; ++entry) {
+        logger.logMessage(kEntry);
+    }
+    return EXIT_SUCCESS;
+}
+
+int append(const char* path, int count) {
+    for (int entry = 0; entry < count; ++entry) {
+        const int file = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+        if (file < 0 || write(file, kStampedEntry.data(), kStampedEntry.size()) < 0) {
+            return EXIT_FAILURE;
+        }
+        close(file);
+    }
+    return EXIT_SUCCESS;
+}
+
+int versions(std::size_t length, int count) {
+    // A separator that is almost the whole version: all of it has to be looked at.
+    const auto version = [length](const std::string& build) {
+        return "1.2.3" + std::string(length - 5 - build.size(), '-') + build;
+    };
+    const std::string current = version("1");
+    const std::string offered = version("2");
+    for (int comparison = 0; comparison < count; ++comparison) {
+        ClientUpdater::ErrorSlot error;
+        if (!isVersionNewer(current, offered, error)) {
+            return fail(*error);
+        }
+    }
+    return EXIT_SUCCESS;
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+    const auto argument = [&](int index) { return std::string(index < argc ? argv[index] : ""); };
+    const std::string work = argument(1);
+    return work == "update"     ? update(argument(2))
+           : work == "digest"   ? digest(argument(2))
+           : work == "match"    ? match(argument(2))
+           : work == "log"      ? log(std::stoi(argument(2)))
+           : work == "append"   ? append(argv[2], std::stoi(argument(3)))
+           : work == "versions" ? versions(std::stoul(argument(2)), std::stoi(argument(3)))
+                                : EXIT_FAILURE;
+}
