@@ -36,10 +36,10 @@ PropertyListValue::Date dateOf(plist_t node) {
     return kReferenceDate + std::chrono::seconds(seconds) + std::chrono::microseconds(microseconds);
 }
 
+/// Up to a zero character, for which the XML form has no place.
 std::string textOf(plist_t node) {
-    std::uint64_t length = 0;
-    const char* text = plist_get_string_ptr(node, &length);
-    return text == nullptr ? std::string() : std::string(text, length);
+    const char* text = plist_get_string_ptr(node, nullptr);
+    return text == nullptr ? std::string() : std::string(text);
 }
 
 PropertyListValue::Data dataOf(plist_t node) {

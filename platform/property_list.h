@@ -54,7 +54,8 @@ class PropertyListValue {
 ///
 /// Fails with `NSFileReadCorruptFileError` for anything else, for a value that is not of one of the
 /// types above, for nesting deeper than `kDeepestPropertyList`, and for a binary one larger than
-/// 256 KiB. Integers beyond 64 bits with a sign, and dates outside of 1933 to 2068, are not kept.
+/// 256 KiB. Integers beyond 64 bits with a sign, dates outside of 1933 to 2068, and what stands
+/// behind a zero character in a text are not kept.
 Result<PropertyListValue> parsePropertyList(std::string_view bytes);
 
 inline constexpr int kDeepestPropertyList = 64;
