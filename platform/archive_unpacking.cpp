@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <map>
 #include <memory>
-#include <ranges>
 #include <span>
 
 #include <archive.h>
@@ -411,7 +410,8 @@ std::optional<Error> Unpacker::unpackHardLink(std::string_view target, const std
 
 /// Backwards, so that a folder that its owner may not search is closed after those inside it.
 std::optional<Error> Unpacker::finishFolders() {
-    for (const auto& [path, record] : std::views::reverse(_folders)) {
+    for (auto folderRecord = _folders.rbegin(); folderRecord != _folders.rend(); ++folderRecord) {
+        const auto& [path, record] = *folderRecord;
         const UniqueFd folder = openFolderBelow(_root.get(), path);
         if (!folder || futimens(folder.get(), record.times.data()) != 0 ||
             fchmod(folder.get(), record.mode) != 0) {

@@ -294,6 +294,11 @@ std::optional<Error> Exchange::takeHead() {
     curl_off_t length = -1;
     curl_easy_getinfo(_easy.get(), CURLINFO_RESPONSE_CODE, &status);
     curl_easy_getinfo(_easy.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+    if (status < 100 || status > 999) {
+        return httpError(NSURLErrorBadServerResponse,
+                         host() + " gave an answer that is not HTTP (its status is " +
+                             std::to_string(status) + ").");
+    }
     _response.status = static_cast<int>(status);
     _response.url = _address.url();
     _response.entityTag = header("ETag");

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <optional>
-#include <ranges>
 #include <utility>
 
 #include <nlohmann/json.hpp>
@@ -117,8 +116,9 @@ bool hasJsonForm(const JsonValue& value, std::size_t deepest = kDeepestJson) {
         return hasJsonForm(inner, deepest - 1);
     };
     return deepest > 0 &&
-           (array != nullptr ? std::ranges::all_of(*array, holds)
-                             : std::ranges::all_of(std::views::values(*object), holds));
+           (array != nullptr
+                ? std::ranges::all_of(*array, holds)
+                : std::ranges::all_of(*object, holds, &JsonValue::Object::value_type::second));
 }
 
 json jsonOf(const JsonValue& value) {

@@ -34,8 +34,7 @@ std::string printedText(const std::string& text) {
 }
 
 std::string printedDate(PropertyListValue::Date date) {
-    const std::time_t seconds =
-        std::chrono::floor<std::chrono::seconds>(date).time_since_epoch().count();
+    const std::time_t seconds = date.time_since_epoch().count();
     std::tm universal{};
     gmtime_r(&seconds, &universal);
     std::array<char, 64> text{};

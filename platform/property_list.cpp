@@ -14,7 +14,7 @@ using Dictionary = PropertyListValue::Dictionary;
 using Array = PropertyListValue::Array;
 
 /// Property-list dates count from 2001-01-01 00:00 UTC.
-constexpr std::chrono::sys_seconds kReferenceDate{std::chrono::seconds(978307200)};
+constexpr PropertyListValue::Date kReferenceDate{std::chrono::seconds(978307200)};
 
 struct FreeNode {
     void operator()(void* node) const { plist_free(node); }
@@ -29,17 +29,18 @@ using Memory = std::unique_ptr<Item, FreeMemory>;
 
 std::optional<PropertyListValue> valueOf(plist_t node, int depth);
 
+/// In whole seconds: the XML form has no others.
 PropertyListValue::Date dateOf(plist_t node) {
     std::int32_t seconds = 0;
     std::int32_t microseconds = 0;
     plist_get_date_val(node, &seconds, &microseconds);
-    return kReferenceDate + std::chrono::seconds(seconds) + std::chrono::microseconds(microseconds);
+    return kReferenceDate + std::chrono::seconds(seconds);
 }
 
+/// Up to a zero character, for which the XML form has no place.
 std::string textOf(plist_t node) {
-    std::uint64_t length = 0;
-    const char* text = plist_get_string_ptr(node, &length);
-    return text == nullptr ? std::string() : std::string(text, length);
+    const char* text = plist_get_string_ptr(node, nullptr);
+    return text == nullptr ? std::string() : std::string(text);
 }
 
 PropertyListValue::Data dataOf(plist_t node) {
@@ -125,10 +126,7 @@ std::optional<PropertyListValue> valueOf(plist_t node, int depth) {
 Node nodeOf(const PropertyListValue& value);
 
 Node nodeOfDate(PropertyListValue::Date date) {
-    const auto sinceReference = date - kReferenceDate;
-    const auto seconds = std::chrono::floor<std::chrono::seconds>(sinceReference);
-    return Node(plist_new_date(static_cast<std::int32_t>(seconds.count()),
-                               static_cast<std::int32_t>((sinceReference - seconds).count())));
+    return Node(plist_new_date(static_cast<std::int32_t>((date - kReferenceDate).count()), 0));
 }
 
 Node nodeOfArray(const Array& array) {

@@ -15,7 +15,7 @@ namespace teravolant::platform {
 /// One property-list value with all that is in it.
 class PropertyListValue {
   public:
-    using Date = std::chrono::sys_time<std::chrono::microseconds>;
+    using Date = std::chrono::sys_seconds;
     using Data = std::vector<std::uint8_t>;
     using Array = std::vector<PropertyListValue>;
     using Dictionary = std::map<std::string, PropertyListValue, std::less<>>;
@@ -54,7 +54,8 @@ class PropertyListValue {
 ///
 /// Fails with `NSFileReadCorruptFileError` for anything else, for a value that is not of one of the
 /// types above, for nesting deeper than `kDeepestPropertyList`, and for a binary one larger than
-/// 256 KiB. Integers beyond 64 bits with a sign, and dates outside of 1933 to 2068, are not kept.
+/// 256 KiB. Integers beyond 64 bits with a sign, dates outside of 1933 to 2068, fractions of a
+/// second, and what stands behind a zero character in a text are not kept.
 Result<PropertyListValue> parsePropertyList(std::string_view bytes);
 
 inline constexpr int kDeepestPropertyList = 64;

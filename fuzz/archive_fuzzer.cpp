@@ -1,0 +1,119 @@
+// Archives, unpacked into a folder that has a neighbour.
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <set>
+#include <string>
+
+#include "fuzz/require.h"
+#include "platform/archives.h"
+#include "testing/temporary_folder.h"
+
+namespace {
+
+using namespace teravolant;
+using fuzz::require;
+using platform::UnpackLimits;
+using std::filesystem::path;
+
+constexpr UnpackLimits kLimits{
+    .items = 32, .bytes = std::uint64_t{1} << 16U, .pathLength = 128, .pathDepth = 8};
+
+/// Puts the checksums of tar headers right: hardly any changed header would have the right one.
+void mendChecksums(std::string& archive) {
+    constexpr std::size_t kBlock = 512;
+    constexpr std::size_t kChecksum = 148;
+    for (std::size_t block = 0; archive.size() - block >= kBlock; block += kBlock) {
+        if (archive.compare(block + 257, 5, "ustar") == 0) {
+            archive.replace(block + kChecksum, 8, 8, ' ');
+            unsigned sum = 0;
+            for (const char byte : archive.substr(block, kBlock)) {
+                sum += static_cast<unsigned char>(byte);
+            }
+            std::array<char, 8> text{};
+            std::snprintf(text.data(), text.size(), "%06o", sum);
+            archive.replace(block + kChecksum, 7, text.data(), 7);
+        }
+    }
+}
+
+/// Whether the link leads nowhere, in a circle, or to a place in the folder.
+bool staysInside(const path& folder, const path& link) {
+    std::error_code circle;
+    const path target = std::filesystem::weakly_canonical(link, circle);
+    return circle ||
+           std::mismatch(folder.begin(), folder.end(), target.begin(), target.end()).first ==
+               folder.end();
+}
+
+/// Checks all that is in the folder, and lets its owner into every folder.
+class Inspection {
+  public:
+    explicit Inspection(const path& folder) : _folder(std::filesystem::canonical(folder)) {
+        inspect(_folder);
+        require(_items <= kLimits.items, "no more items than the limit");
+        require(_bytes <= kLimits.bytes, "no more bytes than the limit");
+    }
+
+  private:
+    void inspect(const path& folder) {
+        for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+            ++_items;
+            struct stat status {};
+            require(lstat(entry.path().c_str(), &status) == 0, "what was unpacked is there");
+            require((status.st_mode & 07000) == 0 || S_ISLNK(status.st_mode), "no special bits");
+            if (S_ISDIR(status.st_mode)) {
+                chmod(entry.path().c_str(), S_IRWXU);
+                inspect(entry.path());
+            } else if (S_ISREG(status.st_mode)) {
+                _bytes += _files.insert(status.st_ino).second
+                              ? static_cast<std::uint64_t>(status.st_size)
+                              : 0;
+            } else {
+                require(S_ISLNK(status.st_mode), "nothing but folders, files and links");
+                require(staysInside(_folder, entry.path()), "links stay inside");
+            }
+        }
+    }
+
+    path _folder;
+    std::uint64_t _items = 0;
+    std::uint64_t _bytes = 0;
+    std::set<ino_t> _files;
+};
+
+/// All that says whether somebody was at the item.
+auto traceOf(const path& item) {
+    struct stat status {};
+    require(lstat(item.c_str(), &status) == 0, "what was there before is there");
+    return std::tuple(status.st_mode, status.st_nlink, status.st_size, status.st_mtim.tv_sec,
+                      status.st_mtim.tv_nsec);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const fixtures::TemporaryFolder around;
+    std::string archive(reinterpret_cast<const char*>(data), size);
+    mendChecksums(archive);
+    around.write("archive", archive);
+    around.write("neighbour/file", "before");
+    const path folder = around.path() / "folder";
+    std::filesystem::create_directory(folder);
+    const auto traces = [&] {
+        return std::tuple(traceOf(around.path()), traceOf(around.path() / "archive"),
+                          traceOf(around.path() / "neighbour"),
+                          traceOf(around.path() / "neighbour/file"));
+    };
+    const auto before = traces();
+
+    const auto error = platform::unpackArchive(around.path() / "archive", folder, kLimits);
+
+    require(traces() == before, "nothing is written outside of the folder");
+    require(!error || !error->localizedDescription.empty(), "a failure says why");
+    const Inspection inspection(folder);
+    return 0;
+}

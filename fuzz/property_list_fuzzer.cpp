@@ -1,0 +1,52 @@
+// Property lists, as the preference store reads and writes them.
+
+#include "platform/property_list.h"
+
+#include <algorithm>
+#include <string>
+
+#include "fuzz/require.h"
+#include "platform/printed_form.h"
+
+namespace {
+
+using namespace teravolant::platform;
+using teravolant::fuzz::require;
+
+/// How many line breaks the printed form needs, one for each item and one for each block.
+std::ptrdiff_t lineBreaksOf(const PropertyListValue& value) {
+    std::ptrdiff_t count = 0;
+    if (const auto* array = value.array()) {
+        count = static_cast<std::ptrdiff_t>(array->size()) + 1;
+        for (const PropertyListValue& item : *array) {
+            count += lineBreaksOf(item);
+        }
+    }
+    if (const auto* dictionary = value.dictionary()) {
+        count = static_cast<std::ptrdiff_t>(dictionary->size()) + 1;
+        for (const auto& [key, item] : *dictionary) {
+            count += lineBreaksOf(item);
+        }
+    }
+    return count;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const auto read = parsePropertyList({reinterpret_cast<const char*>(data), size});
+    if (!read) {
+        require(read.error().code == NSFileReadCorruptFileError, "bad data is a corrupt file");
+        return 0;
+    }
+    const PropertyListValue& value = read.value();
+    const std::string written = serialisePropertyList(value);
+    const auto again = parsePropertyList(written);
+    require(static_cast<bool>(again), "what was written can be read");
+    // With a real that is no number in it a value does not even equal itself.
+    require(again.value() == value || read.value() != value, "what was written reads as it was");
+    const std::string printed = printedForm(value);
+    require(std::count(printed.begin(), printed.end(), '\n') == lineBreaksOf(value),
+            "the printed form breaks lines only between items");
+    return 0;
+}

@@ -1,0 +1,45 @@
+// Runs a fuzzer on each file of the folders that are given: FUZZER_fuzzer FOLDER...
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+#include "platform/files.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+
+namespace {
+
+using teravolant::platform::contentsOfFile;
+
+/// Whether the folder is there with at least one file, and each of its files could be read.
+bool replay(const char* folder) {
+    bool replayed = false;
+    std::error_code missing;
+    for (const auto& file : std::filesystem::directory_iterator(folder, missing)) {
+        const auto input = contentsOfFile(file.path());
+        if (!input) {
+            return false;
+        }
+        std::printf("%s\n", file.path().c_str());
+        std::fflush(stdout);
+        LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(input.value().data()),
+                               input.value().size());
+        replayed = true;
+    }
+    return replayed;
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+    for (int index = 1; index < argc; ++index) {
+        if (!replay(argv[index])) {
+            std::fprintf(stderr, "No inputs to replay in %s\n", argv[index]);
+            return EXIT_FAILURE;
+        }
+    }
+    return argc > 1 ? EXIT_SUCCESS : EXIT_FAILURE;
+}
