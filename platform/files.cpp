@@ -275,6 +275,9 @@ std::optional<Error> appendToFile(const fs::path& path, std::string_view bytes) 
 std::optional<Error> readInPieces(
     const fs::path& path, std::size_t pieceSize,
     const std::function<std::optional<Error>(std::string_view)>& receive, Links links) {
+    if (path.native().find('\0') != fs::path::string_type::npos) {
+        return readError(EINVAL, path);
+    }
     const int noLink = links == Links::Refuse ? O_NOFOLLOW : 0;
     const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | noLink));
     struct stat status {};

@@ -114,8 +114,9 @@ Result<HttpResponse> streamHttpBody(const HttpRequest& request, const HttpBodyRe
                                     const std::stop_token& stop = {});
 
 /// As `sendHttpRequest`, but on a thread of its own: returns at once, and the answer goes to
-/// `complete` on the main queue of the shared application object. A process that ends before, with
-/// or without an exit, cancels the request and does not wait for the server.
+/// `complete` on the main queue of the shared application object, which the program has made
+/// before. A process that ends before, with or without an exit, cancels the request and does not
+/// wait for the server.
 void sendHttpRequestInBackground(HttpRequest request, HttpOptions options,
                                  std::function<void(const Result<HttpResponse>&)> complete);
 

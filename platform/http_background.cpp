@@ -1,7 +1,9 @@
 #include <atomic>
+#include <cstdlib>
+#include <exception>
+#include <functional>
 #include <list>
 #include <mutex>
-#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -15,19 +17,23 @@ namespace {
 
 /// The requests that are under way, each on a thread of its own.
 ///
-/// At an exit of the process they are cancelled and waited for: the library below them must not be
-/// cleaned up while they use it. That happens in the opposite order of the starts, so the library
-/// is started first.
+/// At an exit of the process they are cancelled and waited for, and no other ones begin: the
+/// library below them must not be cleaned up while they use it. What an exit does is done in the
+/// opposite order of the beginnings, so the library is started first. The object itself stays:
+/// other threads may come here while the process ends.
 class BackgroundRequests {
   public:
     static BackgroundRequests& ofThisProcess() {
-        static BackgroundRequests requests;
+        static BackgroundRequests& requests = *new BackgroundRequests();
         return requests;
     }
 
     /// Throws `std::system_error` when there can be no further thread.
     void start(std::function<void(const std::stop_token&)> work) {
         const std::lock_guard lock(_mutex);
+        if (_hasEnded) {
+            return;
+        }
         _requests.remove_if([](const Request& request) { return request.isDone.load(); });
         Request& request = _requests.emplace_back();
         try {
@@ -42,25 +48,44 @@ class BackgroundRequests {
         }
     }
 
-    BackgroundRequests(const BackgroundRequests&) = delete;
-    BackgroundRequests& operator=(const BackgroundRequests&) = delete;
-
   private:
     struct Request {
         std::atomic<bool> isDone = false;
         std::jthread thread;
     };
 
-    BackgroundRequests() { startHttpLibrary(); }
-    ~BackgroundRequests() {
-        for (Request& request : _requests) {
+    BackgroundRequests() {
+        startHttpLibrary();
+        std::atexit([] { ofThisProcess().end(); });
+    }
+
+    void end() {
+        std::list<Request> requests;
+        {
+            const std::lock_guard lock(_mutex);
+            _hasEnded = true;
+            requests.swap(_requests);
+        }
+        for (Request& request : requests) {
             request.thread.request_stop();
         }
     }
 
     std::mutex _mutex;
+    bool _hasEnded = false;
     std::list<Request> _requests;
 };
+
+/// The answer, or why there is none: on a thread of its own nothing may be thrown.
+Result<HttpResponse> answerTo(const HttpRequest& request, const HttpOptions& options,
+                              const std::stop_token& stop) {
+    try {
+        return sendHttpRequest(request, options, stop);
+    } catch (const std::exception& failure) {
+        return httpError(NSURLErrorUnknown,
+                         std::string("The request was given up: ") + failure.what());
+    }
+}
 
 }  // namespace
 
@@ -75,9 +100,9 @@ void sendHttpRequestInBackground(HttpRequest request, HttpOptions options,
     try {
         BackgroundRequests::ofThisProcess().start(
             [request = std::move(request), options, finish](const std::stop_token& stop) {
-                finish(sendHttpRequest(request, options, stop));
+                finish(answerTo(request, options, stop));
             });
-    } catch (const std::system_error& failure) {
+    } catch (const std::exception& failure) {
         finish(httpError(NSURLErrorUnknown,
                          std::string("The request could not be started: ") + failure.what()));
     }

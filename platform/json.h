@@ -1,5 +1,6 @@
 #pragma once
 
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -24,8 +25,9 @@ class JsonValue {
     JsonValue() = default;  ///< Null.
     JsonValue(std::string value) : _content(std::move(value)) {}
     JsonValue(const char* value) : _content(std::string(value)) {}
-    JsonValue(bool value) : _content(value) {}
-    JsonValue(std::int64_t value) : _content(value) {}
+    JsonValue(std::nullptr_t) = delete;
+    JsonValue(std::same_as<bool> auto value) : _content(value) {}
+    JsonValue(std::signed_integral auto value) : _content(std::int64_t{value}) {}
     JsonValue(double value) : _content(value) {}
     JsonValue(Array value) : _content(std::move(value)) {}
     JsonValue(Object value) : _content(std::move(value)) {}

@@ -3,14 +3,15 @@
 #include <sys/utsname.h>
 
 #include <charconv>
+#include <cstddef>
 #include <string_view>
 
 namespace teravolant::platform {
 namespace {
 
 /// Takes a number and the full stop behind it from the front of the text.
-long takeNumber(std::string_view& text) {
-    long number = 0;
+unsigned takeNumber(std::string_view& text) {
+    unsigned number = 0;
     const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
     text.remove_prefix(static_cast<std::size_t>(parsed.ptr - text.data()));
     if (text.starts_with('.')) {
@@ -27,7 +28,7 @@ OperatingSystemVersion operatingSystemVersion() {
         return {};
     }
     std::string_view release = system.release;
-    const long majorVersion = takeNumber(release);
+    const unsigned majorVersion = takeNumber(release);
     return {majorVersion, takeNumber(release)};
 }
 

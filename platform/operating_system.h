@@ -3,8 +3,8 @@
 namespace teravolant::platform {
 
 struct OperatingSystemVersion {
-    long majorVersion = 0;
-    long minorVersion = 0;
+    unsigned majorVersion = 0;
+    unsigned minorVersion = 0;
 };
 
 /// The version of the running kernel, the first two numbers of what `uname -r` prints: a

@@ -1,11 +1,13 @@
 #include "platform/property_list.h"
 
-#include <plist/plist.h>
-
 #include <cstdlib>
 #include <limits>
 #include <memory>
 #include <optional>
+
+#include <plist/plist.h>
+
+#include "platform/text.h"
 
 namespace teravolant::platform {
 namespace {
@@ -81,7 +83,7 @@ std::optional<PropertyListValue> dictionaryOf(plist_t node, int depth) {
             return dictionary;
         }
         auto value = valueOf(item, depth + 1);
-        if (!value || key == nullptr) {
+        if (!value || key == nullptr || !isValidUtf8(key)) {
             return std::nullopt;
         }
         dictionary.insert_or_assign(key, *std::move(value));
@@ -93,8 +95,11 @@ std::optional<PropertyListValue> valueOf(plist_t node, int depth) {
         return std::nullopt;
     }
     switch (plist_get_node_type(node)) {
-        case PLIST_STRING:
-            return textOf(node);
+        case PLIST_STRING: {
+            std::string text = textOf(node);
+            return isValidUtf8(text) ? std::optional<PropertyListValue>(std::move(text))
+                                     : std::nullopt;
+        }
         case PLIST_BOOLEAN: {
             std::uint8_t value = 0;
             plist_get_bool_val(node, &value);

@@ -53,9 +53,9 @@ class PropertyListValue {
 /// Reads a property list in its XML or its binary form.
 ///
 /// Fails with `NSFileReadCorruptFileError` for anything else, for a value that is not of one of the
-/// types above, for nesting deeper than `kDeepestPropertyList`, and for a binary one larger than
-/// 256 KiB. Integers beyond 64 bits with a sign, dates outside of 1933 to 2068, fractions of a
-/// second, and what stands behind a zero character in a text are not kept.
+/// types above, for a text that is not UTF-8, for nesting deeper than `kDeepestPropertyList`, and
+/// for a binary one larger than 256 KiB. Integers beyond 64 bits with a sign, dates outside of 1933
+/// to 2068, fractions of a second, and what stands behind a zero character in a text are not kept.
 Result<PropertyListValue> parsePropertyList(std::string_view bytes);
 
 inline constexpr int kDeepestPropertyList = 64;

@@ -1,6 +1,8 @@
 #include "support/amplitude_api.h"
 
+#include <cstdint>
 #include <string>
+#include <utility>
 
 #include "platform/console_log.h"
 #include "platform/text.h"

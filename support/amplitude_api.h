@@ -16,12 +16,13 @@ class AmplitudeApi {
     static constexpr std::string_view kHost = TERAVOLANT_ANALYTICS_HOST;
 
     /// Starts to post the event and returns at once; without an event, does nothing. May be called
-    /// from any thread.
+    /// from any thread, once the application object was made.
     ///
     /// The answer is written to the console log, on the main thread, once the application's loop
-    /// gets to it: the body's text, "(null)" for one that is not UTF-8, and the reason where none
-    /// arrived. A process that ends before drops it. An event that can't be serialised is posted
-    /// without a body, and the service's answer says so.
+    /// gets to it: the body's text whatever the status, "(null)" for one that is not UTF-8, and the
+    /// reason where none arrived, it is longer than 1 MiB, or a redirect leads away from https. A
+    /// process that ends before drops it. An event without data is posted without a body, and the
+    /// service's answer says so.
     static void sendEvent(const AmplitudeEvent* event, std::string_view host = kHost);
 
   private:

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <utility>
 
 #include "platform/bundle.h"
 #include "platform/operating_system.h"

@@ -16,7 +16,7 @@ class AmplitudeEvent {
     /// An event of now. Without a type, the body has none.
     static AmplitudeEvent initWithEventType(std::optional<std::string> eventType);
 
-    /// An event without a body: properties change nothing, and there is nothing to send.
+    /// An event without a body: properties change nothing, and it has no data.
     AmplitudeEvent() = default;
 
     /// A later value for the same name replaces the earlier one.
@@ -28,13 +28,14 @@ class AmplitudeEvent {
 
     /// The anonymous identifier of this user on this device, a random UUID in braces. Made and
     /// stored durably, in the client's preference domain, by the first call in any process; one
-    /// that can't be stored is a new one on every call.
+    /// that can't be stored is a new one on every call. Another text that is stored is taken as it
+    /// is, and anything else in its printed form.
     [[nodiscard]] static std::string getAmplitudeDeviceID();
 
     /// Major and minor version of the running Linux kernel, as in "6.1".
     [[nodiscard]] static std::string getOSVersion();
 
-    /// The main bundle's "CFBundleShortVersionString", or "UNSET".
+    /// The main bundle's "CFBundleShortVersionString", or "UNSET" when there is no such text.
     [[nodiscard]] static std::string getAppVersion();
 
   private:

@@ -1,5 +1,7 @@
 #include "support/crypto.h"
 
+#include <cstddef>
+
 #include "platform/digest.h"
 #include "platform/files.h"
 
