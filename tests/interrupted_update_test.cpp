@@ -68,16 +68,6 @@ struct Mishap {
 
 class InterruptedUpdate : public testing::TestWithParam<Mishap> {
   protected:
-    Program runUntil(const std::string& call, unsigned count) const {
-        std::string tracer = "strace -f -o /dev/null -e trace=?" + call;
-        if (!GetParam().canExchange && call != "renameat2") {
-            tracer += ",renameat2 -e inject=renameat2:error=EINVAL";
-        }
-        return Program(_world.command(_world.target,
-                                      tracer + " -e inject=?" + call + ":" + GetParam().effect +
-                                          ":when=" + std::to_string(count) + GetParam().suffix));
-    }
-
     void expectThatTheNextRunsBringTheNewBundle() {
         const std::string tree = _world.installedTree();
         const fs::path aside = _world.staging / ".previous.app";
@@ -104,19 +94,24 @@ class InterruptedUpdate : public testing::TestWithParam<Mishap> {
 };
 
 TEST_P(InterruptedUpdate, LeavesTheOldOrTheNewBundleAndTheNextRunsBringTheNewOne) {
+    const auto& [name, calls, effect, suffix, statusThen, canExchange] = GetParam();
     unsigned points = 0;
-    for (const char* const call : GetParam().calls) {
-        bool isBefallen = true;
-        for (unsigned count = 1; isBefallen; ++count) {
-            SCOPED_TRACE(call + (" " + std::to_string(count)));
+    for (const std::string call : calls) {
+        const std::string tracer =
+            "strace -f -o /dev/null -e trace=renameat2,?" + call +
+            (canExchange || call == "renameat2" ? "" : " -e inject=renameat2:error=EINVAL") +
+            " -e inject=?" + call + ":" + effect + ":when=";
+        int status = statusThen;
+        for (unsigned count = 1; status == statusThen; ++count) {
+            SCOPED_TRACE(call + " " + std::to_string(count));
             _world.reset();
-            Program run = runUntil(call, count);
-            isBefallen = run.finish() == GetParam().status;
-            if (isBefallen) {
+            Program run(_world.command(_world.target, tracer + std::to_string(count) + suffix));
+            status = run.finish();
+            if (status == statusThen) {
                 ++points;
                 expectThatTheNextRunsBringTheNewBundle();
             } else {
-                EXPECT_EQ(run.finish(), 0) << run.lastLine;
+                EXPECT_EQ(status, 0) << run.lastLine;
                 EXPECT_TRUE(_world.isDone());
             }
         }
@@ -133,7 +128,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Mishap{"AKillWithoutExchange", kFileChangingCalls, "signal=KILL", "", -1,
                            false},
                     Mishap{"AFullDisk", kRoomTakingCalls, "error=ENOSPC", "+", 1, true}),
-    [](const auto& info) { return info.param.name; });
+    [](const auto& mishap) { return mishap.param.name; });
 
 TEST(ConcurrentUpdates, OneOfTwentyStartsInstallsAndTheOthersSayWhyTheyDoNot) {
     constexpr std::size_t kStarts = 20;

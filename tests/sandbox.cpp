@@ -1,10 +1,7 @@
 #include "tests/sandbox.h"
 
-#include <sys/wait.h>
-
 #include <cstdio>
-
-#include "testing/log_reader.h"
+#include <utility>
 
 namespace teravolant::fixtures {
 namespace {
@@ -12,6 +9,8 @@ namespace {
 constexpr const char* kPrelude = R"sh(
 launcher=/opt/Teravolant.app/Contents/MacOS/Teravolant
 client_log="$HOME/.local/share/Zelto/Teravolant Client/client.log"
+test $UID = 0 && data=/var/log || data=$HOME/.local/share
+log="$data/Zelto/Teravolant App/updater.log"
 own=$HOME/.config/Zelto/com.zelto.teravolant.updater.plist
 all_users=/etc/xdg/Zelto/com.zelto.teravolant.plist
 await() {
@@ -27,7 +26,7 @@ unpack() {
 }
 start_client() {
     unpack
-    setsid "$HOME/.teravolant/teravolant.app/Contents/MacOS/teravolant" < /dev/null > /dev/null 2>&1 &
+    setsid "$HOME/.teravolant/teravolant.app/Contents/MacOS/teravolant" < /dev/null > /dev/null 2>&1 & disown
     await test -s "$client_log"
 }
 prefer() {
@@ -44,7 +43,7 @@ Sandbox::Sandbox(User user, std::string setup) : _user(user), _setup(std::move(s
     }
 }
 
-Sandbox::Outcome Sandbox::run(const std::string& script) const {
+std::string Sandbox::run(const std::string& script) const {
     _root.write("script", kPrelude + script);
     const std::string root = _root.path();
     const std::string user = std::to_string(static_cast<int>(_user));
@@ -60,20 +59,13 @@ Sandbox::Outcome Sandbox::run(const std::string& script) const {
         "/log /var/log --bind " + root + "/Applications /Applications --ro-bind " + root +
         "/script /script --ro-bind '" TERAVOLANT_BUNDLE "' /opt/Teravolant.app " + _setup +
         " --remount-ro / --chdir / bash /script 2>&1";
-    Outcome outcome;
+    std::string output;
     std::FILE* const pipe = popen(command.c_str(), "r");
     for (int character = std::fgetc(pipe); character != EOF; character = std::fgetc(pipe)) {
-        outcome.output += static_cast<char>(character);
+        output += static_cast<char>(character);
     }
-    outcome.status = WEXITSTATUS(pclose(pipe));
-    return outcome;
-}
-
-std::vector<std::string> Sandbox::log() const {
-    const auto contents = platform::contentsOfFile(
-        _root.path() / (_user == User::ordinary ? "home/.local/share" : "log") /
-        "Zelto/Teravolant App/updater.log");
-    return contents ? logEntries(contents.value()) : std::vector<std::string>();
+    pclose(pipe);
+    return output;
 }
 
 }  // namespace teravolant::fixtures

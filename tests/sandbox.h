@@ -1,8 +1,6 @@
 #pragma once
 
-#include <filesystem>
 #include <string>
-#include <vector>
 
 #include "testing/temporary_folder.h"
 
@@ -15,26 +13,17 @@ class Sandbox {
   public:
     enum class User { ordinary = 1000, superuser = 0 };
 
-    struct Outcome {
-        int status = 0;
-        std::string output;  ///< Standard output and error of the script.
-    };
-
     /// `setup` are further words for bubblewrap, behind its own.
     explicit Sandbox(User user = User::ordinary, std::string setup = "");
 
-    /// Runs a script with bash. It finds the launcher at `$launcher`, the files of its own
-    /// preferences and of those of all users at `$own` and `$all_users`, and these functions:
-    /// `await COMMAND...` repeats a command until it succeeds, `executes ID PATH` tells whether a
-    /// process runs that executable, `unpack` puts the client into its folder, `start_client` does
-    /// that and has one running, `clients` lists the ids of those that run, `client_words` the
-    /// command lines that the client was given, and `prefer FILE KEY VALUE` makes a file of
-    /// preferences with that one value.
-    [[nodiscard]] Outcome run(const std::string& script) const;
-
-    /// The entries of the user's updater.log (the superuser's where that is the user), in order,
-    /// without their times.
-    [[nodiscard]] std::vector<std::string> log() const;
+    /// Runs a script with bash and answers its standard output and error. It finds the launcher at
+    /// `$launcher`, the log at `$log`, the files of the user's own preferences and of those of all
+    /// users at `$own` and `$all_users`, and these functions: `await COMMAND...` repeats a command
+    /// until it succeeds, `executes ID PATH` tells whether a process runs that executable, `unpack`
+    /// puts the client into its folder, `start_client` does that and has one running, `clients`
+    /// lists the ids of those that run, `client_words` the command lines that the client was given,
+    /// and `prefer FILE KEY VALUE` makes a file of preferences with that one value.
+    [[nodiscard]] std::string run(const std::string& script) const;
 
   private:
     User _user;

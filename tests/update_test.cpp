@@ -14,7 +14,6 @@ constexpr const char* kPublish = R"sh(
     installed=/Applications/Teravolant.app
     launcher=$installed/Contents/MacOS/Teravolant
     feed=$HOME/feed/teravolant/release
-    log="$HOME/.local/share/Zelto/Teravolant App/updater.log"
     mkdir -p $feed ~/next ~/client
     teravolant-release keygen --private-key ~/key > ~/public
     cp -r /opt/Teravolant.app $installed
@@ -42,9 +41,9 @@ constexpr const char* kPublish = R"sh(
 class Update : public ::testing::TestWithParam<const char*> {
   protected:
     void expectOutput(const std::string& script, const std::string& end) {
-        const auto outcome =
+        const std::string output =
             sandbox.run("scheme=" + std::string(GetParam()) + "\n" + kPublish + script);
-        EXPECT_TRUE(outcome.output.ends_with("\nbegin\n" + end)) << outcome.output;
+        EXPECT_TRUE(output.ends_with("\nbegin\n" + end)) << output;
     }
 
     Sandbox sandbox{Sandbox::User::ordinary,
@@ -79,9 +78,10 @@ TEST_P(Update, EndsWithinASecondOfASignalDuringTheDownloadAndGoesOnFromThereAtTh
         begin=$(date +%s%N); kill -TERM $!; wait $!; echo "status=$?"
         test $(($(date +%s%N) - begin)) -lt 1000000000 && echo "ended in time"
         reached && echo "left half"
+        grep sendTeravolantCommand "$log" || echo "no command to the client"
         kill $server; serve
         $launcher 2> /dev/null; echo "version=$(version)")sh",
-                 "status=0\nended in time\nleft half\nversion=9.9.9.9\n");
+                 "status=0\nended in time\nleft half\nno command to the client\nversion=9.9.9.9\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(Over, Update, ::testing::Values("https", "http"),

@@ -19,7 +19,6 @@ namespace fs = std::filesystem;
 using fixtures::HttpServer;
 using fixtures::ServerAnswer;
 using platform::JsonValue;
-using platform::PropertyListValue;
 
 constexpr const char* kIdentifier = "com.zelto.teravolant.updater";
 
@@ -68,14 +67,14 @@ class ReleaseTool : public testing::Test {
     }
 
     void makeBundle(const std::string& name, const std::string& version,
-                    PropertyListValue::Array keys = {},
+                    platform::PropertyListValue::Array keys = {},
                     const std::string& identifier = kIdentifier) const {
-        _folder.write(name + "/Contents/Info.plist",
-                      serialisePropertyList(
-                          PropertyListValue::Dictionary{{"CFBundleExecutable", "Run"},
-                                                        {"CFBundleIdentifier", identifier},
-                                                        {"CFBundleShortVersionString", version},
-                                                        {"TVUpdatePublicKeys", std::move(keys)}}));
+        const platform::PropertyListValue::Dictionary information{
+            {"CFBundleExecutable", "Run"},
+            {"CFBundleIdentifier", identifier},
+            {"CFBundleShortVersionString", version},
+            {"TVUpdatePublicKeys", std::move(keys)}};
+        _folder.write(name + "/Contents/Info.plist", serialisePropertyList(information));
         _folder.write(name + "/Contents/MacOS/Run", "#!/bin/sh\n");
         fs::permissions(path(name + "/Contents/MacOS/Run"), fs::perms::owner_all);
     }
@@ -142,17 +141,11 @@ TEST_F(ReleaseTool, CheckNamesTheMemberForWhichAnOfferIsRefused) {
     publish();
     const std::tuple<std::string, std::optional<JsonValue>, std::string> cases[] = {
         {"version", "1.0.0.1", "“version”: version=1.0.0.1 is not older than 1.0.0.1"},
-        {"version", "2.0", "“version”: 2.0 is illegal version"},
-        {"version", {}, "“version”"},
+        {"version", {}, "“version”: (null) is illegal version"},
         {"version", "1.0.0.3", "\"signature\""},
-        {"size", std::int64_t{1}, "\"signature\""},
         {"size", "1", "“size”"},
         {"size", {}, "\"size\""},
         {"sha256", std::string(64, 'a'), "\"signature\""},
-        {"sha256", "abc", "“sha256”"},
-        {"signature", platform::base64Encoded(std::string(64, 's')), "\"signature\""},
-        {"signature", "-", "“signature”"},
-        {"url", "http://a.example/new.tar.zst", "“url”"},
         {"name", {}, "“url” is missing"},
     };
     for (const auto& [member, value, reason] : cases) {
@@ -166,79 +159,73 @@ TEST_F(ReleaseTool, CheckNamesTheMemberForWhichAnOfferIsRefused) {
     }
 }
 
-TEST_F(ReleaseTool, CheckRefusesWhatIsNoFeedAndAnotherBundleKeyOrArchive) {
+TEST_F(ReleaseTool, RefusesWhatNoUpdaterWouldTakeAndWritesNothing) {
     publish();
+    for (const char* name : {"nameless", "keyless.app", "program.app", "link.app", "large.app",
+                             "set-user-id.app", "unreadable.app", "latin1.app"}) {
+        makeBundle(name, "1.0.0.1");
+    }
     const auto otherKey = platform::SigningKey::generate().value().publicKey().value();
-    makeBundle("keyless.app", "1.0.0.1");
     makeBundle("other-key.app", "1.0.0.1", {otherKey});
     makeBundle("other-id.app", "1.0.0.1", {_publicKey}, "com.zelto.other");
-    makeBundle("short-version.app", "1.0", {_publicKey});
-    _folder.write("array.json", "[]");
-    _folder.write("page.json", "<html>");
-    _folder.write("large.json", std::string((std::size_t{1} << 20U) + 1, ' '));
-    std::string archive = read("new.tar.zst");
-    _folder.write("longer", archive + "x");
-    archive.back() ^= 1;
-    _folder.write("changed", archive);
-    expectRefused("check",
-                  {
-                      {"feed.json --bundle keyless.app", "TVUpdatePublicKeys"},
-                      {"feed.json --bundle other-key.app", "\"signature\""},
-                      {"feed.json --bundle other-id.app", "\"signature\""},
-                      {"feed.json --bundle short-version.app", "“version”: version=1.0 is"},
-                      {"feed.json --bundle nowhere.app", "not a bundle"},
-                      {"feed.json --bundle old/T.app --archive longer", "“size”"},
-                      {"feed.json --bundle old/T.app --archive changed", "“sha256”"},
-                      {"feed.json --bundle old/T.app --archive nowhere", "nowhere"},
-                      {"array.json --bundle old/T.app", "not one JSON object"},
-                      {"page.json --bundle old/T.app", "JSON"},
-                      {"large.json --bundle old/T.app", "1 MiB"},
-                  });
-}
-
-TEST_F(ReleaseTool, FeedRefusesWhatNoUpdaterWouldTakeAndWritesNothing) {
-    publish();
-    makeBundle("short-version.app", "1.0");
-    _folder.write("empty", "");
-    _folder.write("a b", "x");
+    makeBundle("no-id.app", "1.0.0.2", {}, "");
+    makeBundle("version.app", "1.0", {_publicKey});
+    outputOf(R"sh(
+        chmod 400 program.app/Contents/MacOS/Run; chmod u+s set-user-id.app/Contents/MacOS/Run
+        ln -s ../../outside link.app/Contents/link; truncate -s 4294967297 large.app/Contents/data
+        touch empty 'a b' unreadable.app/secret latin1.app/$(printf '\377'); mkdir empty.app
+        chmod 0 unreadable.app/secret; echo '[]' > array.json; echo '<html>' > page.json
+        truncate -s 1048577 large.json; cp new.tar.zst longer; echo >> longer
+        { head -c -1 new.tar.zst; echo; } > changed)sh");
+    const std::string state = "find . ! -name '.*' -printf '%p %s %T@\n' | sort";
+    const std::string before = outputOf(state);
+    expectRefused("check --bundle", {{"keyless.app feed.json", "TVUpdatePublicKeys"},
+                                     {"other-key.app feed.json", "\"signature\""},
+                                     {"other-id.app feed.json", "\"signature\""},
+                                     {"version.app feed.json", "“version”: version=1.0 is illegal"},
+                                     {"nowhere.app feed.json", "not a bundle"},
+                                     {"old/T.app feed.json --archive longer", "“size”"},
+                                     {"old/T.app feed.json --archive changed", "“sha256”"},
+                                     {"old/T.app feed.json --archive nowhere", "nowhere"},
+                                     {"old/T.app array.json", "not one JSON object"},
+                                     {"old/T.app page.json", "JSON"},
+                                     {"old/T.app large.json", "1 MiB"}});
     expectRefused("feed --output made.json --private-key private.pem",
-                  {
-                      {"new.tar.zst --bundle short-version.app", "“version”"},
-                      {"new.tar.zst --bundle nowhere.app", "not a bundle"},
-                      {"new.tar.zst --identifier x --version 1.2.3", "“version”"},
-                      {"new.tar.zst --identifier x --version '1.2.3 4'", "“version”"},
-                      {"new.tar.zst --identifier 'x\ny' --version 1.2.3.4", "identifier"},
-                      {"'a b' --bundle new/T.app", "“url”"},
-                      {"new.tar.zst --name a/b --bundle new/T.app", "“name”"},
-                      {"new.tar.zst --url http://a.example/x --bundle new/T.app", "“url”"},
-                      {"empty --bundle new/T.app", "“size”"},
-                      {"nowhere --bundle new/T.app", "nowhere"},
-                  });
-    expectRefused("feed --output made.json new.tar.zst --bundle new/T.app --private-key",
-                  {{"feed.json", "feed.json”: "}, {"nowhere", "nowhere"}});
-    EXPECT_FALSE(fs::exists(path("made.json")) || fs::exists(path("made.json.new")));
-}
-
-TEST_F(ReleaseTool, NoCommandWritesOverWhatItReadsOrWhereItCannot) {
-    publish();
-    const std::string digests = "find . -type f ! -name '.*' | sort | xargs sha256sum";
-    const std::string before = outputOf(digests);
-    expectRefused("feed new.tar.zst --bundle new/T.app --private-key private.pem",
-                  {
-                      {"--output new.tar.zst", "“new.tar.zst”"},
-                      {"--output ./new/../private.pem", "private.pem"},
-                      {"--output new/T.app/feed.json", "new/T.app"},
-                      {"--output nowhere/feed.json", "nowhere/feed.json"},
-                      {"> /dev/full", "Standard output"},
-                  });
-    expectRefused("pack new/T.app --output",
-                  {{"new/T.app/x", "new/T.app"}, {"old", "old"}, {"nowhere/x", "nowhere/x"}});
+                  {{"new.tar.zst --bundle version.app", "“version”"},
+                   {"new.tar.zst --identifier x --version 1.2.3", "“version”"},
+                   {"new.tar.zst --identifier x --version '1.2.3 4'", "“version”"},
+                   {"new.tar.zst --identifier 'x\ny' --version 1.2.3.4", "identifier"},
+                   {"new.tar.zst --bundle new/T.app --url http://a.example/x", "“url”"},
+                   {"'a b' --bundle new/T.app", "“url”"},
+                   {"empty --bundle new/T.app", "“size”"},
+                   {"nowhere --bundle new/T.app", "nowhere"}});
+    expectRefused("feed new.tar.zst --bundle new/T.app --private-key",
+                  {{"feed.json", "feed.json”: "},
+                   {"nowhere", "nowhere"},
+                   {"private.pem --output new.tar.zst", "“new.tar.zst”"},
+                   {"private.pem --output ./new/../private.pem", "private.pem"},
+                   {"private.pem --output new/T.app/feed.json", "new/T.app"},
+                   {"private.pem --output nowhere/feed.json", "nowhere/feed.json"},
+                   {"private.pem > /dev/full", "Standard output"}});
+    expectRefused("pack", {{"new/T.app --output new/T.app/x", "new/T.app"},
+                           {"new/T.app --output old", "old"},
+                           {"new/T.app --output nowhere/x", "nowhere/x"},
+                           {"nameless --output empty", ".app"},
+                           {"version.app --output empty", "“version”"},
+                           {"no-id.app --output empty", "identif"},
+                           {"program.app --output empty", "executable"},
+                           {"link.app --output empty", "leads out"},
+                           {"large.app --output empty", "more than may be unpacked"},
+                           {"empty.app --output empty", "Info.plist"},
+                           {"set-user-id.app --output empty", "has a set-user-id"},
+                           {"unreadable.app --output empty", "secret"},
+                           {"latin1.app --output empty", "UTF-8"}});
     expectRefused("keygen --private-key", {{"private.pem", "private.pem"},
                                            {"nowhere/p", "nowhere/p"},
                                            {"p --public-key feed.json", "feed.json"},
                                            {"p --public-key p", "“p”"},
                                            {"p --public-key q > /dev/full", "Standard output"}});
-    EXPECT_EQ(outputOf(digests), before);
+    EXPECT_EQ(outputOf(state), before);
 }
 
 TEST_F(ReleaseTool, KeygenKeepsThePrivateKeyForItsOwner) {
@@ -270,33 +257,6 @@ TEST_F(ReleaseTool, PackGivesTheFolderBackAndMakesTheSameBytesWhateverTheOrder) 
     outputOf(R"sh(diff -r --no-dereference new unpacked && for folder in new unpacked; do
         (cd $folder; find T.app -printf '%p %m %l\n' , -type f -printf '%p %Ts\n' | sort) > $folder.list
     done; cmp new.list unpacked.list)sh");
-}
-
-TEST_F(ReleaseTool, PackRefusesABundleThatNoUpdaterWouldFind) {
-    for (const char* name : {"nameless", "program.app", "link.app", "large.app", "pipe.app",
-                             "set-user-id.app", "unreadable.app", "latin1.app"}) {
-        makeBundle(name, "1.0.0.2");
-    }
-    makeBundle("version.app", "1.0");
-    makeBundle("identifier.app", "1.0.0.2", {}, "");
-    outputOf(
-        R"sh(mkdir empty.app; echo "as it was" > archive; chmod 400 program.app/Contents/MacOS/Run
-        ln -s ../../outside link.app/Contents/link; mkfifo pipe.app/Contents/pipe
-        chmod u+s set-user-id.app/Contents/MacOS/Run; truncate -s 4294967297 large.app/Contents/data
-        touch unreadable.app/secret latin1.app/$(printf '\377'); chmod 0 unreadable.app/secret)sh");
-    expectRefused("pack --output archive", {{"nameless", ".app"},
-                                            {"version.app", "“version”"},
-                                            {"identifier.app", "identif"},
-                                            {"program.app", "executable"},
-                                            {"link.app", "leads out"},
-                                            {"large.app", "more than may be unpacked"},
-                                            {"empty.app", "Info.plist"},
-                                            {"pipe.app", "neither a file"},
-                                            {"set-user-id.app", "has a set-user-id"},
-                                            {"unreadable.app", "secret"},
-                                            {"latin1.app", "UTF-8"}});
-    EXPECT_EQ(read("archive"), "as it was\n");
-    EXPECT_FALSE(fs::exists(path("archive.new")));
 }
 
 TEST_F(ReleaseTool, PackShowsItsProgressOnATerminalAndLeavesNothingWhenItIsToldToStop) {

@@ -59,19 +59,6 @@ class BundleMatching : public ::testing::Test {
     const fixtures::TemporaryFolder folder;
 };
 
-TEST_F(BundleMatching, TakesTheFirstThatMatchesInTheFoldersOwnOrder) {
-    for (const char* name : {"a.app", "b.app", "c.app"}) {
-        addBundle(name, "other");
-    }
-    std::vector<fs::path> order;
-    for (const auto& item : fs::directory_iterator(folder.path())) {
-        order.push_back(item.path().filename());
-    }
-    addBundle(order[1]);
-    addBundle(order[2]);
-    expectFound(order[1], {candidateLine(kIdentity), candidateLine("other")});
-}
-
 TEST_F(BundleMatching, FindsABundleInOrdinaryFoldersWhateverTheCaseOfItsExtension) {
     addBundle("a/b.framework/c.application/New build.aPP");
     folder.write("file.app", "");

@@ -51,12 +51,6 @@ TEST(FeedRequest, GoesToTheOverrideElseToTheFeedOfTheVersionsChannel) {
     ASSERT_FALSE(defaults.removeObjectForKey("updateserver"));
 }
 
-class WitnessDelegate : public platform::ApplicationDelegate {
-  public:
-    void applicationDidFinishLaunching(const platform::LaunchNotification& /*unused*/) override {}
-    void applicationWillTerminate() override { std::fputs("terminated", stderr); }
-};
-
 TEST(FeedRequest, CheckThatCanNotBeStartedEndsTheApplication) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const fixtures::LogReader log;
@@ -68,18 +62,19 @@ TEST(FeedRequest, CheckThatCanNotBeStartedEndsTheApplication) {
             pthread_attr_setstacksize(&attributes, std::size_t{1} << 50);
             pthread_setattr_default_np(&attributes);
             platform::Application::sharedApplication().setDelegate(
-                std::make_unique<WitnessDelegate>());
+                std::make_unique<TeravolantAppDelegate>());
             TeravolantAppDelegate().updateToLatestVersion("1.2.3.4");
         },
-        ::testing::ExitedWithCode(0), "terminated");
+        ::testing::ExitedWithCode(0), "");
     const Lines entries = log.entries();
-    ASSERT_EQ(entries.size(), 5U);
+    ASSERT_EQ(entries.size(), 6U);
     EXPECT_EQ(entries[1], kOperation + "infoUpdateServer = (null)");
     EXPECT_EQ(entries[2], kOperation +
                               "infoUpdateServer = {\n    host = \"" TERAVOLANT_RELEASE_UPDATE_HOST
                               "\";\n    path = \"/teravolant/release/release.mac\";\n"
                               "    scheme = https;\n}");
     EXPECT_TRUE(entries[4].starts_with(kOperation + "e=")) << entries[4];
+    EXPECT_EQ(entries[5], "[TeravolantAppDelegate::applicationWillTerminate]");
 }
 
 }  // namespace

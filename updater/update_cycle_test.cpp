@@ -25,9 +25,7 @@ struct World : UpdateWorld {
 
     Outcome run() const {
         const ClientUpdater updater{platform::URLRequest{std::optional(platform::URL(feedURL))}};
-        auto updateCycle = cycle(updater);
-        adjust(updateCycle);
-        return runUpdateCycle(updateCycle);
+        return runUpdateCycle(cycle(updater));
     }
 
     /// One cycle must stage the update.
@@ -55,8 +53,6 @@ struct World : UpdateWorld {
         const std::string error = printedForm(outcome.error());
         EXPECT_NE(error.find(reason), error.npos) << error.substr(0, 1000);
     }
-
-    std::function<void(platform::UpdateCycle&)> adjust = [](platform::UpdateCycle&) {};
 };
 
 using Change = std::function<void(World&)>;
@@ -76,15 +72,6 @@ Change archive(const ServerAnswer& answer, int surplus = 0) {
         whole.body = world.archive;
         whole.body.resize(whole.body.size() + static_cast<std::size_t>(surplus), 'x');
         world.archiveAnswer = always(std::move(whole));
-    };
-}
-
-Change stalling(const Change& change) {
-    return [change](World& world) {
-        world.adjust = [](auto& cycle) {
-            cycle.options.stallTimeout = std::chrono::milliseconds(200);
-        };
-        change(world);
     };
 }
 
@@ -122,82 +109,60 @@ Change bundle(const std::string& version, const std::string& identifier) {
     };
 }
 
-/// The published bundle has something else in the place of its executable.
-Change executable(const std::function<void(const fs::path&)>& make) {
-    return [make](World& world) {
-        const fs::path program = world.newBundle / "Contents/MacOS/Teravolant";
-        fs::remove(program);
-        make(program);
+/// A script of the shell has made something else in the place of the published bundle's executable.
+Change executable(const std::string& script) {
+    return [script](World& world) {
+        const std::string folder = world.newBundle / "Contents/MacOS";
+        EXPECT_EQ(std::system(("cd " + folder + "; rm Teravolant; " + script).c_str()), 0);
         world.publish();
     };
 }
 
-/// What is wrong in a world, and what the error must say.
-struct Fault {
-    const char* situation;
-    Change change;
-    std::string reason;
-};
-
-void runTable(const std::vector<Fault>& table) {
-    for (const Fault& fault : table) {
-        SCOPED_TRACE(fault.situation);
+/// Each row says what is wrong in a world, and what the error must say.
+void expectRefusals(const std::vector<std::tuple<const char*, Change, std::string>>& table) {
+    for (const auto& [situation, change, reason] : table) {
+        SCOPED_TRACE(situation);
         World world;
-        fault.change(world);
-        world.expectRefusal(fault.reason);
+        change(world);
+        world.expectRefusal(reason);
     }
 }
 
 TEST(Updating, FaultyServerIsAnErrorThatNamesTheFaultAndChangesNothing) {
     const std::string start = R"({"version": "1.0.0.2", )";
     const std::string large(2U << 20U, ' ');
-    runTable({
+    expectRefusals({
         {"404", feed({.status = 404, .body = "none"}), "status 404"},
         {"empty", feed({.status = 200}), "status 200 and an empty body"},
         {"HTML", feed({.body = "<!DOCTYPE html>"}), "Update check failed"},
         {"2 MiB", feed({.body = large}), "larger than the 1048576"},
         {"2 MiB in chunks", feed({.body = large, .chunked = true}), "larger than the 1048576"},
-        {"redirect to plain http",
-         feed({.status = 302, .headers = {{"Location", "http://updates.example/feed"}}}),
-         "“updates.example” is not asked over plain http"},
+        {"plain http", feed({.status = 302, .headers = {{"Location", "http://u.example/feed"}}}),
+         "“u.example” is not asked over plain http"},
         {"cut", feed({.body = start, .chunked = true, .cutAfter = 10}), "was lost"},
-        {"stall", stalling(feed({.body = start, .stallAfter = 10})), "went silent"},
         {"no server", [](World& world) { world.server.reset(); }, "could not be connected to"},
         {"no archive", archive({.status = 404}), "status 404"},
         {"longer", archive({}, 1), "the server has more than"},
         {"longer, not announced", archive({.chunked = true}, 1), "sends more than"},
         {"shorter", archive({}, -1), "it ends after"},
-        {"archive stalls", stalling(archive({.stallAfter = 1000})), "went silent"},
     });
 }
 
 TEST(Updating, HostileOfferIsAnErrorThatNamesTheReasonAndChangesNothing) {
     const std::string notSigned = "made by none of this bundle's keys";
     const std::string illegal = " is illegal version";
-    constexpr std::size_t kMillion = 1'000'000;  // So long a version still fits into a feed.
-    std::string numbers = "1";
-    while (numbers.size() < kMillion) {
-        numbers += ".1";
-    }
     constexpr auto kFitting = Signature::fitting;
-    runTable({
+    expectRefusals({
         {"same version", member("version", "1.0.0.1"), "is not older than"},
         {"older version", member("version", "0.9.9.9"), "is not older than"},
         {"no version", member("version", {}), "(null)" + illegal},
         {"number", member("version", 2.5), "2.5" + illegal},
         {"list", member("version", JsonValue::Array{"5.0.0.0"}), "[\"5.0.0.0\"]" + illegal},
         {"two lines", member("version", "1.0.0.2\nsize=1.0.0.2"), "line feed"},
-        {"a million digits", member("version", std::string(kMillion, '1'), kFitting), illegal},
-        {"a million full stops", member("version", std::string(kMillion, '.'), kFitting), illegal},
-        {"half a million numbers", member("version", numbers, kFitting), " was offered."},
+        {"a million digits", member("version", std::string(1'000'000, '1'), kFitting), illegal},
+        {"a million full stops", member("version", std::string(1'000'000, '.'), kFitting), illegal},
         {"another version", member("version", "1.0.0.3"), notSigned},
         {"plain http", member("url", "http://updates.example/archive", kFitting), "“url”"},
-        {"a name that climbs",
-         [](World& world) {
-             world.offer.erase("url");
-             world.offer["name"] = "../../../../etc/passwd";
-         },
-         "status 404"},
         {"another size", member("size", std::int64_t{7}), notSigned},
         {"too small", member("size", std::int64_t{7}, kFitting), "the server has more than the 7"},
         {"too large", member("size", std::int64_t{10'000'000}, kFitting), "it ends after"},
@@ -209,24 +174,14 @@ TEST(Updating, HostileOfferIsAnErrorThatNamesTheReasonAndChangesNothing) {
         {"no signature", member("signature", {}), "no \"signature\""},
         {"a stranger's signature", signedFor(kIdentity, true), notSigned},
         {"another product's signature", signedFor(kIdentity + ".other", false), notSigned},
-        {"no key",
-         [](World& world) { world.adjust = [](auto& cycle) { cycle.publicKeys.clear(); }; },
-         "no public key (TVUpdatePublicKeys)"},
-        {"older bundle", bundle("0.9.0.0", kIdentity),
-         "its version is 0.9.0.0 where 1.0.0.2 was offered"},
+        {"older bundle", bundle("0.9.0.0", kIdentity), "its version is 0.9.0.0 where"},
         {"another product's bundle", bundle("1.0.0.2", kIdentity + ".x"),
-         "Could not locate update bundle for " + kIdentity},
-        {"no executable", executable([](const fs::path&) {}), "its executable"},
-        {"a text for an executable",
-         executable([](const fs::path& program) { std::ofstream(program) << "text"; }),
-         "its executable"},
-        {"a folder for an executable",
-         executable([](const fs::path& program) { fs::create_directory(program); }),
-         "its executable"},
-        {"an executable outside of the bundle", executable([](const fs::path& program) {
-             fs::copy("/bin/true", program.parent_path() / "../../../program");
-             fs::create_symlink("../../../program", program);
-         }),
+         "Could not locate update bundle for"},
+        {"no executable", executable("true"), "its executable"},
+        {"text for an executable", executable("echo text > Teravolant"), "its executable"},
+        {"folder for an executable", executable("mkdir Teravolant"), "its executable"},
+        {"executable outside of the bundle",
+         executable("cp /bin/true ../../../program; ln -s ../../../program Teravolant"),
          "its executable"},
     });
 }
@@ -234,54 +189,46 @@ TEST(Updating, HostileOfferIsAnErrorThatNamesTheReasonAndChangesNothing) {
 TEST(Updating, ACutDownloadGoesOnWhereItEndedUnlessTheRestDoesNotFitThePart) {
     struct Row {
         const char* situation;
-        std::size_t cutAfter;
-        const char* validator;     ///< The header of the first answer whose value is "1".
-        std::string tag;           ///< Of the second answer.
-        std::string error;         ///< Of the second cycle; empty when it stages the update.
-        std::string archive = {};  ///< Of the second answer, where it is another one.
-        std::string range = {};
+        int cutAfter;           ///< Counted from the end where it is below zero.
+        std::string validator;  ///< The header of the first answer whose value is "1".
+        std::string tag;        ///< Of the second answer.
+        bool hasOtherContent = false;
     };
-    const std::size_t size = World().archive.size();
-    const std::string other(size, 'x');
     const Row table[] = {
-        {"cut at the start", 0, "ETag", "\"1\"", ""},
-        {"cut after a byte", 1, "ETag", "\"1\"", ""},
-        {"cut at the end", size - 1, "ETag", "\"1\"", ""},
-        {"another tag, same content", 1000, "ETag", "\"2\"", ""},
-        {"another tag, other content", 1000, "ETag", "\"2\"", "SHA-256 is not the one", other},
-        {"same tag, other content", 1000, "ETag", "\"1\"", "SHA-256 is not the one", other},
-        {"another part", 1000, "ETag", "\"1\"", "was not asked for", "", "bytes 7-99/100"},
-        {"a shorter file", 1000, "ETag", "\"1\"", "status 416", "short"},
-        {"a date", 1000, "Last-Modified", "\"2\"", ""},
-        {"no validator", 1000, "Date", "\"2\"", ""},
+        {"cut at the start", 0, "ETag", "\"1\""},
+        {"cut after a byte", 1, "ETag", "\"1\""},
+        {"cut before the end", -1, "ETag", "\"1\""},
+        {"another tag, same content", 1000, "ETag", "\"2\""},
+        {"another tag, other content", 1000, "ETag", "\"2\"", true},
+        {"same tag, other content", 1000, "ETag", "\"1\"", true},
+        {"a date", 1000, "Last-Modified", "\"2\""},
+        {"no validator", 1000, "Date", "\"2\""},
     };
     for (const Row& row : table) {
         SCOPED_TRACE(row.situation);
         World world;
+        const std::size_t size = world.archive.size();
+        const std::size_t cut =
+            (row.cutAfter < 0 ? size : 0) + static_cast<std::size_t>(row.cutAfter);
         const auto whole = world.archiveAnswer;
-        archive({.headers = {{row.validator, "\"1\""}}, .cutAfter = row.cutAfter})(world);
+        archive({.headers = {{row.validator, "\"1\""}}, .cutAfter = cut})(world);
         world.expectRefusal("was lost");
         world.archiveAnswer = [&](const ReceivedRequest& request) {
-            ServerAnswer answer = answerWithRange(
-                request, row.archive.empty() ? world.archive : row.archive, row.tag);
-            if (!row.range.empty()) {
-                answer.headers.back() = {"Content-Range", row.range};
-            }
-            return answer;
+            return answerWithRange(
+                request, row.hasOtherContent ? std::string(size, 'x') : world.archive, row.tag);
         };
-        if (!row.error.empty()) {
-            world.expectRefusal(row.error);
+        if (row.hasOtherContent) {
+            world.expectRefusal("SHA-256 is not the one");
             world.archiveAnswer = whole;
         }
         // No cycle is held up by what is left of the one before.
         world.install(world.stage());
         const auto requests = world.archiveRequests();
-        ASSERT_EQ(requests.size(), row.error.empty() ? 2U : 3U);
-        EXPECT_EQ(requests[1].header("range"),
-                  row.cutAfter == 0 || row.validator == std::string("Date")
-                      ? ""
-                      : "bytes=" + std::to_string(row.cutAfter) + "-");
-        EXPECT_TRUE(row.error.empty() || requests[2].header("range").empty());
+        const bool asksForTheRest = cut > 0 && row.validator != "Date";
+        EXPECT_EQ(requests.at(1).header("range"),
+                  asksForTheRest ? "bytes=" + std::to_string(cut) + "-" : "");
+        EXPECT_EQ(requests.size(), row.hasOtherContent ? 3U : 2U);
+        EXPECT_TRUE(!row.hasOtherContent || requests.back().header("range").empty());
     }
 }
 
@@ -297,22 +244,14 @@ TEST(Updating, ABundleInAClosedFolderOfTheArchiveIsInstalledToo) {
 }
 
 TEST(Updating, WhatAnEarlierCycleStagedIsUsedOnlyWhereItIsWholeAndInItsPlace) {
-    struct Row {
-        const char* situation;
-        std::function<void(const World&, StagedUpdate&)> change;
-    };
     const auto moveTo = [](const World& world, StagedUpdate update, const fs::path& recorded) {
         fs::rename(update.staged, world.folder.path() / "elsewhere");
         update.staged = recorded;
         EXPECT_FALSE(writeStagedUpdate(world.cache, update));
     };
-    const Row table[] = {
-        {"whole", [](auto&, auto&) {}},
+    const std::pair<const char*, std::function<void(const World&, StagedUpdate&)>> table[] = {
         {"tampered with",
          [](auto&, auto& update) { std::ofstream(update.staged / "Contents/link") << "more"; }},
-        {"no longer there",
-         [](auto&, auto& update) { EXPECT_FALSE(platform::removeTree(update.staged)); }},
-        {"no record", [](auto& world, auto&) { fs::remove(world.cache / "staged.plist"); }},
         {"half a record",
          [](auto& world, auto&) { std::ofstream(world.cache / "staged.plist") << "<plist"; }},
         {"a record of a tree elsewhere",
@@ -329,43 +268,15 @@ TEST(Updating, WhatAnEarlierCycleStagedIsUsedOnlyWhereItIsWholeAndInItsPlace) {
              EXPECT_FALSE(writeStagedUpdate(world.cache, update));
          }},
     };
-    for (const Row& row : table) {
-        SCOPED_TRACE(row.situation);
-        const World world;
-        StagedUpdate update = world.stage();
-        row.change(world, update);
-        update = world.stage();
-        EXPECT_EQ(world.installedTree(), world.oldTree);
-        EXPECT_EQ(world.archiveRequests().size(), &row == table ? 1U : 2U);
-        world.install(update);
-    }
-}
-
-TEST(Updating, ACycleWithoutAnUpdateIsNoErrorAndRemovesWhatIsOutdated) {
-    const std::pair<const char*, Change> table[] = {
-        {"nothing", [](World&) {}},
-        {"half-made staging",
-         [](World& world) {
-             world.makeBundle(world.staging / "published/Teravolant.app", World::kNewVersion,
-                              kIdentity);
-         }},
-        {"an update that was installed by other means",
-         [](World& world) {
-             (void)world.stage();
-             EXPECT_FALSE(platform::removeTree(world.target));
-             world.makeBundle(world.target, World::kNewVersion, kIdentity);
-         }},
-    };
     for (const auto& [situation, change] : table) {
         SCOPED_TRACE(situation);
-        World world;
-        change(world);
-        const std::string installed = world.installedTree();
-        feed({.status = 204})(world);
-        const Outcome outcome = world.run();
-        EXPECT_TRUE(outcome && !outcome.value());
-        EXPECT_EQ(world.leftovers(), std::vector<std::string>());
-        EXPECT_EQ(world.installedTree(), installed);
+        const World world;
+        StagedUpdate update = world.stage();
+        change(world, update);
+        update = world.stage();
+        EXPECT_EQ(world.installedTree(), world.oldTree);
+        EXPECT_EQ(world.archiveRequests().size(), 2U);
+        world.install(update);
     }
 }
 
