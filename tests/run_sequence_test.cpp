@@ -2,10 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <functional>
-#include <optional>
-#include <regex>
 #include <tuple>
 
 #include "tests/sandbox.h"
@@ -13,189 +9,124 @@
 namespace teravolant::fixtures {
 namespace {
 
-using platform::PropertyListValue;
-using Lines = std::vector<std::string>;
-
-enum class ClientState { nothing = 0, instance = 1, folder = 2, folderAndInstance = 3 };
-
 struct UpdateSetting {
     std::string name;
-    bool notUpdateOption = false;
-    std::optional<PropertyListValue> autoUpdateEnable = {};
-    bool autoUpdate = true;
+    std::string arguments;
+    std::string value;  ///< Of AutoUpdateEnable, which is absent when this is empty.
+    bool isOn;          ///< What the setting alone says.
 };
 
 const UpdateSetting kUpdateSettings[] = {
-    {.name = "option", .notUpdateOption = true},
-    {.name = "absent"},
-    {.name = "YES", .autoUpdateEnable = "YES"},
-    {.name = "yes", .autoUpdateEnable = "yes", .autoUpdate = false},
-    {.name = "boolean", .autoUpdateEnable = true, .autoUpdate = false},
-    {.name = "NO", .autoUpdateEnable = "NO", .autoUpdate = false},
+    {"option", "--notupdate ", "", true},      {"absent", "", "", true},
+    {"YES", "", "<string>YES</string>", true}, {"yes", "", "<string>yes</string>", false},
+    {"boolean", "", "<true/>", false},         {"NO", "", "<string>NO</string>", false},
 };
 
-using Case = std::tuple<Sandbox::User, UpdateSetting, ClientState, bool>;
+/// The user, the setting, whether the client's folder is there and a client runs, and whether the
+/// start is told to check and update only.
+using Case = std::tuple<Sandbox::User, UpdateSetting, bool, bool, bool>;
 
 class RunSequence : public ::testing::TestWithParam<Case> {};
 
-const std::string kVersion = TERAVOLANT_VERSION;
-const std::string kAgents = "/home/user/Library/LaunchAgents/com.zelto.teravolant.";
-const std::string kOpenedWith = " -unpackapp /opt/Teravolant.app/Contents/MacOS/teravolant";
+const std::string kProgram = "/opt/Teravolant.app/Contents/MacOS/";
+const std::string kClient = "/home/user/.teravolant/teravolant.app";
 
-void append(Lines& lines, const Lines& more) {
-    lines.insert(lines.end(), more.begin(), more.end());
+std::string firstInstallation(const std::string& agent) {
+    const std::string file =
+        "/home/user/Library/LaunchAgents/com.zelto.teravolant." + agent + ".plist. Returned:\n\n";
+    return "Call file:///bin/launchctl load " + file + "Call file:///bin/launchctl start " + file;
 }
 
-Lines firstInstallation(const std::string& agent) {
-    const std::string file = kAgents + agent + ".plist. Returned:";
-    return {"Call file:///bin/launchctl load " + file, "",
-            "Call file:///bin/launchctl start " + file, ""};
+std::string settling(bool folder, bool instance, bool checkOnly) {
+    const std::string path = "'" + kClient + "/Contents/MacOS/teravolant' ";
+    if (instance && !folder) {
+        return "WARNING: a teravolant instance is already running and will be killed!\n"
+               "Cmd: ps -ax -o pid=,exe= | grep " +
+               path + "| awk '{print($1)}'\nCmd: kill -9 ID\n";
+    }
+    const std::string warning = "WARNING: a teravolant instance is already running!\n";
+    if (checkOnly) {
+        return instance ? warning : "";
+    }
+    return instance ? warning + "sendTeravolantCommand\nCmd: " + path + "\n"
+           : folder ? "WARNING: the teravolant directory already exists and will be removed!\n"
+                      "Cmd: rm -rf '/home/user/.teravolant'\n"
+                    : "INFO: brisklink can be launched!.\n";
 }
 
-Lines settlingLines(ClientState state, bool checkAndUpdateOnly) {
-    switch (state) {
-        case ClientState::nothing:
-            return checkAndUpdateOnly ? Lines{} : Lines{"INFO: brisklink can be launched!."};
-        case ClientState::instance:
-            return {"WARNING: a teravolant instance is already running and will be killed!",
-                    "Cmd: ps -ax -o pid=,exe= | grep '/home/user/.teravolant/teravolant.app/"
-                    "Contents/MacOS/teravolant' | awk '{print($1)}'",
-                    "Cmd: kill -9 PID"};
-        case ClientState::folder:
-            return checkAndUpdateOnly
-                       ? Lines{}
-                       : Lines{
-                             "WARNING: the teravolant directory already exists and will be "
-                             "removed!",
-                             "Cmd: rm -rf '/home/user/.teravolant'"};
-        case ClientState::folderAndInstance:
-            break;
-    }
-    Lines lines = {"WARNING: a teravolant instance is already running!"};
-    if (!checkAndUpdateOnly) {
-        append(lines, {"sendTeravolantCommand",
-                       "Cmd: '/home/user/.teravolant/teravolant.app/Contents/MacOS/teravolant' "});
-    }
-    return lines;
+std::string launch(bool clientStays, const std::string& arguments) {
+    return "TeravolantAppDelegate::checkInitParameters: not installed app: " + kProgram +
+           "Teravolant\nlaunchTeravolant\n" +
+           (clientStays ? ""
+                        : "Cmd: mkdir '/home/user/.teravolant'\nCmd: tar xzf '" + kProgram +
+                              "../Resources/client.tar.gz' -C '/home/user/.teravolant'\n") +
+           "Cmd: open -a '" + kClient + "' --args " + arguments + " -unpackapp " + kProgram +
+           "teravolant\n";
 }
 
-Lines launchLines(ClientState state, const std::string& arguments) {
-    Lines lines = {
-        "TeravolantAppDelegate::checkInitParameters: not installed app: "
-        "/opt/Teravolant.app/Contents/MacOS/Teravolant",
-        "launchTeravolant"};
-    if (state != ClientState::folderAndInstance) {
-        append(lines, {"Cmd: mkdir '/home/user/.teravolant'",
-                       "Cmd: tar xzf '/opt/Teravolant.app/Contents/MacOS/../Resources/"
-                       "client.tar.gz' -C '/home/user/.teravolant'"});
-    }
-    lines.push_back("Cmd: open -a '/home/user/.teravolant/teravolant.app' --args " + arguments +
-                    kOpenedWith);
-    return lines;
-}
-
-std::string preparation(ClientState state) {
-    switch (state) {
-        case ClientState::nothing:
-            return "";
-        case ClientState::instance:
-            return "start_client before; rm -rf ~/.teravolant\n";
-        case ClientState::folder:
-            return "unpack; touch ~/.teravolant/stale\n";
-        case ClientState::folderAndInstance:
-            return "start_client before; touch ~/.teravolant/stale\n";
-    }
-    return "";
+std::string update(bool isOn) {
+    const std::string checks = "[ClientUpdater::startChecksImmediately] ";
+    return (isOn
+                ? "[TeravolantAppDelegate::updateToLatestVersion] bundleVersion=" TERAVOLANT_VERSION
+                  "\n" +
+                      checks + "do CheckUpdate\n" + checks + "wait CheckUpdate result 0\n"
+                : "Update is off, closing the app.\n") +
+           "[TeravolantAppDelegate::applicationWillTerminate]\n" + firstInstallation("autorun");
 }
 
 TEST_P(RunSequence, RunsItsCommandsLogsThemInOrderAndLeavesWhatItShould) {
-    const auto& [user, setting, state, checkAndUpdateOnly] = GetParam();
+    const auto& [user, setting, folder, instance, checkOnly] = GetParam();
     const bool root = user == Sandbox::User::superuser;
-    const bool stops =
-        checkAndUpdateOnly && (state == ClientState::nothing || state == ClientState::folder);
+    const bool stops = !root && checkOnly && !instance;
     const bool launches = !root && !stops;
+    const bool clientStays = folder && instance;
+    const std::string arguments = setting.arguments + (checkOnly ? "--checkAndUpdateOnly " : "");
+    const std::string preference = "prefer $all_users AutoUpdateEnable '" + setting.value + "'\n";
 
-    Sandbox sandbox(user);
-    if (setting.autoUpdateEnable) {
-        Sandbox::writePreference(sandbox.machineConfiguration(), kAllUsersDomain,
-                                 "AutoUpdateEnable", *setting.autoUpdateEnable);
-    }
-    std::string arguments = setting.notUpdateOption ? "--notupdate " : "";
-    arguments += checkAndUpdateOnly ? "--checkAndUpdateOnly " : "";
-    const auto outcome = sandbox.run(
-        preparation(state) + "before=$(clients); $launcher " + arguments +
-        "2> /dev/null; status=$?; echo; echo \"before=$before after=$(clients)\"; exit $status");
+    // What depends on the build's addresses and on the network is taken out of the log.
+    const std::string seen = Sandbox(user).run(
+        (setting.value.empty() ? "" : preference) + (instance ? "start_client\n" : "unpack\n") +
+        (folder ? "touch ~/.teravolant/stale\n" : "rm -rf ~/.teravolant\n") +
+        "before=$(clients); $launcher " + arguments + R"sh(> /dev/null 2>&1; status=$?
+        sed -E 's/^[0-9]{4}-[-0-9: ]{14}: //; s/kill -9 [0-9]+$/kill -9 ID/
+            /updateToLatestVersion. NSURL/d; /^Error checking for updates: Error Domain=/d
+            /infoUpdateServer = [(]null[)]/d; /infoUpdateServer = [{]/,/^[}]/d' "$log"
+        printf "status=$status clients=$(clients | wc -l)"
+        test "$(clients)" = "$before" && printf " same"
+        test -e ~/.teravolant/stale && printf " stale"
+        grep -qs AutoUpdateEnable $all_users && printf " AutoUpdateEnable"
+        grep -qs forceSetupInstall $own && printf " forceSetupInstall"; echo)sh");
 
-    Lines expected = {"Teravolant TeravolantApp Unpacker: Version " + kVersion};
-    if (root) {
-        append(expected, {"INFO: root user is not allowed to store agent!.", "Running as root"});
-    } else {
-        append(expected, firstInstallation("agent"));
-        append(expected, {std::string("Auto update: ") + (setting.autoUpdate ? "YES" : "NO"),
-                          "Teravolant Client folder: /home/user/.teravolant"});
-        append(expected, settlingLines(state, checkAndUpdateOnly));
-    }
-    if (launches) {
-        append(expected, launchLines(state, arguments));
-        const bool updateIsOff = setting.notUpdateOption || !setting.autoUpdate;
-        append(
-            expected,
-            updateIsOff
-                ? Lines{"Update is off, closing the app."}
-                : Lines{"[TeravolantAppDelegate::updateToLatestVersion] bundleVersion=" + kVersion,
-                        "[ClientUpdater::startChecksImmediately] do CheckUpdate",
-                        "[ClientUpdater::startChecksImmediately] wait CheckUpdate result 0"});
-        append(expected, {"[TeravolantAppDelegate::applicationWillTerminate]"});
-        append(expected, firstInstallation("autorun"));
-    }
-    Lines actual = sandbox.log();
-    for (std::string& line : actual) {
-        line = std::regex_replace(line, std::regex("kill -9 [0-9]+$"), "kill -9 PID");
-    }
-    std::erase_if(actual, [](const std::string& line) {
-        return line.starts_with("[TeravolantAppDelegate::updateToLatestVersion] info") ||
-               line.starts_with("[TeravolantAppDelegate::updateToLatestVersion] NSURL") ||
-               line.starts_with("Error checking for updates: Error Domain=");
-    });
-    EXPECT_EQ(actual, expected);
-    EXPECT_EQ(outcome.status, stops && !root ? 1 : 0) << outcome.output;
-
-    const bool runningBefore =
-        state == ClientState::instance || state == ClientState::folderAndInstance;
-    const bool sameClient = runningBefore && (!launches || state == ClientState::folderAndInstance);
-    std::smatch clients;
-    ASSERT_TRUE(
-        std::regex_search(outcome.output, clients, std::regex("before=([0-9]*) after=([0-9]*)\n")))
-        << outcome.output;
-    EXPECT_EQ(clients[1] == clients[2], sameClient || (!runningBefore && !launches));
-    EXPECT_EQ(clients[2].length() > 0, launches || runningBefore);
-
-    const auto ownFolder = sandbox.home() / ".config";
-    const bool unpacks = launches && state != ClientState::folderAndInstance;
-    EXPECT_EQ(Sandbox::preferences(ownFolder, kOwnDomain).count("forceSetupInstall"), unpacks);
-    EXPECT_EQ(
-        std::filesystem::exists(sandbox.home() / ".teravolant" / "stale"),
-        state == ClientState::folderAndInstance || (state == ClientState::folder && !launches));
-    EXPECT_EQ(Sandbox::preferences(sandbox.machineConfiguration(), kAllUsersDomain)
-                  .count("AutoUpdateEnable"),
-              setting.autoUpdateEnable && !root);
+    const std::string ownLines =
+        root ? "INFO: root user is not allowed to store agent!.\nRunning as root\n"
+             : firstInstallation("agent") + "Auto update: " + (setting.isOn ? "YES" : "NO") +
+                   "\nTeravolant Client folder: /home/user/.teravolant\n" +
+                   settling(folder, instance, checkOnly);
+    EXPECT_EQ(seen,
+              "Teravolant TeravolantApp Unpacker: Version " TERAVOLANT_VERSION "\n" + ownLines +
+                  (launches ? launch(clientStays, arguments) +
+                                  update(setting.isOn && setting.arguments.empty())
+                            : "") +
+                  "status=" + (stops ? "1" : "0") + " clients=" +
+                  (launches || instance ? "1" : "0") + (launches && !clientStays ? "" : " same") +
+                  (clientStays || (folder && !launches) ? " stale" : "") +
+                  (!setting.value.empty() && !root ? " AutoUpdateEnable" : "") +
+                  (launches && !clientStays ? " forceSetupInstall" : "") + "\n");
 }
 
 std::string nameOf(const ::testing::TestParamInfo<Case>& info) {
-    const auto& [user, setting, state, checkAndUpdateOnly] = info.param;
-    return std::string(user == Sandbox::User::superuser ? "Root" : "User") + "_" + setting.name +
-           "_State" + std::to_string(static_cast<int>(state)) +
-           (checkAndUpdateOnly ? "_CheckOnly" : "");
+    const auto& [user, setting, folder, instance, checkOnly] = info.param;
+    return (user == Sandbox::User::superuser ? "Root_" : "User_") + setting.name +
+           (folder ? "_Folder" : "") + (instance ? "_Instance" : "") +
+           (checkOnly ? "_CheckOnly" : "");
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Starts, RunSequence,
-    ::testing::Combine(::testing::Values(Sandbox::User::superuser, Sandbox::User::ordinary),
-                       ::testing::ValuesIn(kUpdateSettings),
-                       ::testing::Values(ClientState::nothing, ClientState::instance,
-                                         ClientState::folder, ClientState::folderAndInstance),
-                       ::testing::Bool()),
-    nameOf);
+INSTANTIATE_TEST_SUITE_P(Starts, RunSequence,
+                         ::testing::Combine(::testing::Values(Sandbox::User::superuser,
+                                                              Sandbox::User::ordinary),
+                                            ::testing::ValuesIn(kUpdateSettings), ::testing::Bool(),
+                                            ::testing::Bool(), ::testing::Bool()),
+                         nameOf);
 
 }  // namespace
 }  // namespace teravolant::fixtures

@@ -30,11 +30,6 @@ class DrivenUpdater : public ClientUpdater {
     }
 };
 
-int fail(const platform::Error& error) {
-    std::cout << printedForm(error) << std::endl;
-    return 1;
-}
-
 int drive(const std::string& feed) {
     const Bundle& bundle = Bundle::mainBundle();
     const auto version =
@@ -44,19 +39,15 @@ int drive(const std::string& feed) {
 
     DrivenUpdater updater{platform::URLRequest{std::optional(platform::URL(feed + "?" + version))}};
     const auto found = updater.runLocked();
-    if (!found) {
-        return fail(found.error());
-    }
-    if (!found.value()) {
-        std::cout << "no update" << std::endl;
-        return 0;
-    }
     const auto cache = platform::cachesDirectory() / bundle.bundleIdentifier().value_or("");
-    if (const auto error = installStagedUpdate(cache, *found.value())) {
-        return fail(*error);
-    }
-    std::cout << "installed " << found.value()->version << std::endl;
-    return 0;
+    const auto error = !found          ? std::optional(found.error())
+                       : found.value() ? installStagedUpdate(cache, *found.value())
+                                       : std::nullopt;
+    std::cout << (error           ? printedForm(*error)
+                  : found.value() ? "installed " + found.value()->version
+                                  : "no update")
+              << std::endl;
+    return error ? 1 : 0;
 }
 
 }  // namespace

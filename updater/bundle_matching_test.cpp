@@ -15,10 +15,14 @@ using Lines = std::vector<std::string>;
 const std::string kOperation = "[ClientUpdater::updateBundleMatchingCurrentApplicationInDirectory]";
 const std::string kIdentity = TEST_BUNDLE_IDENTIFIER;
 
+std::string candidateLine(const std::string& identity) {
+    return kOperation + " update id=" + identity + ", now id=" + kIdentity;
+}
+
 class BundleMatching : public ::testing::Test {
   protected:
     /// Makes an application bundle; one with an empty identity has none.
-    void addBundle(const fs::path& path, const std::string& identity) const {
+    void addBundle(const fs::path& path, const std::string& identity = kIdentity) const {
         PropertyListValue::Dictionary information;
         if (!identity.empty()) {
             information.emplace("CFBundleIdentifier", identity);
@@ -26,111 +30,72 @@ class BundleMatching : public ::testing::Test {
         folder.write(path / "Contents/Info.plist", platform::serialisePropertyList(information));
     }
 
-    [[nodiscard]] std::string urlOf(const fs::path& item) const {
-        return platform::fileUrl(folder.path() / item);
-    }
-
-    /// What the search found, relative to the folder, or the description of its error; and the log
-    /// lines behind the first, which is always the same.
-    std::string search() {
+    /// Expects what the search finds, relative to the folder, or that it finds nothing when that is
+    /// empty, and the log's lines behind the first, which is always the same, in any order.
+    void expectFound(const std::string& expected, Lines lines) const {
         const fixtures::LogReader log;
-        const ClientUpdater updater{platform::URLRequest()};
-        const auto signal =
-            updater.updateBundleMatchingCurrentApplicationInDirectory(folder.path());
-        EXPECT_EQ(log.entries(), Lines{kOperation});
-        EXPECT_EQ(signal.name(),
-                  "<ClientUpdater> -applicationBundleMatchingCurrentApplicationInDirectory: " +
-                      platform::fileUrl(folder.path()));
-        const auto found = signal.subscribe();
-        lines = log.entries();
-        lines.erase(lines.begin());
+        const auto found = ClientUpdater(platform::URLRequest())
+                               .updateBundleMatchingCurrentApplicationInDirectory(folder.path())
+                               .subscribe();
         if (found) {
-            return found.value().bundlePath().lexically_relative(folder.path());
+            EXPECT_EQ(found.value().bundlePath().lexically_relative(folder.path()), expected);
+        } else {
+            EXPECT_EQ(expected, "");
+            EXPECT_EQ(found.error().domain, platform::SQRLUpdaterErrorDomain);
+            EXPECT_EQ(found.error().code, platform::SQRLUpdaterErrorMissingUpdateBundle);
+            EXPECT_EQ(found.error().localizedDescription, "Could not locate update bundle for " +
+                                                              kIdentity + " within " +
+                                                              platform::fileUrl(folder.path()));
         }
-        EXPECT_EQ(found.error().domain, platform::SQRLUpdaterErrorDomain);
-        EXPECT_EQ(found.error().code, platform::SQRLUpdaterErrorMissingUpdateBundle);
-        EXPECT_TRUE(found.error().userInfo.empty());
-        return found.error().localizedDescription;
-    }
-
-    static std::string candidateLine(const std::string& identity) {
-        return kOperation + " update id=" + identity + ", now id=" + kIdentity;
-    }
-
-    [[nodiscard]] std::string nothingFound() const {
-        return "Could not locate update bundle for " + kIdentity + " within " +
-               platform::fileUrl(folder.path());
+        Lines entries = log.entries();
+        ASSERT_EQ(entries.size(), lines.size() + 1);
+        EXPECT_EQ(entries[0], kOperation);
+        std::sort(entries.begin() + 1, entries.end());
+        for (std::size_t line = 0; line < lines.size(); ++line) {
+            EXPECT_TRUE(entries[line + 1].starts_with(lines[line])) << entries[line + 1];
+        }
     }
 
     const fixtures::TemporaryFolder folder;
-    Lines lines;
 };
 
-TEST_F(BundleMatching, TakesTheFirstThatMatchesInTheFoldersOwnOrder) {
-    for (const char* name : {"a.app", "b.app", "c.app"}) {
-        addBundle(name, "other");
-    }
-    std::vector<fs::path> order;
-    for (const auto& item : fs::directory_iterator(folder.path())) {
-        order.push_back(item.path().filename());
-    }
-    addBundle(order[1], kIdentity);
-    addBundle(order[2], kIdentity);
-    EXPECT_EQ(search(), order[1]);
-    EXPECT_EQ(lines, (Lines{candidateLine("other"), candidateLine(kIdentity)}));
-}
-
 TEST_F(BundleMatching, FindsABundleInOrdinaryFoldersWhateverTheCaseOfItsExtension) {
-    addBundle("a/b.framework/c.application/New build.aPP", kIdentity);
+    addBundle("a/b.framework/c.application/New build.aPP");
     folder.write("file.app", "");
     folder.write("a/file", "");
-    EXPECT_EQ(search(), "a/b.framework/c.application/New build.aPP");
-    EXPECT_EQ(lines, Lines{candidateLine(kIdentity)});
+    expectFound("a/b.framework/c.application/New build.aPP", {candidateLine(kIdentity)});
 }
 
 TEST_F(BundleMatching, LeavesOutHiddenItemsPackageContentsAndLinksInSilence) {
-    addBundle(".hidden.app", kIdentity);
-    addBundle(".folder/a.app", kIdentity);
-    addBundle("outer.app/Contents/Resources/inner.app", kIdentity);
+    expectFound("", {});
+    addBundle(".hidden.app");
+    addBundle(".folder/a.app");
+    addBundle("outer.app/Contents/Resources/inner.app");
     addBundle("outer.app", "other");
-    const fixtures::TemporaryFolder outside;
-    fs::create_directory(outside.path() / "a.app");
     fs::create_directory_symlink(folder.path() / ".hidden.app", folder.path() / "linked.app");
+    fs::create_directory_symlink(folder.path() / ".folder", folder.path() / "linked");
     fs::create_directory_symlink(folder.path(), folder.path() / "loop");
-    fs::create_directory_symlink(outside.path(), folder.path() / "outside");
-    EXPECT_EQ(search(), nothingFound());
-    EXPECT_EQ(lines, Lines{candidateLine("other")});
+    expectFound("", {candidateLine("other")});
 }
 
 TEST_F(BundleMatching, NamesWhatItCanNotReadAndGoesOn) {
-    addBundle("locked/a.app", kIdentity);
+    addBundle("locked/a.app");
     fs::permissions(folder.path() / "locked", fs::perms::none);
     fs::create_directory(folder.path() / "broken.app");
     addBundle("anonymous.app", "");
-    addBundle(".outside", kIdentity);
+    addBundle(".outside");
     fs::create_directory(folder.path() / "borrowed.app");
     fs::create_directory_symlink(folder.path() / ".outside/Contents",
                                  folder.path() / "borrowed.app/Contents");
-    EXPECT_EQ(search(), nothingFound());
-    fs::permissions(folder.path() / "locked", fs::perms::owner_all);
-
-    std::sort(lines.begin(), lines.end());
-    ASSERT_EQ(lines.size(), 4U);
-    EXPECT_EQ(lines[0], "Could not open application bundle at " + urlOf("borrowed.app"));
-    EXPECT_EQ(lines[1], "Could not open application bundle at " + urlOf("broken.app"));
-    EXPECT_TRUE(lines[2].starts_with("Error enumerating item " + urlOf("locked") +
-                                     " within directory " + platform::fileUrl(folder.path()) +
-                                     ": Error Domain=NSCocoaErrorDomain Code=257 \""))
-        << lines[2];
-    EXPECT_EQ(lines[3], candidateLine("(null)"));
-}
-
-TEST_F(BundleMatching, EmptyOrMissingFolderHoldsNothing) {
-    EXPECT_EQ(search(), nothingFound());
-    EXPECT_EQ(lines, Lines());
-    fs::remove(folder.path());
-    EXPECT_EQ(search(), nothingFound());
-    EXPECT_EQ(lines.size(), 1U);
+    const std::string url = platform::fileUrl(folder.path());
+    expectFound(
+        "",
+        {"Could not open application bundle at " +
+             platform::fileUrl(folder.path() / "borrowed.app"),
+         "Could not open application bundle at " + platform::fileUrl(folder.path() / "broken.app"),
+         "Error enumerating item " + platform::fileUrl(folder.path() / "locked") +
+             " within directory " + url + ": Error Domain=NSCocoaErrorDomain Code=257 \"",
+         candidateLine("(null)")});
 }
 
 }  // namespace
