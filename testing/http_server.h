@@ -61,9 +61,6 @@ class HttpServer {
     /// The requests so far, in the order in which they came.
     [[nodiscard]] std::vector<ReceivedRequest> requests() const;
 
-    /// Blocks until that many connections were accepted.
-    void waitForConnections(std::size_t count) const;
-
     /// Blocks until the server waits in a stalled or silent answer.
     void waitForStall() const;
 
