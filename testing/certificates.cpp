@@ -9,33 +9,29 @@
 namespace teravolant::fixtures {
 namespace {
 
-constexpr const char* kAuthority = "Authority of a test";
-
-/// An identity with one extension, signed by the issuer, or by itself.
-ServerIdentity newIdentity(const char* name, int extensionKind, const std::string& extension,
-                           std::chrono::system_clock::time_point start, evp_pkey_st* issuer) {
+/// An identity with a name of its own and one extension, signed by the issuer, or by itself.
+ServerIdentity newIdentity(int extensionKind, const std::string& extension,
+                           std::chrono::system_clock::time_point start,
+                           const ServerIdentity* issuer = nullptr) {
     constexpr long kDay = 24L * 60 * 60;
     static long serialNumber = 0;
     ServerIdentity identity{{X509_new(), X509_free}, {EVP_EC_gen("P-256"), EVP_PKEY_free}};
     X509* certificate = identity.certificate.get();
-    const auto addTo = [](X509_NAME* field, const char* text) {
-        X509_NAME_add_entry_by_txt(field, "CN", MBSTRING_UTF8,
-                                   reinterpret_cast<const unsigned char*>(text), -1, -1, 0);
-    };
-    addTo(X509_get_subject_name(certificate), name);
-    addTo(X509_get_issuer_name(certificate), kAuthority);
+    const ServerIdentity& signer = issuer != nullptr ? *issuer : identity;
+    const std::string name = "Name " + std::to_string(++serialNumber);
+    X509_NAME_add_entry_by_txt(X509_get_subject_name(certificate), "CN", MBSTRING_UTF8,
+                               reinterpret_cast<const unsigned char*>(name.c_str()), -1, -1, 0);
+    X509_set_issuer_name(certificate, X509_get_subject_name(signer.certificate.get()));
     X509_set_version(certificate, X509_VERSION_3);
-    ASN1_INTEGER_set(X509_get_serialNumber(certificate), ++serialNumber);
+    ASN1_INTEGER_set(X509_get_serialNumber(certificate), serialNumber);
     const std::time_t middle = std::chrono::system_clock::to_time_t(start);
     ASN1_TIME_set(X509_getm_notBefore(certificate), middle - kDay);
     ASN1_TIME_set(X509_getm_notAfter(certificate), middle + kDay);
     X509_set_pubkey(certificate, identity.privateKey.get());
-    const std::unique_ptr<X509_EXTENSION, decltype(&X509_EXTENSION_free)> added(
-        X509V3_EXT_conf_nid(nullptr, nullptr, extensionKind, extension.c_str()),
-        X509_EXTENSION_free);
-    if (X509_add_ext(certificate, added.get(), -1) != 1 ||
-        X509_sign(certificate, issuer != nullptr ? issuer : identity.privateKey.get(),
-                  EVP_sha256()) == 0) {
+    X509_EXTENSION* added = X509V3_EXT_conf_nid(nullptr, nullptr, extensionKind, extension.c_str());
+    X509_add_ext(certificate, added, -1);
+    X509_EXTENSION_free(added);
+    if (X509_sign(certificate, signer.privateKey.get(), EVP_sha256()) == 0) {
         throw std::runtime_error("no certificate could be made");
     }
     return identity;
@@ -44,8 +40,8 @@ ServerIdentity newIdentity(const char* name, int extensionKind, const std::strin
 }  // namespace
 
 CertificateAuthority::CertificateAuthority()
-    : _own(newIdentity(kAuthority, NID_basic_constraints, "critical,CA:TRUE",
-                       std::chrono::system_clock::now(), nullptr)) {}
+    : _own(newIdentity(NID_basic_constraints, "critical,CA:TRUE",
+                       std::chrono::system_clock::now())) {}
 
 std::string CertificateAuthority::certificate() const {
     const std::unique_ptr<BIO, decltype(&BIO_free)> output(BIO_new(BIO_s_mem()), BIO_free);
@@ -57,8 +53,7 @@ std::string CertificateAuthority::certificate() const {
 
 ServerIdentity CertificateAuthority::issue(const std::string& names,
                                            std::chrono::system_clock::time_point start) const {
-    return newIdentity("Server of a test", NID_subject_alt_name, names, start,
-                       _own.privateKey.get());
+    return newIdentity(NID_subject_alt_name, names, start, &_own);
 }
 
 }  // namespace teravolant::fixtures

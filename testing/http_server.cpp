@@ -167,11 +167,6 @@ struct HttpServer::State {
     }
 };
 
-std::string ReceivedRequest::header(const std::string& name) const {
-    const auto found = headers.find(name);
-    return found != headers.end() ? found->second : "";
-}
-
 HttpServer::HttpServer(Handler handler, std::optional<ServerIdentity> identity)
     : _state(std::make_unique<State>()) {
     _state->handler = std::move(handler);

@@ -20,7 +20,10 @@ struct ReceivedRequest {
     std::string body;
 
     /// Empty when the request has none of that name (in lower case).
-    [[nodiscard]] std::string header(const std::string& name) const;
+    [[nodiscard]] std::string header(const std::string& name) const {
+        const auto found = headers.find(name);
+        return found == headers.end() ? "" : found->second;
+    }
 };
 
 /// What the server sends for one request, and where it misbehaves. It closes the connection after
