@@ -2,9 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <csignal>
 #include <cstdio>
-#include <thread>
 
 #include "platform/bundle.h"
 #include "platform/process.h"
@@ -33,63 +34,40 @@ class PrintingDelegate : public ApplicationDelegate {
     application.run();
 }
 
-void raiseEach(const std::vector<int>& signals) {
-    for (const int signal : signals) {
-        raise(signal);
-    }
-}
-
-TEST(Application, CarriesOutWorkOfOtherThreadsOnTheMainThreadInOrder) {
-    EXPECT_EXIT(runWith([] {
-                    std::thread([main = std::this_thread::get_id()] {
-                        Application& application = Application::sharedApplication();
-                        for (const char* text : {"a", "b", "c"}) {
-                            application.dispatchAsyncOnMainQueue([=] {
-                                std::fputs(main == std::this_thread::get_id() ? text : "?", stderr);
-                            });
-                        }
-                        application.dispatchAsyncOnMainQueue([&] { application.terminate(); });
-                    }).detach();
-                }),
-                ::testing::ExitedWithCode(0), "^launch abcterminate$");
-}
-
 TEST(Application, TakesASignalForATerminationRequestAndTheSameAgainForTheEnd) {
     struct Row {
         std::vector<int> before;  ///< The signals before the launch, and during it.
         std::vector<int> during;
         std::vector<const char*> commands;  ///< Of a shell, after them.
-        const char* printed = "^launch terminate$";
         bool isKilled = false;
+        const char* printed = "^launch terminate$";
     };
     const Row table[] = {
         {{}, {SIGTERM}, {}},
         {{}, {SIGINT}, {}},
         {{}, {SIGHUP}, {}},
-        {{SIGTERM}, {}, {}, "^terminate$"},
-        {{}, {SIGINT, SIGINT}, {}, "^launch $", true},
+        {{SIGTERM}, {}, {}, false, "^terminate$"},
+        {{}, {SIGINT, SIGINT}, {}, true, "^launch $"},
         {{}, {SIGPIPE, SIGPIPE, SIGXFSZ, SIGXFSZ, SIGTERM}, {}},
         {{}, {}, {"exit 1", "kill -INT $$"}},
         {{}, {}, {"sh -c 'kill -INT $$'; exit $?"}},
-        {{}, {}, {"kill -INT $$", "kill -INT $$"}, "^launch $", true},
+        {{}, {}, {"kill -INT $$", "kill -INT $$"}, true, "^launch $"},
     };
     for (const Row& row : table) {
         SCOPED_TRACE(&row - table);
         const auto start = [&row] {
             Application::sharedApplication();
-            raiseEach(row.before);
+            std::ranges::for_each(row.before, raise);
             runWith([&row] {
-                raiseEach(row.during);
-                for (const char* command : row.commands) {
-                    runShellCommand(command);
-                }
+                std::ranges::for_each(row.during, raise);
+                std::ranges::for_each(row.commands, runShellCommand);
             });
         };
-        if (row.isKilled) {
-            EXPECT_EXIT(start(), ::testing::KilledBySignal(SIGINT), row.printed);
-        } else {
-            EXPECT_EXIT(start(), ::testing::ExitedWithCode(0), row.printed);
-        }
+        const auto endsWell = [&row](int status) {
+            return row.isKilled ? ::testing::KilledBySignal(SIGINT)(status)
+                                : ::testing::ExitedWithCode(0)(status);
+        };
+        EXPECT_EXIT(start(), endsWell, row.printed);
     }
 }
 
@@ -105,7 +83,7 @@ TEST(Application, LeavesASignalIgnoredAndUnblocksThoseThatItLivesOn) {
             for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGCHLD}) {
                 std::fputs(sigismember(&blocked, signal) == 1 ? "blocked " : "open ", stderr);
             }
-            raiseEach({SIGHUP, SIGHUP, SIGTERM});
+            std::ranges::for_each(std::array{SIGHUP, SIGHUP, SIGTERM}, raise);
         });
     };
     EXPECT_EXIT(start(), ::testing::ExitedWithCode(0), "^launch open open open open terminate$");
@@ -113,17 +91,13 @@ TEST(Application, LeavesASignalIgnoredAndUnblocksThoseThatItLivesOn) {
 
 TEST(Application, PutsItsHelpersOnAPathWithoutEmptyEntries) {
     const std::string helpers = Bundle::mainBundle().helpersPath();
-    for (const auto& [before, after] : std::map<std::string, std::string>{
-             {"::", "/usr/local/bin:/usr/bin:/bin"}, {":" + helpers + ":/a::b/c:", "/a:b/c"}}) {
-        const auto start = [path = before] {
-            setenv("PATH", path.c_str(), 1);
-            Application::sharedApplication();
-            std::fputs(getenv("PATH"), stderr);
-            std::_Exit(0);
-        };
-        EXPECT_EXIT(start(), ::testing::ExitedWithCode(0),
-                    std::string("^").append(helpers).append(":").append(after).append("$"));
-    }
+    const auto start = [&helpers] {
+        setenv("PATH", (":" + helpers + ":/a::b/c:").c_str(), 1);
+        Application::sharedApplication();
+        std::fputs(getenv("PATH"), stderr);
+        std::_Exit(0);
+    };
+    EXPECT_EXIT(start(), ::testing::ExitedWithCode(0), "^" + helpers + ":/a:b/c$");
 }
 
 }  // namespace

@@ -33,14 +33,11 @@ TEST_F(Files, ACopyHasTheContentsAndThePermissionsAndReplacesNothing) {
 TEST_F(Files, FailuresCarryTheCodeOfTheirReason) {
     _folder.write("closed/file", "");
     fs::permissions(path("closed"), fs::perms::none);
-    const fs::path longName = path(std::string(300, 'n'));
-    EXPECT_EQ(attributesOfItem(path("none")).error().code, NSFileReadNoSuchFileError);
     EXPECT_EQ(attributesOfItem(path("closed/file")).error().code, NSFileReadNoPermissionError);
-    EXPECT_EQ(attributesOfItem(longName).error().code, NSFileReadInvalidFileNameError);
     EXPECT_EQ(contentsOfFile(_folder.path()).error().code, NSFileReadUnknownError);
-    EXPECT_EQ(removeItem(path("none"))->code, NSFileNoSuchFileError);
     EXPECT_EQ(appendToFile(path("closed/file"), "x")->code, NSFileWriteNoPermissionError);
-    EXPECT_EQ(appendToFile(longName, "x")->code, NSFileWriteInvalidFileNameError);
+    EXPECT_EQ(appendToFile(path(std::string(300, 'n')), "x")->code,
+              NSFileWriteInvalidFileNameError);
     EXPECT_EQ(appendToFile("/etc/motd", "x")->code, NSFileWriteVolumeReadOnlyError);
     EXPECT_EQ(appendToFile("/dev/full", "x")->code, NSFileWriteOutOfSpaceError);
 }

@@ -54,24 +54,6 @@ class Http : public testing::Test {
     std::filesystem::path trusted = folder.path() / "trusted.pem";
 };
 
-TEST_F(Http, BodiesArriveWholeHoweverTheyAreSent) {
-    std::string large(std::size_t{3} << 20U, '\0');
-    for (std::size_t place = 0; place < large.size(); ++place) {
-        large[place] = static_cast<char>(place * 31 + place / 257);
-    }
-    for (const std::string& body : {std::string(), large}) {
-        for (const auto& [chunked, secure] :
-             {std::pair{false, false}, {true, false}, {false, true}}) {
-            const HttpServer server(always({.body = body, .chunked = chunked}), identity(secure));
-            const auto whole = sendHttpRequest({.url = server.url("/feed?version=1")});
-            ASSERT_TRUE(whole) << whole.error().localizedDescription;
-            EXPECT_TRUE(whole.value().body == body);
-            EXPECT_EQ(whole.value().contentLength.has_value(), !chunked);
-            EXPECT_EQ(server.requests().at(0).target, "/feed?version=1");
-        }
-    }
-}
-
 TEST_F(Http, NothingThatACallerPutsIntoAHeaderBecomesAnother) {
     const HttpServer server(always({}));
     ASSERT_TRUE(sendHttpRequest({.url = server.url("/"), .headers = {{"X-Empty", ""}}}));
@@ -237,19 +219,6 @@ TEST_F(Http, ConnectingHasALimitOfItsOwn) {
     expectFailure(
         sendHttpRequest({.url = "https" + server.url("/").substr(4)}, {.connectTimeout = 50ms}),
         NSURLErrorTimedOut);
-}
-
-TEST_F(Http, AReceiverEndsTheTransferOfAContentWithItsOwnError) {
-    const auto refuse = [](const auto&) { return std::optional(Error{"disk", 28, "full"}); };
-    const auto take = [](const auto&) { return std::optional<Error>(); };
-    for (const int status : {200, 404}) {
-        const HttpServer server(always({.status = status, .body = "body", .stallAfter = 2}));
-        for (const HttpBodyReceiver& receiver :
-             {HttpBodyReceiver{refuse, take}, HttpBodyReceiver{take, refuse}}) {
-            const auto answer = streamHttpBody({.url = server.url("/")}, receiver);
-            EXPECT_EQ(answer ? "" : answer.error().domain, status == 200 ? "disk" : "");
-        }
-    }
 }
 
 TEST(ResumptionValidators, AreStrongTagsElseDates) {

@@ -49,10 +49,5 @@ TEST(Process, ListingLeavesTheEnvironmentAndTheStandardOutputAsTheyWere) {
     EXPECT_EQ(::testing::internal::GetCapturedStdout(), "[|20]\n[|20]\n");
 }
 
-TEST(Process, ReportsWhatCanNotBeStarted) {
-    EXPECT_EQ(runToEndOfOutput("/missing", {}).launchError->code, NSFileNoSuchFileError);
-    EXPECT_EQ(launchDetached("/etc/passwd", {})->code, NSFileWriteNoPermissionError);
-}
-
 }  // namespace
 }  // namespace teravolant::platform

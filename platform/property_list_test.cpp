@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/printed_form.h"
-
 namespace teravolant::platform {
 namespace {
 
@@ -38,15 +36,6 @@ TEST(PropertyList, KeepsEveryKindOfValueThroughWritingAndReading) {
     EXPECT_EQ(read.value(), value);
 }
 
-TEST(PropertyList, ReadsTheBinaryForm) {
-    // {"a": true}
-    const std::string binary(
-        "bplist00\xD1\x01\x02\x51\x61\x09\x08\x0B\x0D\x00\x00\x00\x00\x00\x00\x01\x01\x00\x00\x00"
-        "\x00\x00\x00\x00\x03\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x0E",
-        49);
-    EXPECT_EQ(parsePropertyList(binary).value(), PropertyListValue(Dictionary{{"a", true}}));
-}
-
 TEST(PropertyList, RefusesWhatIsNotWhole) {
     for (const std::string& bytes :
          {std::string(), std::string("damaged"), std::string("bplist00"), xml(""),
@@ -57,27 +46,6 @@ TEST(PropertyList, RefusesWhatIsNotWhole) {
         EXPECT_EQ(read.error().code, NSFileReadCorruptFileError) << bytes.substr(0, 100);
     }
     EXPECT_TRUE(parsePropertyList(nested(64)));
-}
-
-TEST(PrintedForm, ShowsADictionaryAsABlockOfOneLineAKey) {
-    const PropertyListValue value =
-        Dictionary{{"an odd\"key\\", "two\nlines"},
-                   {"more", Array{true, std::int64_t{-5}, 0.5, Dictionary{{"a", ""}}}},
-                   {"date", PropertyListValue::Date(std::chrono::seconds(86399))},
-                   {"data", PropertyListValue::Data{1, 2}}};
-    EXPECT_EQ(printedForm(value), R"({
-    "an odd\"key\\" = "two\nlines";
-    data = <2 bytes>;
-    date = "1970-01-01 23:59:59 +0000";
-    more = (
-        1,
-        -5,
-        "0.5",
-        {
-            a = "";
-        }
-    );
-})");
 }
 
 }  // namespace

@@ -30,14 +30,5 @@ TEST(Scheduler, LeavesOutTheTicksThatItMissedAndEndsWithItsHandleOrItsOwner) {
     clock->awaitWaiting(0);
 }
 
-TEST(SystemClock, WaitsUntilTheTimeComesOrAStopIsRequested) {
-    std::stop_source stop;
-    const auto start = systemClock()->now();
-    EXPECT_TRUE(systemClock()->waitUntil(start + 1ms, stop.get_token()));
-    EXPECT_GE(systemClock()->now(), start + 1ms);
-    stop.request_stop();
-    EXPECT_FALSE(systemClock()->waitUntil(start + 1h, stop.get_token()));
-}
-
 }  // namespace
 }  // namespace teravolant::platform

@@ -8,15 +8,10 @@ namespace {
 TEST(URLComponents, MakeAURLOfThePartsThatAreThere) {
     const std::pair<URLComponents, std::string> table[] = {
         {{"http", "[::1]:80", "", {}}, "http://[::1]:80"},
-        {{"https", "a.example", "/a b/é?#", "q"}, "https://a.example/a%20b/%C3%A9%3F%23?q"},
-        {{"https", "user@a.example/b", "/c", {}}, "https://user%40a.example%2Fb/c"},
-        {{"https", {}, "/feed", "v=1"}, "https:/feed?v=1"},
-        {{"https", "a.example", {}, ""}, "https://a.example?"},
-        {{"https", "a.example", "feed", "v=1"}, "none"},
+        {{"https", "user@a.example/b", "/a b/é?#", "q"},
+         "https://user%40a.example%2Fb/a%20b/%C3%A9%3F%23?q"},
         {{"https", {}, "//feed", "v=1"}, "none"},
-        {{"ht tp", "a.example", "/feed", "v=1"}, "none"},
         {{"1s", "a.example", "/feed", "v=1"}, "none"},
-        {{"", "a.example", "/feed", "v=1"}, "none"},
     };
     for (const auto& [components, text] : table) {
         const auto url = components.url();
