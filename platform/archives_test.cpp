@@ -4,14 +4,13 @@
 
 #include <algorithm>
 #include <functional>
-#include <map>
-#include <sstream>
 
 #include <archive.h>
 #include <archive_entry.h>
 #include <gtest/gtest.h>
 
 #include "platform/files.h"
+#include "platform/process.h"
 #include "testing/temporary_folder.h"
 
 namespace teravolant::platform {
@@ -87,22 +86,13 @@ void writeArchive(const fs::path& path, const Format& format,
     ASSERT_EQ(archive_write_free(writer), ARCHIVE_OK);
 }
 
-/// What stands below the folder: kind and permissions, contents or target, by relative path.
-std::map<std::string, std::string> treeOf(const fs::path& folder) {
-    std::map<std::string, std::string> tree;
-    for (const auto& item : fs::recursive_directory_iterator(folder)) {
-        struct stat status {};
-        lstat(item.path().c_str(), &status);
-        std::ostringstream text;
-        text << std::oct << (S_ISLNK(status.st_mode) ? S_IFLNK : status.st_mode);
-        if (item.is_symlink()) {
-            text << " -> " << fs::read_symlink(item).string();
-        } else if (item.is_regular_file()) {
-            text << " " << contentsOfFile(item.path()).value();
-        }
-        tree[item.path().lexically_relative(folder)] = text.str();
-    }
-    return tree;
+/// What stands below the folder: permissions, a link's target, and the time unless it is now.
+std::string treeOf(const fs::path& folder) {
+    return runToEndOfOutput("/bin/sh", {"-c", R"(cd "$0"; LC_ALL=C; export LC_ALL
+        find . -mindepth 1 -printf '%P %M %l ' '(' -newermt 2010-01-01 -printf 'now\n' \
+            -o -printf '%Ts\n' ')' | sort)",
+                                        folder})
+        .standardOutput;
 }
 
 /// A folder to unpack into, and things outside it that hostile archives are after.
@@ -189,7 +179,7 @@ TEST_F(Archives, ThatAreHostileAreRefusedAndReachNothingOutside) {
             }
             writeArchive(archive, format, hostile.entries);
             emptyTarget();
-            const auto before = treeOf(root.path());
+            const std::string before = treeOf(root.path());
             const auto error = unpackArchive(archive, target, hostile.limits);
             std::uint64_t unpacked = 0;
             for (const auto& item : fs::recursive_directory_iterator(target)) {
@@ -197,6 +187,7 @@ TEST_F(Archives, ThatAreHostileAreRefusedAndReachNothingOutside) {
             }
             emptyTarget();
             EXPECT_EQ(treeOf(root.path()), before);
+            EXPECT_EQ(contentsOfFile(outside / "secret").value(), "untouched");
             EXPECT_LE(unpacked, hostile.limits.bytes);
             ASSERT_TRUE(error);
             EXPECT_EQ(error->code, std::string_view(hostile.reason).starts_with("more")
@@ -220,26 +211,21 @@ TEST_F(Archives, OfEveryFormatAreUnpackedWithModesLinksAndTimes) {
         SCOPED_TRACE(format.name);
         emptyTarget();
         auto written = entries;
-        std::map<std::string, std::string> expected = {{"sealed", "40555"},
-                                                       {"sealed/run", "100751 program"},
-                                                       {"a", "40710"},
-                                                       {"a/b", "40755"},
-                                                       {"a/b/é e\xCC\x81", "100400 "},
-                                                       {"a/b/l", "120000 -> ../../sealed/./run"}};
-        if (format.format != ARCHIVE_FORMAT_ZIP) {
+        if (format.canHold(hardLink("", ""))) {
             written.push_back(hardLink("twin", "sealed/run"));
-            expected["twin"] = "100751 program";
         }
         writeArchive(archive, format, written);
         const auto error = unpackArchive(archive, target);
         ASSERT_FALSE(error) << error->localizedDescription;
-        EXPECT_EQ(treeOf(target), expected);
-        for (const char* name : {"sealed", "sealed/run", "a/b/l", "a"}) {
-            EXPECT_EQ(
-                attributesOfItem(target / name).value().fileModificationDate.time_since_epoch(),
-                std::chrono::seconds(kSomeTime))
-                << name;
-        }
+        EXPECT_EQ(treeOf(target),
+                  std::string("a drwx--x---  1234567890\n"
+                              "a/b drwxr-xr-x  now\n"
+                              "a/b/l lrwxrwxrwx ../../sealed/./run 1234567890\n"
+                              "a/b/é e\xCC\x81 -r--------  1234567890\n"
+                              "sealed dr-xr-xr-x  1234567890\n"
+                              "sealed/run -rwxr-x--x  1234567890\n") +
+                      (written.size() > entries.size() ? "twin -rwxr-x--x  1234567890\n" : ""));
+        EXPECT_EQ(contentsOfFile(target / "a/b/l").value(), "program");
         fs::permissions(target / "sealed", fs::perms::owner_all);
     }
 }

@@ -19,29 +19,6 @@ class Files : public ::testing::Test {
     fixtures::TemporaryFolder _folder;
 };
 
-TEST_F(Files, ACopyHasTheContentsAndThePermissionsAndReplacesNothing) {
-    _folder.write("source", std::string(200'000, 'x'));
-    fs::permissions(path("source"), fs::perms(0640));
-    EXPECT_FALSE(copyItem(path("source"), path("target")));
-    EXPECT_EQ(contentsOfFile(path("target")).value(), std::string(200'000, 'x'));
-    EXPECT_EQ(fs::status(path("target")).permissions(), fs::perms(0640));
-    _folder.write("other", "y");
-    EXPECT_EQ(copyItem(path("other"), path("target"))->code, NSFileWriteFileExistsError);
-    EXPECT_EQ(contentsOfFile(path("target")).value().front(), 'x');
-}
-
-TEST_F(Files, FailuresCarryTheCodeOfTheirReason) {
-    _folder.write("closed/file", "");
-    fs::permissions(path("closed"), fs::perms::none);
-    EXPECT_EQ(attributesOfItem(path("closed/file")).error().code, NSFileReadNoPermissionError);
-    EXPECT_EQ(contentsOfFile(_folder.path()).error().code, NSFileReadUnknownError);
-    EXPECT_EQ(appendToFile(path("closed/file"), "x")->code, NSFileWriteNoPermissionError);
-    EXPECT_EQ(appendToFile(path(std::string(300, 'n')), "x")->code,
-              NSFileWriteInvalidFileNameError);
-    EXPECT_EQ(appendToFile("/etc/motd", "x")->code, NSFileWriteVolumeReadOnlyError);
-    EXPECT_EQ(appendToFile("/dev/full", "x")->code, NSFileWriteOutOfSpaceError);
-}
-
 TEST_F(Files, TheHomeIsTheRealFolderBehindItsLinks) {
     fs::create_directory_symlink(_folder.path(), path("link"));
     setenv("HOME", (path("link").string() + "//").c_str(), 1);

@@ -29,12 +29,6 @@ struct Free {
 using Context = std::unique_ptr<SSL_CTX, Free>;
 using Chain = std::unique_ptr<BIO, Free>;
 
-/// A client that went away is none of a test's business: it has its own end of the transfer.
-void send(BIO* connection, std::string_view bytes) {
-    BIO_write(connection, bytes.data(), static_cast<int>(bytes.size()));
-    BIO_flush(connection);
-}
-
 /// With its line feed; empty at the end.
 std::string readLine(BIO* connection) {
     char line[16384];
@@ -70,25 +64,27 @@ std::optional<ReceivedRequest> readRequest(BIO* connection) {
     return request;
 }
 
-std::string headOf(const ServerAnswer& answer) {
-    std::ostringstream head;
-    head << "HTTP/1.1 " << answer.status << " Answer\r\nConnection: close\r\n";
+void sendHead(BIO* connection, const ServerAnswer& answer) {
+    BIO_printf(connection, "HTTP/1.1 %d Answer\r\nConnection: close\r\n", answer.status);
     for (const auto& [name, value] : answer.headers) {
-        head << name << ": " << value << "\r\n";
+        BIO_printf(connection, "%s: %s\r\n", name.c_str(), value.c_str());
     }
     if (answer.chunked) {
-        head << "Transfer-Encoding: chunked\r\n";
+        BIO_puts(connection, "Transfer-Encoding: chunked\r\n");
     } else if (answer.status != 204) {
-        head << "Content-Length: " << answer.announcedLength.value_or(answer.body.size()) << "\r\n";
+        BIO_printf(connection, "Content-Length: %zu\r\n",
+                   answer.announcedLength.value_or(answer.body.size()));
     }
-    head << "\r\n";
-    return head.str();
+    BIO_puts(connection, "\r\n");
 }
 
-std::string chunkOf(const std::string& bytes) {
-    std::ostringstream chunk;
-    chunk << std::hex << bytes.size() << "\r\n" << bytes << "\r\n";
-    return bytes.empty() ? "" : chunk.str();
+void sendPart(BIO* connection, std::string_view part, bool chunked) {
+    if (chunked && !part.empty()) {
+        BIO_printf(connection, "%zx\r\n", part.size());
+    }
+    BIO_write(connection, part.data(), static_cast<int>(part.size()));
+    BIO_puts(connection, chunked && !part.empty() ? "\r\n" : "");
+    BIO_flush(connection);
 }
 
 }  // namespace
@@ -119,22 +115,20 @@ struct HttpServer::State {
             stall();
         }
         if (answer.raw) {
-            send(connection, *answer.raw);
+            sendPart(connection, *answer.raw, false);
             return;
         }
-        const auto part = [&answer](std::size_t start, std::size_t end) {
-            const std::string bytes = answer.body.substr(start, end - start);
-            return answer.chunked ? chunkOf(bytes) : bytes;
-        };
-        const std::size_t size = answer.body.size();
-        const std::size_t place =
-            std::min(answer.stallAfter.value_or(answer.cutAfter.value_or(size)), size);
-        send(connection, headOf(answer) + part(0, place));
+        const std::string_view body = answer.body;
+        const std::size_t place = std::min(
+            answer.stallAfter.value_or(answer.cutAfter.value_or(body.size())), body.size());
+        sendHead(connection, answer);
+        sendPart(connection, body.substr(0, place), answer.chunked);
         if (answer.stallAfter) {
             stall();
         }
         if (!answer.cutAfter) {
-            send(connection, part(place, size) + (answer.chunked ? "0\r\n\r\n" : ""));
+            sendPart(connection, body.substr(place), answer.chunked);
+            sendPart(connection, answer.chunked ? "0\r\n\r\n" : "", false);
         }
     }
 

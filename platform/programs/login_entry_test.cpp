@@ -14,27 +14,25 @@ using Array = PropertyListValue::Array;
 
 constexpr const char* kFile = "with\\back\nslash.plist";
 
-TEST(LoginEntry, QuotesWhatTheSessionWouldTakeForSomethingElse) {
-    const LaunchAgent agent{.label = "some.label", .programArguments = {"/a b", R"(x"`$\%u)", ""}};
-    EXPECT_EQ(loginEntryText(agent, "/agents/a.plist"),
+TEST(LoginEntry, QuotesWhatTheSessionWouldTakeForSomethingElseAndLeadsBackToItsPropertyList) {
+    const fixtures::TemporaryFolder folder;
+    setenv("XDG_CONFIG_HOME", folder.path().c_str(), 1);
+    const Array words = {"/a b", R"(x"`$\%u)", ""};
+    folder.write(kFile, serialisePropertyList(
+                            Dictionary{{"Label", "some.label"}, {"ProgramArguments", words}}));
+    const auto agent = readLaunchAgent(folder.path() / kFile);
+    ASSERT_TRUE(agent);
+    const std::string text = loginEntryText(agent.value(), folder.path() / kFile);
+    EXPECT_EQ(text,
               "[Desktop Entry]\nType=Application\nVersion=1.5\nName=some.label\nTryExec=/a b\n"
               "Exec=env \"DESKTOP_AUTOSTART_ID=some.label\" \"/a b\" "
               R"("x\\"\\`\\$\\\\%%u" "")"
-              "\nX-Teravolant-PropertyList=/agents/a.plist\nNoDisplay=true\n");
-}
-
-TEST(LoginEntry, LeadsBackToItsPropertyList) {
-    const fixtures::TemporaryFolder folder;
-    setenv("XDG_CONFIG_HOME", folder.path().c_str(), 1);
-    folder.write(kFile, serialisePropertyList(Dictionary{
-                            {"Label", "some.label"}, {"ProgramArguments", Array{"/bin/a", "b"}}}));
-    const auto agent = readLaunchAgent(folder.path() / kFile);
-    ASSERT_TRUE(agent);
-    folder.write("autostart/some.label.desktop",
-                 loginEntryText(agent.value(), folder.path() / kFile));
+              "\nX-Teravolant-PropertyList=" +
+                  folder.path().string() + R"(/with\\back\nslash.plist)" + "\nNoDisplay=true\n");
+    folder.write("autostart/some.label.desktop", text);
     const auto again = agentOfLoginEntry("some.label");
     ASSERT_TRUE(again) << again.error().localizedDescription;
-    EXPECT_EQ(again.value().programArguments, (std::vector<std::string>{"/bin/a", "b"}));
+    EXPECT_EQ(again.value().programArguments, agent.value().programArguments);
 }
 
 TEST(LoginEntry, IsNotMadeFromAnUnusablePropertyList) {
