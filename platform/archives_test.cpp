@@ -88,11 +88,9 @@ void writeArchive(const fs::path& path, const Format& format,
 
 /// What stands below the folder: permissions, a link's target, and the time unless it is now.
 std::string treeOf(const fs::path& folder) {
-    return runToEndOfOutput("/bin/sh", {"-c", R"(cd "$0"; LC_ALL=C; export LC_ALL
-        find . -mindepth 1 -printf '%P %M %l ' '(' -newermt 2010-01-01 -printf 'now\n' \
-            -o -printf '%Ts\n' ')' | sort)",
-                                        folder})
-        .standardOutput;
+    const char* const list = R"(cd "$0" && find . -mindepth 1 -printf '%P %M %l ' \
+        '(' -newermt 2010-01-01 -printf 'now\n' -o -printf '%Ts\n' ')' | LC_ALL=C sort)";
+    return runToEndOfOutput("/bin/sh", {"-c", list, folder}).standardOutput;
 }
 
 /// A folder to unpack into, and things outside it that hostile archives are after.
@@ -135,9 +133,7 @@ TEST_F(Archives, ThatAreHostileAreRefusedAndReachNothingOutside) {
         {"absolute", {{"/tmp/new"}}, "absolute"},
         {"absolute link", {link("l", "/etc/passwd")}, "absolute"},
         {"link out", {link("l", "../outside/secret")}, "out of the folder"},
-        {"link out by a link",
-         {link("d/e/up", "../.."), link("d/e/out", "up/../outside")},
-         "out of"},
+        {"link out by a link", {link("d/up", ".."), link("d/out", "up/../outside")}, "out of"},
         {"empty link", {link("l", "")}, "malformed target"},
         {"file through a link", {folder, link("l", "d"), {"l/new"}}, "below a file or a link"},
         {"file over a dangling link", {link("l", "new"), {"l"}}, "twice"},
@@ -145,12 +141,10 @@ TEST_F(Archives, ThatAreHostileAreRefusedAndReachNothingOutside) {
         {"below a file", {file, {"f/new"}}, "below a file or a link"},
         {"hard link out", {hardLink("h", "../outside/secret")}, "hard link that leads out"},
         {"hard link to nothing", {hardLink("h", "f")}, "hard link to something"},
-        {"hard link to a link",
-         {file, link("l", "f"), hardLink("h", "l")},
-         "hard link to something"},
-        {"hard link through a link",
+        {"hard link to a link", {file, link("l", "f"), hardLink("h", "l")}, "hard link to some"},
+        {"hard link through one",
          {{"d/f"}, link("l", "d"), hardLink("h", "l/f")},
-         "hard link to"},
+         "hard link to some"},
         {"hard link over a file", {file, {"g"}, hardLink("g", "f")}, "twice"},
         {"pipe", {{"p", S_IFIFO | 0644}}, "neither a file"},
         {"set-user-id file", {{"s", S_IFREG | 04755}}, "set-user-id"},

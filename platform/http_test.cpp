@@ -36,10 +36,6 @@ class Http : public testing::Test {
     }
     ~Http() override { unsetenv("SSL_CERT_FILE"); }
 
-    [[nodiscard]] std::optional<fixtures::ServerIdentity> identity(bool secure) const {
-        return secure ? std::optional(authority.issue()) : std::nullopt;
-    }
-
     static void expectFailure(const Result<HttpResponse>& result, URLErrorCode code,
                               std::string_view host = "127.0.0.1") {
         ASSERT_FALSE(result) << result.value().status;
@@ -54,17 +50,6 @@ class Http : public testing::Test {
     std::filesystem::path trusted = folder.path() / "trusted.pem";
 };
 
-TEST_F(Http, NothingThatACallerPutsIntoAHeaderBecomesAnother) {
-    const HttpServer server(always({}));
-    ASSERT_TRUE(sendHttpRequest({.url = server.url("/"), .headers = {{"X-Empty", ""}}}));
-    EXPECT_TRUE(server.requests().at(0).headers.contains("x-empty"));
-    expectFailure(sendHttpRequest({.url = server.url("/"), .headers = {{"X", "a\r\nY: b"}}}),
-                  NSURLErrorUnknown);
-    ASSERT_TRUE(sendHttpRequest(
-        {.url = server.url("/"), .resumption = HttpResumption{4, "\"v2\"\r\nX: y"}}));
-    EXPECT_FALSE(server.requests().at(1).headers.contains("x"));
-}
-
 TEST_F(Http, AnswersThatAreCutLieOrStallAreErrors) {
     struct Faulty {
         const char* situation;
@@ -76,12 +61,12 @@ TEST_F(Http, AnswersThatAreCutLieOrStallAreErrors) {
     const auto part = [](const char* range) {
         return ServerAnswer{.status = 206, .headers = {{"Content-Range", range}}, .body = "b"};
     };
+    constexpr auto kLost = NSURLErrorNetworkConnectionLost;
+    constexpr auto kOtherPart = NSURLErrorCannotParseResponse;
     const Faulty table[] = {
-        {"cut", {.body = body, .cutAfter = 500}, NSURLErrorNetworkConnectionLost},
-        {"cut chunks",
-         {.body = body, .chunked = true, .cutAfter = 500},
-         NSURLErrorNetworkConnectionLost},
-        {"no answer", {.raw = ""}, NSURLErrorNetworkConnectionLost},
+        {"cut", {.body = body, .cutAfter = 500}, kLost},
+        {"cut chunks", {.body = body, .chunked = true, .cutAfter = 500}, kLost},
+        {"no answer", {.raw = ""}, kLost},
         {"no HTTP", {.raw = "SSH-2.0-server\r\n\r\n"}, NSURLErrorBadServerResponse},
         {"silent", {.isSilent = true}, NSURLErrorTimedOut},
         {"stalled", {.body = body, .stallAfter = 500}, NSURLErrorTimedOut},
@@ -89,16 +74,17 @@ TEST_F(Http, AnswersThatAreCutLieOrStallAreErrors) {
          {.body = "b", .announcedLength = 1501, .stallAfter = 1},
          NSURLErrorDataLengthExceedsMaximum},
         {"malformed redirect", redirectTo("https://:x:/"), NSURLErrorBadServerResponse},
-        {"a part unasked", part("bytes 0-9/10"), NSURLErrorCannotParseResponse},
-        {"a part from elsewhere", part("bytes 3-9/10"), NSURLErrorCannotParseResponse, 4},
-        {"a part from nowhere", part("bytes */10"), NSURLErrorCannotParseResponse, 4},
-        {"a part in other units", part("items 4-9/10"), NSURLErrorCannotParseResponse, 4},
-        {"a part without an end", part("bytes 4"), NSURLErrorCannotParseResponse, 4},
+        {"a part unasked", part("bytes 0-9/10"), kOtherPart},
+        {"a part from elsewhere", part("bytes 3-9/10"), kOtherPart, 4},
+        {"a part from nowhere", part("bytes */10"), kOtherPart, 4},
+        {"a part in other units", part("items 4-9/10"), kOtherPart, 4},
+        {"a part without an end", part("bytes 4"), kOtherPart, 4},
     };
     for (const Faulty& faulty : table) {
         for (const bool secure : {false, true}) {
             SCOPED_TRACE(std::string(faulty.situation) + (secure ? " over TLS" : ""));
-            const HttpServer server(always(faulty.answer), identity(secure));
+            const HttpServer server(always(faulty.answer),
+                                    secure ? std::optional(authority.issue()) : std::nullopt);
             const auto answer = sendHttpRequest(
                 {.url = server.url("/"), .resumption = HttpResumption{faulty.resumedAt, "\"v\""}},
                 {.stallTimeout = 200ms, .maximumBodySize = 1500});

@@ -7,61 +7,50 @@
 namespace teravolant::platform {
 namespace {
 
-std::string bytesOfHex(std::string_view hex) {
-    std::string bytes;
-    for (; !hex.empty(); hex.remove_prefix(2)) {
-        bytes += static_cast<char>(std::stoi(std::string(hex.substr(0, 2)), nullptr, 16));
-    }
-    return bytes;
+std::string pem(const std::string& kind, const std::string& text) {
+    return "-----BEGIN " + kind + "-----\n" + text + "\n-----END " + kind + "-----\n";
 }
 
-std::string pem(const std::string& kind, const std::string& hex) {
-    return "-----BEGIN " + kind + "-----\n" + base64Encoded(bytesOfHex(hex)) + "\n-----END " +
-           kind + "-----\n";
-}
-
-// The second test vector of RFC 8032, section 7.1.
+/// The second test vector of RFC 8032, section 7.1, with its key in the form of RFC 8410.
 const std::string kMessage = "\x72";
-const std::string kSecret = "4ccd089b28ff96da9db6c346ec114e0f5b8a319f35aba624da8cf6ed4fb8a6fb";
-const std::string kPublic = "3d4017c3e843895a92b70aa74d1b7ebc9c982ccf2ec4968cc0cd55f12af4660c";
+const std::string kPrivateKey =
+    pem("PRIVATE KEY", "MC4CAQAwBQYDK2VwBCIEIEzNCJso/5banbbDRuwRTg9bijGfNaumJNqM9u1PuKb7");
+const std::string kPublicKey = "PUAXw+hDiVqStwqnTRt+vJyYLM8uxJaMwM1V8Sr0Zgw=";
 const std::string kSignature =
-    "92a009a9f0d4cab8720e820b5f642540a2b27b5416503f8fb3762223ebdb69da085ac1e43e15996e458f3613d0f11d"
-    "8c387b2eaeb4302aeeb00d291612bb0c00";
-/// What stands before the 32 secret bytes of a key in PKCS#8 (RFC 8410).
-const std::string kPrefix = "302e020100300506032b657004220420";
+    "kqAJqfDUyrhyDoILX2QlQKKye1QWUD+Ps3YiI+vbadoIWsHkPhWZbkWPNhPQ8R2MOHsurrQwKu6wDSkWErsMAA==";
 
 TEST(Signatures, AreTheStandardsAndInvalidWhenTheyOrTheKeyAreMalformed) {
-    const auto signer = SigningKey::fromPem(pem("PRIVATE KEY", kPrefix + kSecret));
+    const auto signer = SigningKey::fromPem(kPrivateKey);
     ASSERT_TRUE(signer) << signer.error().localizedDescription;
-    EXPECT_EQ(signer.value().pem().value(), pem("PRIVATE KEY", kPrefix + kSecret));
-    const std::string key = signer.value().publicKey().value();
-    const std::string signature = signer.value().sign(kMessage).value();
-    EXPECT_EQ(base64Decoded(key), bytesOfHex(kPublic));
-    EXPECT_EQ(base64Decoded(signature), bytesOfHex(kSignature));
-    EXPECT_TRUE(isSignatureValid(kMessage, signature, key));
+    EXPECT_EQ(signer.value().pem().value(), kPrivateKey);
+    EXPECT_EQ(signer.value().publicKey().value(), kPublicKey);
+    EXPECT_EQ(signer.value().sign(kMessage).value(), kSignature);
+    EXPECT_TRUE(isSignatureValid(kMessage, kSignature, kPublicKey));
+    EXPECT_FALSE(isSignatureValid("another message", kSignature, kPublicKey));
 
-    EXPECT_FALSE(isSignatureValid("another message", signature, key));
-    const auto base64OfHex = [](const std::string& hex) { return base64Encoded(bytesOfHex(hex)); };
-    std::string changed = kSignature;
-    changed[80] ^= 1;
+    const std::string key = base64Decoded(kPublicKey).value();
+    const std::string signature = base64Decoded(kSignature).value();
+    std::string changed = signature;
+    changed[40] ^= 1;
     for (const std::string& bad :
-         {base64OfHex(changed), std::string(), base64OfHex(kSignature.substr(2)),
-          base64OfHex(kSignature + "00"), kSignature, signature + "\n"}) {
-        EXPECT_FALSE(isSignatureValid(kMessage, bad, key)) << bad;
+         {base64Encoded(changed), std::string(), base64Encoded(signature.substr(1)),
+          base64Encoded(signature + "x"), signature, kSignature + "\n"}) {
+        EXPECT_FALSE(isSignatureValid(kMessage, bad, kPublicKey)) << bad;
     }
     for (const std::string& bad :
-         {std::string(), base64OfHex(kPublic.substr(2)), base64OfHex(kPublic + "00"),
+         {std::string(), base64Encoded(key.substr(1)), base64Encoded(key + "x"),
           base64Encoded(std::string(32, '\xFF'))}) {
-        EXPECT_FALSE(isSignatureValid(kMessage, signature, bad)) << bad;
+        EXPECT_FALSE(isSignatureValid(kMessage, kSignature, bad)) << bad;
     }
 }
 
 TEST(SigningKeys, AreNotReadFromAnythingButAnEd25519PrivateKey) {
-    const std::string whole = pem("PRIVATE KEY", kPrefix + kSecret);
-    const std::string x25519 = pem("PRIVATE KEY", "302e020100300506032b656e04220420" + kSecret);
-    const std::string publicOnly = pem("PUBLIC KEY", "302a300506032b6570032100" + kPublic);
+    const std::string x25519 =
+        pem("PRIVATE KEY", "MC4CAQAwBQYDK2VuBCIEIEzNCJso/5banbbDRuwRTg9bijGfNaumJNqM9u1PuKb7");
+    const std::string publicOnly =
+        pem("PUBLIC KEY", "MCowBQYDK2VwAyEAPUAXw+hDiVqStwqnTRt+vJyYLM8uxJaMwM1V8Sr0Zgw=");
     for (const std::string& text :
-         {std::string(), x25519, publicOnly, whole.substr(0, whole.size() / 2)}) {
+         {std::string(), x25519, publicOnly, kPrivateKey.substr(0, kPrivateKey.size() / 2)}) {
         const auto key = SigningKey::fromPem(text);
         ASSERT_FALSE(key) << text;
         EXPECT_EQ(key.error().code, errSecDecode);

@@ -19,11 +19,6 @@ TEST(URLComponents, MakeAURLOfThePartsThatAreThere) {
     }
 }
 
-TEST(URL, QueryStandsBetweenTheFirstQuestionMarkAndTheFragment) {
-    EXPECT_EQ(URL("https://a/b?v=1?2/%20#f?g").query(), "v=1?2/%20");
-    EXPECT_EQ(URL("https://a/b#f?g").query(), std::nullopt);
-}
-
 TEST(URL, EncodesWhatAFileUrlMayNotHoldAsItIs) {
     EXPECT_EQ(fileUrl("/a b/ä%#?;=&+.app"), "file:///a%20b/%C3%A4%25%23%3F;=&+.app");
 }
