@@ -2,9 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <csignal>
 #include <cstdio>
-#include <thread>
 
 #include "platform/bundle.h"
 #include "platform/process.h"
@@ -17,8 +18,8 @@ class PrintingDelegate : public ApplicationDelegate {
   public:
     explicit PrintingDelegate(std::function<void()> atLaunch) : _atLaunch(std::move(atLaunch)) {}
 
-    void applicationDidFinishLaunching(const LaunchNotification& notification) override {
-        std::fputs(notification.isDefaultLaunch.value_or(false) ? "launch " : "login ", stderr);
+    void applicationDidFinishLaunching(const LaunchNotification& /*notification*/) override {
+        std::fputs("launch ", stderr);
         _atLaunch();
     }
     void applicationWillTerminate() override { std::fputs("terminate", stderr); }
@@ -33,117 +34,70 @@ class PrintingDelegate : public ApplicationDelegate {
     application.run();
 }
 
-TEST(Application, CarriesOutWorkOfOtherThreadsOnTheMainThreadInOrder) {
-    EXPECT_EXIT(runWith([] {
-                    std::thread([main = std::this_thread::get_id()] {
-                        for (const char* text : {"a", "b", "c"}) {
-                            Application::sharedApplication().dispatchAsyncOnMainQueue([=] {
-                                std::fputs(main == std::this_thread::get_id() ? text : "?", stderr);
-                            });
-                        }
-                        Application::sharedApplication().dispatchAsyncOnMainQueue(
-                            [] { Application::sharedApplication().terminate(); });
-                    }).detach();
-                }),
-                ::testing::ExitedWithCode(0), "^launch abcterminate$");
-}
-
-TEST(Application, TakesASignalForAnOrdinaryTerminationRequest) {
-    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
-        EXPECT_EXIT(runWith([=] { raise(signal); }), ::testing::ExitedWithCode(0),
-                    "^launch terminate$");
+TEST(Application, TakesASignalForATerminationRequestAndTheSameAgainForTheEnd) {
+    struct Row {
+        std::vector<int> before;  ///< The signals before the launch, and during it.
+        std::vector<int> during;
+        std::vector<const char*> commands;  ///< Of a shell, after them.
+        bool isKilled = false;
+        const char* printed = "^launch terminate$";
+    };
+    const Row table[] = {
+        {{}, {SIGTERM}, {}},
+        {{}, {SIGINT}, {}},
+        {{}, {SIGHUP}, {}},
+        {{SIGTERM}, {}, {}, false, "^terminate$"},
+        {{}, {SIGINT, SIGINT}, {}, true, "^launch $"},
+        {{}, {SIGPIPE, SIGPIPE, SIGXFSZ, SIGXFSZ, SIGTERM}, {}},
+        {{}, {}, {"exit 1", "kill -INT $$"}},
+        {{}, {}, {"sh -c 'kill -INT $$'; exit $?"}},
+        {{}, {}, {"kill -INT $$", "kill -INT $$"}, true, "^launch $"},
+    };
+    for (const Row& row : table) {
+        SCOPED_TRACE(&row - table);
+        const auto start = [&row] {
+            Application::sharedApplication();
+            std::ranges::for_each(row.before, raise);
+            runWith([&row] {
+                std::ranges::for_each(row.during, raise);
+                std::ranges::for_each(row.commands, runShellCommand);
+            });
+        };
+        const auto endsWell = [&row](int status) {
+            return row.isKilled ? ::testing::KilledBySignal(SIGINT)(status)
+                                : ::testing::ExitedWithCode(0)(status);
+        };
+        EXPECT_EXIT(start(), endsWell, row.printed);
     }
 }
 
-TEST(Application, LaunchesNothingWhenItsEndWasAskedForBefore) {
-    EXPECT_EXIT(
-        {
-            Application::sharedApplication();
-            raise(SIGTERM);
-            runWith([] {});
-        },
-        ::testing::ExitedWithCode(0), "^terminate$");
-}
-
-TEST(Application, EndsAtOnceWhenTheSameSignalComesAgain) {
-    EXPECT_EXIT(runWith([] {
-                    raise(SIGINT);
-                    raise(SIGINT);
-                }),
-                ::testing::KilledBySignal(SIGINT), "^launch $");
-}
-
-TEST(Application, TakesTheInterruptThatEndedAShellCommandForItsOwn) {
-    const auto runCommands = [](const std::vector<const char*>& commands) {
-        runWith([&commands] {
-            for (const char* command : commands) {
-                runShellCommand(command);
+TEST(Application, LeavesASignalIgnoredAndUnblocksThoseThatItLivesOn) {
+    const auto start = [] {
+        std::signal(SIGHUP, SIG_IGN);
+        sigset_t all;
+        sigfillset(&all);
+        sigprocmask(SIG_BLOCK, &all, nullptr);
+        runWith([] {
+            sigset_t blocked;
+            sigprocmask(SIG_BLOCK, nullptr, &blocked);
+            for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGCHLD}) {
+                std::fputs(sigismember(&blocked, signal) == 1 ? "blocked " : "open ", stderr);
             }
+            std::ranges::for_each(std::array{SIGHUP, SIGHUP, SIGTERM}, raise);
         });
     };
-    EXPECT_EXIT(runCommands({"exit 1", "kill -INT $$"}), ::testing::ExitedWithCode(0),
-                "^launch terminate$");
-    EXPECT_EXIT(runCommands({"sh -c 'kill -INT $$'; exit $?"}), ::testing::ExitedWithCode(0),
-                "^launch terminate$");
-    EXPECT_EXIT(runCommands({"kill -INT $$", "kill -INT $$"}), ::testing::KilledBySignal(SIGINT),
-                "^launch $");
-}
-
-TEST(Application, GoesOnWhenAWriteFailsOrTheStarterHadASignalIgnored) {
-    for (const int signal : {SIGPIPE, SIGXFSZ, SIGHUP, SIGINT}) {
-        EXPECT_EXIT(
-            {
-                if (signal == SIGHUP || signal == SIGINT) {
-                    std::signal(signal, SIG_IGN);
-                }
-                runWith([=] {
-                    raise(signal);
-                    raise(signal);
-                    raise(SIGTERM);
-                });
-            },
-            ::testing::ExitedWithCode(0), "^launch terminate$");
-    }
-}
-
-TEST(Application, UnblocksTheSignalsThatItLivesOn) {
-    EXPECT_EXIT(
-        {
-            sigset_t all;
-            sigfillset(&all);
-            sigprocmask(SIG_BLOCK, &all, nullptr);
-            runWith([] {
-                sigset_t blocked;
-                sigprocmask(SIG_BLOCK, nullptr, &blocked);
-                for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGCHLD}) {
-                    std::fputs(sigismember(&blocked, signal) == 1 ? "blocked " : "open ", stderr);
-                }
-                Application::sharedApplication().terminate();
-            });
-        },
-        ::testing::ExitedWithCode(0), "^launch open open open open terminate$");
+    EXPECT_EXIT(start(), ::testing::ExitedWithCode(0), "^launch open open open open terminate$");
 }
 
 TEST(Application, PutsItsHelpersOnAPathWithoutEmptyEntries) {
     const std::string helpers = Bundle::mainBundle().helpersPath();
-    const std::string usual = "/usr/local/bin:/usr/bin:/bin";
-    for (const auto& [before, after] : std::map<std::string, std::string>{
-             {"", usual},
-             {"::", usual},
-             {":/a::b/c:", "/a:b/c"},
-             {helpers, usual},
-             {helpers + ":/a", "/a"},
-         }) {
-        EXPECT_EXIT(
-            {
-                setenv("PATH", before.c_str(), 1);
-                Application::sharedApplication();
-                std::fputs(getenv("PATH"), stderr);
-                std::_Exit(0);
-            },
-            ::testing::ExitedWithCode(0),
-            std::string("^").append(helpers).append(":").append(after).append("$"));
-    }
+    const auto start = [&helpers] {
+        setenv("PATH", (":" + helpers + ":/a::b/c:").c_str(), 1);
+        Application::sharedApplication();
+        std::fputs(getenv("PATH"), stderr);
+        std::_Exit(0);
+    };
+    EXPECT_EXIT(start(), ::testing::ExitedWithCode(0), "^" + helpers + ":/a:b/c$");
 }
 
 }  // namespace

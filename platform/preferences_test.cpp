@@ -4,9 +4,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
-#include <fstream>
-
 #include "platform/files.h"
 #include "testing/temporary_folder.h"
 
@@ -17,115 +14,67 @@ class Preferences : public ::testing::Test {
   protected:
     Preferences() { setenv("XDG_CONFIG_HOME", _folder.path().c_str(), 1); }
 
-    [[nodiscard]] std::filesystem::path file() const {
-        return _folder.path() / "Zelto" / "some.domain.plist";
-    }
-
     static UserDefaults defaults() { return UserDefaults::forDomain("some.domain"); }
 
-    void writeFile(const std::string& contents) {
-        ASSERT_FALSE(createDirectory(file().parent_path()));
-        std::ofstream(file()) << contents;
-    }
-
-    /// Runs the work in another process.
-    template <typename Work>
-    static pid_t start(Work work) {
-        const pid_t child = fork();
-        if (child == 0) {
-            work();
-            _exit(0);
-        }
-        return child;
-    }
-
     fixtures::TemporaryFolder _folder;
+    std::filesystem::path _file = _folder.path() / "Zelto/some.domain.plist";
 };
 
-TEST_F(Preferences, AreReadBackByAnotherObjectUntilTheyAreRemoved) {
-    EXPECT_EQ(defaults().objectForKey("key"), std::nullopt);
-    EXPECT_FALSE(defaults().setObject("YES", "key"));
-    EXPECT_FALSE(defaults().setObject(std::int64_t{1}, "other"));
-    EXPECT_EQ(defaults().objectForKey("key"), PropertyListValue("YES"));
-    EXPECT_EQ(UserDefaults::forDomain("other.domain").objectForKey("key"), std::nullopt);
-    EXPECT_FALSE(defaults().removeObjectForKey("key"));
-    EXPECT_EQ(defaults().objectForKey("key"), std::nullopt);
-    EXPECT_EQ(defaults().objectForKey("other"), PropertyListValue(std::int64_t{1}));
-}
-
 TEST_F(Preferences, LoseNoKeyWhenTwoProcessesWriteAtTheSameTime) {
-    constexpr int kKeys = 50;
-    const auto writer = [](const std::string& prefix) {
-        return start([prefix] {
-            for (int number = 0; number < kKeys; ++number) {
-                (void)defaults().setObject(true, prefix + std::to_string(number));
-            }
-        });
+    const auto keys = [](const char* prefix) {
+        std::vector<std::string> made;
+        for (int number = 0; number < 50; ++number) {
+            made.push_back(prefix + std::to_string(number));
+        }
+        return made;
     };
-    const pid_t children[] = {writer("a"), writer("b")};
+    std::vector<pid_t> children;
+    for (const char* prefix : {"a", "b"}) {
+        children.push_back(fork());
+        if (children.back() == 0) {
+            for (const std::string& key : keys(prefix)) {
+                (void)defaults().setObject("value", key);
+            }
+            _exit(0);
+        }
+    }
     for (const pid_t child : children) {
         waitpid(child, nullptr, 0);
     }
-    for (int number = 0; number < kKeys; ++number) {
-        EXPECT_TRUE(defaults().objectForKey("a" + std::to_string(number))) << number;
-        EXPECT_TRUE(defaults().objectForKey("b" + std::to_string(number))) << number;
+    for (const char* prefix : {"a", "b"}) {
+        for (const std::string& key : keys(prefix)) {
+            EXPECT_TRUE(defaults().objectForKey(key)) << key;
+        }
     }
-}
-
-TEST_F(Preferences, HoldTheOldOrTheNewValueAfterAKillInTheMiddleOfAWrite) {
-    const std::string values[] = {std::string(100'000, 'a'), std::string(100'000, 'b')};
-    ASSERT_FALSE(defaults().setObject(values[0], "key"));
-    for (int round = 0; round < 30; ++round) {
-        int ready[2];
-        ASSERT_EQ(pipe(ready), 0);
-        const pid_t child = start([&] {
-            for (int number = 0;; ++number) {
-                (void)defaults().setObject(values[number % 2], "key");
-                [[maybe_unused]] const auto written = write(ready[1], "x", 1);
-            }
-        });
-        char byte = 0;
-        ASSERT_EQ(read(ready[0], &byte, 1), 1);
-        kill(child, SIGKILL);
-        waitpid(child, nullptr, 0);
-        close(ready[0]);
-        close(ready[1]);
-        const auto value = defaults().objectForKey("key");
-        ASSERT_TRUE(value == PropertyListValue(values[0]) || value == PropertyListValue(values[1]));
-    }
-    EXPECT_FALSE(fileExists(file().string() + ".damaged-1"));
+    EXPECT_FALSE(defaults().removeObjectForKey("a0"));
+    EXPECT_FALSE(defaults().objectForKey("a0"));
+    EXPECT_TRUE(defaults().objectForKey("b0"));
+    EXPECT_FALSE(UserDefaults::forDomain("other.domain").objectForKey("b0"));
 }
 
 TEST_F(Preferences, SetADamagedFileAsideOnceUnderANameOfItsOwn) {
+    int number = 0;
     for (const std::string contents : {"", "damaged", "<plist><array/></plist>"}) {
-        writeFile(contents);
-        EXPECT_EQ(defaults().objectForKey("key"), std::nullopt);
-        EXPECT_FALSE(fileExists(file()));
-    }
-    for (const auto& [number, contents] :
-         std::map<int, std::string>{{1, ""}, {2, "damaged"}, {3, "<plist><array/></plist>"}}) {
-        const auto aside = contentsOfFile(file().string() + ".damaged-" + std::to_string(number));
+        _folder.write("Zelto/some.domain.plist", contents);
+        EXPECT_FALSE(defaults().objectForKey("key"));
+        const auto aside = contentsOfFile(_file.string() + ".damaged-" + std::to_string(++number));
         ASSERT_TRUE(aside);
         EXPECT_EQ(aside.value(), contents);
     }
-    writeFile("damaged again");
+    _folder.write("Zelto/some.domain.plist", "damaged again");
     EXPECT_FALSE(defaults().setObject("new", "key"));
     EXPECT_EQ(defaults().objectForKey("key"), PropertyListValue("new"));
-    EXPECT_TRUE(fileExists(file().string() + ".damaged-4"));
+    EXPECT_TRUE(fileExists(_file.string() + ".damaged-4"));
 }
 
 TEST_F(Preferences, RefuseToReplaceAFileThatCanNotBeRead) {
-    writeFile("secret");
-    std::filesystem::permissions(file(), std::filesystem::perms::none);
-    EXPECT_EQ(defaults().objectForKey("key"), std::nullopt);
-    const auto error = defaults().setObject("new", "key");
-    ASSERT_TRUE(error);
-    EXPECT_EQ(error->code, NSFileReadNoPermissionError);
-    std::filesystem::permissions(file(), std::filesystem::perms::owner_read);
-    EXPECT_EQ(contentsOfFile(file()).value(), "secret");
-}
-
-TEST_F(Preferences, OfAllUsersAreNotForAUserToWrite) {
+    using std::filesystem::perms;
+    _folder.write("Zelto/some.domain.plist", "secret");
+    std::filesystem::permissions(_file, perms::none);
+    EXPECT_FALSE(defaults().objectForKey("key"));
+    EXPECT_EQ(defaults().setObject("new", "key")->code, NSFileReadNoPermissionError);
+    std::filesystem::permissions(_file, perms::owner_read);
+    EXPECT_EQ(contentsOfFile(_file).value(), "secret");
     EXPECT_TRUE(UserDefaults::forAnyUser("some.domain").setObject("x", "key"));
 }
 

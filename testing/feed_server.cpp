@@ -25,17 +25,14 @@ using namespace teravolant::fixtures;
 
 /// The entity tag tells contents apart as far as one run of the server needs it.
 ServerAnswer serve(const fs::path& folder, const ReceivedRequest& request, bool stalls) {
-    const std::string path = request.target.substr(0, request.target.find('?'));
-    const auto contents =
-        path.find("..") == path.npos
-            ? teravolant::platform::contentsOfFile(folder / fs::path(path).relative_path())
-            : teravolant::platform::Result<std::string>(teravolant::platform::Error{});
+    constexpr std::size_t kLargest = std::size_t{64} << 10U;
+    const fs::path path = request.target.substr(0, request.target.find('?'));
+    const auto contents = teravolant::platform::contentsOfFile(folder / path.relative_path());
     if (!contents) {
         return {.status = 404};
     }
     const std::string tag = std::to_string(std::hash<std::string>()(contents.value()));
     ServerAnswer answer = answerWithRange(request, contents.value(), "\"" + tag + "\"");
-    constexpr std::size_t kLargest = std::size_t{64} << 10U;
     if (stalls && contents.value().size() > kLargest) {
         answer.stallAfter = contents.value().size() / 2;
     }
@@ -43,27 +40,22 @@ ServerAnswer serve(const fs::path& folder, const ReceivedRequest& request, bool 
 }
 
 void writeWhole(const fs::path& file, const std::string& text) {
-    const fs::path part = file.string() + ".part";
-    std::ofstream(part) << text;
-    fs::rename(part, file);
+    std::ofstream(file.string() + ".part") << text;
+    fs::rename(file.string() + ".part", file);
 }
 
 }  // namespace
 
 int main(int argc, char* argv[]) {
-    if (argc < 3 || argc > 4) {
+    if (argc < 3) {
         std::cerr << "usage: feed_server FOLDER https|http [stall]\n";
         return EXIT_FAILURE;
     }
     const fs::path folder = argv[1];
-    const bool plain = std::string_view(argv[2]) == "http";
-    const bool stalls = argc == 4;
     const CertificateAuthority authority;
     const HttpServer server(
-        [&folder, stalls](const ReceivedRequest& request) {
-            return serve(folder, request, stalls);
-        },
-        plain ? std::nullopt : std::optional(authority.issue()));
+        [&](const ReceivedRequest& request) { return serve(folder, request, argc > 3); },
+        std::string_view(argv[2]) == "http" ? std::nullopt : std::optional(authority.issue()));
     writeWhole(folder / "authority.pem", authority.certificate());
     writeWhole(folder / "url", server.url("", "localhost"));
     pause();

@@ -20,7 +20,10 @@ struct ReceivedRequest {
     std::string body;
 
     /// Empty when the request has none of that name (in lower case).
-    [[nodiscard]] std::string header(const std::string& name) const;
+    [[nodiscard]] std::string header(const std::string& name) const {
+        const auto found = headers.find(name);
+        return found == headers.end() ? "" : found->second;
+    }
 };
 
 /// What the server sends for one request, and where it misbehaves. It closes the connection after
@@ -60,9 +63,6 @@ class HttpServer {
 
     /// The requests so far, in the order in which they came.
     [[nodiscard]] std::vector<ReceivedRequest> requests() const;
-
-    /// Blocks until that many connections were accepted.
-    void waitForConnections(std::size_t count) const;
 
     /// Blocks until the server waits in a stalled or silent answer.
     void waitForStall() const;

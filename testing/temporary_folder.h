@@ -4,7 +4,8 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
-#include <system_error>
+
+#include "platform/update_framework/staging.h"
 
 namespace teravolant::fixtures {
 
@@ -15,18 +16,7 @@ class TemporaryFolder {
         std::string name = std::filesystem::temp_directory_path() / "teravolant-XXXXXX";
         _path = mkdtemp(name.data());
     }
-    ~TemporaryFolder() {
-        using std::filesystem::perms;
-        std::error_code ignored;
-        // A test may have closed a folder to its owner.
-        for (std::filesystem::recursive_directory_iterator walk(_path, ignored), end;
-             !ignored && walk != end; walk.increment(ignored)) {
-            if (walk->is_directory() && !walk->is_symlink()) {
-                std::filesystem::permissions(walk->path(), perms::owner_all, ignored);
-            }
-        }
-        std::filesystem::remove_all(_path, ignored);
-    }
+    ~TemporaryFolder() { (void)platform::removeTree(_path); }
     TemporaryFolder(const TemporaryFolder&) = delete;
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 

@@ -1,5 +1,6 @@
 #include "testing/update_world.h"
 
+#include <algorithm>
 #include <random>
 #include <stdexcept>
 
@@ -12,25 +13,15 @@ namespace teravolant::fixtures {
 namespace {
 
 namespace fs = std::filesystem;
-using platform::JsonValue;
 using platform::PropertyListValue;
 
 /// Bytes that no compression makes smaller, the same ones for the same version.
 std::string noise(const std::string& version) {
-    constexpr std::size_t kSize = 200'000;
     std::seed_seq seed(version.begin(), version.end());
     std::mt19937 generator(seed);
-    std::string bytes(kSize, '\0');
-    for (char& byte : bytes) {
-        byte = static_cast<char>(generator() & 0xFFU);
-    }
+    std::string bytes(200'000, '\0');
+    std::ranges::generate(bytes, [&generator] { return static_cast<char>(generator() & 0xFFU); });
     return bytes;
-}
-
-std::string sha256(const std::string& bytes) {
-    platform::Digest digest(platform::DigestAlgorithm::Sha256);
-    digest.update(bytes);
-    return platform::hexText(digest.finish().value());
 }
 
 }  // namespace
@@ -86,19 +77,20 @@ void UpdateWorld::publish() {
         throw std::runtime_error(printedForm(*error));
     }
     archive = platform::contentsOfFile(file).value();
+    platform::Digest digest(platform::DigestAlgorithm::Sha256);
+    digest.update(archive);
     offer = {{"url", server->url("/archive")},
              {"size", static_cast<std::int64_t>(archive.size())},
-             {"sha256", sha256(archive)}};
+             {"sha256", platform::hexText(digest.finish().value())}};
     offerAs(kNewVersion);
 }
 
 std::string UpdateWorld::signature(const platform::SigningKey& signer,
                                    const std::string& bundleIdentifier,
                                    const std::string& version) const {
+    const auto size = static_cast<std::uint64_t>(*offer.at("size").integer());
     return signer
-        .sign(platform::signedText(bundleIdentifier, version,
-                                   static_cast<std::uint64_t>(*offer.at("size").integer()),
-                                   *offer.at("sha256").text()))
+        .sign(platform::signedText(bundleIdentifier, version, size, *offer.at("sha256").text()))
         .value();
 }
 
@@ -112,16 +104,14 @@ platform::UpdateCycle UpdateWorld::cycle(const platform::SQRLUpdater& updater) c
     return {
         .feedURL = feedURL,
         .bundlePath = target,
-        .bundleIdentifier = installed.bundleIdentifier().value(),
+        .bundleIdentifier = identifier,
         .bundleVersion = installed.textForInfoDictionaryKey("CFBundleShortVersionString").value(),
         .publicKeys = platform::updatePublicKeys(installed),
         .cacheFolder = cache,
-        .updateFromJSONData =
-            [&updater](std::string body) { return updater.updateFromJSONData(std::move(body)); },
+        .updateFromJSONData = [&](std::string body) { return updater.updateFromJSONData(body); },
         .matchingBundle =
-            [&updater](fs::path unpacked) {
-                return updater.updateBundleMatchingCurrentApplicationInDirectory(
-                    std::move(unpacked));
+            [&](const fs::path& unpacked) {
+                return updater.updateBundleMatchingCurrentApplicationInDirectory(unpacked);
             },
         .downloadBegins = [] {},
     };
@@ -129,8 +119,7 @@ platform::UpdateCycle UpdateWorld::cycle(const platform::SQRLUpdater& updater) c
 
 std::vector<ReceivedRequest> UpdateWorld::archiveRequests() const {
     auto requests = server->requests();
-    std::erase_if(requests,
-                  [](const ReceivedRequest& request) { return request.target != "/archive"; });
+    std::erase_if(requests, [](const auto& request) { return request.target != "/archive"; });
     return requests;
 }
 

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-
 #include "platform/files.h"
 #include "platform/property_list.h"
 #include "testing/temporary_folder.h"
@@ -14,51 +12,42 @@ namespace {
 using Dictionary = PropertyListValue::Dictionary;
 using Array = PropertyListValue::Array;
 
-class LoginEntry : public ::testing::Test {
-  protected:
-    Result<LaunchAgent> readAgent(const PropertyListValue& value) {
-        std::ofstream(_file) << serialisePropertyList(value);
-        return readLaunchAgent(_file);
-    }
+constexpr const char* kFile = "with\\back\nslash.plist";
 
-    fixtures::TemporaryFolder _folder;
-    std::filesystem::path _file = _folder.path() / "with\\back\nslash.plist";
-};
-
-TEST_F(LoginEntry, QuotesWhatTheSessionWouldTakeForSomethingElse) {
-    const LaunchAgent agent{.label = "some.label", .programArguments = {"/a b", R"(x"`$\%u)", ""}};
-    EXPECT_EQ(loginEntryText(agent, "/agents/a.plist"),
+TEST(LoginEntry, QuotesWhatTheSessionWouldTakeForSomethingElseAndLeadsBackToItsPropertyList) {
+    const fixtures::TemporaryFolder folder;
+    setenv("XDG_CONFIG_HOME", folder.path().c_str(), 1);
+    const Array words = {"/a b", R"(x"`$\%u)", ""};
+    folder.write(kFile, serialisePropertyList(
+                            Dictionary{{"Label", "some.label"}, {"ProgramArguments", words}}));
+    const auto agent = readLaunchAgent(folder.path() / kFile);
+    ASSERT_TRUE(agent);
+    const std::string text = loginEntryText(agent.value(), folder.path() / kFile);
+    EXPECT_EQ(text,
               "[Desktop Entry]\nType=Application\nVersion=1.5\nName=some.label\nTryExec=/a b\n"
               "Exec=env \"DESKTOP_AUTOSTART_ID=some.label\" \"/a b\" "
               R"("x\\"\\`\\$\\\\%%u" "")"
-              "\nX-Teravolant-PropertyList=/agents/a.plist\nNoDisplay=true\n");
-}
-
-TEST_F(LoginEntry, LeadsBackToItsPropertyList) {
-    setenv("XDG_CONFIG_HOME", _folder.path().c_str(), 1);
-    const auto agent = readAgent(
-        Dictionary{{"Label", "some.label"}, {"ProgramArguments", Array{"/bin/true", "word"}}});
-    ASSERT_TRUE(agent);
-    const auto entry = loginEntryPath("some.label");
-    ASSERT_FALSE(createDirectory(entry.parent_path()));
-    std::ofstream(entry) << loginEntryText(agent.value(), _file);
+              "\nX-Teravolant-PropertyList=" +
+                  folder.path().string() + R"(/with\\back\nslash.plist)" + "\nNoDisplay=true\n");
+    folder.write("autostart/some.label.desktop", text);
     const auto again = agentOfLoginEntry("some.label");
     ASSERT_TRUE(again) << again.error().localizedDescription;
-    EXPECT_EQ(again.value().programArguments, (std::vector<std::string>{"/bin/true", "word"}));
+    EXPECT_EQ(again.value().programArguments, agent.value().programArguments);
 }
 
-TEST_F(LoginEntry, IsNotMadeFromAnUnusablePropertyList) {
+TEST(LoginEntry, IsNotMadeFromAnUnusablePropertyList) {
+    const fixtures::TemporaryFolder folder;
     const Array program = {"/bin/true"};
-    for (const PropertyListValue& value :
-         {PropertyListValue(Array{}), PropertyListValue(Dictionary{{"ProgramArguments", program}}),
-          PropertyListValue(Dictionary{{"Label", "../up"}, {"ProgramArguments", program}}),
-          PropertyListValue(Dictionary{{"Label", ""}, {"ProgramArguments", program}}),
-          PropertyListValue(Dictionary{{"Label", true}, {"ProgramArguments", program}}),
-          PropertyListValue(Dictionary{{"Label", "a"}}),
-          PropertyListValue(Dictionary{{"Label", "a"}, {"ProgramArguments", Array{}}}),
-          PropertyListValue(Dictionary{{"Label", "a"}, {"ProgramArguments", Array{"/a=b/c"}}}),
-          PropertyListValue(Dictionary{{"Label", "a"}, {"ProgramArguments", Array{true}}})}) {
-        EXPECT_FALSE(readAgent(value)) << serialisePropertyList(value);
+    for (const Dictionary& value :
+         {Dictionary{{"ProgramArguments", program}},
+          Dictionary{{"Label", "../up"}, {"ProgramArguments", program}},
+          Dictionary{{"Label", ""}, {"ProgramArguments", program}},
+          Dictionary{{"Label", true}, {"ProgramArguments", program}}, Dictionary{{"Label", "a"}},
+          Dictionary{{"Label", "a"}, {"ProgramArguments", Array{}}},
+          Dictionary{{"Label", "a"}, {"ProgramArguments", Array{"/a=b/c"}}},
+          Dictionary{{"Label", "a"}, {"ProgramArguments", Array{true}}}}) {
+        folder.write(kFile, serialisePropertyList(value));
+        EXPECT_FALSE(readLaunchAgent(folder.path() / kFile)) << serialisePropertyList(value);
     }
 }
 
