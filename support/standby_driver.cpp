@@ -1,14 +1,19 @@
-// What the tests run as a program of its own. Says its process id and sends an event to a service.
+// What the tests run as a program of its own: says its process id, posts an event to a service, and
+// says "sent".
 //
 // Usage: standby_driver HOST END
 //
-// END: "loop" runs the application's loop, "exit" exits at a SIGTERM, "at-once" exits; "nothing"
-// sends no event.
-
-#include <csignal>
-#include <iostream>
+// END: "loop" runs the application's loop; "late-loop" does so once nothing of the request goes on
+// but what it has left to the main thread, and says "loop" before; "exit" exits at a SIGTERM;
+// "at-once" exits; "senders" exits as well, while other threads still post.
 
 #include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <iostream>
+#include <iterator>
+#include <thread>
 
 #include "platform/application.h"
 #include "support/amplitude_api.h"
@@ -16,6 +21,12 @@
 namespace {
 
 using namespace teravolant;
+
+auto threadCount() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+}
+
+void say(const std::string& word) { std::cout << word << std::endl; }
 
 int send(const std::string& host, const std::string& end) {
     platform::Application::sharedApplication();
@@ -25,12 +36,28 @@ int send(const std::string& host, const std::string& end) {
     if (end == "exit") {
         pthread_sigmask(SIG_BLOCK, &awaited, nullptr);
     }
-    std::cout << getpid() << std::endl;
+    say(std::to_string(getpid()));
 
+    const auto threadsBefore = threadCount();
+    AmplitudeApi::sendEvent(nullptr, host);
     auto event = AmplitudeEvent::initWithEventType("sent");
     event.addEventPropertiesWithEventName("a", "é");
-    AmplitudeApi::sendEvent(end == "nothing" ? nullptr : &event, host);
-    if (end == "loop") {
+    for (int number = 0; number < 3 && end == "senders"; ++number) {
+        std::thread([=] {
+            while (true) {
+                AmplitudeApi::sendEvent(&event, host);
+            }
+        }).detach();
+    }
+    AmplitudeApi::sendEvent(&event, host);
+    say("sent");
+    if (end == "late-loop") {
+        while (threadCount() > threadsBefore) {
+            std::this_thread::yield();
+        }
+        say("loop");
+    }
+    if (end.ends_with("loop")) {
         return platform::applicationMain(0, nullptr);
     }
     int signal = 0;
