@@ -26,7 +26,8 @@ unpack() {
 }
 start_client() {
     unpack
-    setsid "$HOME/.teravolant/teravolant.app/Contents/MacOS/teravolant" < /dev/null > /dev/null 2>&1 & disown
+    setsid ~/.teravolant/teravolant.app/Contents/MacOS/teravolant < /dev/null > /dev/null 2>&1 &
+    disown
     await test -s "$client_log"
 }
 prefer() {

@@ -205,7 +205,7 @@ const Scenario kScenarios[] = {
     otherList("AMissingProcessListNamesNone", "", "INFO: brisklink can be launched!."),
     otherList("AProcessListWithoutIdsKillsNothing", R"sh(cat > /tmp/bin/ps <<'PS'
 #!/bin/sh
-case "$*" in *pid=*) ;; *) echo /home/user/.teravolant/teravolant.app/Contents/MacOS/teravolant ;; esac
+case "$*" in *pid=*) exit ;; esac; echo ~/.teravolant/teravolant.app/Contents/MacOS/teravolant
 PS)sh",
               "WARNING: a teravolant instance is already running and will be killed!"),
     {"APipeThatCanNotBeOpenedEndsTheStart",

@@ -12,14 +12,14 @@ namespace {
 constexpr const char* kPublish = R"sh(
     export PATH=/tools:$PATH SSL_CERT_FILE=$HOME/feed/authority.pem
     installed=/Applications/Teravolant.app
-    launcher=$installed/Contents/MacOS/Teravolant
+    launcher=$installed/Contents/MacOS/Teravolant; plist=Contents/Info.plist
     feed=$HOME/feed/teravolant/release
     mkdir -p $feed ~/next ~/client
     teravolant-release keygen --private-key ~/key > ~/public
     cp -r /opt/Teravolant.app $installed
-    sed -i "s#<array></array>#<array><string>$(cat ~/public)</string></array>#" $installed/Contents/Info.plist
+    sed -i "s#<array></array>#<array><string>$(cat ~/public)</string></array>#" $installed/$plist
     cp -r $installed ~/next/Teravolant.app
-    sed -i 's#<string>[0-9.]*</string>#<string>9.9.9.9</string>#' ~/next/Teravolant.app/Contents/Info.plist
+    sed -i 's#<string>[0-9.]*</string>#<string>9.9.9.9</string>#' ~/next/Teravolant.app/$plist
     tar xzf $installed/Contents/Resources/client.tar.gz -C ~/client
     touch ~/client/teravolant.app/Contents/news
     tar czf ~/next/Teravolant.app/Contents/Resources/client.tar.gz -C ~/client teravolant.app
@@ -33,7 +33,7 @@ constexpr const char* kPublish = R"sh(
             <key>host</key><string>${url#*//}</string>
             <key>path</key><string>/teravolant/release/release.mac</string></dict>"
     }
-    version() { sed -n '/ShortVersion/{n;s/[^0-9.]//gp}' $installed/Contents/Info.plist; }
+    version() { sed -n '/ShortVersion/{n;s/[^0-9.]//gp}' $installed/$plist; }
     ended() { test "$(grep -c 'applicationWillTerminate' "$log")" = $1; }
     count() { grep -c ": $1" "$log"; }
 )sh";

@@ -255,8 +255,8 @@ TEST_F(ReleaseTool, PackGivesTheFolderBackAndMakesTheSameBytesWhateverTheOrder) 
     fs::create_directory(path("unpacked"));
     ASSERT_FALSE(platform::unpackArchive(path("a"), path("unpacked")));
     outputOf(R"sh(diff -r --no-dereference new unpacked && for folder in new unpacked; do
-        (cd $folder; find T.app -printf '%p %m %l\n' , -type f -printf '%p %Ts\n' | sort) > $folder.list
-    done; cmp new.list unpacked.list)sh");
+        (cd $folder; find T.app -printf '%p %m %l\n' , -type f -printf '%p %Ts\n') |
+            sort > $folder.list; done; cmp new.list unpacked.list)sh");
 }
 
 TEST_F(ReleaseTool, PackShowsItsProgressOnATerminalAndLeavesNothingWhenItIsToldToStop) {
