@@ -36,25 +36,26 @@ class PrintingDelegate : public ApplicationDelegate {
 
 TEST(Application, TakesASignalForATerminationRequestAndTheSameAgainForTheEnd) {
     struct Row {
-        std::vector<int> before;  ///< The signals before the launch, and during it.
-        std::vector<int> during;
-        std::vector<const char*> commands;  ///< Of a shell, after them.
+        const char* situation;
+        std::vector<int> before;            ///< The signals that come before the launch,
+        std::vector<int> during;            ///< those that come at it,
+        std::vector<const char*> commands;  ///< and what a shell is given to run then.
         bool isKilled = false;
         const char* printed = "^launch terminate$";
     };
     const Row table[] = {
-        {{}, {SIGTERM}, {}},
-        {{}, {SIGINT}, {}},
-        {{}, {SIGHUP}, {}},
-        {{SIGTERM}, {}, {}, false, "^terminate$"},
-        {{}, {SIGINT, SIGINT}, {}, true, "^launch $"},
-        {{}, {SIGPIPE, SIGPIPE, SIGXFSZ, SIGXFSZ, SIGTERM}, {}},
-        {{}, {}, {"exit 1", "kill -INT $$"}},
-        {{}, {}, {"sh -c 'kill -INT $$'; exit $?"}},
-        {{}, {}, {"kill -INT $$", "kill -INT $$"}, true, "^launch $"},
+        {"termination", {}, {SIGTERM}, {}},
+        {"interrupt", {}, {SIGINT}, {}},
+        {"end of the terminal", {}, {SIGHUP}, {}},
+        {"before the launch", {SIGTERM}, {}, {}, false, "^terminate$"},
+        {"twice", {}, {SIGINT, SIGINT}, {}, true, "^launch $"},
+        {"failed writes", {}, {SIGPIPE, SIGPIPE, SIGXFSZ, SIGXFSZ, SIGTERM}, {}},
+        {"of a command", {}, {}, {"exit 1", "kill -INT $$"}},
+        {"of a command's command", {}, {}, {"sh -c 'kill -INT $$'; exit $?"}},
+        {"of two commands", {}, {}, {"kill -INT $$", "kill -INT $$"}, true, "^launch $"},
     };
     for (const Row& row : table) {
-        SCOPED_TRACE(&row - table);
+        SCOPED_TRACE(row.situation);
         const auto start = [&row] {
             Application::sharedApplication();
             std::ranges::for_each(row.before, raise);

@@ -21,30 +21,23 @@ class Preferences : public ::testing::Test {
 };
 
 TEST_F(Preferences, LoseNoKeyWhenTwoProcessesWriteAtTheSameTime) {
-    const auto keys = [](const char* prefix) {
-        std::vector<std::string> made;
-        for (int number = 0; number < 50; ++number) {
-            made.push_back(prefix + std::to_string(number));
-        }
-        return made;
-    };
+    constexpr int kKeys = 50;
     std::vector<pid_t> children;
-    for (const char* prefix : {"a", "b"}) {
+    for (const std::string prefix : {"a", "b"}) {
         children.push_back(fork());
+        for (int number = 0; children.back() == 0 && number < kKeys; ++number) {
+            (void)defaults().setObject("value", prefix + std::to_string(number));
+        }
         if (children.back() == 0) {
-            for (const std::string& key : keys(prefix)) {
-                (void)defaults().setObject("value", key);
-            }
             _exit(0);
         }
     }
     for (const pid_t child : children) {
         waitpid(child, nullptr, 0);
     }
-    for (const char* prefix : {"a", "b"}) {
-        for (const std::string& key : keys(prefix)) {
-            EXPECT_TRUE(defaults().objectForKey(key)) << key;
-        }
+    for (int number = 0; number < kKeys; ++number) {
+        EXPECT_TRUE(defaults().objectForKey("a" + std::to_string(number))) << number;
+        EXPECT_TRUE(defaults().objectForKey("b" + std::to_string(number))) << number;
     }
     EXPECT_FALSE(defaults().removeObjectForKey("a0"));
     EXPECT_FALSE(defaults().objectForKey("a0"));
