@@ -7,6 +7,7 @@
 
 #include <plist/plist.h>
 
+#include "platform/binary_property_list.h"
 #include "platform/text.h"
 
 namespace teravolant::platform {
@@ -176,13 +177,8 @@ Node nodeOf(const PropertyListValue& value) {
 }
 
 /// The library reads what is nested by calling itself, so that nothing may reach it that nests
-/// without end. Of the binary form only the size says how deep that can be.
+/// without end.
 bool nestsTooDeep(std::string_view bytes) {
-    constexpr std::size_t kLargestBinary = std::size_t{256} << 10U;
-    constexpr std::string_view kBinaryMark = "bplist";
-    if (bytes.starts_with(kBinaryMark)) {
-        return bytes.size() > kLargestBinary;
-    }
     int depth = 0;
     for (std::size_t tag = bytes.find('<'); tag != bytes.npos; tag = bytes.find('<', tag + 1)) {
         const std::string_view name = bytes.substr(tag + 1, 6);
@@ -207,11 +203,13 @@ Error corrupt(std::string_view reason) {
 }  // namespace
 
 Result<PropertyListValue> parsePropertyList(std::string_view bytes) {
-    if (bytes.size() > std::numeric_limits<std::uint32_t>::max()) {
+    constexpr std::size_t kLargestBinary = std::size_t{256} << 10U;
+    const bool isBinary = bytes.starts_with("bplist");
+    if (bytes.size() > (isBinary ? kLargestBinary : std::numeric_limits<std::uint32_t>::max())) {
         return corrupt("The property list is too large.");
     }
-    if (nestsTooDeep(bytes)) {
-        return corrupt("The property list nests too deep.");
+    if (isBinary ? !isReadableBinaryPropertyList(bytes) : nestsTooDeep(bytes)) {
+        return corrupt("The property list is damaged, or nests too deep.");
     }
     plist_t parsed = nullptr;
     plist_from_memory(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &parsed);
