@@ -27,7 +27,7 @@ class AnalyticsService : public testing::Test {
   protected:
     AnalyticsService() { std::ofstream(_trusted) << _authority.certificate(); }
 
-    void answer(ServerAnswer answer) {
+    void answer(const ServerAnswer& answer) {
         _server.emplace([answer](const ReceivedRequest&) { return answer; }, _authority.issue());
     }
 
@@ -43,7 +43,7 @@ class AnalyticsService : public testing::Test {
         Program program = sender("loop");
         const pid_t process = std::stoi(program.readLine());
         beforeTheAnswer();
-        const std::string line = program.readLine();
+        std::string line = program.readLine();
         kill(process, SIGTERM);
         EXPECT_EQ(program.finish(), 0);
         return line;
