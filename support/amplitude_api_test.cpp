@@ -28,7 +28,7 @@ class AnalyticsService : public testing::Test {
   protected:
     AnalyticsService() { std::ofstream(_trusted) << _authority.certificate(); }
 
-    void answer(ServerAnswer answer) {
+    void answer(const ServerAnswer& answer) {
         _server.emplace([answer](const ReceivedRequest&) { return answer; }, _authority.issue());
     }
 
@@ -47,7 +47,7 @@ class AnalyticsService : public testing::Test {
         EXPECT_EQ(program.readLine(), "sent");
         beforeTheAnswer();
         EXPECT_EQ(program.readLine(), "loop") << "something came from another thread";
-        const std::string line = program.readLine();
+        std::string line = program.readLine();
         kill(process, SIGTERM);
         EXPECT_EQ(program.finish(), 0);
         return line;

@@ -91,20 +91,22 @@ class InterruptedUpdate : public testing::TestWithParam<Mishap> {
 };
 
 TEST_P(InterruptedUpdate, LeavesTheOldOrTheNewBundleAndTheNextRunsBringTheNewOne) {
-    const auto& [name, calls, effect, suffix, statusThen, canExchange] = GetParam();
+    const Mishap& mishap = GetParam();
+    const auto tracer = [&mishap](const std::string& call, unsigned count) {
+        const bool isKept = mishap.canExchange || call == "renameat2";
+        return "strace -f -o /dev/null -e trace=renameat2,?" + call +
+               (isKept ? "" : " -e inject=renameat2:error=EINVAL") + " -e inject=?" + call + ":" +
+               mishap.effect + ":when=" + std::to_string(count) + mishap.suffix;
+    };
     unsigned points = 0;
-    for (const std::string call : calls) {
-        const std::string tracer =
-            "strace -f -o /dev/null -e trace=renameat2,?" + call +
-            (canExchange || call == "renameat2" ? "" : " -e inject=renameat2:error=EINVAL") +
-            " -e inject=?" + call + ":" + effect + ":when=";
-        int status = statusThen;
-        for (unsigned count = 1; status == statusThen; ++count) {
+    for (const std::string call : mishap.calls) {
+        int status = mishap.status;
+        for (unsigned count = 1; status == mishap.status; ++count) {
             SCOPED_TRACE(call + " " + std::to_string(count));
             _world.reset();
-            Program run(_world.command(_world.target, tracer + std::to_string(count) + suffix));
+            Program run(_world.command(_world.target, tracer(call, count)));
             status = run.finish();
-            if (status == statusThen) {
+            if (status == mishap.status) {
                 ++points;
                 expectThatTheNextRunsBringTheNewBundle();
             } else {
@@ -116,7 +118,7 @@ TEST_P(InterruptedUpdate, LeavesTheOldOrTheNewBundleAndTheNextRunsBringTheNewOne
     std::cout << points << " points\n";
     EXPECT_GE(points, 50U);
     // Only between two moves is there an instant without a bundle at its place.
-    EXPECT_EQ(_emptyPlaces, GetParam().canExchange ? 0U : 1U);
+    EXPECT_EQ(_emptyPlaces, mishap.canExchange ? 0U : 1U);
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -291,8 +291,8 @@ chmod +x /tmp/bin/ps)sh",
             $launcher; tr -d '\t\n' < $all_users; test -e ~/.local || echo "no log of its own")sh",
      {"] Invalid argument format: a=b=c\n", "] MAX_LOG_SIZE: 2048\n", "] Running as root\n",
       "] AUTO_UPDATE: NO\n", "] BETA_PROGRAM: NO\n", "] PRODUCT_USAGE_ANALYTICS: YES\n",
-      "<dict><key>AutoUpdateEnable</key><string>NO</string>"
-      "<key>BetaProgramDisable</key><true/></dict></plist>\n755\n644\n",
+      ("<dict><key>AutoUpdateEnable</key><string>NO</string>"
+       "<key>BetaProgramDisable</key><true/></dict></plist>\n755\n644\n"),
       "<dict/></plist>no log of its own\n"},
      {},
      Sandbox::User::superuser},

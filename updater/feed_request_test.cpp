@@ -45,8 +45,10 @@ TEST(FeedRequest, GoesToTheOverrideElseToTheFeedOfTheVersionsChannel) {
         EXPECT_EQ(requested ? requested->absoluteString() : "(null)", url);
         EXPECT_EQ(log.entries().front(),
                   kOperation + "bundleVersion=" + version.value_or("(null)"));
-        EXPECT_EQ(log.entries().back(),
-                  kOperation + "NSURLRequest=<NSURLRequest: { URL: " + url + " }>");
+        EXPECT_EQ(log.entries().back(), std::string(kOperation)
+                                            .append("NSURLRequest=<NSURLRequest: { URL: ")
+                                            .append(url)
+                                            .append(" }>"));
     }
     ASSERT_FALSE(defaults.removeObjectForKey("updateserver"));
 }

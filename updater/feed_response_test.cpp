@@ -40,7 +40,7 @@ TEST(FeedResponse, OfferHasItsOwnAddressOrTheOneOfItsNameInTheFeedsFolder) {
 platform::Error failure(const std::string& body, std::int64_t code, const std::string& suggestion) {
     const auto update = read(body);
     EXPECT_FALSE(update) << body;
-    const platform::Error error = update ? platform::Error{} : update.error();
+    platform::Error error = update ? platform::Error{} : update.error();
     EXPECT_EQ(error.domain, platform::SQRLUpdaterErrorDomain) << body;
     EXPECT_EQ(error.code, code) << body;
     EXPECT_EQ(error.localizedDescription, "Update check failed");
