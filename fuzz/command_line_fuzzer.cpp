@@ -36,6 +36,7 @@ std::vector<std::string> split(std::string_view input) {
 
 void checkOptions(const std::vector<std::string>& arguments) {
     std::vector<const char*> argv;
+    argv.reserve(arguments.size());
     for (const std::string& argument : arguments) {
         argv.push_back(argument.c_str());
     }

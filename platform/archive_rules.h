@@ -1,7 +1,6 @@
 #pragma once
 
-#include <locale.h>
-
+#include <clocale>
 #include <optional>
 #include <string>
 #include <string_view>

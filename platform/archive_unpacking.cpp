@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cerrno>
+#include <functional>
 #include <map>
 #include <memory>
 #include <span>
@@ -141,7 +142,8 @@ class Unpacker {
     std::uint64_t _entryNumber = 0;
     std::uint64_t _items = 0;
     std::uint64_t _bytes = 0;
-    std::map<std::string, FolderRecord> _folders;
+    /// Backwards, so that a folder that its owner may not search is closed after those inside it.
+    std::map<std::string, FolderRecord, std::greater<>> _folders;
 
     UniqueFd _folder;  ///< The one that was entered last, kept for the entries beside.
     std::string _folderPath;
@@ -408,10 +410,8 @@ std::optional<Error> Unpacker::unpackHardLink(std::string_view target, const std
     return std::nullopt;
 }
 
-/// Backwards, so that a folder that its owner may not search is closed after those inside it.
 std::optional<Error> Unpacker::finishFolders() {
-    for (auto folderRecord = _folders.rbegin(); folderRecord != _folders.rend(); ++folderRecord) {
-        const auto& [path, record] = *folderRecord;
+    for (const auto& [path, record] : _folders) {
         const UniqueFd folder = openFolderBelow(_root.get(), path);
         if (!folder || futimens(folder.get(), record.times.data()) != 0 ||
             fchmod(folder.get(), record.mode) != 0) {
