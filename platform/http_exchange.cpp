@@ -325,7 +325,7 @@ std::optional<Error> Exchange::takeHead() {
 }
 
 std::optional<Error> Exchange::checkRange() {
-    if (_response.status != 206 || _wanted == WantedBodies::All) {
+    if (_response.status != 206 || (_wanted == WantedBodies::All && !_request.resumption)) {
         return std::nullopt;
     }
     const std::uint64_t offset = offsetToResumeAt(_request);
