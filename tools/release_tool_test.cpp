@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <atomic>
 #include <cstdlib>
 
 #include "platform/archives.h"
@@ -122,8 +123,10 @@ TEST_F(ReleaseTool, MakesWhatAnInstalledBundleAccepts) {
 
 TEST_F(ReleaseTool, ChecksAServersAnswerAsTheUpdaterGetsIt) {
     publish();
-    ServerAnswer answer{.body = read("feed.json")};
-    const HttpServer server([&answer](const fixtures::ReceivedRequest&) { return answer; });
+    const ServerAnswer answers[] = {
+        {.body = read("feed.json")}, {.status = 204}, {.status = 404, .body = read("feed.json")}};
+    std::atomic<int> turn = 0;
+    const HttpServer server([&](const fixtures::ReceivedRequest&) { return answers[turn]; });
     const std::string command = "check --bundle old/T.app " + server.url("/feeds/release.mac");
     EXPECT_TRUE(
         outputOf("tool " + command).ends_with(" from " + server.url("/feeds/new.tar.zst") + "\n"));
@@ -131,9 +134,9 @@ TEST_F(ReleaseTool, ChecksAServersAnswerAsTheUpdaterGetsIt) {
 
     expectRefused(command + "?version=1.0.0.3", {{"", "version=1.0.0.3 is not older than"}});
     EXPECT_EQ(server.requests().back().target, "/feeds/release.mac?version=1.0.0.3");
-    answer = {.status = 204};
+    turn = 1;
     expectRefused(command, {{"", "no update"}});
-    answer = {.status = 404, .body = read("feed.json")};
+    turn = 2;
     expectRefused(command, {{"", "status 404"}});
 }
 
