@@ -77,5 +77,5 @@ for size in 10 1024; do
     rm "$work/ours"
     stage
     # shellcheck disable=SC2059 # one format for all rows
-    printf "$format" "update of $size MiB (s)" "$(column 1 ours)" "" "" "" "$(column 2 ours)"
+    printf "$format" "update of $size MiB (s)" "$(printf %.4f "$(column 1 ours)")" "" "" "" "$(column 2 ours)"
 done
