@@ -9,7 +9,6 @@
 #include "platform/local_time.h"
 
 namespace teravolant::platform {
-
 namespace {
 
 const std::string& nameOfThisProcess() {

@@ -44,7 +44,7 @@ TEST_F(Analytics, CarryEveryKindOfPropertyAndTheLaterOfTwoOfOneName) {
         {"", std::string("\"quotes\" \\ \n\x01\0 é 🚀", 22)},
         {"náme", JsonValue()},
         {"whole", std::int64_t{INT64_MIN}},
-        {"list", JsonValue::Array{0.1, JsonValue::Object{{"inner", JsonValue::Array()}}}},
+        {"list", JsonValue::Array{0.1, true, JsonValue::Object{{"inner", JsonValue::Array()}}}},
     };
     auto event = AmplitudeEvent::initWithEventType("\"type\"\n");
     event.addEventPropertiesWithEventName("whole", "replaced");
