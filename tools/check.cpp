@@ -41,7 +41,7 @@ std::string withVersion(std::string url, const std::string& version) {
 }
 
 Result<Feed> fetch(const std::string& url, const std::stop_token& stop) {
-    auto body = platform::fetchFeed(url, {}, stop);
+    auto body = platform::fetchFeed(url, stop);
     if (!body) {
         return body.error();
     }

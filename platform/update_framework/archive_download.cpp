@@ -9,6 +9,7 @@
 
 #include "platform/digest.h"
 #include "platform/files.h"
+#include "platform/http.h"
 #include "platform/text.h"
 #include "platform/unique_fd.h"
 #include "platform/update_framework/record.h"
@@ -37,10 +38,10 @@ class Download {
   public:
     Download(const SQRLUpdate& offer, const fs::path& folder) : _offer(offer), _folder(folder) {}
 
-    Result<fs::path> run(const HttpOptions& options) {
+    Result<fs::path> run() {
         auto error = openPart();
         if (!error && _have < *_offer.size) {
-            error = fetch(options);
+            error = fetch();
         }
         if (!error) {
             error = compareDigest();
@@ -118,7 +119,7 @@ class Download {
         return std::nullopt;
     }
 
-    std::optional<Error> fetch(const HttpOptions& options) {
+    std::optional<Error> fetch() {
         HttpRequest request{.url = _offer.updateURL};
         if (_have > 0) {
             request.resumption = HttpResumption{.offset = _have, .validator = _validator};
@@ -126,7 +127,7 @@ class Download {
         const HttpBodyReceiver receiver{
             .begin = [this](const HttpResponse& response) { return begin(response); },
             .receive = [this](std::string_view bytes) { return receive(bytes); }};
-        const auto response = streamHttpBody(request, receiver, options);
+        const auto response = streamHttpBody(request, receiver);
         if (!response) {
             // The same request would bring the same answer for ever: the next one asks for all.
             if (response.error().code == NSURLErrorCannotParseResponse) {
@@ -212,9 +213,8 @@ class Download {
 
 }  // namespace
 
-Result<fs::path> downloadArchive(const SQRLUpdate& offer, const fs::path& cacheFolder,
-                                 const HttpOptions& options) {
-    return Download(offer, cacheFolder).run(options);
+Result<fs::path> downloadArchive(const SQRLUpdate& offer, const fs::path& cacheFolder) {
+    return Download(offer, cacheFolder).run();
 }
 
 void removeDownloads(const fs::path& cacheFolder) {

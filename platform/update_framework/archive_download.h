@@ -3,7 +3,6 @@
 #include <filesystem>
 
 #include "platform/error.h"
-#include "platform/http.h"
 #include "platform/update_framework/sqrl_update.h"
 
 namespace teravolant::platform {
@@ -16,8 +15,7 @@ namespace teravolant::platform {
 /// download if the server still has the same content. A failed transfer leaves its part for the
 /// next call; bytes that can't become the offered archive are removed.
 Result<std::filesystem::path> downloadArchive(const SQRLUpdate& offer,
-                                              const std::filesystem::path& cacheFolder,
-                                              const HttpOptions& options);
+                                              const std::filesystem::path& cacheFolder);
 
 /// Removes what `downloadArchive` left in the folder, whole or in part.
 void removeDownloads(const std::filesystem::path& cacheFolder);

@@ -9,6 +9,7 @@
 
 #include "platform/archives.h"
 #include "platform/files.h"
+#include "platform/http.h"
 #include "platform/text.h"
 #include "platform/unique_fd.h"
 #include "platform/update_framework/archive_download.h"
@@ -161,7 +162,7 @@ Result<StagedUpdate> bringIn(const UpdateCycle& cycle, const SQRLUpdate& offer) 
         return *std::move(error);
     }
     cycle.downloadBegins();
-    const auto archive = downloadArchive(offer, cycle.cacheFolder, cycle.options);
+    const auto archive = downloadArchive(offer, cycle.cacheFolder);
     auto staged =
         archive ? stage(cycle, offer, archive.value()) : Result<StagedUpdate>(archive.error());
     if (!staged) {
@@ -180,10 +181,8 @@ Result<StagedUpdate> bringIn(const UpdateCycle& cycle, const SQRLUpdate& offer) 
 
 }  // namespace
 
-Result<std::optional<std::string>> fetchFeed(const std::string& url, HttpOptions options,
-                                             const std::stop_token& stop) {
-    options.maximumBodySize = kLargestFeed;
-    auto answer = sendHttpRequest({.url = url}, options, stop);
+Result<std::optional<std::string>> fetchFeed(const std::string& url, const std::stop_token& stop) {
+    auto answer = sendHttpRequest({.url = url}, {.maximumBodySize = kLargestFeed}, stop);
     if (!answer) {
         return answer.error();
     }
@@ -202,7 +201,7 @@ Result<std::optional<std::string>> fetchFeed(const std::string& url, HttpOptions
 
 Result<std::optional<StagedUpdate>> runUpdateCycle(const UpdateCycle& cycle) {
     removeStaleStaging(cycle);
-    auto feed = fetchFeed(cycle.feedURL, cycle.options);
+    auto feed = fetchFeed(cycle.feedURL);
     if (!feed) {
         return feed.error();
     }

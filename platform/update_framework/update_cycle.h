@@ -9,7 +9,6 @@
 
 #include "platform/bundle.h"
 #include "platform/error.h"
-#include "platform/http.h"
 #include "platform/signal.h"
 #include "platform/update_framework/sqrl_update.h"
 #include "platform/update_framework/staging.h"
@@ -27,7 +26,6 @@ struct UpdateCycle {
     std::function<RACSignal<SQRLUpdate>(std::string body)> updateFromJSONData;
     std::function<RACSignal<Bundle>(std::filesystem::path folder)> matchingBundle;
     std::function<void()> downloadBegins;
-    HttpOptions options = {};
 };
 
 inline constexpr std::uint64_t kLargestFeed = std::uint64_t{1} << 20U;
@@ -35,7 +33,7 @@ inline constexpr std::uint64_t kLargestFeed = std::uint64_t{1} << 20U;
 /// Fetches a feed document of at most `kLargestFeed` bytes. Answers nothing when the server says
 /// that there is no update (204); any other answer than 200 with a body is an error that names the
 /// status.
-Result<std::optional<std::string>> fetchFeed(const std::string& url, HttpOptions options = {},
+Result<std::optional<std::string>> fetchFeed(const std::string& url,
                                              const std::stop_token& stop = {});
 
 /// Fetches the feed, has its answer read, and brings the offered bundle, verified, to where it can
