@@ -5,8 +5,8 @@
 //        work digest FILE     prints the file's digest
 //        work match FOLDER    looks for the running bundle's successor, and finds none
 //        work log COUNT       logs entries
-//        work append FILE COUNT      writes as many bytes as these entries to a file, with C's
-//        means work versions LENGTH COUNT  compares versions of that length
+//        work append FILE COUNT      writes as many bytes as these entries, with C's means
+//        work versions LENGTH COUNT  compares versions of that length
 
 #include <cstdio>
 #include <cstdlib>
