@@ -53,13 +53,5 @@ TEST(CommandLine, SkipsAndLogsWhatHasNoFormAndLetsTheLastOfOneKeyHold) {
     EXPECT_TRUE(parseArguments(0, nullptr).empty());
 }
 
-TEST(CommandLine, FindsAnOptionThatIsThereExactly) {
-    const char* const words[] = {"--own", nullptr, "--notupdate=YES", "--NOTUPDATE", "--notupdat"};
-    EXPECT_TRUE(hasOption(5, words, "--own"));
-    EXPECT_FALSE(hasOption(5, words, "--notupdate"));
-    EXPECT_FALSE(hasOption(4, words, "--notupdat"));
-    EXPECT_FALSE(hasOption(1, nullptr, "--own"));
-}
-
 }  // namespace
 }  // namespace teravolant

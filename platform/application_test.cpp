@@ -7,7 +7,6 @@
 #include <csignal>
 #include <cstdio>
 
-#include "platform/bundle.h"
 #include "platform/process.h"
 
 namespace teravolant::platform {
@@ -88,17 +87,6 @@ TEST(Application, LeavesASignalIgnoredAndUnblocksThoseThatItLivesOn) {
         });
     };
     EXPECT_EXIT(start(), ::testing::ExitedWithCode(0), "^launch open open open open terminate$");
-}
-
-TEST(Application, PutsItsHelpersOnAPathWithoutEmptyEntries) {
-    const std::string helpers = Bundle::mainBundle().helpersPath();
-    const auto start = [&helpers] {
-        setenv("PATH", (":" + helpers + ":/a::b/c:").c_str(), 1);
-        Application::sharedApplication();
-        std::fputs(getenv("PATH"), stderr);
-        std::_Exit(0);
-    };
-    EXPECT_EXIT(start(), ::testing::ExitedWithCode(0), "^" + helpers + ":/a:b/c$");
 }
 
 }  // namespace

@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstdlib>
-
 #include "testing/temporary_folder.h"
 
 namespace teravolant::platform {
@@ -32,21 +30,6 @@ TEST(Process, LaunchedDetachedInheritsNoOpenFile) {
     char byte = 0;
     EXPECT_EQ(read(ends[0], &byte, 1), 0);
     close(ends[0]);
-}
-
-TEST(Process, ListingLeavesTheEnvironmentAndTheStandardOutputAsTheyWere) {
-    const char* const print = "echo \"[$LC_ALL|$COLUMNS]\"";
-    setenv("COLUMNS", "20", 1);
-    unsetenv("LC_ALL");
-    ::testing::internal::CaptureStdout();
-    runShellCommand(print);
-    {
-        const ProcessListing listing;
-        EXPECT_EQ(runToEndOfOutput("/bin/sh", {"-c", print}).standardOutput, "[C.UTF-8|]\n");
-        runShellCommand("echo lost");
-    }
-    runShellCommand(print);
-    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "[|20]\n[|20]\n");
 }
 
 }  // namespace

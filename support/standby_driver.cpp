@@ -1,58 +1,26 @@
-// What the tests run as a program of its own: says its process id, posts an event to a service, and
-// says "sent".
+// What the tests run as a program of its own: says its process id, posts an event to a service and
+// runs the application's loop, or ends at once with that many threads that still post.
 //
-// Usage: standby_driver HOST END
-//
-// END: "loop" runs the application's loop; "late-loop" does so once nothing of the request goes on
-// but what it has left to the main thread, and says "loop" before; "exit" exits at a SIGTERM;
-// "at-once" exits; "senders" exits as well, while other threads still post.
+// Usage: standby_driver HOST [THREADS]
 
 #include <unistd.h>
 
-#include <csignal>
-#include <filesystem>
 #include <iostream>
-#include <iterator>
 #include <thread>
 
 #include "platform/application.h"
 #include "support/amplitude_api.h"
 
-namespace {
-
-using namespace teravolant;
-
-auto threadCount() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
-}
-
-/// With it come the threads that a sanitizer adds to a program of several threads.
-void startAndEndAThread() {
-    std::filesystem::path task;
-    std::thread([&task] { task = "/proc/self/task/" + std::to_string(gettid()); }).join();
-    while (std::filesystem::exists(task)) {
-        std::this_thread::yield();
-    }
-}
-
-void say(const std::string& word) { std::cout << word << std::endl; }
-
-int send(const std::string& host, const std::string& end) {
+int main(int argc, char** argv) {
+    using namespace teravolant;
     platform::Application::sharedApplication();
-    sigset_t awaited;
-    sigemptyset(&awaited);
-    sigaddset(&awaited, SIGTERM);
-    if (end == "exit") {
-        pthread_sigmask(SIG_BLOCK, &awaited, nullptr);
-    }
-    say(std::to_string(getpid()));
+    std::cout << getpid() << std::endl;
 
-    startAndEndAThread();
-    const auto threadsBefore = threadCount();
+    const std::string host = argv[1];
     AmplitudeApi::sendEvent(nullptr, host);
     auto event = AmplitudeEvent::initWithEventType("sent");
     event.addEventPropertiesWithEventName("a", "é");
-    for (int number = 0; number < 3 && end == "senders"; ++number) {
+    for (int threads = argc > 2 ? std::stoi(argv[2]) : 0; threads > 0; --threads) {
         std::thread([=] {
             while (true) {
                 AmplitudeApi::sendEvent(&event, host);
@@ -60,20 +28,5 @@ int send(const std::string& host, const std::string& end) {
         }).detach();
     }
     AmplitudeApi::sendEvent(&event, host);
-    say("sent");
-    if (end == "late-loop") {
-        while (threadCount() > threadsBefore) {
-            std::this_thread::yield();
-        }
-        say("loop");
-    }
-    if (end.ends_with("loop")) {
-        return platform::applicationMain(0, nullptr);
-    }
-    int signal = 0;
-    return end == "exit" ? sigwait(&awaited, &signal) : 0;
+    return argc > 2 ? 0 : platform::applicationMain(0, nullptr);
 }
-
-}  // namespace
-
-int main(int argc, char** argv) { return argc == 3 ? send(argv[1], argv[2]) : 2; }

@@ -1,15 +1,15 @@
-// feed_server FOLDER SCHEME [stall]: serves the files of a folder on a loopback port, over https
-// with a certificate of an authority of its own, or over plain http; with "stall", only the first
-// half of a file of more than 64 KiB, and then nothing more. Writes into the folder, each file
-// appearing whole: `authority.pem`, the authority's certificate, and then `url`, under which the
-// folder's files are found. Runs until it is ended.
+// feed_server FOLDER https|http [stall]: serves the files of a folder on a loopback port, over
+// https with a certificate of an authority of its own, or over plain http; with "stall", only the
+// first half of a file of more than 64 KiB, and then nothing more. Writes into the folder, each
+// file appearing whole: `authority.pem`, the authority's certificate, and then `url`, under which
+// the folder's files are found; and to standard output each request's target and range. Runs until
+// it is ended.
 
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <iostream>
 #include <string>
 #include <string_view>
@@ -22,21 +22,32 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace teravolant::fixtures;
+using teravolant::platform::contentsOfFile;
 
-/// The entity tag tells contents apart as far as one run of the server needs it.
+/// What stands in NAME.raw is sent as it is; an empty file is answered with 204; a file of the name
+/// with the query goes first. The entity tag of a file is its size, which tells the contents of one
+/// run of the server apart.
 ServerAnswer serve(const fs::path& folder, const ReceivedRequest& request, bool stalls) {
     constexpr std::size_t kLargest = std::size_t{64} << 10U;
-    const fs::path path = request.target.substr(0, request.target.find('?'));
-    const auto contents = teravolant::platform::contentsOfFile(folder / path.relative_path());
-    if (!contents) {
-        return {.status = 404};
+    std::cout << request.target + " " + request.header("range") + "\n" << std::flush;
+    const std::string path = request.target.substr(0, request.target.find('?'));
+    for (const std::string& name : {request.target, path}) {
+        const fs::path file = folder / fs::path(name).relative_path();
+        if (const auto raw = contentsOfFile(file.string() + ".raw")) {
+            return {.raw = raw.value()};
+        }
+        if (const auto contents = contentsOfFile(file)) {
+            const std::size_t size = contents.value().size();
+            auto answer =
+                answerWithRange(request, contents.value(), "\"" + std::to_string(size) + "\"");
+            answer.status = size == 0 ? 204 : answer.status;
+            if (stalls && size > kLargest) {
+                answer.stallAfter = size / 2;
+            }
+            return answer;
+        }
     }
-    const std::string tag = std::to_string(std::hash<std::string>()(contents.value()));
-    ServerAnswer answer = answerWithRange(request, contents.value(), "\"" + tag + "\"");
-    if (stalls && contents.value().size() > kLargest) {
-        answer.stallAfter = contents.value().size() / 2;
-    }
-    return answer;
+    return {.status = 404};
 }
 
 void writeWhole(const fs::path& file, const std::string& text) {

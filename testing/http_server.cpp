@@ -72,8 +72,7 @@ void sendHead(BIO* connection, const ServerAnswer& answer) {
     if (answer.chunked) {
         BIO_puts(connection, "Transfer-Encoding: chunked\r\n");
     } else if (answer.status != 204) {
-        BIO_printf(connection, "Content-Length: %zu\r\n",
-                   answer.announcedLength.value_or(answer.body.size()));
+        BIO_printf(connection, "Content-Length: %zu\r\n", answer.body.size());
     }
     BIO_puts(connection, "\r\n");
 }

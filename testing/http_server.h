@@ -33,8 +33,6 @@ struct ServerAnswer {
     std::vector<std::pair<std::string, std::string>> headers = {};
     std::string body = {};
     bool chunked = false;
-    /// What Content-Length says instead of the truth.
-    std::optional<std::size_t> announcedLength = {};
     /// Closes the connection after that many bytes of the body, without a TLS farewell.
     std::optional<std::size_t> cutAfter = {};
     /// Waits for `release` after that many bytes of the body.
