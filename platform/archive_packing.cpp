@@ -23,9 +23,7 @@ namespace fs = std::filesystem;
 
 /// Of folders and links: 1 January 2000. Their times say only when they were copied.
 constexpr timespec kSomeTime = {.tv_sec = 946684800, .tv_nsec = 0};
-constexpr mode_t kPermissions = 0777;
 constexpr mode_t kArchiveMode = 0644;
-constexpr std::size_t kReadSize = std::size_t{1} << 18U;
 
 /// Zstandard unpacks more than twice as fast as gzip or a zip's deflate, whatever the level it was
 /// packed with; at this level it also packs tighter than both in about the time that gzip takes.
@@ -214,7 +212,7 @@ std::optional<Error> Packer::writeItem(const Item& item) {
     const Entry entry(archive_entry_new());
     archive_entry_set_pathname(entry.get(), item.name.c_str());
     archive_entry_set_filetype(entry.get(), item.mode & static_cast<mode_t>(S_IFMT));
-    archive_entry_set_perm(entry.get(), item.mode & kPermissions);
+    archive_entry_set_perm(entry.get(), item.mode & kPermissionBits);
     archive_entry_set_size(entry.get(), static_cast<la_int64_t>(item.size));
     archive_entry_set_mtime(entry.get(), item.modificationTime.tv_sec,
                             item.modificationTime.tv_nsec);
@@ -245,7 +243,7 @@ std::optional<Error> Packer::writeContents(const Item& item) {
         report();
         return std::nullopt;
     };
-    if (auto error = readInPieces(item.path, kReadSize, pack, Links::Refuse)) {
+    if (auto error = readInPieces(item.path, kArchiveReadSize, pack, Links::Refuse)) {
         return error;
     }
     if (packed != item.size) {

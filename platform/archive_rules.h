@@ -1,6 +1,7 @@
 #pragma once
 
 #include <clocale>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,6 +11,11 @@
 
 // What packing and unpacking have in common: which entries an archive may hold.
 namespace teravolant::platform {
+
+inline constexpr unsigned kPermissionBits = 0777;
+
+/// Bytes that are read at a time, of an archive or of a file that goes into one.
+inline constexpr std::size_t kArchiveReadSize = std::size_t{1} << 18U;
 
 using PathComponents = std::vector<std::string>;
 

@@ -20,10 +20,8 @@
 namespace teravolant::platform {
 namespace {
 
-constexpr std::size_t kReadSize = std::size_t{1} << 18U;
 constexpr mode_t kWhileUnpacking = 0700;
 constexpr mode_t kFolderWithoutEntry = 0755;
-constexpr mode_t kPermissions = 0777;
 
 struct FreeReader {
     void operator()(archive* reader) const { archive_read_free(reader); }
@@ -308,7 +306,7 @@ std::optional<Error> Unpacker::unpackFolder(archive_entry* entry, const PathComp
     if (record.hasEntry) {
         return refusal("is there twice");
     }
-    record = {.mode = archive_entry_perm(entry) & kPermissions,
+    record = {.mode = archive_entry_perm(entry) & kPermissionBits,
               .times = timesOf(entry),
               .hasEntry = true};
     return std::nullopt;
@@ -326,7 +324,7 @@ std::optional<Error> Unpacker::unpackFile(archive_entry* entry, const std::strin
     if (auto error = unpackData(entry, file.get())) {
         return error;
     }
-    if (fchmod(file.get(), archive_entry_perm(entry) & kPermissions) != 0 ||
+    if (fchmod(file.get(), archive_entry_perm(entry) & kPermissionBits) != 0 ||
         futimens(file.get(), timesOf(entry).data()) != 0) {
         return failure(errno);
     }
@@ -460,7 +458,7 @@ std::optional<Error> unpackArchive(const std::filesystem::path& archive,
     if (!reader) {
         return archiveError(NSFileReadUnknownError, "This machine can't read archives.");
     }
-    if (archive_read_open_fd(reader.get(), file.get(), kReadSize) != ARCHIVE_OK) {
+    if (archive_read_open_fd(reader.get(), file.get(), kArchiveReadSize) != ARCHIVE_OK) {
         return archiveError(NSFileReadCorruptFileError,
                             "“" + archive.filename().string() +
                                 "” is no archive that is known: " + messageOf(reader.get()) + ".");

@@ -56,21 +56,6 @@ fs::path baseDirectory(const char* variable, const char* belowHome) {
     return homeDirectoryForCurrentUser() / belowHome;
 }
 
-/// Writes all bytes; answers `errno` or 0.
-int writeAll(int descriptor, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t written = write(descriptor, bytes.data(), bytes.size());
-        if (written < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            return errno;
-        }
-        bytes.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return 0;
-}
-
 /// Copies what is left of one file to another; answers `errno` or 0.
 int copyContents(int from, int to) {
     constexpr std::size_t kMost = 1U << 30U;
@@ -161,14 +146,6 @@ Result<UniqueFd> openTemporary(const std::string& path) {
 }
 
 }  // namespace
-
-void UniqueFd::reset() {
-    if (_descriptor >= 0) {
-        const int saved = errno;
-        close(std::exchange(_descriptor, -1));
-        errno = saved;
-    }
-}
 
 fs::path homeDirectoryForCurrentUser() {
     fs::path home = absolutePathFromEnvironment("HOME").value_or("");

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string_view>
 #include <utility>
 
 namespace teravolant::platform {
@@ -31,5 +32,8 @@ class UniqueFd {
   private:
     int _descriptor = -1;
 };
+
+/// Writes all bytes, whatever signals come; answers `errno` or 0.
+[[nodiscard]] int writeAll(int descriptor, std::string_view bytes);
 
 }  // namespace teravolant::platform

@@ -17,6 +17,8 @@
 #include <ctime>
 #include <thread>
 
+#include "platform/local_time.h"
+
 namespace teravolant::client {
 namespace {
 
@@ -173,13 +175,8 @@ std::optional<Words> Instance::waitForWords() {
 }
 
 void CommandLog::append(const Words& words) const {
-    const std::time_t now = std::time(nullptr);
-    std::tm local{};
-    localtime_r(&now, &local);
-    std::array<char, 32> time{};
-    std::strftime(time.data(), time.size(), "%Y-%m-%d %H:%M:%S", &local);
-
-    std::string entry = std::string(time.data()) + ": [" + std::to_string(getpid()) + "]";
+    std::string entry(platform::localTimeText(std::time(nullptr)));
+    entry += ": [" + std::to_string(getpid()) + "]";
     for (const std::string& word : words) {
         entry += " " + shellWord(word);
     }

@@ -65,7 +65,7 @@ class Download {
         _file = UniqueFd(
             open(archivePath(_folder).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
         if (!_file) {
-            return writeFailure();
+            return writeFailure(errno);
         }
         if (auto error = readPart()) {
             return error;
@@ -99,7 +99,7 @@ class Download {
 
     std::optional<Error> startAfresh() {
         if (ftruncate(_file.get(), 0) != 0 || lseek(_file.get(), 0, SEEK_SET) != 0) {
-            return writeFailure();
+            return writeFailure(errno);
         }
         _have = 0;
         _digest = Digest(DigestAlgorithm::Sha256);
@@ -176,14 +176,8 @@ class Download {
         }
         _digest.update(bytes);
         _have += bytes.size();
-        while (!bytes.empty()) {
-            const ssize_t written = write(_file.get(), bytes.data(), bytes.size());
-            if (written < 0 && errno != EINTR) {
-                return writeFailure();
-            }
-            bytes.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
-        }
-        return std::nullopt;
+        const int failure = writeAll(_file.get(), bytes);
+        return failure == 0 ? std::nullopt : std::optional(writeFailure(failure));
     }
 
     std::optional<Error> compareDigest() {
@@ -198,8 +192,8 @@ class Download {
         return std::nullopt;
     }
 
-    [[nodiscard]] std::optional<Error> writeFailure() const {
-        return errorFromErrno(errno, FileAccess::Write,
+    [[nodiscard]] Error writeFailure(int errorNumber) const {
+        return errorFromErrno(errorNumber, FileAccess::Write,
                               "“" + archivePath(_folder).string() + "” could not be written");
     }
 

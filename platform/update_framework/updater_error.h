@@ -19,8 +19,7 @@ enum SQRLUpdaterErrorCode : std::int64_t {
     SQRLUpdaterErrorRefusedOffer = 6,           ///< Unsigned, or signed by nobody who is known.
     SQRLUpdaterErrorRefusedArchive = 7,         ///< Not the bytes that were offered.
     SQRLUpdaterErrorRefusedBundle = 8,          ///< Not what the offer said is in the archive.
-    SQRLUpdaterErrorStagingFailed = 9,
-    SQRLUpdaterErrorInstallationFailed = 10,
+    SQRLUpdaterErrorInstallationFailed = 9,
 };
 
 /// Keys of the user information: the raw body that a server sent (a text), and the JSON value in
