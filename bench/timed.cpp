@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,14 +17,11 @@ int main(int argc, char* argv[]) {
         return EXIT_FAILURE;
     }
     const auto start = std::chrono::steady_clock::now();
-    const pid_t command = vfork();
-    if (command == 0) {
-        execvp(argv[2], argv + 2);
-        _exit(EXIT_FAILURE);
-    }
+    pid_t command = 0;
     int status = 0;
     rusage usage{};
-    if (command < 0 || wait4(command, &status, 0, &usage) != command || status != 0) {
+    if (posix_spawnp(&command, argv[2], nullptr, nullptr, argv + 2, environ) != 0 ||
+        wait4(command, &status, 0, &usage) != command || status != 0) {
         std::fprintf(stderr, "%s has failed\n", argv[2]);
         return EXIT_FAILURE;
     }

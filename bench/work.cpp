@@ -40,8 +40,7 @@ int fail(const platform::Error& error) {
 }
 
 int update(const std::string& feed) {
-    const auto version =
-        platform::Bundle::mainBundle().textForInfoDictionaryKey("CFBundleShortVersionString");
+    const auto version = platform::Bundle::mainBundle().shortVersion();
     Updater updater{platform::URLRequest{platform::URL(feed + "?version=" + version.value_or(""))}};
     const auto staged = updater.runLocked();
     if (!staged) {
@@ -51,7 +50,8 @@ int update(const std::string& feed) {
 }
 
 int digest(const std::string& file) {
-    return std::puts(Crypto::MD5HashOfFile(file).value_or("none").c_str()) < 0;
+    const auto found = Crypto::MD5HashOfFile(file);
+    return found && std::puts(found->c_str()) >= 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 int match(const std::string& folder) {

@@ -1,6 +1,5 @@
 #include "launcher/command_line.h"
 
-#include <cerrno>
 #include <cstdlib>
 #include <exception>
 

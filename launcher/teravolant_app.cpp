@@ -20,8 +20,7 @@ namespace {
 
 void logVersion() {
     std::string line = "Teravolant TeravolantApp Unpacker";
-    if (const auto version =
-            platform::Bundle::mainBundle().textForInfoDictionaryKey("CFBundleShortVersionString")) {
+    if (const auto version = platform::Bundle::mainBundle().shortVersion()) {
         line += ": Version " + *version;
     }
     Logger::sharedInstance().logMessage(line);

@@ -49,6 +49,8 @@ class TeravolantApp {
     static constexpr std::size_t kPathSize = 1024;
     static constexpr std::size_t kCommandSize = 1024;
     static constexpr std::size_t kClientArgsSize = 512;
+    // A path that was cut must never get into a command: it fills its buffer, and so is too long.
+    static_assert(kPathSize >= kCommandSize);
 
     void buildClientPaths();
     void joinClientArguments(int argc, const char* const* argv);

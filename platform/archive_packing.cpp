@@ -22,7 +22,7 @@ namespace {
 namespace fs = std::filesystem;
 
 /// Of folders and links: 1 January 2000. Their times say only when they were copied.
-constexpr timespec kSomeTime = {.tv_sec = 946684800, .tv_nsec = 0};
+constexpr time_t kSomeTime = 946684800;
 constexpr mode_t kArchiveMode = 0644;
 
 /// Zstandard unpacks more than twice as fast as gzip or a zip's deflate, whatever the level it was
@@ -59,9 +59,7 @@ class TemporaryFile {
             return errno;
         }
         _file.reset();
-        const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
-        const UniqueFd opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-        return opened && fsync(opened.get()) == 0 ? 0 : errno;
+        return flushFolderOf(target);
     }
 
   private:
@@ -75,7 +73,7 @@ struct Item {
     mode_t mode = 0;
     std::uint64_t size = 0;  ///< Of a file.
     std::string linkTarget;
-    timespec modificationTime = kSomeTime;
+    time_t modificationTime = kSomeTime;
 };
 
 Error readFailure(const fs::path& path, int errorNumber) {
@@ -122,7 +120,7 @@ Result<Item> describe(const fs::path& path, std::string name, std::size_t depth)
     }
     if (S_ISREG(status.st_mode)) {
         item.size = static_cast<std::uint64_t>(status.st_size);
-        item.modificationTime = status.st_mtim;
+        item.modificationTime = status.st_mtim.tv_sec;
     }
     return item;
 }
@@ -214,8 +212,7 @@ std::optional<Error> Packer::writeItem(const Item& item) {
     archive_entry_set_filetype(entry.get(), item.mode & static_cast<mode_t>(S_IFMT));
     archive_entry_set_perm(entry.get(), item.mode & kPermissionBits);
     archive_entry_set_size(entry.get(), static_cast<la_int64_t>(item.size));
-    archive_entry_set_mtime(entry.get(), item.modificationTime.tv_sec,
-                            item.modificationTime.tv_nsec);
+    archive_entry_set_mtime(entry.get(), item.modificationTime, 0);
     if (S_ISLNK(item.mode)) {
         archive_entry_set_symlink(entry.get(), item.linkTarget.c_str());
     }

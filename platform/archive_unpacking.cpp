@@ -106,8 +106,8 @@ int writeAllAt(int descriptor, std::string_view bytes, off_t offset) {
 /// ever replaced or removed. So no name and no order of entries leads anywhere else.
 class Unpacker {
   public:
-    Unpacker(archive* reader, UniqueFd root, const UnpackLimits& limits, std::stop_token stop)
-        : _reader(reader), _root(std::move(root)), _limits(limits), _stop(std::move(stop)) {}
+    Unpacker(archive* reader, UniqueFd root, const UnpackLimits& limits)
+        : _reader(reader), _root(std::move(root)), _limits(limits) {}
 
     std::optional<Error> unpackAll();
 
@@ -134,7 +134,6 @@ class Unpacker {
     archive* _reader;
     UniqueFd _root;
     UnpackLimits _limits;
-    std::stop_token _stop;
 
     std::string _entryTitle = "The archive";  ///< For messages.
     std::uint64_t _entryNumber = 0;
@@ -188,9 +187,6 @@ bool Unpacker::lacksItsEnd() const {
 
 std::optional<Error> Unpacker::unpackAll() {
     while (true) {
-        if (_stop.stop_requested()) {
-            return archiveError(NSUserCancelledError, "Unpacking the archive was cancelled.");
-        }
         archive_entry* entry = nullptr;
         const int status = archive_read_next_header(_reader, &entry);
         if (status == ARCHIVE_EOF) {
@@ -337,7 +333,7 @@ std::optional<Error> Unpacker::unpackData(archive_entry* entry, int file) {
         return countBytes(announced);
     }
     std::uint64_t end = 0;
-    while (!_stop.stop_requested()) {
+    while (true) {
         const void* block = nullptr;
         std::size_t size = 0;
         la_int64_t offset = 0;
@@ -358,7 +354,7 @@ std::optional<Error> Unpacker::unpackData(archive_entry* entry, int file) {
         end = newEnd;
     }
     // A hole at the end has no block.
-    if (announced <= end || _stop.stop_requested()) {
+    if (announced <= end) {
         return std::nullopt;
     }
     if (auto error = countBytes(announced - end)) {
@@ -438,8 +434,8 @@ Reader newReader() {
 }  // namespace
 
 std::optional<Error> unpackArchive(const std::filesystem::path& archive,
-                                   const std::filesystem::path& folder, const UnpackLimits& limits,
-                                   const std::stop_token& stop) {
+                                   const std::filesystem::path& folder,
+                                   const UnpackLimits& limits) {
     const Utf8Names utf8;
     UniqueFd root(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     std::error_code unreadable;
@@ -463,7 +459,7 @@ std::optional<Error> unpackArchive(const std::filesystem::path& archive,
                             "“" + archive.filename().string() +
                                 "” is no archive that is known: " + messageOf(reader.get()) + ".");
     }
-    return Unpacker(reader.get(), std::move(root), limits, stop).unpackAll();
+    return Unpacker(reader.get(), std::move(root), limits).unpackAll();
 }
 
 }  // namespace teravolant::platform

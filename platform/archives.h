@@ -8,8 +8,8 @@
 
 #include "platform/error.h"
 
-// Archives of folders. Operations block, may be called from any thread, and end soon after a stop
-// is asked for. Failures are errors of `NSCocoaErrorDomain` that name the entry and the reason.
+// Archives of folders. Operations block and may be called from any thread. Failures are errors of
+// `NSCocoaErrorDomain` that name the entry and the reason.
 namespace teravolant::platform {
 
 /// More codes of `NSCocoaErrorDomain`.
@@ -40,8 +40,7 @@ struct UnpackLimits {
 /// folder in it is then still writable for its owner.
 [[nodiscard]] std::optional<Error> unpackArchive(const std::filesystem::path& archive,
                                                  const std::filesystem::path& folder,
-                                                 const UnpackLimits& limits = {},
-                                                 const std::stop_token& stop = {});
+                                                 const UnpackLimits& limits = {});
 
 /// Is told how many of the bytes of all files are packed. Called on the packing thread.
 using PackProgress = std::function<void(std::uint64_t done, std::uint64_t all)>;
@@ -51,9 +50,9 @@ using PackProgress = std::function<void(std::uint64_t done, std::uint64_t all)>;
 /// The same names, contents, permission bits and links, and the same modification seconds of files
 /// (by which an installed launch agent is told from a newer one), give the same archive, byte for
 /// byte: the entries are sorted, and carry no owner. Refuses what `unpackArchive` would refuse, and
-/// links that lead out of the packed folder. A file at `archive` is replaced in one step once the
-/// new one is flushed; a failure leaves it as it was and nothing else behind. One caller at a time
-/// for one path.
+/// links that lead out of the packed folder. Ends soon after a stop is asked for. A file at
+/// `archive` is replaced in one step once the new one is flushed; a failure leaves it as it was and
+/// nothing else behind. One caller at a time for one path.
 [[nodiscard]] std::optional<Error> packFolder(const std::filesystem::path& folder,
                                               const std::filesystem::path& archive,
                                               const PackProgress& progress = {},

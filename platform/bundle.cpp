@@ -1,5 +1,7 @@
 #include "platform/bundle.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <vector>
@@ -13,19 +15,7 @@ namespace {
 namespace fs = std::filesystem;
 using Dictionary = PropertyListValue::Dictionary;
 
-std::optional<Dictionary> dictionaryInFile(const fs::path& file) {
-    const auto contents = contentsOfFile(file);
-    if (!contents) {
-        return std::nullopt;
-    }
-    const auto parsed = parsePropertyList(contents.value());
-    if (!parsed || parsed.value().dictionary() == nullptr) {
-        return std::nullopt;
-    }
-    return *parsed.value().dictionary();
-}
-
-std::optional<Dictionary> informationOf(const fs::path& bundle) {
+Result<Dictionary> informationOf(const fs::path& bundle) {
     return dictionaryInFile(bundle / "Contents" / "Info.plist");
 }
 
@@ -67,8 +57,9 @@ Bundle Bundle::findMainBundle() {
     const fs::path contents = folder.parent_path();
     const bool inBundle = contents.filename() == "Contents" && folder.filename() == "MacOS";
     fs::path path = inBundle ? contents.parent_path() : folder;
-    Dictionary information = informationOf(path).value_or(Dictionary());
-    return {std::move(path), executable, std::move(information)};
+    auto information = informationOf(path);
+    return {std::move(path), executable,
+            information ? std::move(information).value() : Dictionary()};
 }
 
 std::optional<Bundle> Bundle::bundleWithPath(const fs::path& path) {
@@ -76,7 +67,7 @@ std::optional<Bundle> Bundle::bundleWithPath(const fs::path& path) {
     if (!information) {
         return std::nullopt;
     }
-    Bundle bundle(path, {}, *std::move(information));
+    Bundle bundle(path, {}, std::move(information).value());
     bundle._executablePath =
         path / "Contents" / "MacOS" /
         bundle.textForInfoDictionaryKey("CFBundleExecutable").value_or(path.stem().string());
@@ -85,6 +76,18 @@ std::optional<Bundle> Bundle::bundleWithPath(const fs::path& path) {
 
 std::optional<std::string> Bundle::bundleIdentifier() const {
     return textForInfoDictionaryKey("CFBundleIdentifier");
+}
+
+std::optional<std::string> Bundle::shortVersion() const {
+    return textForInfoDictionaryKey("CFBundleShortVersionString");
+}
+
+bool Bundle::canRun() const {
+    std::error_code missing;
+    const fs::path executable = fs::canonical(_executablePath, missing);
+    const auto inside = executable.lexically_relative(fs::canonical(_path, missing));
+    return !missing && !inside.empty() && *inside.begin() != ".." &&
+           fs::is_regular_file(executable, missing) && access(executable.c_str(), X_OK) == 0;
 }
 
 fs::path Bundle::helpersPath() const { return _path / "Contents" / "Helpers"; }
@@ -120,8 +123,8 @@ std::string Bundle::localizedStringForKey(std::string_view key) const {
         if (!strings) {
             continue;
         }
-        const auto found = strings->find(key);
-        if (found != strings->end() && found->second.text() != nullptr) {
+        const auto found = strings.value().find(key);
+        if (found != strings.value().end() && found->second.text() != nullptr) {
             return *found->second.text();
         }
     }

@@ -25,10 +25,15 @@ class Bundle {
 
     [[nodiscard]] const std::filesystem::path& bundlePath() const { return _path; }
     [[nodiscard]] std::optional<std::string> bundleIdentifier() const;
+    /// "CFBundleShortVersionString", as in "1.0.0.1".
+    [[nodiscard]] std::optional<std::string> shortVersion() const;
 
     /// Contents/MacOS and the name that "CFBundleExecutable" gives (the bundle's own name without
     /// its extension when it gives none); the main bundle's is the running executable.
     [[nodiscard]] const std::filesystem::path& executablePath() const { return _executablePath; }
+
+    /// Whether that is a file inside of the bundle, also by its real path, which this user may run.
+    [[nodiscard]] bool canRun() const;
 
     /// The programs that the bundle brings for its own use: Contents/Helpers.
     [[nodiscard]] std::filesystem::path helpersPath() const;

@@ -26,8 +26,8 @@ enum class DigestAlgorithm : std::uint8_t { Md5, Sha256 };
 class Digest {
   public:
     explicit Digest(DigestAlgorithm algorithm);
-    Digest(Digest&&) noexcept;
-    Digest& operator=(Digest&&) noexcept;
+    Digest(Digest&& other) noexcept;
+    Digest& operator=(Digest&& other) noexcept;
     ~Digest();
 
     void update(std::string_view bytes);

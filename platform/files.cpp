@@ -70,12 +70,6 @@ int copyContents(int from, int to) {
     }
 }
 
-int flushFolderOf(const fs::path& path) {
-    const fs::path folder = path.has_parent_path() ? path.parent_path() : fs::path(".");
-    const UniqueFd descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return descriptor && fsync(descriptor.get()) == 0 ? 0 : errno;
-}
-
 /// Fills and flushes the temporary file; answers `errno` or 0.
 int writeDurably(int descriptor, std::string_view bytes, unsigned mode) {
     if (ftruncate(descriptor, 0) != 0 || fchmod(descriptor, static_cast<mode_t>(mode)) != 0) {
@@ -145,6 +139,17 @@ Result<UniqueFd> openTemporary(const std::string& path) {
     }
 }
 
+/// Answers `errno` or 0. Network file systems have no such way to rename, and others no hard links.
+int moveToFreePlace(const std::string& temporary, const fs::path& path) {
+    if (renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) == 0) {
+        return 0;
+    }
+    if (errno != EINVAL || link(temporary.c_str(), path.c_str()) != 0) {
+        return errno;
+    }
+    return unlink(temporary.c_str()) == 0 ? 0 : errno;
+}
+
 }  // namespace
 
 fs::path homeDirectoryForCurrentUser() {
@@ -199,6 +204,26 @@ std::optional<Error> removeItem(const fs::path& path) {
                               quoted(path) + " could not be removed");
     }
     return std::nullopt;
+}
+
+std::optional<Error> removeTree(const fs::path& tree) {
+    std::error_code ignored;
+    const fs::file_status status = fs::symlink_status(tree, ignored);
+    if (!fs::exists(status)) {
+        return std::nullopt;
+    }
+    if (!fs::is_directory(status)) {
+        return removeItem(tree);
+    }
+    fs::permissions(tree, fs::perms::owner_all, fs::perm_options::add, ignored);
+    for (fs::recursive_directory_iterator walk(tree, ignored), end; !ignored && walk != end;
+         walk.increment(ignored)) {
+        std::error_code unknown;
+        if (walk->is_directory(unknown) && !walk->is_symlink(unknown)) {
+            fs::permissions(walk->path(), fs::perms::owner_all, fs::perm_options::add, unknown);
+        }
+    }
+    return removeItem(tree);
 }
 
 std::optional<Error> copyItem(const fs::path& source, const fs::path& target) {
@@ -294,6 +319,12 @@ Result<std::string> contentsOfFile(const fs::path& path) {
     return contents;
 }
 
+int flushFolderOf(const fs::path& path) {
+    const fs::path folder = path.has_parent_path() ? path.parent_path() : fs::path(".");
+    const UniqueFd descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return descriptor && fsync(descriptor.get()) == 0 ? 0 : errno;
+}
+
 std::optional<Error> replaceFileDurably(const fs::path& path, std::string_view bytes,
                                         unsigned mode) {
     const std::string temporary = path.string() + ".new";
@@ -318,17 +349,21 @@ std::optional<Error> replaceFileDurably(const fs::path& path, std::string_view b
 
 std::optional<Error> createFileDurably(const fs::path& path, std::string_view bytes,
                                        unsigned mode) {
-    const UniqueFd file(
-        open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, static_cast<mode_t>(mode)));
+    const std::string temporary = path.string() + ".new";
+    const auto file = openTemporary(temporary);
     if (!file) {
-        return writeError(errno, path);
+        return file.error();
     }
-    int failure = writeDurably(file.get(), bytes, mode);
+    int failure = writeDurably(file.value().get(), bytes, mode);
     if (failure == 0) {
+        failure = moveToFreePlace(temporary, path);
+    }
+    if (failure != 0) {
+        unlink(temporary.c_str());
+    } else {
         failure = flushFolderOf(path);
     }
     if (failure != 0) {
-        unlink(path.c_str());
         return writeError(failure, path);
     }
     return std::nullopt;

@@ -49,6 +49,9 @@ Result<FileAttributes> attributesOfItem(const std::filesystem::path& path);
 /// Removes a file, a link, or a folder with all that it holds.
 [[nodiscard]] std::optional<Error> removeItem(const std::filesystem::path& path);
 
+/// As `removeItem`, but also where folders are closed to their owner. Nothing there is a success.
+[[nodiscard]] std::optional<Error> removeTree(const std::filesystem::path& tree);
+
 /// Copies a regular file with its permissions and its modification time, to the nanosecond.
 /// Never replaces an existing item; a copy that fails part-way leaves nothing behind. A kill can
 /// leave a part, which never has the source's time: that is set last, behind the flushed content.
@@ -90,8 +93,12 @@ inline constexpr std::chrono::milliseconds kLockPatience = std::chrono::seconds(
 [[nodiscard]] std::optional<Error> replaceFileDurably(const std::filesystem::path& path,
                                                       std::string_view bytes, unsigned mode);
 
-/// Makes the file with that content and those permission bits, which it has from the start. Never
-/// replaces an existing item; a failure leaves nothing behind.
+/// Has the folder that holds the path remember what was made, moved or removed there; answers
+/// `errno` or 0.
+[[nodiscard]] int flushFolderOf(const std::filesystem::path& path);
+
+/// Makes the file with that content and those permission bits, in one step: whatever happens, it is
+/// there whole or not at all. Never replaces an existing item.
 [[nodiscard]] std::optional<Error> createFileDurably(const std::filesystem::path& path,
                                                      std::string_view bytes, unsigned mode);
 

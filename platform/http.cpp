@@ -94,8 +94,8 @@ Result<HttpResponse> sendHttpRequest(const HttpRequest& request, const HttpOptio
 }
 
 Result<HttpResponse> streamHttpBody(const HttpRequest& request, const HttpBodyReceiver& receiver,
-                                    const HttpOptions& options, const std::stop_token& stop) {
-    return perform(request, receiver, WantedBodies::Contents, options, stop);
+                                    const HttpOptions& options) {
+    return perform(request, receiver, WantedBodies::Contents, options, {});
 }
 
 std::string resumptionValidator(const HttpResponse& response) {

@@ -14,10 +14,10 @@
 // HTTP requests (RFC 9110) over https, and over plain http to a loopback host only.
 //
 // Operations block the calling thread and make no callbacks on any other, but for the one that says
-// so; they may run on several threads at once. Servers are trusted by the system's certificates, or
-// by those in the file that `SSL_CERT_FILE` names. The environment's proxies are used, but never
-// for a loopback host. A failure is an error of `NSURLErrorDomain` that names the host, or what a
-// callback answered.
+// so; they may run on several threads at once. Servers are trusted by the system's certificates,
+// and by those in the file that `SSL_CERT_FILE` names. The environment's proxies are used, but
+// never for a loopback host. A failure is an error of `NSURLErrorDomain` that names the host, or
+// what a callback answered.
 namespace teravolant::platform {
 
 inline constexpr std::string_view NSURLErrorDomain = "NSURLErrorDomain";
@@ -110,8 +110,7 @@ Result<HttpResponse> sendHttpRequest(const HttpRequest& request, const HttpOptio
 /// An answer of 206 that does not begin at the offset asked for is an error, before any byte of it
 /// is handed on. It may end before the content does: `contentRange` holds the whole length.
 Result<HttpResponse> streamHttpBody(const HttpRequest& request, const HttpBodyReceiver& receiver,
-                                    const HttpOptions& options = {},
-                                    const std::stop_token& stop = {});
+                                    const HttpOptions& options = {});
 
 /// As `sendHttpRequest`, but on a thread of its own: returns at once, and the answer goes to
 /// `complete` on the main queue of the shared application object, which the program has made

@@ -22,23 +22,10 @@ std::filesystem::path fileOf(const std::filesystem::path& configuration, std::st
 
 /// The file's values; none for a file that is not there.
 Result<Dictionary> readDictionary(const std::filesystem::path& file) {
-    auto contents = contentsOfFile(file);
-    if (!contents) {
-        if (contents.error().code == NSFileReadNoSuchFileError) {
-            return Dictionary();
-        }
-        return std::move(contents).error();
-    }
-    auto parsed = parsePropertyList(contents.value());
-    if (!parsed) {
-        return std::move(parsed).error();
-    }
-    if (const Dictionary* dictionary = parsed.value().dictionary()) {
-        return *dictionary;
-    }
-    return Error{.domain = std::string(NSCocoaErrorDomain),
-                 .code = NSFileReadCorruptFileError,
-                 .localizedDescription = "The property list is not a dictionary."};
+    auto values = dictionaryInFile(file);
+    return !values && values.error().code == NSFileReadNoSuchFileError
+               ? Result<Dictionary>(Dictionary())
+               : values;
 }
 
 bool isDamaged(const Result<Dictionary>& result) {

@@ -1,5 +1,6 @@
 #include "platform/property_list.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <limits>
 #include <memory>
@@ -8,6 +9,7 @@
 #include <plist/plist.h>
 
 #include "platform/binary_property_list.h"
+#include "platform/files.h"
 #include "platform/text.h"
 
 namespace teravolant::platform {
@@ -176,22 +178,50 @@ Node nodeOf(const PropertyListValue& value) {
     return nodeOfDictionary(*value.dictionary());
 }
 
+/// The length of the comment, the raw text or the instruction that begins the text; 0 for a tag.
+std::size_t lengthOfNoTag(std::string_view text) {
+    for (const auto& [begin, end] : {std::pair<std::string_view, std::string_view>("<!--", "-->"),
+                                     {"<![CDATA[", "]]>"},
+                                     {"<?", "?>"}}) {
+        if (text.starts_with(begin)) {
+            return std::min(text.find(end, begin.size()), text.size() - end.size()) + end.size();
+        }
+    }
+    return 0;
+}
+
+/// Whether the library would find another end of the tag: behind a quote, or behind definitions of
+/// a document type's own. Anything can stand in there.
+bool hidesSomething(std::string_view tag) {
+    return std::ranges::count(tag, '"') % 2 != 0 ||
+           (tag.starts_with("<!") && tag.find('[') != tag.npos);
+}
+
 /// The library reads what is nested by calling itself, so that nothing may reach it that nests
 /// without end.
 bool nestsTooDeep(std::string_view bytes) {
     int depth = 0;
-    for (std::size_t tag = bytes.find('<'); tag != bytes.npos; tag = bytes.find('<', tag + 1)) {
-        const std::string_view name = bytes.substr(tag + 1, 6);
-        if (name.starts_with("/array") || name.starts_with("/dict")) {
-            --depth;
-        } else if (name.starts_with("array") || name.starts_with("dict")) {
-            depth += bytes.substr(tag, bytes.find('>', tag) - tag).ends_with('/') ? 0 : 1;
+    while (depth <= kDeepestPropertyList) {
+        bytes.remove_prefix(std::min(bytes.find('<'), bytes.size()));
+        if (const std::size_t length = lengthOfNoTag(bytes)) {
+            bytes.remove_prefix(length);
+            continue;
         }
-        if (depth > kDeepestPropertyList) {
+        const std::string_view tag = bytes.substr(0, bytes.find('>'));
+        if (tag.size() == bytes.size()) {
+            return false;
+        }
+        if (hidesSomething(tag)) {
             return true;
         }
+        if (tag.starts_with("</array") || tag.starts_with("</dict")) {
+            --depth;
+        } else if ((tag.starts_with("<array") || tag.starts_with("<dict")) && !tag.ends_with('/')) {
+            ++depth;
+        }
+        bytes.remove_prefix(tag.size());
     }
-    return false;
+    return true;
 }
 
 Error corrupt(std::string_view reason) {
@@ -222,6 +252,21 @@ Result<PropertyListValue> parsePropertyList(std::string_view bytes) {
         return corrupt("The property list holds a value of an unknown kind, or nests too deep.");
     }
     return *std::move(value);
+}
+
+Result<Dictionary> dictionaryInFile(const std::filesystem::path& file) {
+    const auto contents = contentsOfFile(file);
+    if (!contents) {
+        return contents.error();
+    }
+    const auto parsed = parsePropertyList(contents.value());
+    if (!parsed) {
+        return parsed.error();
+    }
+    const Dictionary* const dictionary = parsed.value().dictionary();
+    return dictionary == nullptr
+               ? Result<Dictionary>(corrupt("The property list is not a dictionary."))
+               : *dictionary;
 }
 
 std::string serialisePropertyList(const PropertyListValue& value) {

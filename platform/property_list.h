@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <filesystem>
 #include <map>
 #include <string>
 #include <string_view>
@@ -59,6 +60,10 @@ class PropertyListValue {
 Result<PropertyListValue> parsePropertyList(std::string_view bytes);
 
 inline constexpr int kDeepestPropertyList = 64;
+
+/// The dictionary that the file holds at its top. Fails with `NSFileReadCorruptFileError` where
+/// `parsePropertyList` does or the top is something else, and otherwise as `contentsOfFile`.
+Result<PropertyListValue::Dictionary> dictionaryInFile(const std::filesystem::path& file);
 
 /// The XML form, UTF-8.
 [[nodiscard]] std::string serialisePropertyList(const PropertyListValue& value);

@@ -10,10 +10,13 @@ using Array = PropertyListValue::Array;
 
 std::string xml(const std::string& content) { return "<plist>" + content + "</plist>"; }
 
-std::string nested(int depth) {
+std::string nested(int depth, const std::string& tag = "<array>") {
     std::string text;
     for (int level = 0; level < depth; ++level) {
-        text = "<array>" + text + "</array>";
+        text += tag;
+    }
+    for (int level = 0; level < depth; ++level) {
+        text += "</array>";
     }
     return xml(text);
 }
@@ -40,7 +43,8 @@ TEST(PropertyList, RefusesWhatIsNotWhole) {
     for (const std::string& bytes :
          {std::string(), std::string("damaged"), std::string("bplist00"), xml(""),
           xml("<unknown/>"), std::string("<plist><dict><key>a</key>"), nested(65),
-          "bplist00" + std::string(300'000, '\xA1')}) {
+          nested(400'000, "<!--</array>--><array>"), nested(400'000, "<array x=\"></array>\">"),
+          "<!DOCTYPE plist [<a>]>" + nested(2), "bplist00" + std::string(300'000, '\xA1')}) {
         const auto read = parsePropertyList(bytes);
         ASSERT_FALSE(read) << bytes.substr(0, 100);
         EXPECT_EQ(read.error().code, NSFileReadCorruptFileError) << bytes.substr(0, 100);

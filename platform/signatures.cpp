@@ -38,7 +38,7 @@ Error securityError(SecurityErrorCode code, std::string description) {
 }
 
 /// Keeps the library from asking at the terminal for the password of an encrypted key.
-int refusePassword(char*, int, int, void*) { return -1; }
+int refusePassword(char* /*buffer*/, int /*size*/, int /*writes*/, void* /*context*/) { return -1; }
 
 }  // namespace
 

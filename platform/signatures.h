@@ -20,8 +20,8 @@ class SigningKey {
     /// Anything else, other kinds of keys included, is an error that says so.
     static Result<SigningKey> fromPem(std::string_view pem);
 
-    SigningKey(SigningKey&&) noexcept;
-    SigningKey& operator=(SigningKey&&) noexcept;
+    SigningKey(SigningKey&& other) noexcept;
+    SigningKey& operator=(SigningKey&& other) noexcept;
     ~SigningKey();
 
     /// The private key as `fromPem` takes it. The caller keeps it secret.

@@ -86,9 +86,7 @@ std::string AmplitudeEvent::getOSVersion() {
 }
 
 std::string AmplitudeEvent::getAppVersion() {
-    return platform::Bundle::mainBundle()
-        .textForInfoDictionaryKey("CFBundleShortVersionString")
-        .value_or("UNSET");
+    return platform::Bundle::mainBundle().shortVersion().value_or("UNSET");
 }
 
 }  // namespace teravolant

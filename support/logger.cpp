@@ -78,7 +78,7 @@ void Logger::checkFileSizeAndBackupIfNeeded() const {
     // Of two starts that both find the log too large, the second must not rotate the first one's
     // backup away: it looks again once it is alone.
     const auto lock = platform::FileLock::acquire(_logFilePath.parent_path() / "rotation.lock");
-    if (tooLarge()) {
+    if (lock && tooLarge()) {
         backupLogFile();
     }
 }

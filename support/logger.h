@@ -21,7 +21,7 @@ class Logger {
 
     void logMessage(std::string_view message);
 
-    /// Sets the rotation threshold in bytes and applies it at once.
+    /// Sets the rotation threshold in bytes and applies it at once. One thread at a time.
     void setMaxFileSize(std::uint64_t maxFileSize);
 
   private:

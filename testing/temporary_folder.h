@@ -5,7 +5,7 @@
 #include <fstream>
 #include <string>
 
-#include "platform/update_framework/staging.h"
+#include "platform/files.h"
 
 namespace teravolant::fixtures {
 

@@ -32,8 +32,7 @@ class DrivenUpdater : public ClientUpdater {
 
 int drive(const std::string& feed, bool installs) {
     const Bundle& bundle = Bundle::mainBundle();
-    const auto version =
-        bundle.textForInfoDictionaryKey("CFBundleShortVersionString").value_or("none");
+    const auto version = bundle.shortVersion().value_or("none");
     std::cout << version << std::endl;
     std::cin.ignore(std::numeric_limits<std::streamsize>::max());
 

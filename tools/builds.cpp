@@ -56,7 +56,7 @@ Result<Bundle> openBundle(const fs::path& path) {
 
 Result<Identity> identityOf(const Bundle& bundle) {
     const auto identifier = bundle.bundleIdentifier();
-    const auto version = bundle.textForInfoDictionaryKey("CFBundleShortVersionString");
+    const auto version = bundle.shortVersion();
     if (!identifier || !version) {
         return refusedBundle("“" + bundle.bundlePath().string() + "” has no " +
                              (identifier ? "CFBundleShortVersionString" : "CFBundleIdentifier") +

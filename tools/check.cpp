@@ -105,7 +105,7 @@ std::optional<Error> check(const Options& options, const std::stop_token& stop) 
     if (!bundle) {
         return bundle.error();
     }
-    const auto version = bundle.value().textForInfoDictionaryKey("CFBundleShortVersionString");
+    const auto version = bundle.value().shortVersion();
     const auto feed = feedFrom(options.feed, version.value_or(platform::kMissingValueMark), stop);
     if (!feed) {
         return feed.error();

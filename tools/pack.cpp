@@ -66,11 +66,12 @@ std::optional<Error> refusalOfBundle(const platform::Bundle& bundle) {
     if (!platform::equalIgnoringCase(folder.extension().string(), ".app")) {
         return refused(folder, "has no name that ends in .app");
     }
-    const fs::path& executable = bundle.executablePath();
-    const fs::file_status status = fs::status(executable, unknown);
-    if (!fs::is_regular_file(status) ||
-        (status.permissions() & fs::perms::owner_exec) == fs::perms::none) {
-        return refused(executable, "is not there as the bundle's executable");
+    if (folder.filename().string().starts_with('.')) {
+        return refused(folder, "has a name that begins with a full stop, which updaters pass over");
+    }
+    if (!bundle.canRun()) {
+        return refused(bundle.executablePath(),
+                       "is not there in the bundle as its executable, or can't be run");
     }
     return std::nullopt;
 }

@@ -69,12 +69,11 @@ platform::Result<Bundle> findBundle(const fs::path& folder) {
             return *std::move(bundle);
         }
     }
-    return Error{
-        .domain = platform::SQRLUpdaterErrorDomain,
-        .code = platform::SQRLUpdaterErrorMissingUpdateBundle,
-        .localizedDescription = filled(Bundle::mainBundle().localizedStringForKey(
-                                           "Could not locate update bundle for %@ within %@"),
-                                       {runningIdentity().value_or(kMissingValueMark), folderUrl})};
+    return platform::updaterError(
+        platform::SQRLUpdaterErrorMissingUpdateBundle,
+        filled(Bundle::mainBundle().localizedStringForKey(
+                   "Could not locate update bundle for %@ within %@"),
+               {runningIdentity().value_or(kMissingValueMark), folderUrl}));
 }
 
 }  // namespace

@@ -45,8 +45,7 @@ void TeravolantAppDelegate::applicationDidFinishLaunching(
     if (app != nullptr && (!defaultLaunch || opensAsLoginItem(application.currentAppleEvent()))) {
         app->setLaunchedAtLogin(true);
     }
-    const Version bundleVersion =
-        platform::Bundle::mainBundle().textForInfoDictionaryKey("CFBundleShortVersionString");
+    const Version bundleVersion = platform::Bundle::mainBundle().shortVersion();
     if (!checkInitParameters(bundleVersion)) {
         updateInitParameters(bundleVersion);
     }

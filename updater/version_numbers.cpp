@@ -58,11 +58,9 @@ std::string printed(const ParsedVersion& version) {
 
 platform::Error versionError(std::string_view format,
                              std::initializer_list<std::string_view> values) {
-    return platform::Error{
-        .domain = platform::SQRLUpdaterErrorDomain,
-        .code = platform::SQRLUpdaterErrorMissingUpdateBundle,
-        .localizedDescription =
-            platform::filled(platform::Bundle::mainBundle().localizedStringForKey(format), values)};
+    return platform::updaterError(
+        platform::SQRLUpdaterErrorMissingUpdateBundle,
+        platform::filled(platform::Bundle::mainBundle().localizedStringForKey(format), values));
 }
 
 }  // namespace

@@ -96,20 +96,15 @@ std::string quotedArgument(std::string_view argument) {
 }  // namespace
 
 Result<LaunchAgent> readLaunchAgent(const fs::path& propertyList) {
-    const auto contents = contentsOfFile(propertyList);
-    if (!contents) {
-        return contents.error();
+    const auto dictionary = dictionaryInFile(propertyList);
+    if (!dictionary) {
+        return dictionary.error();
     }
-    const auto parsed = parsePropertyList(contents.value());
-    if (!parsed) {
-        return parsed.error();
-    }
-    const auto* dictionary = parsed.value().dictionary();
-    const auto* label = dictionary == nullptr ? nullptr : valueIn(*dictionary, "Label");
+    const auto* label = valueIn(dictionary.value(), "Label");
     if (label == nullptr || label->text() == nullptr || !isUsableLabel(*label->text())) {
         return unusable("The property list has no usable Label.");
     }
-    const auto* arguments = valueIn(*dictionary, "ProgramArguments");
+    const auto* arguments = valueIn(dictionary.value(), "ProgramArguments");
     if (arguments == nullptr || arguments->array() == nullptr || arguments->array()->empty()) {
         return unusable("The property list has no ProgramArguments.");
     }

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <system_error>
 
@@ -62,43 +61,29 @@ class Download {
             removeDownloads(_folder);
         }
         _validator = usable ? origin[kValidator] : "";
-        _file = UniqueFd(
-            open(archivePath(_folder).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+        _file = UniqueFd(open(archivePath(_folder).c_str(),
+                              O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
         if (!_file) {
             return writeFailure(errno);
         }
-        if (auto error = readPart()) {
-            return error;
+        auto error = readPart();
+        if (!error && (_have > *_offer.size || (_have < *_offer.size && _validator.empty()))) {
+            error = startAfresh();
         }
-        return checkSpace();
+        return error ? error : checkSpace();
     }
 
     std::optional<Error> readPart() {
-        std::array<char, 65536> chunk{};
-        while (true) {
-            const ssize_t count = read(_file.get(), chunk.data(), chunk.size());
-            if (count < 0 && errno == EINTR) {
-                continue;
-            }
-            if (count < 0) {
-                return errorFromErrno(errno, FileAccess::Read,
-                                      "The part of an archive in the "
-                                      "cache could not be read");
-            }
-            if (count == 0) {
-                break;
-            }
-            _digest.update({chunk.data(), static_cast<std::size_t>(count)});
-            _have += static_cast<std::uint64_t>(count);
-        }
-        if (_have > *_offer.size || (_have < *_offer.size && _validator.empty())) {
-            return startAfresh();
-        }
-        return std::nullopt;
+        constexpr std::size_t kPieceSize = 65536;
+        return readInPieces(archivePath(_folder), kPieceSize, [this](std::string_view piece) {
+            _digest.update(piece);
+            _have += piece.size();
+            return std::optional<Error>();
+        });
     }
 
     std::optional<Error> startAfresh() {
-        if (ftruncate(_file.get(), 0) != 0 || lseek(_file.get(), 0, SEEK_SET) != 0) {
+        if (ftruncate(_file.get(), 0) != 0) {
             return writeFailure(errno);
         }
         _have = 0;
@@ -164,8 +149,13 @@ class Download {
         }
         // Written before the first byte: whatever ends this program, the next start knows what the
         // part belongs to.
-        return writeRecord(originPath(_folder), {{kDigest, *_offer.sha256},
-                                                 {kValidator, resumptionValidator(response)}});
+        // The answer with a part may leave out what it was asked by.
+        const std::string validator = resumptionValidator(response);
+        if (response.bodyOffset == 0 || !validator.empty()) {
+            _validator = validator;
+        }
+        return writeRecord(originPath(_folder),
+                           {{kDigest, *_offer.sha256}, {kValidator, _validator}});
     }
 
     std::optional<Error> receive(std::string_view bytes) {

@@ -7,14 +7,11 @@ namespace teravolant::platform {
 
 Record readRecord(const std::filesystem::path& file) {
     Record record;
-    const auto contents = contentsOfFile(file);
-    const auto parsed = contents ? parsePropertyList(contents.value())
-                                 : Result<PropertyListValue>(contents.error());
-    if (parsed && parsed.value().dictionary() != nullptr) {
-        for (const auto& [name, value] : *parsed.value().dictionary()) {
-            if (value.text() != nullptr) {
-                record[name] = *value.text();
-            }
+    const auto dictionary = dictionaryInFile(file);
+    for (const auto& [name, value] :
+         dictionary ? dictionary.value() : PropertyListValue::Dictionary()) {
+        if (value.text() != nullptr) {
+            record[name] = *value.text();
         }
     }
     return record;

@@ -1,5 +1,6 @@
 #include "platform/update_framework/sqrl_updater.h"
 
+#include <exception>
 #include <system_error>
 #include <thread>
 
@@ -9,8 +10,6 @@
 
 namespace teravolant::platform {
 namespace {
-
-constexpr std::string_view kVersionKey = "CFBundleShortVersionString";
 
 Error checkNotPossible(std::string description) {
     return updaterError(SQRLUpdaterErrorCheckNotPossible, std::move(description));
@@ -22,16 +21,9 @@ std::filesystem::path cacheFolderOf(const Bundle& bundle) {
 
 /// Nothing when the bundle at its place is still the one that runs.
 std::optional<Error> checkPlace(const Bundle& running) {
-    const auto version = running.textForInfoDictionaryKey(kVersionKey);
-    if (!version || !running.bundleIdentifier()) {
-        return checkNotPossible(
-            "This program runs outside of a bundle with an identifier and a "
-            "version, so it can't be updated.");
-    }
     const auto inPlace = Bundle::bundleWithPath(running.bundlePath());
-    const auto versionInPlace =
-        inPlace ? inPlace->textForInfoDictionaryKey(kVersionKey) : std::nullopt;
-    if (versionInPlace != version) {
+    const auto versionInPlace = inPlace ? inPlace->shortVersion() : std::nullopt;
+    if (versionInPlace != running.shortVersion()) {
         return checkNotPossible("The bundle was replaced by version " +
                                 versionInPlace.value_or(kMissingValueMark) +
                                 " after this program was started.");
@@ -57,7 +49,7 @@ void SQRLUpdater::checkForUpdates(const Failed& failed) {
 }
 
 void SQRLUpdater::checkAndStage(const Failed& failed) {
-    const auto staged = runLocked();
+    const auto staged = runToItsEnd();
     if (staged && staged.value()) {
         UpdaterState before = _state;
         const bool inTime = Application::sharedApplication().atTermination(
@@ -80,8 +72,22 @@ void SQRLUpdater::checkAndStage(const Failed& failed) {
     _state = UpdaterState::idle;
 }
 
+/// On this thread nothing may be thrown.
+Result<std::optional<StagedUpdate>> SQRLUpdater::runToItsEnd() {
+    try {
+        return runLocked();
+    } catch (const std::exception& exception) {
+        return checkNotPossible(std::string("The update check was given up: ") + exception.what());
+    }
+}
+
 Result<std::optional<StagedUpdate>> SQRLUpdater::runLocked() {
     const Bundle& bundle = Bundle::mainBundle();
+    if (!bundle.bundleIdentifier() || !bundle.shortVersion()) {
+        return checkNotPossible(
+            "This program runs outside of a bundle with an identifier and a "
+            "version, so it can't be updated.");
+    }
     const std::filesystem::path folder = cacheFolderOf(bundle);
     if (auto error = createDirectory(folder)) {
         return *std::move(error);
@@ -119,7 +125,7 @@ UpdateCycle SQRLUpdater::makeCycle() {
         .feedURL = _updateRequest.url ? _updateRequest.url->absoluteString() : "",
         .bundlePath = bundle.bundlePath(),
         .bundleIdentifier = bundle.bundleIdentifier().value_or(""),
-        .bundleVersion = bundle.textForInfoDictionaryKey(kVersionKey).value_or(""),
+        .bundleVersion = bundle.shortVersion().value_or(""),
         .publicKeys = updatePublicKeys(bundle),
         .cacheFolder = cacheFolderOf(bundle),
         .updateFromJSONData =

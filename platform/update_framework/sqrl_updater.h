@@ -82,6 +82,7 @@ class SQRLUpdater : public std::enable_shared_from_this<SQRLUpdater> {
     using Failed = std::function<void(const Error&)>;
 
     void checkAndStage(const Failed& failed);
+    [[nodiscard]] Result<std::optional<StagedUpdate>> runToItsEnd();
     [[nodiscard]] UpdateCycle makeCycle();
     void installAtTermination(const StagedUpdate& update, const Failed& failed);
 

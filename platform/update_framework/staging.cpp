@@ -8,7 +8,6 @@
 #include <system_error>
 
 #include "platform/files.h"
-#include "platform/unique_fd.h"
 #include "platform/update_framework/record.h"
 #include "platform/update_framework/updater_error.h"
 
@@ -97,34 +96,15 @@ void discardStaging(const fs::path& cacheFolder, const fs::path& target) {
     (void)removeTree(stagingFolderFor(target));
 }
 
-std::optional<Error> removeTree(const fs::path& tree) {
-    std::error_code ignored;
-    const fs::file_status status = fs::symlink_status(tree, ignored);
-    if (!fs::exists(status)) {
-        return std::nullopt;
-    }
-    if (!fs::is_directory(status)) {
-        return removeItem(tree);
-    }
-    fs::permissions(tree, fs::perms::owner_all, fs::perm_options::add, ignored);
-    for (fs::recursive_directory_iterator walk(tree, ignored), end; !ignored && walk != end;
-         walk.increment(ignored)) {
-        std::error_code unknown;
-        if (walk->is_directory(unknown) && !walk->is_symlink(unknown)) {
-            fs::permissions(walk->path(), fs::perms::owner_all, fs::perm_options::add, unknown);
-        }
-    }
-    return removeItem(tree);
-}
-
 std::optional<Error> installStagedUpdate(const fs::path& cacheFolder, const StagedUpdate& update) {
     if (const int failure = exchange(update)) {
         return notInstalled(update, failure);
     }
-    const UniqueFd parent(
-        open(update.target.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    fsync(parent.get());
-    discardStaging(cacheFolder, update.target);
+    // Until the exchange is on the disk, a power failure may take it back, and then the old bundle
+    // must be there: the next cycle clears it away.
+    if (flushFolderOf(update.target) == 0) {
+        discardStaging(cacheFolder, update.target);
+    }
     return std::nullopt;
 }
 

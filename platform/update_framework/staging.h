@@ -34,9 +34,6 @@ struct StagedUpdate {
 /// record of a tree that is partly gone. A bundle that was moved aside is put back before.
 void discardStaging(const std::filesystem::path& cacheFolder, const std::filesystem::path& target);
 
-/// Removes a folder with all in it, also where folders are closed to their owner.
-[[nodiscard]] std::optional<Error> removeTree(const std::filesystem::path& tree);
-
 /// Puts the staged bundle into the place of its target in one step and removes the old one.
 ///
 /// Either the old or the new bundle stands whole at the target at every instant, but where the file

@@ -52,7 +52,7 @@ bool isOwnFolder(const fs::path& path) {
 /// The staged update when it is the offered one and whole.
 std::optional<StagedUpdate> alreadyStaged(const UpdateCycle& cycle, const SQRLUpdate& offer) {
     auto record = readStagedUpdate(cycle.cacheFolder);
-    if (!record || record->version != offer.version ||
+    if (!record || record->target != cycle.bundlePath || record->version != offer.version ||
         !equalIgnoringCase(record->archiveSha256, *offer.sha256)) {
         return std::nullopt;
     }
@@ -84,16 +84,12 @@ Error refusedBundle(const std::string& reason) {
 /// Nothing when the bundle is what the offer said. The offered version was found to be newer than
 /// the running one, so that one that equals it is newer as well.
 std::optional<Error> checkBundle(const Bundle& bundle, const SQRLUpdate& offer) {
-    const auto version = bundle.textForInfoDictionaryKey("CFBundleShortVersionString");
+    const auto version = bundle.shortVersion();
     if (version != offer.version) {
         return refusedBundle("its version is " + version.value_or(kMissingValueMark) + " where " +
                              offer.version + " was offered.");
     }
-    std::error_code missing;
-    const fs::path executable = fs::canonical(bundle.executablePath(), missing);
-    const auto inside = executable.lexically_relative(fs::canonical(bundle.bundlePath(), missing));
-    if (missing || inside.empty() || *inside.begin() == ".." ||
-        !fs::is_regular_file(executable, missing) || access(executable.c_str(), X_OK) != 0) {
+    if (!bundle.canRun()) {
         return refusedBundle("its executable is not there or can't be run.");
     }
     return std::nullopt;
@@ -167,10 +163,8 @@ Result<StagedUpdate> bringIn(const UpdateCycle& cycle, const SQRLUpdate& offer) 
         archive ? stage(cycle, offer, archive.value()) : Result<StagedUpdate>(archive.error());
     if (!staged) {
         discardStaging(cycle.cacheFolder, cycle.bundlePath);
-        // A verified archive that there was no room or no time to unpack is kept for the next
-        // cycle.
-        const std::int64_t code = staged.error().code;
-        if (archive && code != NSFileWriteOutOfSpaceError && code != NSUserCancelledError) {
+        // A verified archive that there was no room to unpack is kept for the next cycle.
+        if (archive && staged.error().code != NSFileWriteOutOfSpaceError) {
             removeDownloads(cycle.cacheFolder);
         }
         return staged;

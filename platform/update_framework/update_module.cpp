@@ -1,5 +1,6 @@
 #include "platform/update_framework/update_module.h"
 
+#include <exception>
 #include <string_view>
 
 #include "platform/update_framework/updater_error.h"
@@ -10,13 +11,19 @@ extern "C" [[gnu::visibility("default")]] RunUpdateCycleFunction teravolantRunUp
 
 void teravolantRunUpdateCycle(const char* build, const UpdateCycle& cycle,
                               Result<std::optional<StagedUpdate>>& result) {
-    if (std::string_view(build) == kUpdateModuleBuild) {
-        result = runUpdateCycle(cycle);
+    if (std::string_view(build) != kUpdateModuleBuild) {
+        result = updaterError(SQRLUpdaterErrorCheckNotPossible,
+                              std::string("The bundle was replaced by version ") +
+                                  kUpdateModuleBuild + " after this program was started.");
         return;
     }
-    result = updaterError(SQRLUpdaterErrorCheckNotPossible,
-                          std::string("The bundle was replaced by version ") + kUpdateModuleBuild +
-                              " after this program was started.");
+    // The caller has a C++ library of its own, which could not catch what this one throws.
+    try {
+        result = runUpdateCycle(cycle);
+    } catch (const std::exception& exception) {
+        result = updaterError(SQRLUpdaterErrorCheckNotPossible,
+                              std::string("The update check was given up: ") + exception.what());
+    }
 }
 
 }  // namespace teravolant::platform

@@ -7,6 +7,10 @@
 
 // The part of the framework that needs the libraries for transport, archives and signatures is a
 // module of its own in the bundle, so that a start without an update check loads none of them.
+//
+// The module carries a copy of the platform's code with state of its own, which it would find out
+// too late, when the bundle may have been exchanged: the cycle asks for nothing but what it is
+// handed.
 namespace teravolant::platform {
 
 /// What the module exports under `kRunUpdateCycleSymbol`. Both sides must come from the same build:
