@@ -132,6 +132,11 @@ std::string unknownFeedUrl(std::string_view version) {
 std::optional<Error> refusalOfOutput(const std::string& output,
                                      const std::vector<std::string>& inputs) {
     std::error_code unknown;
+    const fs::file_status status = fs::status(output, unknown);
+    if (fs::exists(status) && !fs::is_regular_file(status)) {
+        return platform::errorFromErrno(EEXIST, platform::FileAccess::Write,
+                                        "“" + output + "” is no regular file to be replaced");
+    }
     for (const std::string& written : {output, output + ".new"}) {
         const fs::path target = fs::weakly_canonical(written, unknown);
         for (const std::string& input : inputs) {

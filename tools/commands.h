@@ -63,7 +63,8 @@ platform::Result<platform::SQRLUpdate> acceptedOffer(const std::string& body,
 inline constexpr std::string_view kUnknownFolder = "https://feed.invalid/";
 [[nodiscard]] std::string unknownFeedUrl(std::string_view version);
 
-/// The error for an output that would take the place of one of the inputs or go into one.
+/// The error for an output that would take the place of one of the inputs or go into one, or of
+/// something that is no file: a device would be gone.
 [[nodiscard]] std::optional<platform::Error> refusalOfOutput(
     const std::string& output, const std::vector<std::string>& inputs);
 
