@@ -271,7 +271,7 @@ std::optional<Error> packFolder(const fs::path& folder, const fs::path& archive,
     if (all > limits.bytes || items.value().size() > limits.items) {
         return refusal(source, "holds more than may be unpacked");
     }
-    TemporaryFile temporary(archive.string() + ".new");
+    TemporaryFile temporary(temporaryPathFor(archive));
     if (temporary.descriptor() < 0) {
         return errorFromErrno(errno, FileAccess::Write,
                               "The archive “" + archive.string() + "” could not be written");

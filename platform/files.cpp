@@ -124,16 +124,17 @@ bool isNamedBy(const std::string& path, int descriptor) {
            held.st_dev == named.st_dev && held.st_ino == named.st_ino;
 }
 
-/// Opens and locks a temporary file of a fixed name. While it waits, the holder may move the file
-/// to its place or remove it: what is locked then is no temporary file any more.
-Result<UniqueFd> openTemporary(const std::string& path) {
+/// Opens and locks the temporary file for a path. While it waits, the holder may move the file to
+/// its place or remove it: what is locked then is no temporary file any more.
+Result<UniqueFd> openTemporaryFor(const fs::path& path) {
+    const std::string temporary = temporaryPathFor(path);
     while (true) {
-        UniqueFd file(
-            open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600));
+        UniqueFd file(open(temporary.c_str(),
+                           O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600));
         if (const int failure = file ? lockWithin(file.get(), kLockPatience) : errno) {
             return lockError(failure, path);
         }
-        if (isNamedBy(path, file.get())) {
+        if (isNamedBy(temporary, file.get())) {
             return file;
         }
     }
@@ -325,10 +326,14 @@ int flushFolderOf(const fs::path& path) {
     return descriptor && fsync(descriptor.get()) == 0 ? 0 : errno;
 }
 
+fs::path temporaryPathFor(const fs::path& path) {
+    return path.parent_path() / ("." + path.filename().string() + ".teravolant-new");
+}
+
 std::optional<Error> replaceFileDurably(const fs::path& path, std::string_view bytes,
                                         unsigned mode) {
-    const std::string temporary = path.string() + ".new";
-    const auto file = openTemporary(temporary);
+    const std::string temporary = temporaryPathFor(path);
+    const auto file = openTemporaryFor(path);
     if (!file) {
         return file.error();
     }
@@ -349,8 +354,8 @@ std::optional<Error> replaceFileDurably(const fs::path& path, std::string_view b
 
 std::optional<Error> createFileDurably(const fs::path& path, std::string_view bytes,
                                        unsigned mode) {
-    const std::string temporary = path.string() + ".new";
-    const auto file = openTemporary(temporary);
+    const std::string temporary = temporaryPathFor(path);
+    const auto file = openTemporaryFor(path);
     if (!file) {
         return file.error();
     }

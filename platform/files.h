@@ -85,11 +85,15 @@ Result<std::string> contentsOfFile(const std::filesystem::path& path);
 /// must not hold a start up for good.
 inline constexpr std::chrono::milliseconds kLockPatience = std::chrono::seconds(10);
 
+/// The file beside `path` in which its new content is made: hidden, with a name of its own that no
+/// user's file has, and always the same one, so that killed programs leave at most that.
+[[nodiscard]] std::filesystem::path temporaryPathFor(const std::filesystem::path& path);
+
 /// Puts the bytes into the place of the file so that, whatever happens, the old or the new content
 /// is there whole: temporary file, flush, rename, flush of the folder. `mode` is set as given.
-/// The temporary file has a fixed name, so that killed programs leave at most that one, which the
-/// next call takes over. Callers of one path take turns by a lock on it; one that does not get its
-/// turn within `kLockPatience` fails with `NSFileLockingError`.
+/// The next call takes over the temporary file that a killed program left. Callers of one path take
+/// turns by a lock on it; one that does not get its turn within `kLockPatience` fails with
+/// `NSFileLockingError`.
 [[nodiscard]] std::optional<Error> replaceFileDurably(const std::filesystem::path& path,
                                                       std::string_view bytes, unsigned mode);
 

@@ -137,14 +137,12 @@ std::optional<Error> refusalOfOutput(const std::string& output,
         return platform::errorFromErrno(EEXIST, platform::FileAccess::Write,
                                         "“" + output + "” is no regular file to be replaced");
     }
-    for (const std::string& written : {output, output + ".new"}) {
-        const fs::path target = fs::weakly_canonical(written, unknown);
-        for (const std::string& input : inputs) {
-            if (isWithin(target, fs::weakly_canonical(input, unknown))) {
-                const std::string attempt =
-                    platform::filled("“%@” is not written over or into “%@”", {output, input});
-                return platform::errorFromErrno(EEXIST, platform::FileAccess::Write, attempt);
-            }
+    const fs::path target = fs::weakly_canonical(output, unknown);
+    for (const std::string& input : inputs) {
+        if (isWithin(target, fs::weakly_canonical(input, unknown))) {
+            const std::string attempt =
+                platform::filled("“%@” is not written over or into “%@”", {output, input});
+            return platform::errorFromErrno(EEXIST, platform::FileAccess::Write, attempt);
         }
     }
     return std::nullopt;

@@ -57,15 +57,19 @@ Result<Feed> feedFrom(const std::string& source, const std::string& version,
     if (isUrl(source)) {
         return fetch(withVersion(source, version), stop);
     }
-    auto body = platform::contentsOfFile(source);
-    if (!body) {
-        return body.error();
+    Feed feed{.url = unknownFeedUrl(version), .body = {}};
+    const auto add = [&](std::string_view piece) {
+        feed.body += piece;
+        return feed.body.size() <= platform::kLargestFeed
+                   ? std::nullopt
+                   : std::optional(
+                         updaterError(platform::SQRLUpdaterErrorInvalidServerBody,
+                                      "“" + source + "” is larger than a feed may be (1 MiB)."));
+    };
+    if (auto error = platform::readInPieces(source, platform::kLargestFeed, add)) {
+        return *std::move(error);
     }
-    if (body.value().size() > platform::kLargestFeed) {
-        return updaterError(platform::SQRLUpdaterErrorInvalidServerBody,
-                            "“" + source + "” is larger than a feed may be (1 MiB).");
-    }
-    return Feed{.url = unknownFeedUrl(version), .body = std::move(body).value()};
+    return feed;
 }
 
 std::optional<Error> refusalOfArchive(const std::string& file, const SQRLUpdate& offer,
