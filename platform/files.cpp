@@ -140,6 +140,11 @@ Result<UniqueFd> openTemporaryFor(const fs::path& path) {
     }
 }
 
+/// Answers `errno` or 0.
+int moveOver(const std::string& temporary, const fs::path& path) {
+    return rename(temporary.c_str(), path.c_str()) == 0 ? 0 : errno;
+}
+
 /// Answers `errno` or 0. Network file systems have no such way to rename, and others no hard links.
 int moveToFreePlace(const std::string& temporary, const fs::path& path) {
     if (renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) == 0) {
@@ -149,6 +154,29 @@ int moveToFreePlace(const std::string& temporary, const fs::path& path) {
         return errno;
     }
     return unlink(temporary.c_str()) == 0 ? 0 : errno;
+}
+
+/// Writes and flushes a temporary file, has it moved to its place, and flushes the folder.
+std::optional<Error> placeDurably(const fs::path& path, std::string_view bytes, unsigned mode,
+                                  int (*move)(const std::string& temporary, const fs::path& path)) {
+    const std::string temporary = temporaryPathFor(path);
+    const auto file = openTemporaryFor(path);
+    if (!file) {
+        return file.error();
+    }
+    int failure = writeDurably(file.value().get(), bytes, mode);
+    if (failure == 0) {
+        failure = move(temporary, path);
+    }
+    if (failure != 0) {
+        unlink(temporary.c_str());
+        return writeError(failure, path);
+    }
+    failure = flushFolderOf(path);
+    if (failure != 0) {
+        return writeError(failure, path);
+    }
+    return std::nullopt;
 }
 
 }  // namespace
@@ -332,46 +360,12 @@ fs::path temporaryPathFor(const fs::path& path) {
 
 std::optional<Error> replaceFileDurably(const fs::path& path, std::string_view bytes,
                                         unsigned mode) {
-    const std::string temporary = temporaryPathFor(path);
-    const auto file = openTemporaryFor(path);
-    if (!file) {
-        return file.error();
-    }
-    int failure = writeDurably(file.value().get(), bytes, mode);
-    if (failure == 0 && rename(temporary.c_str(), path.c_str()) != 0) {
-        failure = errno;
-    }
-    if (failure != 0) {
-        unlink(temporary.c_str());
-        return writeError(failure, path);
-    }
-    failure = flushFolderOf(path);
-    if (failure != 0) {
-        return writeError(failure, path);
-    }
-    return std::nullopt;
+    return placeDurably(path, bytes, mode, moveOver);
 }
 
 std::optional<Error> createFileDurably(const fs::path& path, std::string_view bytes,
                                        unsigned mode) {
-    const std::string temporary = temporaryPathFor(path);
-    const auto file = openTemporaryFor(path);
-    if (!file) {
-        return file.error();
-    }
-    int failure = writeDurably(file.value().get(), bytes, mode);
-    if (failure == 0) {
-        failure = moveToFreePlace(temporary, path);
-    }
-    if (failure != 0) {
-        unlink(temporary.c_str());
-    } else {
-        failure = flushFolderOf(path);
-    }
-    if (failure != 0) {
-        return writeError(failure, path);
-    }
-    return std::nullopt;
+    return placeDurably(path, bytes, mode, moveToFreePlace);
 }
 
 Result<FileLock> FileLock::acquire(const fs::path& path, std::chrono::milliseconds patience) {
