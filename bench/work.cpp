@@ -15,8 +15,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "support/crypto.h"
+#include "platform/core/error.h"
 #include "support/logger.h"
+#include "support/standby/crypto.h"
 #include "updater/client_updater.h"
 #include "updater/feed_response.h"
 
@@ -28,12 +29,6 @@ constexpr std::string_view kEntry = "[ClientUpdater::startChecksImmediately] do 
 constexpr std::string_view kStampedEntry =
     "2026-01-01 00:00:00: [ClientUpdater::startChecksImmediately] do CheckUpdate\n";
 
-class Updater : public ClientUpdater {
-  public:
-    using ClientUpdater::ClientUpdater;
-    using ClientUpdater::runLocked;
-};
-
 int fail(const platform::Error& error) {
     std::fputs(printedForm(error).append("\n").c_str(), stderr);
     return EXIT_FAILURE;
@@ -41,12 +36,13 @@ int fail(const platform::Error& error) {
 
 int update(const std::string& feed) {
     const auto version = platform::Bundle::mainBundle().shortVersion();
-    Updater updater{platform::URLRequest{platform::URL(feed + "?version=" + version.value_or(""))}};
-    const auto staged = updater.runLocked();
+    ClientUpdater updater{
+        platform::URLRequest{platform::URL(feed + "?version=" + version.value_or(""))}};
+    const auto staged = updater.runCycle();
     if (!staged) {
         return fail(staged.error());
     }
-    return staged.value() ? EXIT_SUCCESS : EXIT_FAILURE;
+    return *staged ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 int digest(const std::string& file) {
@@ -55,7 +51,7 @@ int digest(const std::string& file) {
 }
 
 int match(const std::string& folder) {
-    const Updater updater{platform::URLRequest{}};
+    const ClientUpdater updater{platform::URLRequest{}};
     const auto found =
         updater.updateBundleMatchingCurrentApplicationInDirectory(folder).subscribe();
     return found ? EXIT_FAILURE : EXIT_SUCCESS;

@@ -9,8 +9,9 @@
 #include <string>
 
 #include "fuzz/require.h"
-#include "platform/archives.h"
-#include "testing/temporary_folder.h"
+#include "platform/archives/archives.h"
+#include "platform/core/error.h"
+#include "tests/fixtures/temporary_folder.h"
 
 namespace {
 

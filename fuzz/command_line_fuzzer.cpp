@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "fuzz/require.h"
-#include "platform/text.h"
+#include "platform/core/text.h"
 
 namespace {
 

@@ -5,11 +5,13 @@
 #include <string>
 
 #include "fuzz/require.h"
-#include "platform/http.h"
-#include "platform/http_address.h"
-#include "platform/json.h"
-#include "platform/text.h"
-#include "platform/update_framework/offer_verification.h"
+#include "platform/core/error.h"
+#include "platform/core/text.h"
+#include "platform/http/http.h"
+#include "platform/http/http_address.h"
+#include "platform/http/http_error.h"
+#include "platform/values/json.h"
+#include "update_framework/module/offer_verification.h"
 
 namespace {
 
@@ -29,10 +31,10 @@ void checkJson(std::string_view body) {
     if (!document) {
         return;
     }
-    const auto written = platform::serialiseJson(document.value());
+    const auto written = platform::serialiseJson(*document);
     require(static_cast<bool>(written), "what was read can be written");
-    const auto again = platform::parseJson(written.value());
-    require(again && again.value() == document.value(), "what was written reads as it was");
+    const auto again = platform::parseJson(*written);
+    require(again && *again == *document, "what was written reads as it was");
 }
 
 void checkOffer(const SQRLUpdate& offer) {
@@ -41,7 +43,7 @@ void checkOffer(const SQRLUpdate& offer) {
     require(!offer.size || *offer.size > 0, "an archive is not empty");
     require(platform::isSecureOrLoopbackURL(offer.updateURL), "an address is safe");
     const auto address = platform::HttpAddress::parse(offer.updateURL);
-    require(address || address.error().code != platform::NSURLErrorUnsupportedURL,
+    require(address || address.error().code != platform::HttpError::unsupportedUrl,
             "the address is as safe for who fetches as for who read it");
     const auto refusal = platform::verifyOffer(offer, "com.zelto.teravolant.updater", {kPublicKey});
     require(refusal || (offer.version == kSignedVersion && offer.size == kSignedSize &&
@@ -58,7 +60,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     checkJson(body);
     const auto offer = updateFromFeed(body, request);
     if (offer) {
-        checkOffer(offer.value());
+        checkOffer(*offer);
     } else {
         require(!printedForm(offer.error()).empty(), "a refusal says why");
     }

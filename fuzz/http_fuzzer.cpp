@@ -1,7 +1,7 @@
 // Answers of a server, separated by bytes of 1E (hexadecimal): each connection gets the next one,
 // as it is, and the ones beyond the last get the last again.
 
-#include "platform/http.h"
+#include "platform/http/http.h"
 
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -14,7 +14,9 @@
 #include <vector>
 
 #include "fuzz/require.h"
-#include "platform/unique_fd.h"
+#include "platform/core/error.h"
+#include "platform/core/file_descriptor.h"
+#include "platform/http/http_error.h"
 
 namespace {
 
@@ -62,7 +64,7 @@ class Server {
   private:
     void serve() {
         while (true) {
-            UniqueFd connection(accept4(_socket.get(), nullptr, nullptr, SOCK_CLOEXEC));
+            FileDescriptor connection(accept4(_socket.get(), nullptr, nullptr, SOCK_CLOEXEC));
             std::string request(4096, '\0');
             if (!connection || recv(connection.get(), request.data(), request.size(), 0) <= 0) {
                 continue;
@@ -76,23 +78,23 @@ class Server {
         }
     }
 
-    UniqueFd _socket;
+    FileDescriptor _socket;
     std::string _url;
     std::mutex _mutex;
     std::string _answers;
-    std::vector<UniqueFd> _connections;
+    std::vector<FileDescriptor> _connections;
 };
 
 void check(const Result<HttpResponse>& answer, std::string_view body, std::size_t inputSize) {
     require(body.size() <= std::min<std::size_t>(kLargestBody, inputSize),
             "a body is no longer than the limit, nor than what was sent");
     if (!answer) {
-        require(answer.error().domain == NSURLErrorDomain &&
+        require(answer.error().domain == kHttpErrorDomain &&
                     !answer.error().localizedDescription.empty(),
                 "a failure says why");
         return;
     }
-    const HttpResponse& response = answer.value();
+    const HttpResponse& response = *answer;
     const int status = response.status;
     require(status >= 100 && status <= 999, "a status has three digits");
     require(status != 206 || response.bodyOffset == kOffset, "a part is the one asked for");
@@ -115,7 +117,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     server.answerWith(input);
     const auto whole = sendHttpRequest(request, options);
-    check(whole, whole ? whole.value().body : "", size);
+    check(whole, whole ? whole->body : "", size);
 
     server.answerWith(input);
     std::string streamed;
@@ -126,17 +128,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                             [&](const HttpResponse&) {
                                 require(!begun, "a body begins once");
                                 begun = true;
-                                return std::optional<Error>();
+                                return Status();
                             },
                         .receive =
                             [&](std::string_view bytes) {
                                 require(begun, "a body begins before its first byte");
                                 streamed += bytes;
-                                return std::optional<Error>();
+                                return Status();
                             }},
                        options);
     check(answer, streamed, size);
-    require(whole || !answer || answer.value().status != 200,
-            "a body that can be streamed can be kept");
+    require(whole || !answer || answer->status != 200, "a body that can be streamed can be kept");
     return 0;
 }

@@ -1,12 +1,13 @@
 // Property lists, as the preference store reads and writes them.
 
-#include "platform/property_list.h"
+#include "platform/values/property_list.h"
 
 #include <algorithm>
 #include <string>
 
 #include "fuzz/require.h"
-#include "platform/printed_form.h"
+#include "platform/core/error.h"
+#include "platform/values/printed_form.h"
 
 namespace {
 
@@ -14,11 +15,11 @@ using namespace teravolant::platform;
 using teravolant::fuzz::require;
 
 /// How many line breaks the printed form needs, one for each item and one for each block.
-std::ptrdiff_t lineBreaksOf(const PropertyListValue& value) {
+std::ptrdiff_t lineBreaksOf(const Value& value) {
     std::ptrdiff_t count = 0;
     if (const auto* array = value.array()) {
         count = static_cast<std::ptrdiff_t>(array->size()) + 1;
-        for (const PropertyListValue& item : *array) {
+        for (const Value& item : *array) {
             count += lineBreaksOf(item);
         }
     }
@@ -39,12 +40,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         require(read.error().code == NSFileReadCorruptFileError, "bad data is a corrupt file");
         return 0;
     }
-    const PropertyListValue& value = read.value();
+    const Value& value = *read;
     const std::string written = serialisePropertyList(value);
     const auto again = parsePropertyList(written);
     require(static_cast<bool>(again), "what was written can be read");
     // With a real that is no number in it a value does not even equal itself.
-    require(again.value() == value || read.value() != value, "what was written reads as it was");
+    require(*again == value || *read != value, "what was written reads as it was");
     const std::string printed = printedForm(value);
     require(std::count(printed.begin(), printed.end(), '\n') == lineBreaksOf(value),
             "the printed form breaks lines only between items");

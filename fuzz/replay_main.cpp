@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "platform/files.h"
+#include "platform/files/files.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
@@ -25,8 +25,7 @@ bool replay(const char* folder) {
         }
         std::printf("%s\n", file.path().c_str());
         std::fflush(stdout);
-        LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(input.value().data()),
-                               input.value().size());
+        LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(input->data()), input->size());
         replayed = true;
     }
     return replayed;

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <exception>
 
-#include "platform/text.h"
+#include "platform/core/text.h"
 #include "support/logger.h"
 
 namespace teravolant {

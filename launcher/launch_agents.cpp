@@ -6,14 +6,17 @@
 
 #include "launcher/task_runner.h"
 #include "launcher/teravolant_app.h"
-#include "platform/bundle.h"
-#include "platform/files.h"
+#include "platform/core/error.h"
+#include "platform/files/files.h"
+#include "platform/files/paths.h"
+#include "platform/system/bundle.h"
 #include "support/logger.h"
 
 namespace teravolant {
 namespace {
 
 using platform::Error;
+using platform::Status;
 using std::filesystem::path;
 
 std::string_view labelOf(LaunchAgentKind kind) {
@@ -27,7 +30,7 @@ std::string_view labelOf(LaunchAgentKind kind) {
 }
 
 /// A step that succeeds leaves the slot alone; one that fails puts its error there.
-void keepLatest(std::optional<Error>& slot, std::optional<Error> error) {
+void keepLatest(Status& slot, Status error) {
     if (error) {
         slot = std::move(error);
     }
@@ -38,7 +41,7 @@ void launchctl(const char* subcommand, const path& installed) {
 }
 
 void installForTheFirstTime(const path& resource, const path& installed) {
-    std::optional<Error> slot;
+    Status slot;
     const path folder = installed.parent_path();
     if (!platform::fileExists(folder)) {
         slot = platform::createDirectory(folder);
@@ -52,7 +55,7 @@ void installForTheFirstTime(const path& resource, const path& installed) {
 bool replace(const path& resource, const path& installed, bool reloadOnError) {
     Logger::sharedInstance().logMessage("replace " + installed.string() + " with " +
                                         resource.string());
-    std::optional<Error> slot;
+    Status slot;
     if (platform::fileExists(installed)) {
         slot = platform::removeItem(installed);
     }
@@ -83,7 +86,7 @@ bool install(const path& resource, const path& installed, bool reloadOnError) {
         reportError(wanted.error());
         return false;
     }
-    if (before.value().fileModificationDate == wanted.value().fileModificationDate) {
+    if (before->fileModificationDate == wanted->fileModificationDate) {
         Logger::sharedInstance().logMessage("No need to store " + installed.string());
         return false;
     }

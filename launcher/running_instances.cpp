@@ -6,7 +6,7 @@
 #include <optional>
 
 #include "launcher/teravolant_app.h"
-#include "platform/process.h"
+#include "platform/system/process.h"
 #include "support/logger.h"
 #include "support/settings_manager.h"
 

@@ -1,8 +1,9 @@
 #include "launcher/task_runner.h"
 
-#include "platform/process.h"
-#include "platform/text.h"
-#include "platform/url.h"
+#include "platform/core/error.h"
+#include "platform/core/text.h"
+#include "platform/core/url.h"
+#include "platform/system/process.h"
 #include "support/logger.h"
 
 namespace teravolant {
@@ -28,7 +29,7 @@ void runTask(const std::filesystem::path& executable, const std::vector<std::str
     reportError(result.launchError);
 }
 
-void reportError(const std::optional<platform::Error>& error) {
+void reportError(const platform::Status& error) {
     if (!error) {
         return;
     }

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/error.h"
+#include "platform/core/result.h"
 
 namespace teravolant {
 
@@ -15,6 +15,6 @@ namespace teravolant {
 void runTask(const std::filesystem::path& executable, const std::vector<std::string>& arguments);
 
 /// Logs the error's code and description; nothing when there is none.
-void reportError(const std::optional<platform::Error>& error);
+void reportError(const platform::Status& error);
 
 }  // namespace teravolant

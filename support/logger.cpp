@@ -6,9 +6,11 @@
 #include <exception>
 #include <string>
 
-#include "platform/console_log.h"
-#include "platform/files.h"
-#include "platform/local_time.h"
+#include "platform/core/local_time.h"
+#include "platform/files/file_lock.h"
+#include "platform/files/files.h"
+#include "platform/files/paths.h"
+#include "platform/system/console_log.h"
 
 namespace teravolant {
 namespace {
@@ -70,7 +72,7 @@ void Logger::logToFile(std::string_view message) const {
 void Logger::checkFileSizeAndBackupIfNeeded() const {
     const auto tooLarge = [this] {
         const auto attributes = platform::attributesOfItem(_logFilePath);
-        return attributes && attributes.value().fileSize > _maxFileSize;
+        return attributes && attributes->fileSize > _maxFileSize;
     };
     if (!tooLarge()) {
         return;

@@ -9,8 +9,8 @@
 #include <regex>
 #include <thread>
 
-#include "platform/files.h"
-#include "testing/temporary_folder.h"
+#include "platform/files/files.h"
+#include "tests/fixtures/temporary_folder.h"
 
 namespace teravolant {
 namespace {
@@ -30,7 +30,7 @@ class LoggerTest : public ::testing::Test {
     }
 
     std::string contents(const std::string& name) {
-        return platform::contentsOfFile(_folder / name).value();
+        return *platform::contentsOfFile(_folder / name);
     }
 
     fixtures::TemporaryFolder _data;
@@ -102,7 +102,7 @@ TEST_F(LoggerTest, MakesTheFileAgainWhenItWasDeletedAndGoesOnWhenItCanNotBe) {
     fs::remove_all(_folder);
     std::ofstream(_folder) << "a file in the folder's place";
     Logger().logMessage("third");
-    EXPECT_EQ(platform::contentsOfFile(_folder).value(), "a file in the folder's place");
+    EXPECT_EQ(*platform::contentsOfFile(_folder), "a file in the folder's place");
 }
 
 TEST_F(LoggerTest, KeepsEveryEntryWholeWhileThreadsAndProcessesAppendAtOnce) {

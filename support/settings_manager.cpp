@@ -1,6 +1,6 @@
 #include "support/settings_manager.h"
 
-#include "platform/preferences.h"
+#include "platform/system/preferences.h"
 
 namespace teravolant {
 namespace {

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/property_list.h"
+#include "platform/values/property_list.h"
 
 namespace teravolant {
 
@@ -17,7 +17,7 @@ namespace teravolant {
 /// durable on return.
 class SettingsManager {
   public:
-    using Value = platform::PropertyListValue;
+    using Value = platform::Value;
 
     /// Created on the first call and kept until the process ends.
     static SettingsManager& sharedInstance();

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/preferences.h"
-#include "testing/temporary_folder.h"
+#include "platform/system/preferences.h"
+#include "tests/fixtures/temporary_folder.h"
 
 namespace teravolant {
 namespace {

@@ -7,28 +7,15 @@
 #include <iostream>
 #include <limits>
 
-#include "platform/files.h"
-#include "platform/update_framework/update_cycle.h"
+#include "platform/core/error.h"
+#include "platform/files/paths.h"
+#include "update_framework/module/run_update_cycle.h"
 #include "updater/client_updater.h"
 
 namespace teravolant {
 namespace {
 
 using platform::Bundle;
-using platform::Result;
-using platform::StagedUpdate;
-
-class DrivenUpdater : public ClientUpdater {
-  public:
-    using ClientUpdater::ClientUpdater;
-    using ClientUpdater::runLocked;
-
-  protected:
-    /// Without the module, which would only be looked for in the bundle.
-    Result<std::optional<StagedUpdate>> runCycle(const platform::UpdateCycle& cycle) override {
-        return runUpdateCycle(cycle);
-    }
-};
 
 int drive(const std::string& feed, bool installs) {
     const Bundle& bundle = Bundle::mainBundle();
@@ -36,15 +23,19 @@ int drive(const std::string& feed, bool installs) {
     std::cout << version << std::endl;
     std::cin.ignore(std::numeric_limits<std::streamsize>::max());
 
-    DrivenUpdater updater{platform::URLRequest{std::optional(platform::URL(feed + "?" + version))}};
-    const auto found = updater.runLocked();
+    ClientUpdater updater{platform::URLRequest{platform::URL(feed + "?" + version)},
+                          platform::runUpdateCycle};
+    const auto found = updater.runCycle();
     const auto cache = platform::cachesDirectory() / bundle.bundleIdentifier().value_or("");
-    const auto error = !found                      ? std::optional(found.error())
-                       : found.value() && installs ? installStagedUpdate(cache, *found.value())
-                                                   : std::nullopt;
-    std::cout << (error           ? printedForm(*error)
-                  : found.value() ? (installs ? "installed " : "staged ") + found.value()->version
-                                  : "no update")
+    platform::Status error;
+    if (!found) {
+        error = found.error();
+    } else if (*found && installs) {
+        error = installStagedUpdate(cache, **found);
+    }
+    std::cout << (error    ? platform::printedForm(*error)
+                  : *found ? (installs ? "installed " : "staged ") + (*found)->version
+                           : "no update")
               << std::endl;
     return error ? 1 : 0;
 }

@@ -2,13 +2,15 @@
 #include <cerrno>
 #include <iostream>
 
-#include "platform/digest.h"
-#include "platform/files.h"
-#include "platform/text.h"
-#include "platform/update_framework/offer_verification.h"
-#include "platform/update_framework/updater_error.h"
-#include "platform/url.h"
+#include "platform/core/error.h"
+#include "platform/core/text.h"
+#include "platform/core/url.h"
+#include "platform/crypto/digests.h"
+#include "platform/crypto/encodings.h"
+#include "platform/files/files.h"
 #include "tools/commands.h"
+#include "update_framework/module/offer_verification.h"
+#include "update_framework/updater_error.h"
 #include "updater/feed_response.h"
 
 namespace teravolant::release {
@@ -18,6 +20,7 @@ namespace fs = std::filesystem;
 using platform::Bundle;
 using platform::Error;
 using platform::Result;
+using platform::Status;
 using platform::updaterError;
 
 Error refusedBundle(std::string reason) {
@@ -64,12 +67,12 @@ Result<Identity> identityOf(const Bundle& bundle) {
     }
     Identity identity = {.identifier = *identifier, .version = *version};
     if (auto error = refusalOf(identity)) {
-        return *std::move(error);
+        return error;
     }
     return identity;
 }
 
-std::optional<Error> refusalOf(const Identity& identity) {
+Status refusalOf(const Identity& identity) {
     if (identity.identifier.empty() || identity.identifier.find('\n') != std::string::npos) {
         return refusedBundle("The identifier is empty or holds a line feed.");
     }
@@ -92,7 +95,7 @@ Result<ArchiveFacts> factsOf(const fs::path& archive, const std::stop_token& sto
     constexpr std::size_t kPieceSize = std::size_t{1} << 18U;
     platform::Digest digest(platform::DigestAlgorithm::Sha256);
     ArchiveFacts facts;
-    const auto add = [&](std::string_view piece) -> std::optional<Error> {
+    const auto add = [&](std::string_view piece) -> Status {
         if (stop.stop_requested()) {
             return updaterError(platform::SQRLUpdaterErrorCheckNotPossible,
                                 "Reading the archive was cancelled.");
@@ -102,13 +105,13 @@ Result<ArchiveFacts> factsOf(const fs::path& archive, const std::stop_token& sto
         return std::nullopt;
     };
     if (auto error = platform::readInPieces(archive, kPieceSize, add)) {
-        return *std::move(error);
+        return error;
     }
     const auto sha256 = digest.finish();
     if (!sha256) {
         return sha256.error();
     }
-    facts.sha256 = platform::hexText(sha256.value());
+    facts.sha256 = platform::hexText(*sha256);
     return facts;
 }
 
@@ -116,8 +119,8 @@ Result<platform::SQRLUpdate> acceptedOffer(const std::string& body, const std::s
                                            const std::string& identifier,
                                            const std::vector<std::string>& publicKeys) {
     auto offer = updateFromFeed(body, platform::URLRequest{platform::URL(feedUrl)});
-    auto error = offer ? platform::verifyOffer(offer.value(), identifier, publicKeys)
-                       : std::optional<Error>(offer.error());
+    auto error =
+        offer ? platform::verifyOffer(*offer, identifier, publicKeys) : Status(offer.error());
     if (error) {
         return updaterError(platform::SQRLUpdaterErrorRefusedOffer, reasonOf(*error));
     }
@@ -129,8 +132,7 @@ std::string unknownFeedUrl(std::string_view version) {
            platform::percentEncodedForQuery("version=" + std::string(version));
 }
 
-std::optional<Error> refusalOfOutput(const std::string& output,
-                                     const std::vector<std::string>& inputs) {
+Status refusalOfOutput(const std::string& output, const std::vector<std::string>& inputs) {
     std::error_code unknown;
     const fs::file_status status = fs::status(output, unknown);
     if (fs::exists(status) && !fs::is_regular_file(status)) {
@@ -148,7 +150,7 @@ std::optional<Error> refusalOfOutput(const std::string& output,
     return std::nullopt;
 }
 
-std::optional<Error> print(std::string_view text) {
+Status print(std::string_view text) {
     errno = 0;
     if (!(std::cout << text << std::flush)) {
         return platform::errorFromErrno(errno, platform::FileAccess::Write,

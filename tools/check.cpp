@@ -2,14 +2,15 @@
 
 #include <CLI/CLI.hpp>
 
-#include "platform/files.h"
-#include "platform/http.h"
-#include "platform/text.h"
-#include "platform/update_framework/offer_verification.h"
-#include "platform/update_framework/update_cycle.h"
-#include "platform/update_framework/updater_error.h"
-#include "platform/url.h"
+#include "platform/core/error.h"
+#include "platform/core/text.h"
+#include "platform/core/url.h"
+#include "platform/files/files.h"
+#include "platform/http/http.h"
 #include "tools/commands.h"
+#include "update_framework/module/offer_verification.h"
+#include "update_framework/module/run_update_cycle.h"
+#include "update_framework/updater_error.h"
 
 namespace teravolant::release {
 namespace {
@@ -17,6 +18,7 @@ namespace {
 using platform::Error;
 using platform::Result;
 using platform::SQRLUpdate;
+using platform::Status;
 using platform::updaterError;
 
 struct Options {
@@ -45,11 +47,11 @@ Result<Feed> fetch(const std::string& url, const std::stop_token& stop) {
     if (!body) {
         return body.error();
     }
-    if (!body.value()) {
+    if (!*body) {
         return updaterError(platform::SQRLUpdaterErrorInvalidServerResponse,
                             "The server offers no update (status 204).");
     }
-    return Feed{.url = url, .body = *std::move(body).value()};
+    return Feed{.url = url, .body = **std::move(body)};
 }
 
 Result<Feed> feedFrom(const std::string& source, const std::string& version,
@@ -61,24 +63,23 @@ Result<Feed> feedFrom(const std::string& source, const std::string& version,
     const auto add = [&](std::string_view piece) {
         feed.body += piece;
         return feed.body.size() <= platform::kLargestFeed
-                   ? std::nullopt
-                   : std::optional(
-                         updaterError(platform::SQRLUpdaterErrorInvalidServerBody,
-                                      "“" + source + "” is larger than a feed may be (1 MiB)."));
+                   ? Status()
+                   : updaterError(platform::SQRLUpdaterErrorInvalidServerBody,
+                                  "“" + source + "” is larger than a feed may be (1 MiB).");
     };
     if (auto error = platform::readInPieces(source, platform::kLargestFeed, add)) {
-        return *std::move(error);
+        return error;
     }
     return feed;
 }
 
-std::optional<Error> refusalOfArchive(const std::string& file, const SQRLUpdate& offer,
-                                      const std::stop_token& stop) {
+Status refusalOfArchive(const std::string& file, const SQRLUpdate& offer,
+                        const std::stop_token& stop) {
     const auto archive = factsOf(file, stop);
     if (!archive) {
         return archive.error();
     }
-    const auto& [size, sha256] = archive.value();
+    const auto& [size, sha256] = *archive;
     if (size != offer.size) {
         return updaterError(platform::SQRLUpdaterErrorRefusedArchive,
                             "“size”: the archive has " + std::to_string(size) +
@@ -104,28 +105,27 @@ std::string report(const SQRLUpdate& offer) {
            " bytes, from " + placeOf(offer.updateURL) + "\n";
 }
 
-std::optional<Error> check(const Options& options, const std::stop_token& stop) {
+Status check(const Options& options, const std::stop_token& stop) {
     const auto bundle = openBundle(options.bundle);
     if (!bundle) {
         return bundle.error();
     }
-    const auto version = bundle.value().shortVersion();
+    const auto version = bundle->shortVersion();
     const auto feed = feedFrom(options.feed, version.value_or(platform::kMissingValueMark), stop);
     if (!feed) {
         return feed.error();
     }
-    const auto offer = acceptedOffer(feed.value().body, feed.value().url,
-                                     bundle.value().bundleIdentifier().value_or(""),
-                                     platform::updatePublicKeys(bundle.value()));
+    const auto offer = acceptedOffer(feed->body, feed->url, bundle->bundleIdentifier().value_or(""),
+                                     platform::updatePublicKeys(*bundle));
     if (!offer) {
         return offer.error();
     }
     if (!options.archive.empty()) {
-        if (auto error = refusalOfArchive(options.archive, offer.value(), stop)) {
+        if (auto error = refusalOfArchive(options.archive, *offer, stop)) {
             return error;
         }
     }
-    return print(report(offer.value()));
+    return print(report(*offer));
 }
 
 }  // namespace

@@ -9,9 +9,9 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/bundle.h"
-#include "platform/error.h"
-#include "platform/update_framework/sqrl_update.h"
+#include "platform/core/result.h"
+#include "platform/system/bundle.h"
+#include "update_framework/sqrl_update.h"
 
 namespace CLI {
 class App;
@@ -21,7 +21,7 @@ class App;
 namespace teravolant::release {
 
 /// Does what a command was asked for; answers what kept it from that. Ends soon after a stop.
-using Work = std::function<std::optional<platform::Error>(const std::stop_token& stop)>;
+using Work = std::function<platform::Status(const std::stop_token& stop)>;
 
 /// Each adds its command to the program. Reading a command line with that command in it sets
 /// `work`, which outlives the program.
@@ -42,7 +42,7 @@ platform::Result<platform::Bundle> openBundle(const std::filesystem::path& path)
 platform::Result<Identity> identityOf(const platform::Bundle& bundle);
 
 /// Why updaters can't tell or sign this identity, if so.
-[[nodiscard]] std::optional<platform::Error> refusalOf(const Identity& identity);
+[[nodiscard]] platform::Status refusalOf(const Identity& identity);
 
 struct ArchiveFacts {
     std::uint64_t size = 0;  ///< Bytes.
@@ -65,10 +65,10 @@ inline constexpr std::string_view kUnknownFolder = "https://feed.invalid/";
 
 /// The error for an output that would take the place of one of the inputs or go into one, or of
 /// something that is no file: a device would be gone.
-[[nodiscard]] std::optional<platform::Error> refusalOfOutput(
-    const std::string& output, const std::vector<std::string>& inputs);
+[[nodiscard]] platform::Status refusalOfOutput(const std::string& output,
+                                               const std::vector<std::string>& inputs);
 
 /// Writes the text to standard output and sees to it that it got there.
-[[nodiscard]] std::optional<platform::Error> print(std::string_view text);
+[[nodiscard]] platform::Status print(std::string_view text);
 
 }  // namespace teravolant::release

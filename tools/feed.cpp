@@ -2,20 +2,23 @@
 
 #include <CLI/CLI.hpp>
 
-#include "platform/files.h"
-#include "platform/json.h"
-#include "platform/signatures.h"
-#include "platform/update_framework/offer_verification.h"
-#include "platform/update_framework/updater_error.h"
+#include "platform/core/error.h"
+#include "platform/crypto/signatures.h"
+#include "platform/files/durable_file.h"
+#include "platform/files/files.h"
+#include "platform/values/json.h"
 #include "tools/commands.h"
+#include "update_framework/module/offer_verification.h"
+#include "update_framework/updater_error.h"
 
 namespace teravolant::release {
 namespace {
 
 namespace fs = std::filesystem;
 using platform::Error;
-using platform::JsonValue;
 using platform::Result;
+using platform::Status;
+using platform::Value;
 
 constexpr unsigned kReadableByAll = 0644;
 
@@ -35,7 +38,7 @@ Result<Identity> identityIn(const Options& options) {
         return error ? Result<Identity>(*std::move(error)) : options.identity;
     }
     const auto bundle = openBundle(options.bundle);
-    return bundle ? identityOf(bundle.value()) : bundle.error();
+    return bundle ? identityOf(*bundle) : bundle.error();
 }
 
 Result<platform::SigningKey> keyIn(const std::string& file) {
@@ -43,7 +46,7 @@ Result<platform::SigningKey> keyIn(const std::string& file) {
     if (!pem) {
         return pem.error();
     }
-    auto key = platform::SigningKey::fromPem(pem.value());
+    auto key = platform::SigningKey::fromPem(*pem);
     if (!key) {
         Error error = std::move(key).error();
         error.localizedDescription = "“" + file + "”: " + error.localizedDescription;
@@ -53,9 +56,9 @@ Result<platform::SigningKey> keyIn(const std::string& file) {
 }
 
 /// The member that says where the archive is.
-Result<JsonValue::Object> addressOf(const Options& options) {
+Result<Value::Dictionary> addressOf(const Options& options) {
     if (!options.url.empty()) {
-        return JsonValue::Object{{"url", options.url}};
+        return Value::Dictionary{{"url", options.url}};
     }
     std::string name =
         options.name.empty() ? fs::path(options.archive).filename().string() : options.name;
@@ -65,7 +68,7 @@ Result<JsonValue::Object> addressOf(const Options& options) {
             platform::SQRLUpdaterErrorRefusedOffer,
             "“name”: “" + name + "” is no plain file name; give another one, or the --url.");
     }
-    return JsonValue::Object{{"name", std::move(name)}};
+    return Value::Dictionary{{"name", std::move(name)}};
 }
 
 /// The document, once an updater of a first build accepts it.
@@ -86,33 +89,31 @@ Result<std::string> documentOf(const Options& options, const std::stop_token& st
     if (!archive) {
         return archive.error();
     }
-    const auto& [identifier, version] = identity.value();
-    const auto& [size, sha256] = archive.value();
-    const auto signature =
-        key.value().sign(platform::signedText(identifier, version, size, sha256));
-    const auto publicKey = key.value().publicKey();
+    const auto& [identifier, version] = *identity;
+    const auto& [size, sha256] = *archive;
+    const auto signature = key->sign(platform::signedText(identifier, version, size, sha256));
+    const auto publicKey = key->publicKey();
     if (!signature || !publicKey) {
         return signature ? publicKey.error() : signature.error();
     }
-    JsonValue::Object feed = address.value();
+    Value::Dictionary feed = *address;
     feed["version"] = version;
     feed["size"] = static_cast<std::int64_t>(size);
     feed["sha256"] = sha256;
-    feed["signature"] = signature.value();
+    feed["signature"] = *signature;
     auto serialised = platform::serialiseJson(feed);
     if (!serialised) {
         return std::move(serialised).error();
     }
-    std::string document = std::move(serialised).value() + "\n";
-    const auto offer =
-        acceptedOffer(document, unknownFeedUrl("0.0.0.0"), identifier, {publicKey.value()});
+    std::string document = *std::move(serialised) + "\n";
+    const auto offer = acceptedOffer(document, unknownFeedUrl("0.0.0.0"), identifier, {*publicKey});
     if (!offer) {
         return offer.error();
     }
     return document;
 }
 
-std::optional<Error> writeFeed(const Options& options, const std::stop_token& stop) {
+Status writeFeed(const Options& options, const std::stop_token& stop) {
     std::vector<std::string> inputs = {options.archive, options.privateKey};
     if (!options.bundle.empty()) {
         inputs.push_back(options.bundle);
@@ -127,8 +128,8 @@ std::optional<Error> writeFeed(const Options& options, const std::stop_token& st
         return document.error();
     }
     return options.output.empty()
-               ? print(document.value())
-               : platform::replaceFileDurably(options.output, document.value(), kReadableByAll);
+               ? print(*document)
+               : platform::replaceFileDurably(options.output, *document, kReadableByAll);
 }
 
 }  // namespace

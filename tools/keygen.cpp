@@ -2,14 +2,16 @@
 
 #include <CLI/CLI.hpp>
 
-#include "platform/files.h"
-#include "platform/signatures.h"
+#include "platform/crypto/signatures.h"
+#include "platform/files/durable_file.h"
+#include "platform/files/files.h"
 #include "tools/commands.h"
 
 namespace teravolant::release {
 namespace {
 
 using platform::Error;
+using platform::Status;
 
 constexpr unsigned kOwnerOnly = 0600;
 constexpr unsigned kReadableByAll = 0644;
@@ -19,7 +21,7 @@ struct Options {
     std::string publicKey;
 };
 
-std::optional<Error> handOut(const std::string& publicKey, const Options& options) {
+Status handOut(const std::string& publicKey, const Options& options) {
     if (options.publicKey.empty()) {
         return print(publicKey);
     }
@@ -33,20 +35,20 @@ std::optional<Error> handOut(const std::string& publicKey, const Options& option
     return error;
 }
 
-std::optional<Error> makeKeyPair(const Options& options) {
+Status makeKeyPair(const Options& options) {
     const auto key = platform::SigningKey::generate();
     if (!key) {
         return key.error();
     }
-    const auto pem = key.value().pem();
-    const auto publicKey = key.value().publicKey();
+    const auto pem = key->pem();
+    const auto publicKey = key->publicKey();
     if (!pem || !publicKey) {
         return pem ? publicKey.error() : pem.error();
     }
-    if (auto error = platform::createFileDurably(options.privateKey, pem.value(), kOwnerOnly)) {
+    if (auto error = platform::createFileDurably(options.privateKey, *pem, kOwnerOnly)) {
         return error;
     }
-    auto error = handOut(publicKey.value() + "\n", options);
+    auto error = handOut(*publicKey + "\n", options);
     if (error) {
         // A key whose other half nobody has is of no use.
         (void)platform::removeItem(options.privateKey);

@@ -10,6 +10,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "platform/core/build_version.h"
+#include "platform/core/error.h"
 #include "tools/commands.h"
 
 namespace {
@@ -48,7 +50,7 @@ int run(int argc, char* argv[]) {
     const std::stop_token stop = stopOnTermination();
     release::Work work;
     CLI::App program("Publishes builds of Teravolant.", "teravolant-release");
-    program.set_version_flag("--version", TERAVOLANT_VERSION);
+    program.set_version_flag("--version", platform::buildVersion());
     program.require_subcommand(1);
     release::addKeygen(program, work);
     release::addPack(program, work);

@@ -5,17 +5,19 @@
 
 #include <CLI/CLI.hpp>
 
-#include "platform/archives.h"
-#include "platform/text.h"
-#include "platform/update_framework/offer_verification.h"
-#include "platform/update_framework/updater_error.h"
+#include "platform/archives/archives.h"
+#include "platform/core/error.h"
+#include "platform/core/text.h"
 #include "tools/commands.h"
+#include "update_framework/module/offer_verification.h"
+#include "update_framework/updater_error.h"
 
 namespace teravolant::release {
 namespace {
 
 namespace fs = std::filesystem;
 using platform::Error;
+using platform::Status;
 
 struct Options {
     std::string bundle;
@@ -56,7 +58,7 @@ Error refused(const fs::path& path, std::string_view reason) {
 }
 
 /// What would keep updaters from taking this bundle out of an archive.
-std::optional<Error> refusalOfBundle(const platform::Bundle& bundle) {
+Status refusalOfBundle(const platform::Bundle& bundle) {
     const auto identity = identityOf(bundle);
     if (!identity) {
         return identity.error();
@@ -76,19 +78,19 @@ std::optional<Error> refusalOfBundle(const platform::Bundle& bundle) {
     return std::nullopt;
 }
 
-std::optional<Error> pack(const Options& options, const std::stop_token& stop) {
+Status pack(const Options& options, const std::stop_token& stop) {
     const auto bundle = openBundle(options.bundle);
     if (!bundle) {
         return bundle.error();
     }
-    auto error = refusalOfBundle(bundle.value());
+    auto error = refusalOfBundle(*bundle);
     if (!error) {
         error = refusalOfOutput(options.output, {options.bundle});
     }
     if (error) {
         return error;
     }
-    if (platform::updatePublicKeys(bundle.value()).empty()) {
+    if (platform::updatePublicKeys(*bundle).empty()) {
         std::cerr << "teravolant-release: warning: this build has no public key "
                      "(TERAVOLANT_UPDATE_PUBLIC_KEYS) and will take no update after this one\n";
     }

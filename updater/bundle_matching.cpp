@@ -1,10 +1,12 @@
 #include <algorithm>
 #include <system_error>
 
-#include "platform/directory_enumerator.h"
-#include "platform/text.h"
-#include "platform/url.h"
+#include "platform/core/error.h"
+#include "platform/core/text.h"
+#include "platform/core/url.h"
+#include "platform/files/directory_enumerator.h"
 #include "support/logger.h"
+#include "update_framework/updater_error.h"
 #include "updater/client_updater.h"
 
 namespace teravolant {

@@ -1,15 +1,17 @@
 #include <gtest/gtest.h>
 
-#include "platform/url.h"
-#include "testing/log_reader.h"
-#include "testing/temporary_folder.h"
+#include "platform/core/error.h"
+#include "platform/core/url.h"
+#include "tests/fixtures/log_reader.h"
+#include "tests/fixtures/temporary_folder.h"
+#include "update_framework/updater_error.h"
 #include "updater/client_updater.h"
 
 namespace teravolant {
 namespace {
 
 namespace fs = std::filesystem;
-using platform::PropertyListValue;
+using platform::Value;
 using Lines = std::vector<std::string>;
 
 const std::string kOperation = "[ClientUpdater::updateBundleMatchingCurrentApplicationInDirectory]";
@@ -23,7 +25,7 @@ class BundleMatching : public ::testing::Test {
   protected:
     /// Makes an application bundle; one with an empty identity has none.
     void addBundle(const fs::path& path, const std::string& identity = kIdentity) const {
-        PropertyListValue::Dictionary information;
+        Value::Dictionary information;
         if (!identity.empty()) {
             information.emplace("CFBundleIdentifier", identity);
         }
@@ -38,7 +40,7 @@ class BundleMatching : public ::testing::Test {
                                .updateBundleMatchingCurrentApplicationInDirectory(folder.path())
                                .subscribe();
         if (found) {
-            EXPECT_EQ(found.value().bundlePath().lexically_relative(folder.path()), expected);
+            EXPECT_EQ(found->bundlePath().lexically_relative(folder.path()), expected);
         } else {
             EXPECT_EQ(expected, "");
             EXPECT_EQ(found.error().domain, platform::SQRLUpdaterErrorDomain);

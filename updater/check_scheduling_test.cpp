@@ -3,10 +3,11 @@
 #include <future>
 #include <thread>
 
-#include "platform/application.h"
+#include "platform/core/error.h"
+#include "platform/system/application.h"
 #include "support/logger.h"
-#include "testing/log_reader.h"
-#include "testing/manual_clock.h"
+#include "tests/fixtures/log_reader.h"
+#include "tests/fixtures/manual_clock.h"
 #include "updater/client_updater.h"
 
 namespace teravolant {
@@ -22,9 +23,13 @@ using Outcome = platform::Result<std::optional<platform::StagedUpdate>>;
 /// An updater whose cycle goes on until the test ends it.
 class FakeUpdater : public ClientUpdater {
   public:
-    FakeUpdater() : ClientUpdater(platform::URLRequest()) {}
+    FakeUpdater()
+        : ClientUpdater(platform::URLRequest(), [this](const platform::UpdateCycle& cycle) {
+              _cycle.set_value(&cycle);
+              return _outcome.get_future().get();
+          }) {}
 
-    using ClientUpdater::setState;
+    void beginDownload() { _cycle.get_future().get()->downloadBegins(); }
 
     /// Blocks until the updater is no longer checking.
     void endCycle(Outcome outcome) {
@@ -34,12 +39,8 @@ class FakeUpdater : public ClientUpdater {
         }
     }
 
-  protected:
-    Outcome runCycle(const platform::UpdateCycle& /*cycle*/) override {
-        return _outcome.get_future().get();
-    }
-
   private:
+    std::promise<const platform::UpdateCycle*> _cycle;
     std::promise<Outcome> _outcome;
 };
 
@@ -68,7 +69,7 @@ class TwoSchedules : public platform::ApplicationDelegate {
             Logger::sharedInstance().logMessage("3 s");
             first.clock->advance(1ms);
             first.tick();
-            first.updater->setState(UpdaterState::downloading);
+            first.updater->beginDownload();
             first.clock->advance(13s);  // The ticks that were missed are left out.
             first.clock->advance(1999ms);
             second.tick();

@@ -4,8 +4,8 @@
 #include <optional>
 #include <string>
 
-#include "platform/scheduler.h"
-#include "platform/update_framework/sqrl_updater.h"
+#include "platform/system/scheduler.h"
+#include "update_framework/sqrl_updater.h"
 
 namespace teravolant {
 
@@ -23,7 +23,7 @@ struct ParsedVersion {
 /// compares versions and picks the downloaded bundle. Owned by the application delegate.
 class ClientUpdater : public platform::SQRLUpdater {
   public:
-    using ErrorSlot = std::optional<platform::Error>;
+    using ErrorSlot = platform::Status;
 
     using SQRLUpdater::SQRLUpdater;
 

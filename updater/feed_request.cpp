@@ -1,10 +1,10 @@
 #include <exception>
 #include <memory>
 
-#include "platform/preferences.h"
-#include "platform/printed_form.h"
-#include "platform/text.h"
-#include "platform/url.h"
+#include "platform/core/text.h"
+#include "platform/core/url.h"
+#include "platform/system/preferences.h"
+#include "platform/values/printed_form.h"
 #include "support/logger.h"
 #include "updater/client_updater.h"
 #include "updater/teravolant_app_delegate.h"
@@ -13,9 +13,9 @@ namespace teravolant {
 namespace {
 
 using platform::kMissingValueMark;
-using platform::PropertyListValue;
 using platform::URLRequest;
-using Location = PropertyListValue::Dictionary;
+using platform::Value;
+using Location = Value::Dictionary;
 
 void log(const std::string& text) {
     Logger::sharedInstance().logMessage("[TeravolantAppDelegate::updateToLatestVersion] " + text);

@@ -1,16 +1,16 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
-#include "platform/preferences.h"
-#include "testing/log_reader.h"
+#include "platform/system/preferences.h"
+#include "tests/fixtures/log_reader.h"
 #include "updater/client_updater.h"
 #include "updater/teravolant_app_delegate.h"
 
 namespace teravolant {
 namespace {
 
-using platform::PropertyListValue;
-using Dictionary = PropertyListValue::Dictionary;
+using platform::Value;
+using Dictionary = Value::Dictionary;
 using Lines = std::vector<std::string>;
 
 const std::string kOperation = "[TeravolantAppDelegate::updateToLatestVersion] ";
@@ -19,7 +19,7 @@ TEST(FeedRequest, GoesToTheOverrideElseToTheFeedOfTheVersionsChannel) {
     const std::string alpha = TERAVOLANT_ALPHA_UPDATE_HOST "/teravolant/alpha/release.mac?version=";
     const std::string release =
         TERAVOLANT_RELEASE_UPDATE_HOST "/teravolant/release/release.mac?version=";
-    const std::tuple<TeravolantAppDelegate::Version, PropertyListValue, std::string> table[] = {
+    const std::tuple<TeravolantAppDelegate::Version, Value, std::string> table[] = {
         {"4.30.1.17", "", "https://" + release + "4.30.1.17"},
         {"99.99.99.1234", "", "https://" + alpha + "99.99.99.1234"},
         {"99.99.990.1", "", "https://" + alpha + "99.99.990.1"},
@@ -35,9 +35,8 @@ TEST(FeedRequest, GoesToTheOverrideElseToTheFeedOfTheVersionsChannel) {
     };
     const auto defaults = platform::UserDefaults::standardUserDefaults();
     for (const auto& [version, override, url] : table) {
-        ASSERT_FALSE(override == PropertyListValue("")
-                         ? defaults.removeObjectForKey("updateserver")
-                         : defaults.setObject(override, "updateserver"));
+        ASSERT_FALSE(override == Value("") ? defaults.removeObjectForKey("updateserver")
+                                           : defaults.setObject(override, "updateserver"));
         const fixtures::LogReader log;
         TeravolantAppDelegate delegate;
         delegate.updateToLatestVersion(version);

@@ -3,19 +3,21 @@
 #include <memory>
 #include <string_view>
 
-#include "platform/json.h"
-#include "platform/text.h"
+#include "platform/core/error.h"
+#include "platform/core/text.h"
+#include "platform/values/json.h"
 #include "support/logger.h"
+#include "update_framework/updater_error.h"
 
 namespace teravolant {
 namespace {
 
 using platform::Error;
-using platform::JsonValue;
 using platform::kMissingValueMark;
 using platform::MTLJSONAdapter;
 using platform::Result;
 using platform::URLRequest;
+using platform::Value;
 
 constexpr const char* kUrl = "url";
 constexpr const char* kName = "name";
@@ -30,24 +32,25 @@ Error checkFailed(platform::SQRLUpdaterErrorCode code, std::string_view recovery
 }
 
 void setUnderlyingError(Error& error, const Error& underlying) {
-    error.userInfo[platform::NSUnderlyingErrorKey] = std::make_shared<const Error>(underlying);
+    error.userInfo.push_back({platform::NSUnderlyingErrorKey, underlying});
 }
 
-/// The parser's own entries stay unless one of the error's has their key.
+/// An entry of the parser's error is kept unless this error has one with the same key, which is
+/// found first.
 Error invalidServerBody(const std::string& body, const Error& parserError) {
     Error error = checkFailed(platform::SQRLUpdaterErrorInvalidServerBody,
                               "The server sent an invalid response. Try again later.");
-    error.userInfo[platform::SQRLUpdaterServerDataErrorKey] = body;
+    error.userInfo.push_back({platform::SQRLUpdaterServerDataErrorKey, body});
     setUnderlyingError(error, parserError);
-    error.userInfo.insert(parserError.userInfo.begin(), parserError.userInfo.end());
+    error.userInfo.insert(error.userInfo.end(), parserError.userInfo.begin(),
+                          parserError.userInfo.end());
     return error;
 }
 
-Error invalidJson(const JsonValue& document, const Error* adapterError) {
+Error invalidJson(const Value& document, const Error* adapterError) {
     Error error = checkFailed(platform::SQRLUpdaterErrorInvalidJSON,
                               "The server sent an invalid JSON response. Try again later.");
-    error.userInfo[platform::SQRLUpdaterJSONObjectErrorKey] =
-        std::make_shared<const JsonValue>(document);
+    error.userInfo.push_back({platform::SQRLUpdaterJSONObjectErrorKey, document});
     if (adapterError != nullptr) {
         setUnderlyingError(error, *adapterError);
     }
@@ -55,14 +58,14 @@ Error invalidJson(const JsonValue& document, const Error* adapterError) {
 }
 
 /// A text as it is; anything else in its JSON form.
-std::string textOf(const JsonValue& value) {
+std::string textOf(const Value& value) {
     // What was parsed can be serialised.
-    return value.text() != nullptr ? *value.text() : platform::serialiseJson(value).value();
+    return value.text() != nullptr ? *value.text() : *platform::serialiseJson(value);
 }
 
 /// What is not a text never reads as a version: its JSON form does not end with a digit unless it
 /// is a number, which has one full stop at the most.
-std::string offeredVersion(const JsonValue::Object& offer) {
+std::string offeredVersion(const Value::Dictionary& offer) {
     const auto version = offer.find("version");
     return version == offer.end() ? kMissingValueMark : textOf(version->second);
 }
@@ -78,12 +81,12 @@ std::string feedFolder(const URLRequest& request) {
 }
 
 /// The offer with the address that its name stands for where it does not give one.
-JsonValue::Object withAddress(const JsonValue::Object& offer, const URLRequest& request) {
+Value::Dictionary withAddress(const Value::Dictionary& offer, const URLRequest& request) {
     const auto name = offer.find(kName);
     if (offer.contains(kUrl) || name == offer.end()) {
         return offer;
     }
-    JsonValue::Object copy = offer;
+    Value::Dictionary copy = offer;
     copy[kUrl] = feedFolder(request) + "/" + textOf(name->second);
     return copy;
 }
@@ -97,9 +100,9 @@ Result<ClientUpdater::UpdateClass> updateFromFeed(
     if (!document) {
         return invalidServerBody(body, document.error());
     }
-    const JsonValue::Object* const offer = document.value().object();
+    const Value::Dictionary* const offer = document->dictionary();
     if (offer == nullptr) {
-        return invalidJson(document.value(), nullptr);
+        return invalidJson(*document, nullptr);
     }
     ClientUpdater::ErrorSlot versionError;
     if (!isNewer(currentVersion(request), offeredVersion(*offer), versionError)) {
@@ -108,7 +111,7 @@ Result<ClientUpdater::UpdateClass> updateFromFeed(
     auto update =
         MTLJSONAdapter::modelOfClass<ClientUpdater::UpdateClass>(withAddress(*offer, request));
     if (!update) {
-        return invalidJson(document.value(), &update.error());
+        return invalidJson(*document, &update.error());
     }
     return update;
 }

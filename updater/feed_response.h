@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "platform/url.h"
+#include "platform/core/url.h"
 #include "updater/client_updater.h"
 
 // What an updater decides about a feed's answer, for callers that are not the running updater.

@@ -1,13 +1,15 @@
 #include <gtest/gtest.h>
 
-#include "platform/json.h"
-#include "testing/log_reader.h"
+#include "platform/core/error.h"
+#include "platform/values/json.h"
+#include "tests/fixtures/log_reader.h"
+#include "update_framework/updater_error.h"
 #include "updater/client_updater.h"
 
 namespace teravolant {
 namespace {
 
-using platform::JsonValue;
+using platform::Value;
 
 const std::string kFeed = "https://a.example/teravolant/release/release.mac?version=4.30.1.17";
 
@@ -32,7 +34,7 @@ TEST(FeedResponse, OfferHasItsOwnAddressOrTheOneOfItsNameInTheFeedsFolder) {
     for (const auto& [feed, address, expected] : cases) {
         const auto update = read(R"({"version":"4.30.2.5",)" + address + "}", feed);
         ASSERT_TRUE(update) << address << printedForm(update.error());
-        EXPECT_EQ(update.value().updateURL, expected);
+        EXPECT_EQ(update->updateURL, expected);
     }
 }
 
@@ -59,7 +61,8 @@ TEST(FeedResponse, BodyThatIsNotJsonIsAnInvalidServerBody) {
         EXPECT_EQ(error.underlyingError()->code, platform::NSPropertyListReadCorruptError);
         EXPECT_EQ(log.entries(), std::vector<std::string>{"[ClientUpdater::updateFromJSONData]"});
         // The parser's own entry.
-        EXPECT_TRUE(error.userInfo.contains(platform::NSJSONSerializationErrorIndex));
+        EXPECT_NE(error.userInformation<std::int64_t>(platform::NSJSONSerializationErrorIndex),
+                  nullptr);
     }
 }
 
@@ -92,14 +95,13 @@ TEST(FeedResponse, DocumentThatMakesNoUpdateIsInvalidJsonAndNamesTheMember) {
                 failure(body, platform::SQRLUpdaterErrorInvalidJSON,
                         "The server sent an invalid JSON response. Try again later.");
             // The document as it was received, without an address made from its name.
-            EXPECT_EQ(**error.userInformation<std::shared_ptr<const JsonValue>>(
-                          platform::SQRLUpdaterJSONObjectErrorKey),
-                      platform::parseJson(body).value());
+            EXPECT_EQ(*error.userInformation<Value>(platform::SQRLUpdaterJSONObjectErrorKey),
+                      *platform::parseJson(body));
             const platform::Error* const underlying = error.underlyingError();
             ASSERT_EQ(underlying == nullptr, row.wrongMember.empty()) << body;
             EXPECT_TRUE(underlying == nullptr || underlying->localizedDescription.find(
                                                      "“" + row.wrongMember + "”") != body.npos)
-                << body << printedForm(error);
+                << body << platform::printedForm(error);
         }
     }
 }

@@ -1,9 +1,9 @@
 #include <string_view>
 
 #include "launcher/teravolant_app.h"
-#include "platform/bundle.h"
-#include "platform/preferences.h"
-#include "platform/text.h"
+#include "platform/core/text.h"
+#include "platform/system/bundle.h"
+#include "platform/system/preferences.h"
 #include "support/logger.h"
 #include "updater/teravolant_app_delegate.h"
 

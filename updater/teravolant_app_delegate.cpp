@@ -3,7 +3,7 @@
 #include <unistd.h>
 
 #include "launcher/teravolant_app.h"
-#include "platform/bundle.h"
+#include "platform/system/bundle.h"
 #include "support/logger.h"
 #include "updater/client_updater.h"
 

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/application.h"
+#include "platform/system/application.h"
 
 namespace teravolant {
 

@@ -6,9 +6,11 @@
 #include <limits>
 #include <string_view>
 
-#include "platform/printed_form.h"
-#include "platform/text.h"
+#include "platform/core/error.h"
+#include "platform/core/text.h"
+#include "platform/values/printed_form.h"
 #include "support/logger.h"
+#include "update_framework/updater_error.h"
 #include "updater/feed_response.h"
 
 namespace teravolant {
@@ -50,10 +52,10 @@ std::array<std::int32_t, 4> numbersOf(const ParsedVersion& version) {
 }
 
 std::string printed(const ParsedVersion& version) {
-    return platform::printedForm(platform::PropertyListValue::Dictionary{{"major", version.major},
-                                                                         {"minor", version.minor},
-                                                                         {"patch", version.patch},
-                                                                         {"build", version.build}});
+    return platform::printedForm(platform::Value::Dictionary{{"major", version.major},
+                                                             {"minor", version.minor},
+                                                             {"patch", version.patch},
+                                                             {"build", version.build}});
 }
 
 platform::Error versionError(std::string_view format,

@@ -2,7 +2,8 @@
 
 #include <regex>
 
-#include "testing/log_reader.h"
+#include "platform/core/error.h"
+#include "tests/fixtures/log_reader.h"
 #include "updater/client_updater.h"
 
 namespace teravolant {
@@ -74,7 +75,7 @@ TEST(VersionNumbers, OnlyAStrictlyNewerOfferIsTakenAndLogged) {
     Slot error;
     EXPECT_FALSE(ClientUpdater::checkUpdaterVersionNewer("1.2.3.4", "1.2.4", error));
     EXPECT_EQ(error->localizedDescription, "1.2.4 is illegal version");
-    error.reset();
+    error = {};
     EXPECT_TRUE(ClientUpdater::checkUpdaterVersionNewer("version=01.2.3-b4", "1.2.4.0", error));
     EXPECT_EQ(log.entries().front(),
               "[ClientUpdater::checkUpdaterVersionNewer] {\n    build = 4;\n    major = 01;\n"

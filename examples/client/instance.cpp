@@ -17,14 +17,16 @@
 #include <ctime>
 #include <thread>
 
-#include "platform/local_time.h"
+#include "platform/core/error.h"
+#include "platform/core/local_time.h"
+#include "platform/files/files.h"
 
 namespace teravolant::client {
 namespace {
 
 namespace fs = std::filesystem;
+using platform::FileDescriptor;
 using platform::FileLock;
-using platform::UniqueFd;
 
 /// A message: the sender's process id, a blank, the length of what follows, both in decimal, a line
 /// feed, and each word with a NUL behind it.
@@ -69,7 +71,7 @@ std::optional<Message> takeMessage(std::string& received) {
 
 /// Waits, for some seconds at most, until a process has ended.
 void awaitEnd(pid_t process) {
-    const UniqueFd descriptor(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
+    const FileDescriptor descriptor(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
     pollfd ended{.fd = descriptor.get(), .events = POLLIN, .revents = 0};
     if (descriptor) {
         poll(&ended, 1, 5000);
@@ -81,19 +83,19 @@ platform::Error failure(int number, std::string_view attempt) {
 }
 
 /// A file in the pipe's place would take the words, and nobody would get them.
-bool isPipe(const UniqueFd& descriptor) {
+bool isPipe(const FileDescriptor& descriptor) {
     struct stat status {};
     return fstat(descriptor.get(), &status) == 0 && S_ISFIFO(status.st_mode);
 }
 
-bool isEmpty(const UniqueFd& pipe) {
+bool isEmpty(const FileDescriptor& pipe) {
     int count = 0;
     return ioctl(pipe.get(), FIONREAD, &count) == 0 && count == 0;
 }
 
 /// Takes out what an earlier instance was sent and has not read, for one the words of this start.
 void discardContents(const fs::path& pipe) {
-    const UniqueFd end(open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    const FileDescriptor end(open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     std::array<char, PIPE_BUF> chunk{};
     while (read(end.get(), chunk.data(), chunk.size()) > 0) {
     }
@@ -117,7 +119,7 @@ platform::Result<std::optional<Instance>> Instance::join(const fs::path& folder,
     const std::string message = encode(words);
     const fs::path pipe = folder / "commands";
     mkfifo(pipe.c_str(), 0600);
-    UniqueFd sent;
+    FileDescriptor sent;
     // Between taking the lock and opening its pipe, or between its last read and its end, the
     // running instance can't be reached: ask again until one of the two succeeds.
     for (int attempt = 0; attempt < 5000; ++attempt) {
@@ -129,8 +131,8 @@ platform::Result<std::optional<Instance>> Instance::join(const fs::path& folder,
         if (sent && isEmpty(sent)) {
             return std::optional<Instance>();
         }
-        if (lock.value()) {
-            UniqueFd end(open(pipe.c_str(), O_RDWR | O_CLOEXEC));
+        if (*lock) {
+            FileDescriptor end(open(pipe.c_str(), O_RDWR | O_CLOEXEC));
             if (!end) {
                 return failure(errno, pipe.string() + " can't be opened");
             }
@@ -138,13 +140,13 @@ platform::Result<std::optional<Instance>> Instance::join(const fs::path& folder,
                 return failure(EINVAL, pipe.string() + " is not a pipe");
             }
             discardContents(pipe);
-            return std::optional(Instance(*std::move(lock).value(), std::move(end)));
+            return std::optional(Instance(**std::move(lock), std::move(end)));
         }
         if (message.size() > PIPE_BUF) {
             return failure(E2BIG, "The words can't be handed over to the running instance");
         }
         if (!sent) {
-            UniqueFd end(open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+            FileDescriptor end(open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
             if (end && !isPipe(end)) {
                 return failure(EINVAL, pipe.string() + " is not a pipe");
             }

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/files.h"
-#include "platform/unique_fd.h"
+#include "platform/core/file_descriptor.h"
+#include "platform/files/file_lock.h"
 
 namespace teravolant::client {
 
@@ -25,11 +25,11 @@ class Instance {
     std::optional<Words> waitForWords();
 
   private:
-    Instance(platform::FileLock lock, platform::UniqueFd pipe)
+    Instance(platform::FileLock lock, platform::FileDescriptor pipe)
         : _lock(std::move(lock)), _pipe(std::move(pipe)) {}
 
     platform::FileLock _lock;
-    platform::UniqueFd _pipe;
+    platform::FileDescriptor _pipe;
     std::string _received;
 };
 

@@ -12,7 +12,9 @@
 #include <vector>
 
 #include "examples/client/instance.h"
-#include "platform/files.h"
+#include "platform/core/error.h"
+#include "platform/files/files.h"
+#include "platform/files/paths.h"
 
 namespace {
 
@@ -71,7 +73,7 @@ int main(int argc, char* argv[]) {
     if (!joined) {
         return fail(joined.error());
     }
-    auto instance = std::move(joined).value();
+    auto instance = *std::move(joined);
     if (!instance) {
         return EXIT_SUCCESS;
     }

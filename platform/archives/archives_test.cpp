@@ -1,0 +1,253 @@
+#include "platform/archives/archives.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <functional>
+
+#include <archive.h>
+#include <archive_entry.h>
+#include <gtest/gtest.h>
+
+#include "platform/core/error.h"
+#include "platform/files/files.h"
+#include "platform/system/process.h"
+#include "tests/fixtures/temporary_folder.h"
+
+namespace teravolant::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr time_t kSomeTime = 1234567890;
+
+struct ArchiveEntry {
+    std::string name;
+    mode_t mode = S_IFREG | 0644;
+    std::string contents = {};  ///< A link's target, a file's bytes.
+    bool isHardLink = false;
+};
+
+ArchiveEntry link(std::string name, std::string target) {
+    return {std::move(name), S_IFLNK | 0777, std::move(target)};
+}
+
+ArchiveEntry hardLink(std::string name, std::string target) {
+    return {std::move(name), S_IFREG | 0644, std::move(target), true};
+}
+
+struct Format {
+    const char* name;
+    int format;
+    int filter;
+
+    /// The zip form has neither hard links nor special files.
+    [[nodiscard]] bool canHold(const ArchiveEntry& entry) const {
+        const mode_t kind = entry.mode & S_IFMT;
+        return format != ARCHIVE_FORMAT_ZIP ||
+               (!entry.isHardLink && (kind == S_IFREG || kind == S_IFDIR || kind == S_IFLNK));
+    }
+};
+
+constexpr Format kPlainTar = {"tar", ARCHIVE_FORMAT_TAR_PAX_RESTRICTED, ARCHIVE_FILTER_NONE};
+constexpr Format kZip = {"zip", ARCHIVE_FORMAT_ZIP, ARCHIVE_FILTER_NONE};
+constexpr Format kFormats[] = {
+    kPlainTar,
+    kZip,
+    {"tar.gz", ARCHIVE_FORMAT_TAR_GNUTAR, ARCHIVE_FILTER_GZIP},
+    {"tar.xz", ARCHIVE_FORMAT_TAR_USTAR, ARCHIVE_FILTER_XZ},
+    {"tar.zst", ARCHIVE_FORMAT_TAR_PAX_RESTRICTED, ARCHIVE_FILTER_ZSTD},
+    {"tar.bz2", ARCHIVE_FORMAT_TAR_PAX_RESTRICTED, ARCHIVE_FILTER_BZIP2},
+};
+
+void writeArchive(const fs::path& path, const Format& format,
+                  const std::vector<ArchiveEntry>& entries) {
+    archive* writer = archive_write_new();
+    archive_write_set_format(writer, format.format);
+    archive_write_add_filter(writer, format.filter);
+    ASSERT_EQ(archive_write_open_filename(writer, path.c_str()), ARCHIVE_OK);
+    for (const ArchiveEntry& described : entries) {
+        const std::string& contents = described.contents;
+        archive_entry* entry = archive_entry_new();
+        archive_entry_set_pathname(entry, described.name.c_str());
+        archive_entry_set_mode(entry, described.mode);
+        archive_entry_set_mtime(entry, kSomeTime, 0);
+        if (described.isHardLink) {
+            archive_entry_set_hardlink(entry, contents.c_str());
+        } else if (S_ISLNK(described.mode)) {
+            archive_entry_set_symlink(entry, contents.c_str());
+        } else {
+            archive_entry_set_size(entry, static_cast<la_int64_t>(contents.size()));
+        }
+        ASSERT_GE(archive_write_header(writer, entry), ARCHIVE_WARN) << described.name;
+        archive_write_data(writer, contents.data(),
+                           static_cast<std::size_t>(archive_entry_size(entry)));
+        archive_entry_free(entry);
+    }
+    ASSERT_EQ(archive_write_free(writer), ARCHIVE_OK);
+}
+
+/// What stands below the folder: size of files, permissions, a link's target, and the time unless
+/// it is now.
+std::string treeOf(const fs::path& folder) {
+    const char* const list = R"(cd "$0" && find . -mindepth 1 -printf '%P %M %l ' \
+        '(' -type f -printf '%s ' -o -true ')' \
+        '(' -newermt 2010-01-01 -printf 'now\n' -o -printf '%Ts\n' ')' | LC_ALL=C sort)";
+    return runToEndOfOutput("/bin/sh", {"-c", list, folder}).standardOutput;
+}
+
+/// A folder to unpack into, and things outside it that hostile archives are after.
+class Archives : public testing::Test {
+  protected:
+    Archives() {
+        fs::create_directory(target);
+        root.write("outside/secret", "untouched");
+    }
+
+    void emptyTarget() const {
+        (void)removeTree(target);
+        fs::create_directory(target);
+    }
+
+    fixtures::TemporaryFolder root;
+    fs::path target = root.path() / "target";
+    fs::path outside = root.path() / "outside";
+    fs::path archive = root.path() / "archive";
+};
+
+struct HostileArchive {
+    const char* situation;
+    std::vector<ArchiveEntry> entries;
+    const char* reason;
+    UnpackLimits limits = {};
+};
+
+TEST_F(Archives, ThatAreHostileAreRefusedAndReachNothingOutside) {
+    const ArchiveEntry large{"1", S_IFREG | 0644, std::string(70, 'x')};
+    const ArchiveEntry folder{"d", S_IFDIR | 0755};
+    const ArchiveEntry file{"f", S_IFREG | 0644, "text"};
+    std::string deep;
+    for (int level = 0; level < 65; ++level) {
+        deep += "d/";
+    }
+    const HostileArchive table[] = {
+        {"upwards", {{"../outside/new"}}, "upwards"},
+        {"upwards later", {folder, {"d/../../outside/new"}}, "upwards"},
+        {"absolute", {{"/tmp/new"}}, "absolute"},
+        {"absolute link", {link("l", "/etc/passwd")}, "absolute"},
+        {"link out", {link("l", "../outside/secret")}, "out of the folder"},
+        {"link out by a link", {link("d/up", ".."), link("d/out", "up/../outside")}, "out of"},
+        {"empty link", {link("l", "")}, "malformed target"},
+        {"file through a link", {folder, link("l", "d"), {"l/new"}}, "below a file or a link"},
+        {"file over a dangling link", {link("l", "new"), {"l"}}, "twice"},
+        {"below a file", {file, {"f/new"}}, "below a file or a link"},
+        {"hard link out", {hardLink("h", "../outside/secret")}, "hard link that leads out"},
+        {"hard link to nothing", {hardLink("h", "f")}, "hard link to something"},
+        {"hard link to a link", {file, link("l", "f"), hardLink("h", "l")}, "hard link to some"},
+        {"hard link through one",
+         {{"d/f"}, link("l", "d"), hardLink("h", "l/f")},
+         "hard link to some"},
+        {"hard link over a file", {file, {"g"}, hardLink("g", "f")}, "twice"},
+        {"pipe", {{"p", S_IFIFO | 0644}}, "neither a file"},
+        {"set-user-id file", {{"s", S_IFREG | 04755}}, "set-user-id"},
+        {"file twice by another name", {file, {"./f"}}, "twice"},
+        {"file over a folder", {folder, {"d"}}, "twice"},
+        {"folder over a file", {{"d"}, folder}, "twice"},
+        {"name that is not UTF-8", {{"\xFF\xFE"}}, "not UTF-8"},
+        {"link target that is not UTF-8", {link("l", "\xFF")}, "malformed target"},
+        {"the folder itself as a file", {{"."}}, "folder itself"},
+        {"long name", {{std::string(1025, 'n')}}, "too long"},
+        {"deep name", {{deep}}, "too deep"},
+        {"too many files", {{"1"}, {"2"}, {"3"}}, "more than 2 items", {.items = 2}},
+        {"too many folders on the way", {{"1/2/3/4"}}, "more than 3 items", {.items = 3}},
+        {"too many links", {file, link("1", "x"), hardLink("h", "f")}, "more than", {.items = 2}},
+        {"one large file", {large}, "more than 64 bytes", {.bytes = 64}},
+        {"large together", {large, {"2", S_IFREG | 0644, large.contents}}, "more", {.bytes = 139}},
+    };
+    for (const HostileArchive& hostile : table) {
+        for (const Format& format : {kPlainTar, kZip}) {
+            SCOPED_TRACE(std::string(hostile.situation) + " as " + format.name);
+            if (!std::ranges::all_of(hostile.entries, std::bind_front(&Format::canHold, format))) {
+                continue;
+            }
+            writeArchive(archive, format, hostile.entries);
+            emptyTarget();
+            const std::string before = treeOf(root.path());
+            const auto error = unpackArchive(archive, target, hostile.limits);
+            emptyTarget();
+            EXPECT_EQ(treeOf(root.path()), before);
+            ASSERT_TRUE(error);
+            EXPECT_EQ(error->code, std::string_view(hostile.reason).starts_with("more")
+                                       ? NSFileReadTooLargeError
+                                       : NSFileReadCorruptFileError);
+            EXPECT_NE(error->localizedDescription.find(hostile.reason), std::string::npos)
+                << error->localizedDescription;
+        }
+    }
+}
+
+TEST_F(Archives, OfEveryFormatAreUnpackedWithModesLinksAndTimes) {
+    // The folders that their owner may not write or search come before what is in them.
+    const std::vector<ArchiveEntry> entries = {{"./", S_IFDIR | 0700},
+                                               {"shut", S_IFDIR | 0600},
+                                               {"shut/inner", S_IFDIR | 0710},
+                                               {"shut/inner/file"},
+                                               {"sealed", S_IFDIR | 0555},
+                                               {"sealed/run", S_IFREG | 0751, "program"},
+                                               {"a/b/é e\xCC\x81", S_IFREG | 0400, ""},
+                                               link("a/b/l", "../../sealed/./run"),
+                                               {"a", S_IFDIR | 0710}};
+    for (const Format& format : kFormats) {
+        SCOPED_TRACE(format.name);
+        emptyTarget();
+        auto written = entries;
+        if (format.canHold(hardLink("", ""))) {
+            written.push_back(hardLink("twin", "sealed/run"));
+        }
+        writeArchive(archive, format, written);
+        const auto error = unpackArchive(archive, target);
+        ASSERT_FALSE(error) << error->localizedDescription;
+        EXPECT_EQ(treeOf(target),
+                  std::string("a drwx--x---  1234567890\n"
+                              "a/b drwxr-xr-x  now\n"
+                              "a/b/l lrwxrwxrwx ../../sealed/./run 1234567890\n"
+                              "a/b/é e\xCC\x81 -r--------  0 1234567890\n"
+                              "sealed dr-xr-xr-x  1234567890\n"
+                              "sealed/run -rwxr-x--x  7 1234567890\n"
+                              "shut drw-------  1234567890\n") +
+                      (written.size() > entries.size() ? "twin -rwxr-x--x  7 1234567890\n" : ""));
+        EXPECT_EQ(*contentsOfFile(target / "a/b/l"), "program");
+        fs::permissions(target / "shut", fs::perms::owner_all);
+        EXPECT_EQ(fs::status(target / "shut/inner").permissions(), fs::perms(0710));
+    }
+}
+
+TEST_F(Archives, ThatAreCutShortAreRefusedWhereverTheCut) {
+    for (const Format& format : kFormats) {
+        writeArchive(archive, format,
+                     {{"a", S_IFREG | 0644, std::string(3000, 'a')}, {"b", S_IFREG | 0644, "b"}});
+        std::string whole = *contentsOfFile(archive);
+        std::size_t step = std::max<std::size_t>(whole.size() / 40, 1);
+        if (format.filter == ARCHIVE_FILTER_NONE && format.format != ARCHIVE_FORMAT_ZIP) {
+            whole.resize(512 + 3072 + 512 + 512 + 1);  // up to the mark that ends the archive
+            step = 128;                                // so that some cuts fall between entries
+        }
+        for (std::size_t length = 0; length < whole.size() - 1; length += step) {
+            emptyTarget();
+            root.write("archive", whole.substr(0, length));
+            EXPECT_TRUE(unpackArchive(archive, target)) << format.name << " of " << length;
+        }
+    }
+}
+
+TEST_F(Archives, AreNotUnpackedIntoAFolderThatHoldsSomethingOrIsALink) {
+    writeArchive(archive, kPlainTar, {{"a"}});
+    EXPECT_TRUE(unpackArchive(archive, outside));
+    EXPECT_FALSE(fs::exists(outside / "a"));
+    fs::create_directory_symlink(target, root.path() / "link");
+    EXPECT_TRUE(unpackArchive(archive, root.path() / "link"));
+    EXPECT_TRUE(fs::is_empty(target));
+}
+
+}  // namespace
+}  // namespace teravolant::platform

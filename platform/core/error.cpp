@@ -1,0 +1,74 @@
+#include "platform/core/error.h"
+
+#include <cerrno>
+#include <system_error>
+
+#include "platform/core/text.h"
+
+namespace teravolant::platform {
+namespace {
+
+CocoaErrorCode readCode(int errorNumber) {
+    switch (errorNumber) {
+        case ENOENT:
+            return NSFileReadNoSuchFileError;
+        case EACCES:
+        case EPERM:
+            return NSFileReadNoPermissionError;
+        case ENAMETOOLONG:
+            return NSFileReadInvalidFileNameError;
+        default:
+            return NSFileReadUnknownError;
+    }
+}
+
+CocoaErrorCode writeCode(int errorNumber) {
+    switch (errorNumber) {
+        case ENOENT:
+            return NSFileNoSuchFileError;
+        case EACCES:
+        case EPERM:
+            return NSFileWriteNoPermissionError;
+        case ENAMETOOLONG:
+            return NSFileWriteInvalidFileNameError;
+        case EEXIST:
+            return NSFileWriteFileExistsError;
+        case ENOSPC:
+        case EDQUOT:
+            return NSFileWriteOutOfSpaceError;
+        case EROFS:
+            return NSFileWriteVolumeReadOnlyError;
+        default:
+            return NSFileWriteUnknownError;
+    }
+}
+
+}  // namespace
+
+std::string printedForm(const Error& error) {
+    std::string text = "Error Domain=" + error.domain + " Code=" + std::to_string(error.code) +
+                       " \"" + error.localizedDescription + "\"";
+    if (const Error* const underlying = error.underlyingError()) {
+        text += " UserInfo={" + std::string(NSUnderlyingErrorKey) + "=" + printedForm(*underlying) +
+                "}";
+    }
+    return text;
+}
+
+Error errorFromErrno(int errorNumber, FileAccess access, std::string_view attempt) {
+    return Error{
+        .domain = std::string(NSCocoaErrorDomain),
+        .code = access == FileAccess::Read ? readCode(errorNumber) : writeCode(errorNumber),
+        .localizedDescription =
+            std::string(attempt) + ": " + std::generic_category().message(errorNumber) + "."};
+}
+
+Error readError(int errorNumber, const std::string& path) {
+    return errorFromErrno(errorNumber, FileAccess::Read, quoted(path) + " could not be read");
+}
+
+Error writeError(int errorNumber, const std::string& path) {
+    return errorFromErrno(errorNumber, FileAccess::Write, quoted(path) + " could not be written");
+}
+
+}  // namespace teravolant::platform

@@ -1,0 +1,107 @@
+#include "platform/core/text.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+
+namespace teravolant::platform {
+namespace {
+
+/// What a lead byte says of its sequence: how many bytes follow, and the range of the first of
+/// them.
+struct Sequence {
+    std::size_t following;
+    std::uint8_t lowest;
+    std::uint8_t highest;
+};
+
+constexpr std::size_t kNoSequence = 4;
+
+Sequence sequenceOf(std::uint8_t lead) {
+    if (lead < 0x80) {
+        return {0, 0, 0};
+    }
+    if (lead >= 0xC2 && lead <= 0xDF) {
+        return {1, 0x80, 0xBF};
+    }
+    if (lead >= 0xE0 && lead <= 0xEF) {
+        return {2, static_cast<std::uint8_t>(lead == 0xE0 ? 0xA0 : 0x80),
+                static_cast<std::uint8_t>(lead == 0xED ? 0x9F : 0xBF)};
+    }
+    if (lead >= 0xF0 && lead <= 0xF4) {
+        return {3, static_cast<std::uint8_t>(lead == 0xF0 ? 0x90 : 0x80),
+                static_cast<std::uint8_t>(lead == 0xF4 ? 0x8F : 0xBF)};
+    }
+    return {kNoSequence, 0, 0};
+}
+
+/// A place in a format where a value goes: its length there and the value's number, from 1 on, or 0
+/// for the next one in turn. Nothing is there when the length is 0.
+struct Mark {
+    std::size_t length = 0;
+    std::size_t number = 0;
+};
+
+Mark markAt(std::string_view format) {
+    if (format.starts_with("%@")) {
+        return {2, 0};
+    }
+    const bool numbered = format.size() >= 4 && format[0] == '%' && format[1] >= '1' &&
+                          format[1] <= '9' && format.substr(2, 2) == "$@";
+    return numbered ? Mark{4, static_cast<std::size_t>(format[1] - '0')} : Mark{};
+}
+
+}  // namespace
+
+bool isValidUtf8(std::string_view bytes) {
+    std::size_t index = 0;
+    while (index < bytes.size()) {
+        const Sequence sequence = sequenceOf(static_cast<std::uint8_t>(bytes[index]));
+        if (sequence.following == kNoSequence || sequence.following >= bytes.size() - index) {
+            return false;
+        }
+        for (std::size_t offset = 1; offset <= sequence.following; ++offset) {
+            const auto byte = static_cast<std::uint8_t>(bytes[index + offset]);
+            const bool first = offset == 1;
+            if (byte < (first ? sequence.lowest : 0x80) ||
+                byte > (first ? sequence.highest : 0xBF)) {
+                return false;
+            }
+        }
+        index += sequence.following + 1;
+    }
+    return true;
+}
+
+bool isAscii(std::string_view bytes) {
+    return std::all_of(bytes.begin(), bytes.end(),
+                       [](char byte) { return static_cast<std::uint8_t>(byte) < 0x80; });
+}
+
+std::string quoted(const std::string& text) { return "“" + text + "”"; }
+
+bool equalIgnoringCase(std::string_view left, std::string_view right) {
+    return left.size() == right.size() && strncasecmp(left.data(), right.data(), left.size()) == 0;
+}
+
+std::string filled(std::string_view format, std::initializer_list<std::string_view> values) {
+    std::string text;
+    std::size_t next = 0;
+    while (!format.empty()) {
+        const Mark mark = markAt(format);
+        const std::size_t index = mark.number == 0 ? next : mark.number - 1;
+        if (mark.length == 0 || index >= values.size()) {
+            text += format.front();
+            format.remove_prefix(1);
+            continue;
+        }
+        text += values.begin()[index];
+        next += mark.number == 0 ? 1 : 0;
+        format.remove_prefix(mark.length);
+    }
+    return text;
+}
+
+}  // namespace teravolant::platform

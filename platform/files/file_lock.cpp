@@ -1,0 +1,83 @@
+#include "platform/files/file_lock.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+
+#include <cerrno>
+#include <string>
+#include <thread>
+
+#include "platform/core/error.h"
+#include "platform/core/text.h"
+
+namespace teravolant::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+FileDescriptor openLockFile(const fs::path& path) {
+    constexpr int kFlags = O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+    // Network file systems lock exclusively only what is open for writing.
+    FileDescriptor file(open(path.c_str(), O_RDWR | kFlags, 0600));
+    if (!file && (errno == EACCES || errno == EPERM || errno == EROFS)) {
+        file = FileDescriptor(open(path.c_str(), O_RDONLY | kFlags, 0600));
+    }
+    return file;
+}
+
+}  // namespace
+
+/// Answers 0, EWOULDBLOCK when somebody else holds the lock all the while, or another `errno`.
+int lockWithin(int descriptor, std::chrono::milliseconds patience) {
+    constexpr std::chrono::milliseconds kPause(5);
+    const auto end = std::chrono::steady_clock::now() + patience;
+    while (flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
+        if (errno != EINTR && errno != EWOULDBLOCK) {
+            return errno;
+        }
+        if (std::chrono::steady_clock::now() >= end) {
+            return EWOULDBLOCK;
+        }
+        std::this_thread::sleep_for(kPause);
+    }
+    return 0;
+}
+
+Error lockError(int errorNumber, const fs::path& path) {
+    if (errorNumber != EWOULDBLOCK) {
+        return writeError(errorNumber, path.native());
+    }
+    return Error{.domain = std::string(NSCocoaErrorDomain),
+                 .code = NSFileLockingError,
+                 .localizedDescription = quoted(path.native()) +
+                                         " could not be locked: another process holds its lock."};
+}
+
+Result<FileLock> FileLock::acquire(const fs::path& path, std::chrono::milliseconds patience) {
+    FileDescriptor file = openLockFile(path);
+    if (const int failure = file ? lockWithin(file.get(), patience) : errno) {
+        return lockError(failure, path);
+    }
+    return FileLock(std::move(file));
+}
+
+Result<std::optional<FileLock>> FileLock::tryAcquire(const fs::path& path) {
+    return tryLock(openLockFile(path), path);
+}
+
+Result<std::optional<FileLock>> FileLock::tryAcquireFolder(const fs::path& path) {
+    return tryLock(FileDescriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)), path);
+}
+
+Result<std::optional<FileLock>> FileLock::tryLock(FileDescriptor file, const fs::path& path) {
+    const int failure = file ? lockWithin(file.get(), std::chrono::milliseconds(0)) : errno;
+    if (failure == EWOULDBLOCK) {
+        return std::optional<FileLock>();
+    }
+    if (failure != 0) {
+        return lockError(failure, path);
+    }
+    return std::optional(FileLock(std::move(file)));
+}
+
+}  // namespace teravolant::platform

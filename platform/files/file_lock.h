@@ -1,0 +1,50 @@
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <optional>
+
+#include "platform/core/file_descriptor.h"
+#include "platform/core/result.h"
+
+namespace teravolant::platform {
+
+/// How long to wait for a lock that another process holds: longer than any writer needs, but a
+/// suspended writer must not block a start for ever.
+inline constexpr std::chrono::milliseconds kLockPatience = std::chrono::seconds(10);
+
+/// Locks an open file exclusively. Returns 0, EWOULDBLOCK if another process held the lock for all
+/// of `patience`, or another `errno` value.
+[[nodiscard]] int lockWithin(int descriptor, std::chrono::milliseconds patience);
+
+/// The error of `lockWithin` for the file at `path`: `NSFileLockingError` for EWOULDBLOCK.
+[[nodiscard]] Error lockError(int errorNumber, const std::filesystem::path& path);
+
+/// An exclusive lock between processes, held from creation to destruction.
+///
+/// The lock ends with its process, also if that is killed. The lock file stays: other processes may
+/// be waiting for its lock.
+class FileLock {
+  public:
+    /// Locks the file at `path`; creates it, readable by its owner only, if it is missing. Blocks
+    /// for at most `patience` and then fails with `NSFileLockingError`.
+    static Result<FileLock> acquire(const std::filesystem::path& path,
+                                    std::chrono::milliseconds patience = kLockPatience);
+
+    /// Like `acquire`, but returns nothing at once if another process holds the lock.
+    static Result<std::optional<FileLock>> tryAcquire(const std::filesystem::path& path);
+
+    /// Like `tryAcquire`, for an existing directory, in which it creates nothing. The lock belongs
+    /// to the directory, also after the directory is moved.
+    static Result<std::optional<FileLock>> tryAcquireFolder(const std::filesystem::path& path);
+
+  private:
+    static Result<std::optional<FileLock>> tryLock(FileDescriptor file,
+                                                   const std::filesystem::path& path);
+
+    explicit FileLock(FileDescriptor descriptor) : _descriptor(std::move(descriptor)) {}
+
+    FileDescriptor _descriptor;
+};
+
+}  // namespace teravolant::platform

@@ -1,0 +1,110 @@
+#include "platform/http/http.h"
+
+#include <memory>
+#include <utility>
+
+#include <curl/curl.h>
+
+#include "platform/core/error.h"
+#include "platform/core/text.h"
+#include "platform/http/http_address.h"
+#include "platform/http/http_error.h"
+#include "platform/http/http_exchange.h"
+#include "platform/http/http_failures.h"
+
+namespace teravolant::platform {
+namespace {
+
+struct FreeMulti {
+    void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
+};
+using MultiHandle = std::unique_ptr<CURLM, FreeMulti>;
+
+bool carriesCredentials(const HttpHeader& header) {
+    return equalIgnoringCase(header.name, "Authorization") ||
+           equalIgnoringCase(header.name, "Cookie");
+}
+
+bool describesTheBody(const HttpHeader& header) {
+    return equalIgnoringCase(header.name.substr(0, 8), "Content-");
+}
+
+/// Changes the request into the one that a redirect asks for (RFC 9110, section 15.4).
+void followRedirect(HttpRequest& request, int status, bool sameOrigin) {
+    if (status != 307 && status != 308 && request.method == HttpMethod::Post) {
+        request.method = HttpMethod::Get;
+        request.body.clear();
+        std::erase_if(request.headers, describesTheBody);
+    }
+    if (!sameOrigin) {
+        std::erase_if(request.headers, carriesCredentials);
+    }
+}
+
+Result<HttpResponse> perform(HttpRequest request, const HttpBodyReceiver& receiver,
+                             WantedBodies wanted, const HttpOptions& options,
+                             const std::stop_token& stop) {
+    const MultiHandle multi(startHttpLibrary() ? curl_multi_init() : nullptr);
+    if (!multi) {
+        return httpError(HttpError::unknown, "This machine's network library can't be used.");
+    }
+    auto address = HttpAddress::parse(request.url);
+    if (!address) {
+        return std::move(address).error();
+    }
+    const std::stop_callback wakeUp(stop, [&multi] { curl_multi_wakeup(multi.get()); });
+    HttpAddress current = *std::move(address);
+    for (int redirects = 0; redirects <= options.maximumRedirects; ++redirects) {
+        auto exchanged =
+            exchangeOverHttp(multi.get(), current, request, options, receiver, wanted, stop);
+        if (!exchanged) {
+            return std::move(exchanged).error();
+        }
+        HttpExchange exchange = *std::move(exchanged);
+        if (!exchange.redirect) {
+            return std::move(exchange.response);
+        }
+        auto next = current.redirectedTo(*exchange.redirect);
+        if (!next) {
+            return std::move(next).error();
+        }
+        followRedirect(request, exchange.response.status, next->hasSameOriginAs(current));
+        current = *std::move(next);
+    }
+    return httpError(HttpError::tooManyRedirects,
+                     "“" + current.displayedHost() + "” was reached over more than " +
+                         std::to_string(options.maximumRedirects) +
+                         " redirects, which seem to lead in a circle.");
+}
+
+}  // namespace
+
+Result<HttpResponse> sendHttpRequest(const HttpRequest& request, const HttpOptions& options,
+                                     const std::stop_token& stop) {
+    std::string body;
+    const HttpBodyReceiver collector{.begin = {}, .receive = [&body](std::string_view bytes) {
+                                         body += bytes;
+                                         return Status();
+                                     }};
+    auto result = perform(request, collector, WantedBodies::All, options, stop);
+    if (!result) {
+        return result;
+    }
+    HttpResponse response = *std::move(result);
+    response.body = std::move(body);
+    return response;
+}
+
+Result<HttpResponse> streamHttpBody(const HttpRequest& request, const HttpBodyReceiver& receiver,
+                                    const HttpOptions& options) {
+    return perform(request, receiver, WantedBodies::Contents, options, {});
+}
+
+std::string resumptionValidator(const HttpResponse& response) {
+    if (response.entityTag && response.entityTag->starts_with('"')) {
+        return *response.entityTag;
+    }
+    return response.lastModified.value_or("");
+}
+
+}  // namespace teravolant::platform

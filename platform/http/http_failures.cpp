@@ -1,0 +1,86 @@
+#include "platform/http/http_failures.h"
+#include "platform/core/error.h"
+#include "platform/http/http_error.h"
+
+#include <array>
+#include <charconv>
+#include <utility>
+
+#include <curl/curl.h>
+#include <openssl/x509_vfy.h>
+
+namespace teravolant::platform {
+namespace {
+
+Error certificateError(const FailedTransfer& failed, const std::string& host) {
+    if (failed.certificateVerdict == X509_V_ERR_CERT_HAS_EXPIRED ||
+        failed.certificateVerdict == X509_V_ERR_CERT_NOT_YET_VALID) {
+        return httpError(HttpError::certificateHasBadDate,
+                         "The certificate of " + host +
+                             " is not valid at this time: check this computer's clock (" +
+                             failed.explanation + ").");
+    }
+    return httpError(HttpError::certificateUntrusted,
+                     host + " could not prove who it is: its certificate is not trusted (" +
+                         failed.explanation + ").");
+}
+
+}  // namespace
+
+Error httpError(HttpError::Code code, std::string description) {
+    return Error{.domain = std::string(kHttpErrorDomain),
+                 .code = code,
+                 .localizedDescription = std::move(description)};
+}
+
+std::string secondsText(std::chrono::milliseconds time) {
+    std::array<char, 32> text{};
+    const auto end = std::to_chars(text.data(), text.data() + text.size(),
+                                   std::chrono::duration<double>(time).count());
+    return {text.data(), end.ptr};
+}
+
+Error errorOfTransfer(const FailedTransfer& failed) {
+    const std::string host = "“" + failed.host + "”";
+    const std::string reason = " (" + failed.explanation + ").";
+    switch (failed.code) {
+        case CURLE_COULDNT_RESOLVE_HOST:
+            return httpError(HttpError::cannotFindHost,
+                             host + " could not be found: check the network connection" + reason);
+        case CURLE_COULDNT_RESOLVE_PROXY:
+            return httpError(HttpError::cannotFindHost,
+                             "The proxy on the way to " + host + " could not be found" + reason);
+        case CURLE_COULDNT_CONNECT:
+            return httpError(HttpError::cannotConnectToHost,
+                             host + " could not be connected to" + reason);
+        case CURLE_OPERATION_TIMEDOUT:
+            return httpError(HttpError::timedOut, host + " could not be connected to within " +
+                                                      secondsText(failed.connectTimeout) +
+                                                      " seconds.");
+        case CURLE_PEER_FAILED_VERIFICATION:
+            return certificateError(failed, host);
+        case CURLE_SSL_CONNECT_ERROR:
+        case CURLE_SSL_CACERT_BADFILE:
+        case CURLE_SSL_CIPHER:
+        case CURLE_SSL_CERTPROBLEM:
+            return httpError(HttpError::secureConnectionFailed,
+                             "No secure connection to " + host + " could be made" + reason);
+        case CURLE_PARTIAL_FILE:
+        case CURLE_GOT_NOTHING:
+        case CURLE_RECV_ERROR:
+        case CURLE_SEND_ERROR:
+        case CURLE_HTTP2:
+        case CURLE_HTTP2_STREAM:
+            return httpError(HttpError::connectionLost,
+                             "The connection to " + host + " was lost" + reason);
+        case CURLE_UNSUPPORTED_PROTOCOL:
+        case CURLE_WEIRD_SERVER_REPLY:
+        case CURLE_BAD_CONTENT_ENCODING:
+            return httpError(HttpError::badResponse,
+                             host + " gave an answer that is not HTTP" + reason);
+        default:
+            return httpError(HttpError::unknown, "The transfer from " + host + " failed" + reason);
+    }
+}
+
+}  // namespace teravolant::platform

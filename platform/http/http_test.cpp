@@ -1,0 +1,198 @@
+#include "platform/http/http.h"
+
+#include <cstdlib>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "platform/core/error.h"
+#include "platform/http/http_error.h"
+#include "platform/system/application.h"
+#include "tests/fixtures/http_server.h"
+#include "tests/fixtures/temporary_folder.h"
+
+namespace teravolant::platform {
+namespace {
+
+using namespace std::chrono_literals;
+using fixtures::HttpServer;
+using fixtures::ReceivedRequest;
+using fixtures::ServerAnswer;
+
+HttpServer::Handler always(ServerAnswer answer) {
+    return [answer = std::move(answer)](const ReceivedRequest&) { return answer; };
+}
+
+ServerAnswer redirectTo(std::string location, int status = 302) {
+    return {.status = status, .headers = {{"Location", std::move(location)}}};
+}
+
+/// Trusts an authority of its own and no proxy.
+class Http : public testing::Test {
+  protected:
+    Http() {
+        folder.write("trusted.pem", authority.certificate());
+        setenv("SSL_CERT_FILE", trusted.c_str(), 1);
+        for (const char* name : {"http_proxy", "https_proxy", "all_proxy", "no_proxy"}) {
+            unsetenv(name);
+        }
+    }
+
+    static void expectFailure(const Result<HttpResponse>& result, HttpError::Code code,
+                              std::string_view host = "127.0.0.1") {
+        ASSERT_FALSE(result) << result->status;
+        EXPECT_EQ(result.error().domain, kHttpErrorDomain);
+        EXPECT_EQ(result.error().code, code) << result.error().localizedDescription;
+        EXPECT_NE(result.error().localizedDescription.find(host), std::string::npos)
+            << result.error().localizedDescription;
+    }
+
+    fixtures::CertificateAuthority authority;
+    fixtures::TemporaryFolder folder;
+    std::filesystem::path trusted = folder.path() / "trusted.pem";
+};
+
+TEST_F(Http, AnswersThatAreCutLieOrStallAreErrors) {
+    struct Faulty {
+        const char* situation;
+        ServerAnswer answer;
+        HttpError::Code code;
+        std::uint64_t resumedAt = 0;
+    };
+    const std::string body(1000, 'b');
+    const auto part = [](const char* range) {
+        return ServerAnswer{.status = 206, .headers = {{"Content-Range", range}}, .body = "b"};
+    };
+    constexpr auto kLost = HttpError::connectionLost;
+    constexpr auto kOtherPart = HttpError::unexpectedRange;
+    const Faulty table[] = {
+        {"cut", {.body = body, .cutAfter = 500}, kLost},
+        {"cut chunks", {.body = body, .chunked = true, .cutAfter = 500}, kLost},
+        {"no answer", {.raw = ""}, kLost},
+        {"no HTTP", {.raw = "SSH-2.0-server\r\n\r\n"}, HttpError::badResponse},
+        {"silent", {.isSilent = true}, HttpError::timedOut},
+        {"stalled", {.body = body, .stallAfter = 500}, HttpError::timedOut},
+        {"too large by its own word",
+         {.raw = "HTTP/1.1 200 OK\r\nContent-Length: 1501\r\n\r\nb"},
+         HttpError::bodyTooLarge},
+        {"malformed redirect", redirectTo("https://:x:/"), HttpError::badResponse},
+        {"a part unasked", part("bytes 0-9/10"), kOtherPart},
+        {"a part from elsewhere", part("bytes 3-9/10"), kOtherPart, 4},
+        {"a part from nowhere", part("bytes */10"), kOtherPart, 4},
+        {"a part in other units", part("items 4-9/10"), kOtherPart, 4},
+        {"a part without an end", part("bytes 4"), kOtherPart, 4},
+    };
+    for (const Faulty& faulty : table) {
+        for (const bool secure : {false, true}) {
+            SCOPED_TRACE(std::string(faulty.situation) + (secure ? " over TLS" : ""));
+            const HttpServer server(always(faulty.answer),
+                                    secure ? std::optional(authority.issue()) : std::nullopt);
+            const auto answer = sendHttpRequest(
+                {.url = server.url("/"), .resumption = HttpResumption{faulty.resumedAt, "\"v\""}},
+                {.stallTimeout = 200ms, .maximumBodySize = 1500});
+            expectFailure(answer, faulty.code);
+        }
+    }
+}
+
+TEST_F(Http, OnlyHttpsAndLoopbackAddressesAreConnectedTo) {
+    const std::pair<std::string, HttpError::Code> table[] = {
+        {"http://127.0.0.1.update.example/", HttpError::unsupportedUrl},
+        {"http://localhost@update.example/", HttpError::unsupportedUrl},
+        {"file:///etc/passwd", HttpError::unsupportedUrl},
+        {"localhost", HttpError::badUrl},
+        {"https://", HttpError::badUrl},
+        {"https://local host/", HttpError::badUrl},
+        {"http://127.9.8.7:1/", HttpError::cannotConnectToHost},
+        {"http://LOCALHOST:1/", HttpError::cannotConnectToHost},
+        {"http://[::1]:1/", HttpError::cannotConnectToHost},
+        // No resolver is asked for a name that is longer than names can be.
+        {"https://" + std::string(64, 'a') + ".example/", HttpError::cannotFindHost},
+    };
+    for (const auto& [url, code] : table) {
+        SCOPED_TRACE(url);
+        expectFailure(sendHttpRequest({.url = url}), code, "");
+    }
+}
+
+TEST_F(Http, RedirectsAreFollowedUnlessTheyLeadToPlainHttp) {
+    const HttpServer plain(always({}));
+    const HttpServer secure(
+        [&](const ReceivedRequest& request) {
+            return request.target == "/down"   ? redirectTo(plain.url("/"))
+                   : request.target == "/away" ? redirectTo("http://update.example/")
+                   : request.target == "/file" ? redirectTo("file:///etc/passwd")
+                   : request.target == "/a/b"  ? redirectTo("../c", 308)
+                   : request.target == "/c"
+                       ? redirectTo("//localhost:" + std::to_string(secure.port()) + "/d?e", 301)
+                       : ServerAnswer{.body = "reached " + request.target};
+        },
+        authority.issue());
+    for (const char* path : {"/down", "/away", "/file"}) {
+        SCOPED_TRACE(path);
+        expectFailure(sendHttpRequest({.url = secure.url(path)}), HttpError::unsupportedUrl);
+    }
+    EXPECT_TRUE(plain.requests().empty());
+
+    const HttpServer upwards(always(redirectTo(secure.url("/a/b"))));
+    const auto answer = sendHttpRequest({.url = upwards.url("/")});
+    ASSERT_TRUE(answer) << answer.error().localizedDescription;
+    EXPECT_EQ(answer->body, "reached /d?e");
+    EXPECT_EQ(answer->url, secure.url("/d?e", "localhost"));
+}
+
+TEST_F(Http, RedirectedPostsAndCredentialsGoOnlyWhereTheyBelong) {
+    for (const auto& [status, sameOrigin] :
+         {std::pair{302, true}, {303, false}, {307, true}, {308, false}}) {
+        SCOPED_TRACE(status);
+        const HttpServer other(always({}));
+        const HttpServer first([&, target = sameOrigin ? "/next" : other.url("/"),
+                                code = status](const ReceivedRequest& request) {
+            return request.target == "/" ? redirectTo(target, code) : ServerAnswer{};
+        });
+        ASSERT_TRUE(sendHttpRequest(
+            {.url = first.url("/"),
+             .method = HttpMethod::Post,
+             .headers = {{"Authorization", "secret"}, {"Content-Type", "text/plain"}},
+             .body = "body"}));
+        const bool staysAPost = status >= 307;
+        const auto request = sameOrigin ? first.requests().at(1) : other.requests().at(0);
+        EXPECT_EQ(request.method, staysAPost ? "POST" : "GET");
+        EXPECT_EQ(request.body, staysAPost ? "body" : "");
+        EXPECT_EQ(request.header("content-type"), staysAPost ? "text/plain" : "");
+        EXPECT_EQ(request.header("authorization"), sameOrigin ? "secret" : "");
+    }
+}
+
+TEST_F(Http, CertificateProblemsAreToldApart) {
+    const auto now = std::chrono::system_clock::now();
+    const std::pair<fixtures::ServerIdentity, HttpError::Code> table[] = {
+        {fixtures::CertificateAuthority().issue(), HttpError::certificateUntrusted},
+        {authority.issue("DNS:update.example"), HttpError::certificateUntrusted},
+        {authority.issue("IP:127.0.0.1", now - 240h), HttpError::certificateHasBadDate},
+        {authority.issue("IP:127.0.0.1", now + 240h), HttpError::certificateHasBadDate},
+    };
+    for (const auto& [identity, code] : table) {
+        const HttpServer server(always({}), identity);
+        expectFailure(sendHttpRequest({.url = server.url("/")}), code);
+        EXPECT_TRUE(server.requests().empty());
+    }
+    std::filesystem::remove(trusted);
+    const HttpServer server(always({}), authority.issue());
+    expectFailure(sendHttpRequest({.url = server.url("/")}), HttpError::secureConnectionFailed);
+}
+
+TEST_F(Http, ProxiesOfTheEnvironmentServeAllButLoopbackHosts) {
+    const HttpServer proxy(always({.status = 403}));
+    const HttpServer server(always({.body = "direct"}));
+    setenv("https_proxy", proxy.url("").c_str(), 1);
+    setenv("http_proxy", proxy.url("").c_str(), 1);
+    EXPECT_EQ(sendHttpRequest({.url = server.url("/")})->body, "direct");
+    expectFailure(sendHttpRequest({.url = "https://update.example/"}), HttpError::connectionLost,
+                  "update.example");
+    ASSERT_EQ(proxy.requests().size(), 1U);
+    EXPECT_EQ(proxy.requests()[0].method, "CONNECT");
+}
+
+}  // namespace
+}  // namespace teravolant::platform

@@ -1,0 +1,35 @@
+#include "platform/system/operating_system.h"
+
+#include <sys/utsname.h>
+
+#include <charconv>
+#include <cstddef>
+#include <string_view>
+
+namespace teravolant::platform {
+namespace {
+
+/// Takes a number and the full stop behind it from the front of the text.
+unsigned takeNumber(std::string_view& text) {
+    unsigned number = 0;
+    const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
+    text.remove_prefix(static_cast<std::size_t>(parsed.ptr - text.data()));
+    if (text.starts_with('.')) {
+        text.remove_prefix(1);
+    }
+    return number;
+}
+
+}  // namespace
+
+OperatingSystemVersion operatingSystemVersion() {
+    utsname system{};
+    if (uname(&system) != 0) {
+        return {};
+    }
+    std::string_view release = system.release;
+    const unsigned majorVersion = takeNumber(release);
+    return {majorVersion, takeNumber(release)};
+}
+
+}  // namespace teravolant::platform

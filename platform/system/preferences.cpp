@@ -1,0 +1,159 @@
+#include "platform/system/preferences.h"
+
+#include <system_error>
+
+#include "platform/core/error.h"
+#include "platform/files/durable_file.h"
+#include "platform/files/file_lock.h"
+#include "platform/files/files.h"
+#include "platform/files/paths.h"
+#include "platform/system/bundle.h"
+#include "platform/system/console_log.h"
+
+namespace teravolant::platform {
+namespace {
+
+using Dictionary = Value::Dictionary;
+
+constexpr std::string_view kVendorFolder = "Zelto";
+constexpr std::string_view kMachineConfiguration = "/etc/xdg";
+constexpr unsigned kOwnerOnly = 0600;
+constexpr unsigned kReadableByAll = 0644;
+
+std::filesystem::path fileOf(const std::filesystem::path& configuration, std::string_view domain) {
+    return configuration / kVendorFolder / std::string(domain).append(".plist");
+}
+
+/// The file's values; none for a file that is not there.
+Result<Dictionary> readDictionary(const std::filesystem::path& file) {
+    auto values = dictionaryInFile(file);
+    return !values && values.error().code == NSFileReadNoSuchFileError
+               ? Result<Dictionary>(Dictionary())
+               : values;
+}
+
+bool isDamaged(const Result<Dictionary>& result) {
+    return !result && result.error().code == NSFileReadCorruptFileError;
+}
+
+/// Moves a file that can't be parsed to the first free name, so that nothing ever overwrites it.
+Status setAside(const std::filesystem::path& file, const Error& reason) {
+    std::filesystem::path aside;
+    for (int number = 1; aside.empty() || fileExists(aside); ++number) {
+        aside = file.string() + ".damaged-" + std::to_string(number);
+    }
+    if (auto error = moveItem(file, aside)) {
+        return error;
+    }
+    logToConsole("The preferences in “" + file.string() + "” are damaged and were set aside as “" +
+                 aside.filename().string() + "”: " + reason.localizedDescription);
+    return std::nullopt;
+}
+
+/// Makes the folder of a domain. A superuser's strict umask must not hide an all-users domain.
+Status makeFolder(const std::filesystem::path& folder, unsigned fileMode) {
+    if (auto error = createDirectory(folder)) {
+        return error;
+    }
+    if (fileMode == kReadableByAll) {
+        using std::filesystem::perms;
+        std::error_code refused;
+        for (const auto& path : {folder.parent_path(), folder}) {
+            std::filesystem::permissions(
+                path,
+                perms::group_read | perms::group_exec | perms::others_read | perms::others_exec,
+                std::filesystem::perm_options::add, refused);
+        }
+    }
+    return std::nullopt;
+}
+
+Result<FileLock> lockBeside(const std::filesystem::path& file) {
+    return FileLock::acquire(file.string() + ".lock");
+}
+
+}  // namespace
+
+UserDefaults UserDefaults::standardUserDefaults() {
+    const Bundle& bundle = Bundle::mainBundle();
+    return forDomain(
+        bundle.bundleIdentifier().value_or(bundle.executablePath().filename().string()));
+}
+
+UserDefaults UserDefaults::forDomain(std::string_view domain) {
+    return {fileOf(configurationDirectory(), domain), kOwnerOnly};
+}
+
+UserDefaults UserDefaults::forAnyUser(std::string_view domain) {
+    return {fileOf(kMachineConfiguration, domain), kReadableByAll};
+}
+
+std::optional<Value> UserDefaults::objectForKey(std::string_view key) const {
+    auto values = readDictionary(_file);
+    if (isDamaged(values)) {
+        if (const auto lock = lockBeside(_file)) {
+            values = readLocked();
+        }
+    }
+    if (!values) {
+        logToConsole("The preferences in “" + _file.string() +
+                     "” are not used: " + values.error().localizedDescription);
+        return std::nullopt;
+    }
+    const auto found = values->find(key);
+    return found == values->end() ? std::nullopt : std::optional(found->second);
+}
+
+Status UserDefaults::setObject(Value value, std::string_view key) const {
+    return change(
+        [&](Dictionary& values) { values.insert_or_assign(std::string(key), std::move(value)); });
+}
+
+Status UserDefaults::removeObjectForKey(std::string_view key) const {
+    return change([&](Dictionary& values) { values.erase(std::string(key)); });
+}
+
+Result<Value> UserDefaults::setObjectIfAbsent(Value value, std::string_view key) const {
+    if (auto error = change([&](Dictionary& values) {
+            value = values.try_emplace(std::string(key), std::move(value)).first->second;
+        })) {
+        return error;
+    }
+    return value;
+}
+
+Status UserDefaults::change(const std::function<void(Dictionary&)>& work) const {
+    if (auto error = makeFolder(_file.parent_path(), _fileMode)) {
+        return error;
+    }
+    const auto lock = lockBeside(_file);
+    if (!lock) {
+        return lock.error();
+    }
+    auto read = readLocked();
+    if (!read) {
+        return read.error();
+    }
+    const Dictionary before = *std::move(read);
+    Dictionary after = before;
+    work(after);
+    if (after == before) {
+        return std::nullopt;
+    }
+    return replaceFileDurably(_file, serialisePropertyList(after), _fileMode);
+}
+
+/// Only under the lock: what looked damaged to an earlier read may have been set aside and written
+/// anew by another process since.
+Result<Dictionary> UserDefaults::readLocked() const {
+    auto values = readDictionary(_file);
+    if (!isDamaged(values)) {
+        return values;
+    }
+    if (auto error = setAside(_file, values.error())) {
+        return error;
+    }
+    return Dictionary();
+}
+
+}  // namespace teravolant::platform

@@ -1,0 +1,178 @@
+#include "platform/values/json.h"
+#include "platform/core/error.h"
+
+#include <algorithm>
+#include <cmath>
+#include <optional>
+#include <utility>
+
+#include <nlohmann/json.hpp>
+
+namespace teravolant::platform {
+namespace {
+
+using nlohmann::json;
+
+Error notJson(std::string_view reason, std::size_t position) {
+    return Error{
+        .domain = std::string(NSCocoaErrorDomain),
+        .code = NSPropertyListReadCorruptError,
+        .localizedDescription = "The data is not a JSON document: " + std::string(reason),
+        .userInfo = {{NSJSONSerializationErrorIndex, static_cast<std::int64_t>(position)}}};
+}
+
+/// Builds the value from the reader's events, which come without recursion; each answers whether to
+/// read on.
+class JsonBuilder : public json::json_sax_t {
+  public:
+    bool null() override { return add({}); }
+    bool boolean(bool value) override { return add(value); }
+    bool number_integer(number_integer_t value) override { return add(value); }
+    bool number_unsigned(number_unsigned_t value) override {
+        return std::in_range<std::int64_t>(value) ? add(static_cast<std::int64_t>(value))
+                                                  : add(static_cast<double>(value));
+    }
+    bool number_float(number_float_t value, const string_t& /*digits*/) override {
+        return add(value);
+    }
+    bool string(string_t& value) override { return add(std::move(value)); }
+    bool binary(binary_t& /*value*/) override { return false; }
+    bool start_object(std::size_t /*size*/) override { return open(Value::Dictionary()); }
+    bool start_array(std::size_t /*size*/) override { return open(Value::Array()); }
+    bool end_object() override { return close(); }
+    bool end_array() override { return close(); }
+    bool key(string_t& name) override {
+        _name = std::move(name);
+        return true;
+    }
+    bool parse_error(std::size_t position, const std::string& /*token*/,
+                     const json::exception& /*exception*/) override {
+        // The library's own message may quote a token as long as the document.
+        _error = notJson("it is malformed at byte " + std::to_string(position) + ".", position);
+        return false;
+    }
+
+    Result<Value> result() && {
+        if (_error) {
+            return *std::move(_error);
+        }
+        return std::move(_root);
+    }
+
+  private:
+    /// Puts the value where the reader stands and answers its place there. That place stays valid
+    /// while the value is open: only the innermost open container grows.
+    Value* place(Value value) {
+        if (_open.empty()) {
+            _root = std::move(value);
+            return &_root;
+        }
+        if (Value::Array* const array = _open.back()->array()) {
+            return &array->emplace_back(std::move(value));
+        }
+        Value::Dictionary& object = *_open.back()->dictionary();
+        return &object.insert_or_assign(std::move(_name), std::move(value)).first->second;
+    }
+
+    bool add(Value value) {
+        if (_open.empty()) {
+            _error = notJson("the top level is neither an object nor an array.", 0);
+            return false;
+        }
+        place(std::move(value));
+        return true;
+    }
+
+    bool open(Value container) {
+        if (_open.size() == kDeepestJson) {
+            _error = notJson("it nests too deep.", 0);
+            return false;
+        }
+        _open.push_back(place(std::move(container)));
+        return true;
+    }
+
+    bool close() {
+        _open.pop_back();
+        return true;
+    }
+
+    Value _root;
+    std::vector<Value*> _open;
+    std::string _name;
+    Status _error;
+};
+
+/// Whether all that is in the value has a form in JSON, but for its texts.
+bool hasJsonForm(const Value& value, std::size_t deepest = kDeepestJson) {
+    if (const auto* real = value.real()) {
+        return std::isfinite(*real);
+    }
+    const auto* array = value.array();
+    const auto* object = value.dictionary();
+    if (array == nullptr && object == nullptr) {
+        return true;
+    }
+    const auto holds = [deepest](const Value& inner) { return hasJsonForm(inner, deepest - 1); };
+    return deepest > 0 &&
+           (array != nullptr
+                ? std::ranges::all_of(*array, holds)
+                : std::ranges::all_of(*object, holds, &Value::Dictionary::value_type::second));
+}
+
+json jsonOf(const Value& value) {
+    if (const auto* text = value.text()) {
+        return *text;
+    }
+    if (const auto* boolean = value.boolean()) {
+        return *boolean;
+    }
+    if (const auto* integer = value.integer()) {
+        return *integer;
+    }
+    if (const auto* real = value.real()) {
+        return *real;
+    }
+    if (const auto* array = value.array()) {
+        json items = json::array();
+        for (const Value& item : *array) {
+            items.push_back(jsonOf(item));
+        }
+        return items;
+    }
+    if (const auto* object = value.dictionary()) {
+        json members = json::object();
+        for (const auto& [name, member] : *object) {
+            members[name] = jsonOf(member);
+        }
+        return members;
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+Result<Value> parseJson(std::string_view bytes) {
+    JsonBuilder builder;
+    json::sax_parse(bytes, &builder);
+    return std::move(builder).result();
+}
+
+Result<std::string> serialiseJson(const Value& value) {
+    const auto notSerialisable = [](const char* reason) {
+        return Error{
+            .domain = std::string(NSCocoaErrorDomain),
+            .code = NSPropertyListWriteInvalidError,
+            .localizedDescription = std::string("The value can't be written as JSON: ") + reason};
+    };
+    if (!hasJsonForm(value)) {
+        return notSerialisable("a number in it is not finite, or it nests too deep.");
+    }
+    try {
+        return jsonOf(value).dump();
+    } catch (const json::exception&) {
+        return notSerialisable("a text in it is not UTF-8.");
+    }
+}
+
+}  // namespace teravolant::platform

@@ -1,0 +1,48 @@
+#include "support/standby/amplitude_api.h"
+
+#include <cstdint>
+#include <string>
+#include <utility>
+
+#include "platform/core/error.h"
+#include "platform/core/text.h"
+#include "platform/system/console_log.h"
+#include "support/standby/http_background.h"
+
+namespace teravolant {
+namespace {
+
+using platform::HttpResponse;
+using platform::Result;
+
+/// Far more than the service's answers have, so that no server can fill the memory.
+constexpr std::uint64_t kMaximumAnswerSize = 1048576;
+
+std::string textOf(const Result<HttpResponse>& answer) {
+    if (!answer) {
+        return answer.error().localizedDescription;
+    }
+    const std::string& body = answer->body;
+    return platform::isValidUtf8(body) ? body : platform::kMissingValueMark;
+}
+
+}  // namespace
+
+void AmplitudeApi::sendEvent(const AmplitudeEvent* event, std::string_view host) {
+    if (event == nullptr) {
+        return;
+    }
+    platform::HttpRequest request{
+        .url = "https://" + std::string(host) + "/2/httpapi",
+        .method = platform::HttpMethod::Post,
+        .headers = {{"Content-Type", "application/json"}, {"Accept", "application/json"}},
+        .body = event->dataValue().value_or("")};
+    sendHttpRequestInBackground(std::move(request), {.maximumBodySize = kMaximumAnswerSize},
+                                &AmplitudeApi::answerReceived);
+}
+
+void AmplitudeApi::answerReceived(const Result<HttpResponse>& answer) {
+    platform::logToConsole("AmplitudeApi::answerReceived " + textOf(answer));
+}
+
+}  // namespace teravolant

@@ -1,0 +1,144 @@
+#include "support/standby/amplitude_api.h"
+
+#include <sys/utsname.h>
+
+#include <chrono>
+#include <csignal>
+#include <ctime>
+#include <future>
+#include <regex>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "platform/system/application.h"
+#include "support/standby/http_background.h"
+#include "tests/fixtures/http_server.h"
+#include "tests/fixtures/program.h"
+#include "tests/fixtures/temporary_folder.h"
+
+namespace teravolant {
+namespace {
+
+using fixtures::HttpServer;
+using fixtures::Program;
+using fixtures::ReceivedRequest;
+using fixtures::ServerAnswer;
+
+/// A program that sends one event to a service, whose answer is the test's.
+class AnalyticsService : public testing::Test {
+  protected:
+    AnalyticsService() { _folder.write("trusted.pem", _authority.certificate()); }
+
+    void answer(const ServerAnswer& answer) {
+        _server.emplace([answer](const ReceivedRequest&) { return answer; }, _authority.issue());
+    }
+
+    /// A program that ends at once has a number of threads that still post.
+    Program sender(const std::string& threads = "") {
+        const std::string folder = _folder.path();
+        return Program("env HOME=" + folder + " XDG_CONFIG_HOME=" + folder +
+                       " SSL_CERT_FILE=" + folder + "/trusted.pem " STANDBY_DRIVER " localhost:" +
+                       std::to_string(_server->port()) + " " + threads + " 2>&1");
+    }
+
+    /// What the program writes to the console log when the answer is there.
+    std::string consoleLine() {
+        Program program = sender();
+        const pid_t process = std::stoi(program.readLine());
+        std::string line = program.readLine();
+        kill(process, SIGTERM);
+        EXPECT_EQ(program.finish(), 0);
+        return line;
+    }
+
+    fixtures::CertificateAuthority _authority;
+    fixtures::TemporaryFolder _folder;
+    std::optional<HttpServer> _server;
+};
+
+TEST_F(AnalyticsService, ReceivesAnEventWithAllThatItNeeds) {
+    answer({.body = "success"});
+    const std::time_t before = std::time(nullptr);
+    // Of two programs, both on a device that is not known yet.
+    const auto other = std::async(std::launch::async, [this] { return consoleLine(); });
+    consoleLine();
+    other.wait();
+    const auto requests = _server->requests();
+    ASSERT_EQ(requests.size(), 2U) << "a third one has no event";
+    EXPECT_EQ(requests[0].method + " " + requests[0].target, "POST /2/httpapi");
+    EXPECT_EQ(requests[0].header("content-type"), "application/json");
+    EXPECT_EQ(requests[0].header("accept"), "application/json");
+    const std::regex form(
+        R"re(\{"api_key":"7c41e0b29a5d8f36e2b4c9170d6a3f58","events":\[\{"app_version":"UNSET",)re"
+        R"re("device_id":"(\{[-0-9A-F]{36}\})","device_model":"Desktop App",)re"
+        R"re("event_properties":\{"a":"é"\},"event_type":"sent","os_name":"osx",)re"
+        R"re("os_version":"(\d+\.\d+)","platform":"osx","time":"(\d{13})"\}\]\})re");
+    std::smatch event;
+    ASSERT_TRUE(std::regex_match(requests[0].body, event, form)) << requests[0].body;
+    EXPECT_NE(requests[1].body.find(event[1].str()), std::string::npos) << "another device";
+    utsname system{};
+    ASSERT_EQ(uname(&system), 0);
+    EXPECT_TRUE(std::string_view(system.release).starts_with(event[2].str() + ".")) << event[2];
+    EXPECT_LE(before, std::stoll(event[3]) / 1000);
+    EXPECT_GE(std::time(nullptr), std::stoll(event[3]) / 1000);
+}
+
+TEST_F(AnalyticsService, HasItsAnswerOnTheConsoleWhateverThatIs) {
+    const std::string failure = ".*“localhost:[0-9]+”.*";
+    const std::pair<ServerAnswer, std::string> table[] = {
+        {{.body = "{\"code\":200}"}, R"(\{"code":200\})"},
+        {{.status = 400, .body = "no api_key é"}, "no api_key é"},
+        {{.status = 206, .body = "a part"}, "a part"},
+        {{}, ""},
+        {{.body = "\xFF"}, R"(\(null\))"},
+        {{.body = std::string(2'000'000, 'x')}, failure},
+        {{.body = "1234", .cutAfter = 2}, failure},
+        {{.raw = ""}, failure},
+        {{.body = "late", .isSilent = true}, "late"},
+    };
+    for (const auto& [answered, shown] : table) {
+        answer(answered);
+        const auto release = std::async(std::launch::async, [&, late = answered.isSilent] {
+            late ? _server->waitForStall() : void();
+            _server->release();
+        });
+        const std::string line = consoleLine();
+        EXPECT_TRUE(
+            std::regex_match(line, std::regex(".*\\] AmplitudeApi::answerReceived " + shown)))
+            << line << "\ninstead of " << shown;
+    }
+}
+
+TEST_F(AnalyticsService, HoldsUpNoProgramThatEndsBeforeTheAnswer) {
+    // Longer than any program here takes, and shorter than a request to a silent server would last.
+    constexpr std::chrono::seconds kPatience(30);
+    answer({.isSilent = true});
+    const auto start = std::chrono::steady_clock::now();
+    {
+        Program program = sender();
+        const pid_t process = std::stoi(program.readLine());
+        _server->waitForStall();
+        kill(process, SIGTERM);
+        EXPECT_EQ(program.finish(), 0);
+    }
+    for (int round = 0; round < 20; ++round) {
+        EXPECT_EQ(sender(round % 2 == 0 ? "0" : "3").finish(), 0);
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - start, kPatience);
+}
+
+TEST(HttpBackground, CallsBackOnTheMainThread) {
+    auto& application = platform::Application::sharedApplication();
+    const auto send = [&application] {
+        sendHttpRequestInBackground(
+            {.url = "no address"}, {}, [main = std::this_thread::get_id()](const auto& response) {
+                std::_Exit(!response && std::this_thread::get_id() == main ? 7 : 1);
+            });
+        application.run();
+    };
+    EXPECT_EXIT(send(), testing::ExitedWithCode(7), "");
+}
+
+}  // namespace
+}  // namespace teravolant

@@ -1,0 +1,88 @@
+#include "support/standby/amplitude_event.h"
+
+#include <cmath>
+#include <future>
+#include <latch>
+
+#include <gtest/gtest.h>
+
+#include "platform/system/preferences.h"
+#include "tests/fixtures/temporary_folder.h"
+
+namespace teravolant {
+namespace {
+
+using platform::Value;
+
+constexpr const char* kDeviceKey = "Amplitude-DeviceID";
+
+class Analytics : public testing::Test {
+  protected:
+    Analytics() { setenv("XDG_CONFIG_HOME", _folder.path().c_str(), 1); }
+
+    static platform::UserDefaults clientDefaults() {
+        return platform::UserDefaults::forDomain("com.zelto.Teravolant Client");
+    }
+
+    fixtures::TemporaryFolder _folder;
+};
+
+TEST_F(Analytics, CarryEveryKindOfPropertyAndTheLaterOfTwoOfOneName) {
+    const Value::Dictionary properties{
+        {"", std::string("\"quotes\" \\ \n\x01\0 é 🚀", 22)},
+        {"náme", Value()},
+        {"whole", std::int64_t{INT64_MIN}},
+        {"list", Value::Array{0.1, true, Value::Dictionary{{"inner", Value::Array()}}}},
+    };
+    auto event = AmplitudeEvent::initWithEventType("\"type\"\n");
+    event.addEventPropertiesWithEventName("whole", "replaced");
+    for (const auto& [name, value] : properties) {
+        event.addEventPropertiesWithEventName(name, value);
+    }
+    const auto body = platform::parseJson(*event.dataValue());
+    const auto& sent = *body->dictionary()->at("events").array()->at(0).dictionary();
+    EXPECT_EQ(sent.at("event_type"), Value("\"type\"\n"));
+    EXPECT_EQ(sent.at("event_properties"), Value(properties));
+    EXPECT_EQ(sent.at("app_version"), Value("1.0.0.1"));
+}
+
+TEST_F(Analytics, HaveNoDataForAnEventThatCanNotBeSerialised) {
+    EXPECT_EQ(AmplitudeEvent().dataValue(), std::nullopt);
+    auto event = AmplitudeEvent::initWithEventType("type");
+    for (const Value& value : {Value(std::nan("")), Value("\xFF")}) {
+        event.addEventPropertiesWithEventName("name", value);
+        EXPECT_EQ(event.dataValue(), std::nullopt);
+    }
+}
+
+TEST_F(Analytics, KeepTheDevicesIdentifierAsItIsStored) {
+    const std::pair<platform::Value, std::string> table[] = {
+        {"", ""}, {"abc", "abc"}, {std::int64_t{7}, "7"}};
+    for (const auto& [stored, shown] : table) {
+        ASSERT_FALSE(clientDefaults().setObject(stored, kDeviceKey));
+        EXPECT_EQ(AmplitudeEvent::getAmplitudeDeviceID(), shown);
+    }
+    // Where none can be stored, each call makes one.
+    setenv("XDG_CONFIG_HOME", "/proc", 1);
+    EXPECT_NE(AmplitudeEvent::getAmplitudeDeviceID(), AmplitudeEvent::getAmplitudeDeviceID());
+}
+
+TEST_F(Analytics, MakeOneIdentifierForAllThatAskAtTheSameMoment) {
+    for (int round = 0; round < 20; ++round) {
+        ASSERT_FALSE(clientDefaults().removeObjectForKey(kDeviceKey));
+        std::latch gate(4);
+        std::vector<std::future<std::string>> answers(4);
+        for (auto& answer : answers) {
+            answer = std::async(std::launch::async, [&gate] {
+                gate.arrive_and_wait();
+                return AmplitudeEvent::getAmplitudeDeviceID();
+            });
+        }
+        for (auto& answer : answers) {
+            EXPECT_EQ(answer.get(), AmplitudeEvent::getAmplitudeDeviceID());
+        }
+    }
+}
+
+}  // namespace
+}  // namespace teravolant

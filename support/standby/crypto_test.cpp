@@ -1,0 +1,58 @@
+#include "support/standby/crypto.h"
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <fstream>
+#include <numeric>
+
+#include <gtest/gtest.h>
+
+#include "tests/fixtures/program.h"
+#include "tests/fixtures/temporary_folder.h"
+
+namespace teravolant {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Of this process, in KiB.
+long peakMemory() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+}
+
+TEST(Crypto, DigestsAFileOfAnySizeAsMd5sumDoes) {
+    const fixtures::TemporaryFolder folder;
+    const fs::path file = folder.path() / "file";
+    std::string bytes(4097, '\0');
+    std::iota(bytes.begin(), bytes.end(), '\0');
+    const long before = peakMemory();
+    for (const std::size_t size : {0U, 4095U, 4096U, 4097U, 1U << 30U}) {
+        std::ofstream(file, std::ios::binary) << bytes.substr(0, size);
+        fs::resize_file(file, size);
+        fixtures::Program md5sum("md5sum " + file.string());
+        EXPECT_EQ(Crypto::MD5HashOfFile(file), md5sum.readLine().substr(0, 32)) << size;
+    }
+    EXPECT_LT(peakMemory() - before, 65536) << "the file was loaded whole";
+}
+
+TEST(Crypto, HasNoDigestOfWhatCanNotBeReadToItsEnd) {
+    const fixtures::TemporaryFolder folder;
+    const fs::path secret = folder.path() / "secret";
+    std::ofstream(secret) << "secret";
+    fs::permissions(secret, fs::perms::none);
+    std::ofstream(folder.path() / "file") << "content";
+    const fs::path otherName = (folder.path() / "file").string() + '\0';
+    const fs::path pipe = folder.path() / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    // The last one is a regular file whose every read fails.
+    for (const fs::path& path : {folder.path() / "missing", folder.path(), secret, otherName, pipe,
+                                 fs::path("/proc/self/mem")}) {
+        EXPECT_EQ(Crypto::MD5HashOfFile(path), std::nullopt) << path;
+    }
+}
+
+}  // namespace
+}  // namespace teravolant

@@ -1,0 +1,69 @@
+#include "update_framework/module/offer_verification.h"
+
+#include <algorithm>
+#include <cctype>
+
+#include "platform/core/error.h"
+#include "platform/crypto/signatures.h"
+#include "update_framework/updater_error.h"
+
+namespace teravolant::platform {
+namespace {
+
+Error refused(std::string reason) {
+    return updaterError(SQRLUpdaterErrorRefusedOffer,
+                        "The update is refused: " + std::move(reason));
+}
+
+std::string lowerCase(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
+    return text;
+}
+
+}  // namespace
+
+std::string signedText(std::string_view bundleIdentifier, std::string_view version,
+                       std::uint64_t size, std::string_view sha256) {
+    return std::string("teravolant-update 1\nidentifier=")
+        .append(bundleIdentifier)
+        .append("\nversion=")
+        .append(version)
+        .append("\nsize=")
+        .append(std::to_string(size))
+        .append("\nsha256=")
+        .append(lowerCase(std::string(sha256)))
+        .append("\n");
+}
+
+Status verifyOffer(const SQRLUpdate& offer, std::string_view bundleIdentifier,
+                   const std::vector<std::string>& publicKeys) {
+    if (publicKeys.empty()) {
+        return refused("this bundle has no public key (TVUpdatePublicKeys) to check it with.");
+    }
+    if (!offer.size) {
+        return refused("the offer has no \"size\".");
+    }
+    if (!offer.sha256) {
+        return refused("the offer has no \"sha256\".");
+    }
+    if (!offer.signature) {
+        return refused("the offer has no \"signature\".");
+    }
+    if (offer.version.find('\n') != std::string::npos) {
+        return refused("its \"version\" holds a line feed.");
+    }
+    const std::string text =
+        signedText(bundleIdentifier, offer.version, *offer.size, *offer.sha256);
+    const bool valid = std::any_of(
+        publicKeys.begin(), publicKeys.end(),
+        [&](const std::string& key) { return isSignatureValid(text, *offer.signature, key); });
+    if (!valid) {
+        return refused(
+            "its \"signature\" was made by none of this bundle's keys over this "
+            "identifier, version, size and sha256.");
+    }
+    return std::nullopt;
+}
+
+}  // namespace teravolant::platform
