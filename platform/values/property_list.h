@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -9,21 +10,36 @@
 
 namespace teravolant::platform {
 
-/// Reads a property list in its XML or its binary form.
+/// The deepest nesting of arrays and dictionaries that can be read.
+inline constexpr std::size_t kDeepestPropertyList = 64;
+
+/// The largest property list that can be read, in bytes.
+inline constexpr std::size_t kLargestPropertyList = std::size_t{16} << 20U;
+
+/// Reads a property list in its XML form: UTF-8, or UTF-16, ISO-8859-1 or ASCII as declared. Texts
+/// are returned as UTF-8. The <plist> element around the value may be missing.
 ///
-/// Fails with `NSFileReadCorruptFileError` for anything else, for a value that is not of one of the
-/// types above, for a text that is not UTF-8, for nesting deeper than `kDeepestPropertyList`, and
-/// for a binary one larger than 256 KiB. Integers beyond 64 bits with a sign, dates outside of 1933
-/// to 2068, fractions of a second, and what stands behind a zero character in a text are not kept.
+/// - An integer is decimal, or hexadecimal after "0x", and fits a signed 64-bit integer.
+/// - A date has the form 2001-02-03T04:05:06Z, with a year from 0001 to 9999.
+/// - A key that a dictionary holds twice has its last value.
+///
+/// Fails with `NSFileReadCorruptFileError` for everything else, and for a larger or deeper property
+/// list than the limits above. The description names the fault and its line. The binary form is not
+/// supported. A document type is never loaded and must not have an internal subset, so that the
+/// only entities are the five that XML predefines.
 Result<Value> parsePropertyList(std::string_view bytes);
 
-inline constexpr int kDeepestPropertyList = 64;
-
-/// The dictionary that the file holds at its top. Fails with `NSFileReadCorruptFileError` where
-/// `parsePropertyList` does or the top is something else, and otherwise as `contentsOfFile`.
+/// Returns the dictionary that is the value of the property list in `file`. Fails with
+/// `NSFileReadCorruptFileError` if `parsePropertyList` does or the value has another type, else
+/// like `contentsOfFile`.
 Result<Value::Dictionary> dictionaryInFile(const std::filesystem::path& file);
 
-/// The XML form, UTF-8.
+/// Returns the XML form, in UTF-8. The same value always has the same form.
+///
+/// `parsePropertyList` reads it as an equal value, with three exceptions: it lacks what XML 1.0
+/// cannot hold (bytes that are not UTF-8, control characters other than tab, LF and CR, U+FFFE and
+/// U+FFFF), a null value becomes an empty dictionary or, in a dictionary, is left out, and a date
+/// outside of the years 0001 to 9999 becomes the first or the last second of them.
 [[nodiscard]] std::string serialisePropertyList(const Value& value);
 
 }  // namespace teravolant::platform
