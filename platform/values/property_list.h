@@ -38,8 +38,8 @@ Result<Value::Dictionary> dictionaryInFile(const std::filesystem::path& file);
 ///
 /// `parsePropertyList` reads it as an equal value, with three exceptions: it lacks what XML 1.0
 /// cannot hold (bytes that are not UTF-8, control characters other than tab, LF and CR, U+FFFE and
-/// U+FFFF), a null value becomes an empty dictionary or, in a dictionary, is left out, and a date
-/// outside of the years 0001 to 9999 becomes the first or the last second of them.
+/// U+FFFF); a date outside of the years 0001 to 9999 becomes the first or the last second of them;
+/// a null value is left out of a dictionary and otherwise becomes an empty one.
 [[nodiscard]] std::string serialisePropertyList(const Value& value);
 
 }  // namespace teravolant::platform
