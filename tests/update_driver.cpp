@@ -2,7 +2,7 @@
 // installation, on the main thread and without the timer. It says its version first and waits for
 // its standard input to end; then it says what came of it.
 //
-// Usage: Teravolant FEED [stage], where with "stage" nothing is installed
+// Usage: Teravolant FEED
 
 #include <iostream>
 #include <limits>
@@ -30,7 +30,7 @@ class DrivenUpdater : public ClientUpdater {
     }
 };
 
-int drive(const std::string& feed, bool installs) {
+int drive(const std::string& feed) {
     const Bundle& bundle = Bundle::mainBundle();
     const auto version = bundle.shortVersion().value_or("none");
     std::cout << version << std::endl;
@@ -39,11 +39,11 @@ int drive(const std::string& feed, bool installs) {
     DrivenUpdater updater{platform::URLRequest{std::optional(platform::URL(feed + "?" + version))}};
     const auto found = updater.runLocked();
     const auto cache = platform::cachesDirectory() / bundle.bundleIdentifier().value_or("");
-    const auto error = !found                      ? std::optional(found.error())
-                       : found.value() && installs ? installStagedUpdate(cache, *found.value())
-                                                   : std::nullopt;
+    const auto error = !found          ? std::optional(found.error())
+                       : found.value() ? installStagedUpdate(cache, *found.value())
+                                       : std::nullopt;
     std::cout << (error           ? printedForm(*error)
-                  : found.value() ? (installs ? "installed " : "staged ") + found.value()->version
+                  : found.value() ? "installed " + found.value()->version
                                   : "no update")
               << std::endl;
     return error ? 1 : 0;
@@ -52,4 +52,4 @@ int drive(const std::string& feed, bool installs) {
 }  // namespace
 }  // namespace teravolant
 
-int main(int argc, char** argv) { return teravolant::drive(argc > 1 ? argv[1] : "", argc < 3); }
+int main(int argc, char** argv) { return teravolant::drive(argc > 1 ? argv[1] : ""); }
