@@ -31,7 +31,7 @@ class AnalyticsService : public testing::Test {
         _server.emplace([answer](const ReceivedRequest&) { return answer; }, _authority.issue());
     }
 
-    /// A program that ends at once has a number of threads that still post.
+    /// With a number of threads that still post, it ends at once.
     Program sender(const std::string& threads = "") {
         const std::string folder = _folder.path();
         return Program("env HOME=" + folder + " XDG_CONFIG_HOME=" + folder +
@@ -81,7 +81,7 @@ TEST_F(AnalyticsService, ReceivesAnEventWithAllThatItNeeds) {
     EXPECT_GE(std::time(nullptr), std::stoll(event[3]) / 1000);
 }
 
-TEST_F(AnalyticsService, HasItsAnswerOnTheConsoleWhateverThatIs) {
+TEST_F(AnalyticsService, HasItsAnswerOnTheConsole) {
     const std::string failure = ".*“localhost:[0-9]+”.*";
     const std::pair<ServerAnswer, std::string> table[] = {
         {{.body = "{\"code\":200}"}, R"(\{"code":200\})"},
@@ -100,29 +100,25 @@ TEST_F(AnalyticsService, HasItsAnswerOnTheConsoleWhateverThatIs) {
             late ? _server->waitForStall() : void();
             _server->release();
         });
+        const std::regex form(".*\\] AmplitudeApi::answerReceived " + shown);
         const std::string line = consoleLine();
-        EXPECT_TRUE(
-            std::regex_match(line, std::regex(".*\\] AmplitudeApi::answerReceived " + shown)))
-            << line << "\ninstead of " << shown;
+        EXPECT_TRUE(std::regex_match(line, form)) << line << "\ninstead of " << shown;
     }
 }
 
 TEST_F(AnalyticsService, HoldsUpNoProgramThatEndsBeforeTheAnswer) {
-    // Longer than any program here takes, and shorter than a request to a silent server would last.
-    constexpr std::chrono::seconds kPatience(30);
     answer({.isSilent = true});
     const auto start = std::chrono::steady_clock::now();
-    {
-        Program program = sender();
-        const pid_t process = std::stoi(program.readLine());
-        _server->waitForStall();
-        kill(process, SIGTERM);
-        EXPECT_EQ(program.finish(), 0);
-    }
+    Program program = sender();
+    const pid_t process = std::stoi(program.readLine());
+    _server->waitForStall();
+    kill(process, SIGTERM);
+    EXPECT_EQ(program.finish(), 0);
     for (int round = 0; round < 20; ++round) {
         EXPECT_EQ(sender(round % 2 == 0 ? "0" : "3").finish(), 0);
     }
-    EXPECT_LT(std::chrono::steady_clock::now() - start, kPatience);
+    // Longer than any program here takes, and shorter than a request to a silent server would last.
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
 }
 
 }  // namespace

@@ -2,8 +2,8 @@
 // https with a certificate of an authority of its own, or over plain http; with "stall", only the
 // first half of a file of more than 64 KiB, and then nothing more. Writes into the folder, each
 // file appearing whole: `authority.pem`, the authority's certificate, and then `url`, under which
-// the folder's files are found; and to standard output each request's target and range. Runs until
-// it is ended.
+// the folder's files are found; and to standard output each request's target. Runs until it is
+// ended.
 
 #include <unistd.h>
 
@@ -24,19 +24,14 @@ namespace fs = std::filesystem;
 using namespace teravolant::fixtures;
 using teravolant::platform::contentsOfFile;
 
-/// What stands in NAME.raw is sent as it is; an empty file is answered with 204; a file of the name
-/// with the query goes first. The entity tag of a file is its size, which tells the contents of one
-/// run of the server apart.
+/// An empty file is answered with 204; a file of the name with the query goes first. The entity tag
+/// of a file is its size, which tells the contents of one run of the server apart.
 ServerAnswer serve(const fs::path& folder, const ReceivedRequest& request, bool stalls) {
     constexpr std::size_t kLargest = std::size_t{64} << 10U;
-    std::cout << request.target + " " + request.header("range") + "\n" << std::flush;
+    std::cout << request.target + "\n" << std::flush;
     const std::string path = request.target.substr(0, request.target.find('?'));
     for (const std::string& name : {request.target, path}) {
-        const fs::path file = folder / fs::path(name).relative_path();
-        if (const auto raw = contentsOfFile(file.string() + ".raw")) {
-            return {.raw = raw.value()};
-        }
-        if (const auto contents = contentsOfFile(file)) {
+        if (const auto contents = contentsOfFile(folder / fs::path(name).relative_path())) {
             const std::size_t size = contents.value().size();
             auto answer =
                 answerWithRange(request, contents.value(), "\"" + std::to_string(size) + "\"");

@@ -221,14 +221,15 @@ ServerAnswer answerWithRange(const ReceivedRequest& request, const std::string& 
         return answer;
     }
     const std::size_t start = std::stoul(range.substr(6));
-    const bool isInside = start < content.size();
-    answer.status = isInside ? 206 : 416;
+    if (start >= content.size()) {
+        return {.status = 416};
+    }
+    const std::string size = std::to_string(content.size());
+    const std::string last = std::to_string(content.size() - 1);
+    answer.status = 206;
     answer.body.erase(0, start);
-    answer.headers.emplace_back(
-        "Content-Range",
-        "bytes " +
-            (isInside ? std::to_string(start) + "-" + std::to_string(content.size() - 1) : "*") +
-            "/" + std::to_string(content.size()));
+    answer.headers.emplace_back("Content-Range",
+                                "bytes " + std::to_string(start) + "-" + last + "/" + size);
     return answer;
 }
 
