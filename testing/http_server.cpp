@@ -3,8 +3,8 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
-#include <condition_variable>
 #include <csignal>
 #include <mutex>
 #include <sstream>
@@ -94,19 +94,16 @@ struct HttpServer::State {
     Chain listener;
     int listening = -1;
     mutable std::mutex mutex;
-    mutable std::condition_variable changed;
     std::vector<ReceivedRequest> requests;
-    std::size_t stalled = 0;
-    bool released = false;
+    std::atomic<bool> hasStalled = false;
+    std::atomic<bool> released = false;
     std::vector<std::pair<UniqueFd, std::thread>> connections;
     std::thread acceptor;
 
     void stall() {
-        std::unique_lock lock(mutex);
-        ++stalled;
-        changed.notify_all();
-        changed.wait(lock, [this] { return released; });
-        --stalled;
+        hasStalled = true;
+        hasStalled.notify_all();
+        released.wait(false);
     }
 
     void sendAnswer(BIO* connection, const ServerAnswer& answer) {
@@ -114,12 +111,10 @@ struct HttpServer::State {
             stall();
         }
         if (answer.raw) {
-            sendPart(connection, *answer.raw, false);
-            return;
+            return sendPart(connection, *answer.raw, false);
         }
         const std::string_view body = answer.body;
-        const std::size_t place = std::min(
-            answer.stallAfter.value_or(answer.cutAfter.value_or(body.size())), body.size());
+        const auto place = answer.stallAfter.value_or(answer.cutAfter.value_or(body.size()));
         sendHead(connection, answer);
         sendPart(connection, body.substr(0, place), answer.chunked);
         if (answer.stallAfter) {
@@ -201,15 +196,11 @@ std::vector<ReceivedRequest> HttpServer::requests() const {
     return _state->requests;
 }
 
-void HttpServer::waitForStall() const {
-    std::unique_lock lock(_state->mutex);
-    _state->changed.wait(lock, [&] { return _state->stalled > 0; });
-}
+void HttpServer::waitForStall() const { _state->hasStalled.wait(false); }
 
 void HttpServer::release() {
-    const std::lock_guard lock(_state->mutex);
     _state->released = true;
-    _state->changed.notify_all();
+    _state->released.notify_all();
 }
 
 ServerAnswer answerWithRange(const ReceivedRequest& request, const std::string& content,
@@ -221,15 +212,11 @@ ServerAnswer answerWithRange(const ReceivedRequest& request, const std::string& 
         return answer;
     }
     const std::size_t start = std::stoul(range.substr(6));
-    if (start >= content.size()) {
-        return {.status = 416};
-    }
-    const std::string size = std::to_string(content.size());
-    const std::string last = std::to_string(content.size() - 1);
+    const std::string end =
+        std::to_string(content.size() - 1) + "/" + std::to_string(content.size());
     answer.status = 206;
     answer.body.erase(0, start);
-    answer.headers.emplace_back("Content-Range",
-                                "bytes " + std::to_string(start) + "-" + last + "/" + size);
+    answer.headers.emplace_back("Content-Range", "bytes " + std::to_string(start) + "-" + end);
     return answer;
 }
 

@@ -62,7 +62,7 @@ class HttpServer {
     /// The requests so far, in the order in which they came.
     [[nodiscard]] std::vector<ReceivedRequest> requests() const;
 
-    /// Blocks until the server waits in a stalled or silent answer.
+    /// Blocks until the server has waited in a stalled or silent answer.
     void waitForStall() const;
 
     /// Lets all answers go on that stall, now and later.
@@ -73,8 +73,8 @@ class HttpServer {
     std::unique_ptr<State> _state;
 };
 
-/// The answer of a server that keeps the content under the entity tag and honours Range with
-/// If-Range (RFC 9110, section 14).
+/// The answer of a server that keeps the content under the entity tag and honours a Range within it
+/// with If-Range (RFC 9110, section 14).
 ServerAnswer answerWithRange(const ReceivedRequest& request, const std::string& content,
                              const std::string& entityTag);
 

@@ -19,10 +19,7 @@ using namespace platform;
 const std::string kIdentifier = TEST_BUNDLE_IDENTIFIER;
 const std::string kTag = "\"tag\"";  ///< Of the archive.
 
-const SigningKey& publisher() {
-    static const SigningKey key = SigningKey::generate().value();
-    return key;
-}
+const SigningKey kPublisher = SigningKey::generate().value();
 
 /// An installed bundle of version 1.0.0.1, and a server that offers version 1.0.0.2. A test changes
 /// what the server sends between the cycles; only a cycle has a server.
@@ -54,7 +51,7 @@ struct Update {
                  {"version", "1.0.0.2"},
                  {"size", std::ssize(archive)},
                  {"sha256", hexText(digest.finish().value())}};
-        sign(publisher());
+        sign(kPublisher);
     }
 
     void sign(const SigningKey& key, const std::string& identifier = kIdentifier) {
@@ -80,7 +77,7 @@ struct Update {
         const auto find = [&](const auto& unpacked) {
             return updater.updateBundleMatchingCurrentApplicationInDirectory(unpacked);
         };
-        const std::vector<std::string> keys = {"none", publisher().publicKey().value()};
+        const std::vector<std::string> keys = {"none", kPublisher.publicKey().value()};
         return runUpdateCycle(
             {url, installed, kIdentifier, "1.0.0.1", keys, cache, read, find, [] {}});
     }
@@ -109,6 +106,7 @@ struct Update {
     const fs::path cache = folder.path() / "cache";
     const fs::path installed = folder.path() / "installed/Teravolant.app";
     const fs::path published = folder.path() / "published/Teravolant.app";
+    const fs::path executable = published / "Contents/MacOS/Teravolant";
     const fs::path staging = stagingFolderFor(installed);
     JsonValue::Object offer;
     std::string archive;
@@ -123,11 +121,13 @@ struct Row {
     const char* reason;
 };
 
-void expectEachRefused(const std::vector<Row>& table) {
+void expectEachRefused(
+    const std::vector<Row>& table, void (*andThen)(Update&) = [](Update&) {}) {
     for (const auto& [situation, change, reason] : table) {
         SCOPED_TRACE(situation);
         Update update;
         change(update);
+        andThen(update);
         update.expectRefused(reason);
     }
 }
@@ -171,11 +171,10 @@ auto offer(const char* member, const JsonValue& value, const SigningKey* signer 
 
 TEST(HostileOffer, IsRefusedAndChangesNothing) {
     constexpr const char* kNoKey = "made by none of this bundle's keys";
-    const SigningKey* const key = &publisher();
+    const SigningKey* const key = &kPublisher;
     const SigningKey stranger = SigningKey::generate().value();
-    const std::string million(1'000'000, '0');
     std::string pairs;
-    while (pairs.size() < million.size()) {
+    while (pairs.size() < 1'000'000) {
         pairs += "0.";
     }
     expectEachRefused({
@@ -185,7 +184,7 @@ TEST(HostileOffer, IsRefusedAndChangesNothing) {
         {"number", offer("version", 2.5), "2.5 is illegal version"},
         {"list", offer("version", JsonValue::Array{"5.0.0.0"}), "\"] is illegal version"},
         {"two lines", offer("version", "1.0.0.2\nsize=1.0.0.2"), "line feed"},
-        {"many digits", offer("version", million), "0 is illegal version"},
+        {"many digits", offer("version", std::string(1'000'000, '0')), "0 is illegal version"},
         {"many stops", offer("version", std::string(1'000'000, '.')), ". is illegal version"},
         {"alternating", offer("version", pairs), "0. is illegal version"},
         {"another version", offer("version", "1.0.0.3"), kNoKey},
@@ -205,32 +204,27 @@ TEST(HostileOffer, IsRefusedAndChangesNothing) {
 }
 
 TEST(HostileArchive, IsRefusedAndChangesNothing) {
-    const auto bundle = [](const char* version, const std::string& identifier) {
-        return [=](Update& update) {
-            update.makeBundle(update.published, version, identifier);
-            update.publish();
-        };
-    };
-    const auto executable = [](void (*make)(const fs::path&)) {
-        return [=](Update& update) {
-            fs::remove(update.published / "Contents/MacOS/Teravolant");
-            make(update.published / "Contents/MacOS/Teravolant");
-            update.publish();
-        };
-    };
-    const auto leadOutside = [](const fs::path& path) {
-        fs::copy("/bin/true", path.parent_path() / "../../../Teravolant");
-        fs::create_symlink("../../../Teravolant", path);
-    };
     constexpr const char* kNotRun = "its executable is not there or can't be run";
-    expectEachRefused({
-        {"older", bundle("0.9.0.0", kIdentifier), "its version is 0.9.0.0 where"},
-        {"other product", bundle("1.0.0.2", kIdentifier + ".x"), "Could not locate update bundle"},
-        {"no executable", executable([](const fs::path&) {}), kNotRun},
-        {"text", executable([](const fs::path& path) { std::ofstream(path) << "text"; }), kNotRun},
-        {"folder", executable([](const fs::path& path) { create_directory(path); }), kNotRun},
-        {"executable outside", executable(leadOutside), kNotRun},
-    });
+    const std::vector<Row> table = {
+        {"older", [](Update& u) { u.makeBundle(u.published, "0.9.0.0"); }, "is 0.9.0.0 where"},
+        {"other product", [](Update& u) { u.makeBundle(u.published, "1.0.0.2", "other"); },
+         "Could not locate update bundle for"},
+        {"no executable", [](Update& u) { fs::remove(u.executable); }, kNotRun},
+        {"text", [](Update& u) { fs::permissions(u.executable, fs::perms::owner_read); }, kNotRun},
+        {"folder",
+         [](Update& u) {
+             fs::remove(u.executable);
+             fs::create_directory(u.executable);
+         },
+         kNotRun},
+        {"outside of the bundle",
+         [](Update& u) {
+             fs::rename(u.executable, u.published.parent_path() / "Teravolant");
+             fs::create_symlink("../../../Teravolant", u.executable);
+         },
+         kNotRun},
+    };
+    expectEachRefused(table, [](Update& update) { update.publish(); });
 }
 
 TEST(CutDownload, GoesOnWhereItEndedIfTheRestFits) {
