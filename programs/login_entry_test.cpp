@@ -15,7 +15,7 @@ using Array = Value::Array;
 
 constexpr const char* kFile = "with\\back\nslash.plist";
 
-TEST(LoginEntry, QuotesWhatTheSessionWouldTakeForSomethingElseAndLeadsBackToItsPropertyList) {
+TEST(LoginEntry, QuotesTextsAndLeadsBackToItsPropertyList) {
     const fixtures::TemporaryFolder folder;
     setenv("XDG_CONFIG_HOME", folder.path().c_str(), 1);
     const Array words = {"/a b", R"(x"`$\%u)", ""};

@@ -29,15 +29,13 @@ class LoggerTest : public ::testing::Test {
         fs::resize_file(_folder / name, size);
     }
 
-    std::string contents(const std::string& name) {
-        return *platform::contentsOfFile(_folder / name);
-    }
+    std::string contents() { return *platform::contentsOfFile(_folder / "updater.log"); }
 
     fixtures::TemporaryFolder _data;
     fs::path _folder = _data.path() / "Zelto" / "Teravolant App";
 };
 
-TEST_F(LoggerTest, RotatesAFileThatIsLargerThanTheThreshold) {
+TEST_F(LoggerTest, RotatesAFileAboveTheThreshold) {
     const std::tuple<std::uintmax_t, std::optional<std::uint64_t>, bool> table[] = {
         {10485760, std::nullopt, false},
         {10485761, std::nullopt, true},
@@ -57,13 +55,12 @@ TEST_F(LoggerTest, RotatesAFileThatIsLargerThanTheThreshold) {
         EXPECT_EQ(fs::file_size(_folder / "updater.log"), rotates ? 0 : size);
         EXPECT_EQ(fs::file_size(_folder / "updater.log.1"), rotates ? size : 3);
         EXPECT_EQ(console.ends_with("] remove " + (_folder / "updater.log.1").string() + "\n"),
-                  rotates)
-            << console;
+                  rotates);
         EXPECT_FALSE(fs::exists(_folder / "updater.log.2"));
     }
 }
 
-TEST_F(LoggerTest, RotatesOnceWhenSeveralStartsFindTheFileTooLarge) {
+TEST_F(LoggerTest, RotatesOnceForSeveralStarts) {
     constexpr std::uintmax_t kTooLarge = 10485761;
     for (int round = 0; round < 20; ++round) {
         makeFile("updater.log", kTooLarge);
@@ -81,31 +78,29 @@ TEST_F(LoggerTest, RotatesOnceWhenSeveralStartsFindTheFileTooLarge) {
     }
 }
 
-TEST_F(LoggerTest, WritesMessagesAsTheyAreToTheFileAndTheConsole) {
+TEST_F(LoggerTest, WritesToTheFileAndTheConsole) {
     const std::string message = "100 %d %@ %s\nsecond line\r\n ä";
     ::testing::internal::CaptureStderr();
     Logger().logMessage(message);
-    const std::string console = ::testing::internal::GetCapturedStderr();
-    EXPECT_TRUE(console.ends_with("] " + message + "\n")) << console;
-    const std::string entry = contents("updater.log");
-    EXPECT_TRUE(
-        std::regex_match(entry.substr(0, 21), std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d: )")));
-    EXPECT_EQ(entry.substr(21), message + "\n");
+    EXPECT_TRUE(::testing::internal::GetCapturedStderr().ends_with("] " + message + "\n"));
+    const std::regex time(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d: )");
+    EXPECT_TRUE(std::regex_match(contents().substr(0, 21), time));
+    EXPECT_EQ(contents().substr(21), message + "\n");
 }
 
-TEST_F(LoggerTest, MakesTheFileAgainWhenItWasDeletedAndGoesOnWhenItCanNotBe) {
+TEST_F(LoggerTest, MakesADeletedFileAgainOrGoesOn) {
     Logger logger;
     logger.logMessage("first");
     fs::remove(_folder / "updater.log");
     logger.logMessage("second");
-    EXPECT_EQ(contents("updater.log").substr(19), ": second\n");
+    EXPECT_EQ(contents().substr(19), ": second\n");
     fs::remove_all(_folder);
     std::ofstream(_folder) << "a file in the folder's place";
     Logger().logMessage("third");
     EXPECT_EQ(*platform::contentsOfFile(_folder), "a file in the folder's place");
 }
 
-TEST_F(LoggerTest, KeepsEveryEntryWholeWhileThreadsAndProcessesAppendAtOnce) {
+TEST_F(LoggerTest, KeepsConcurrentEntriesWhole) {
     constexpr int kEntries = 500;
     const auto writeAll = [](char name) {
         for (int number = 0; number < kEntries; ++number) {
@@ -123,12 +118,10 @@ TEST_F(LoggerTest, KeepsEveryEntryWholeWhileThreadsAndProcessesAppendAtOnce) {
     other.join();
     waitpid(child, nullptr, 0);
     ::testing::internal::GetCapturedStderr();
-
-    std::istringstream lines(contents("updater.log"));
+    std::istringstream lines(contents());
     std::map<char, int> next;
     for (std::string line; std::getline(lines, line);) {
-        ASSERT_GT(line.size(), 321U) << line;
-        const char name = line[21];
+        const char name = line.at(21);
         EXPECT_EQ(line.substr(21), std::string(300, name) + std::to_string(next[name]++));
     }
     EXPECT_EQ(next, (std::map<char, int>{{'a', kEntries}, {'b', kEntries}, {'c', kEntries}}));

@@ -2,7 +2,7 @@
 // installation, on the main thread and without the timer. It says its version first and waits for
 // its standard input to end; then it says what came of it.
 //
-// Usage: Teravolant FEED [stage], where with "stage" nothing is installed
+// Usage: Teravolant FEED
 
 #include <iostream>
 #include <limits>
@@ -17,7 +17,7 @@ namespace {
 
 using platform::Bundle;
 
-int drive(const std::string& feed, bool installs) {
+int drive(const std::string& feed) {
     const Bundle& bundle = Bundle::mainBundle();
     const auto version = bundle.shortVersion().value_or("none");
     std::cout << version << std::endl;
@@ -30,11 +30,11 @@ int drive(const std::string& feed, bool installs) {
     platform::Status error;
     if (!found) {
         error = found.error();
-    } else if (*found && installs) {
+    } else if (*found) {
         error = installStagedUpdate(cache, **found);
     }
     std::cout << (error    ? platform::printedForm(*error)
-                  : *found ? (installs ? "installed " : "staged ") + (*found)->version
+                  : *found ? "installed " + (*found)->version
                            : "no update")
               << std::endl;
     return error ? 1 : 0;
@@ -43,4 +43,4 @@ int drive(const std::string& feed, bool installs) {
 }  // namespace
 }  // namespace teravolant
 
-int main(int argc, char** argv) { return teravolant::drive(argc > 1 ? argv[1] : "", argc < 3); }
+int main(int argc, char** argv) { return teravolant::drive(argc > 1 ? argv[1] : ""); }

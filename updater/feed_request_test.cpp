@@ -11,22 +11,20 @@ namespace {
 
 using platform::Value;
 using Dictionary = Value::Dictionary;
-using Lines = std::vector<std::string>;
 
 const std::string kOperation = "[TeravolantAppDelegate::updateToLatestVersion] ";
 
-TEST(FeedRequest, GoesToTheOverrideElseToTheFeedOfTheVersionsChannel) {
-    const std::string alpha = TERAVOLANT_ALPHA_UPDATE_HOST "/teravolant/alpha/release.mac?version=";
+TEST(FeedRequest, GoesToTheOverrideOrTheChannel) {
+    const std::string alpha =
+        "https://" TERAVOLANT_ALPHA_UPDATE_HOST "/teravolant/alpha/release.mac?version=";
     const std::string release =
-        TERAVOLANT_RELEASE_UPDATE_HOST "/teravolant/release/release.mac?version=";
+        "https://" TERAVOLANT_RELEASE_UPDATE_HOST "/teravolant/release/release.mac?version=";
     const std::tuple<TeravolantAppDelegate::Version, Value, std::string> table[] = {
-        {"4.30.1.17", "", "https://" + release + "4.30.1.17"},
-        {"99.99.99.1234", "", "https://" + alpha + "99.99.99.1234"},
-        {"99.99.990.1", "", "https://" + alpha + "99.99.990.1"},
-        {"99.99.9.1", "", "https://" + release + "99.99.9.1"},
-        {"1.2 #3", "", "https://" + release + "1.2%20%233"},
-        {{}, "", "https://" + release + "(null)"},
-        {"1.2.3.4", "https://b.example", "https://" + release + "1.2.3.4"},
+        {"99.99.990.1", "", alpha + "99.99.990.1"},
+        {"99.99.9.1", "", release + "99.99.9.1"},
+        {"1.2 #3", "", release + "1.2%20%233"},
+        {{}, "", release + "(null)"},
+        {"1.2.3.4", "https://b.example", release + "1.2.3.4"},
         {"99.99.99.1",
          Dictionary{{"scheme", "http"}, {"host", "localhost:8443"}, {"path", "/f"}, {"port", "9"}},
          "http://localhost:8443/f?version=99.99.99.1"},
@@ -44,15 +42,13 @@ TEST(FeedRequest, GoesToTheOverrideElseToTheFeedOfTheVersionsChannel) {
         EXPECT_EQ(requested ? requested->absoluteString() : "(null)", url);
         EXPECT_EQ(log.entries().front(),
                   kOperation + "bundleVersion=" + version.value_or("(null)"));
-        EXPECT_EQ(log.entries().back(), std::string(kOperation)
-                                            .append("NSURLRequest=<NSURLRequest: { URL: ")
-                                            .append(url)
-                                            .append(" }>"));
+        EXPECT_EQ(log.entries().back(),
+                  kOperation + "NSURLRequest=<NSURLRequest: { URL: " + url + " }>");
     }
     ASSERT_FALSE(defaults.removeObjectForKey("updateserver"));
 }
 
-TEST(FeedRequest, CheckThatCanNotBeStartedEndsTheApplication) {
+TEST(FeedRequest, EndsTheApplicationIfTheCheckCanNotStart) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const fixtures::LogReader log;
     EXPECT_EXIT(
@@ -67,7 +63,7 @@ TEST(FeedRequest, CheckThatCanNotBeStartedEndsTheApplication) {
             TeravolantAppDelegate().updateToLatestVersion("1.2.3.4");
         },
         ::testing::ExitedWithCode(0), "");
-    const Lines entries = log.entries();
+    const auto entries = log.entries();
     ASSERT_EQ(entries.size(), 6U);
     EXPECT_EQ(entries[1], kOperation + "infoUpdateServer = (null)");
     EXPECT_EQ(entries[2], kOperation +

@@ -22,7 +22,7 @@ Version matchByBacktracking(const std::string& text) {
     return ParsedVersion{match[1], match[2], match[3], match[4]};
 }
 
-TEST(VersionNumbers, AreTheOnesThatThePatternFindsAtTheEndOfTheText) {
+TEST(VersionNumbers, AreWhatThePatternFindsAtTheEnd) {
     std::vector<std::string> texts = {"version=4.30.1.17", "1.2.3 build 45", "1.2.3\n|é4",
                                       "01.02.03.0004",     "1.2.3.4\n",      "(null)"};
     constexpr std::size_t kLongest = 8;
@@ -33,34 +33,29 @@ TEST(VersionNumbers, AreTheOnesThatThePatternFindsAtTheEndOfTheText) {
         }
     }
     texts.insert(texts.end(), ends.begin(), ends.end());
-    std::size_t matches = 0;
     for (const std::string& text : texts) {
         Slot error;
         const Version version = ClientUpdater::parseVersion(text, error);
-        matches += version ? 1 : 0;
         ASSERT_EQ(version, matchByBacktracking(text)) << text;
         ASSERT_EQ(error ? error->localizedDescription : "",
                   version ? "" : text + " is illegal version");
     }
-    EXPECT_GT(matches, 100U);
 }
 
-TEST(VersionNumbers, OnlyAStrictlyNewerOfferIsTakenAndLogged) {
-    const std::string notOlder = " is not older than ";
-    // The current and the offered version, and the problem behind the current one, if there is
-    /// any.
+TEST(VersionNumbers, TakeAndLogOnlyAStrictlyNewerOffer) {
+    // The current and the offered version, and the error, if there is any.
     const std::tuple<std::string, std::string, std::string> table[] = {
         {"version=4.30.1.17", "4.30.1.18", ""},
-        {"version=4.30.1.17", "4.30.1.17", notOlder + "4.30.1.17"},
-        {"version=4.30.1.17", "4.29.9.99", notOlder + "4.29.9.99"},
-        {"version=4.30.1.17", "4.31.0.0", ""},
+        {"version=4.30.1.17", "4.30.1.17", "version=4.30.1.17 is not older than 4.30.1.17"},
         {"1.9.0.0", "1.10.0.0", ""},
-        {"1.10.0.0", "1.9.0.0", notOlder + "1.9.0.0"},
-        {"01.02.03.0004", "1.2.3.4", notOlder + "1.2.3.4"},
+        {"1.10.0.0", "1.9.9.9", "1.10.0.0 is not older than 1.9.9.9"},
+        {"01.02.03.0004", "1.2.3.4", "01.02.03.0004 is not older than 1.2.3.4"},
         {"1.2.3.4", "1.2.3.0000000000005", ""},
-        {"version=99.99.99", "99.99.99.1240", " is illegal version"},
-        {"1.2.3", "1.2.4", " is illegal version"},
-        {"1.0.0.2147483648", "1.0.0.99999999999", notOlder + "1.0.0.99999999999"},
+        {"version=99.99.99", "99.99.99.1240", "version=99.99.99 is illegal version"},
+        {"1.2.3", "1.2.4", "1.2.3 is illegal version"},
+        {"1.2.3.4", "1.2.4", "1.2.4 is illegal version"},
+        {"1.0.0.2147483648", "1.0.0.99999999999",
+         "1.0.0.2147483648 is not older than 1.0.0.99999999999"},
         {"1.0.0.2147483646", "1.0.0.99999999999", ""},
     };
     for (const auto& [current, offered, problem] : table) {
@@ -68,14 +63,11 @@ TEST(VersionNumbers, OnlyAStrictlyNewerOfferIsTakenAndLogged) {
         Slot error;
         EXPECT_EQ(ClientUpdater::checkUpdaterVersionNewer(current, offered, error),
                   problem.empty());
-        EXPECT_EQ(error ? error->localizedDescription : current, current + problem);
-        EXPECT_EQ(log.entries().size(), problem.empty() ? 1U : 0U);
+        EXPECT_EQ(error ? error->localizedDescription : "", problem);
+        EXPECT_EQ(log.entries().size(), error ? 0U : 1U);
     }
     const fixtures::LogReader log;
     Slot error;
-    EXPECT_FALSE(ClientUpdater::checkUpdaterVersionNewer("1.2.3.4", "1.2.4", error));
-    EXPECT_EQ(error->localizedDescription, "1.2.4 is illegal version");
-    error = {};
     EXPECT_TRUE(ClientUpdater::checkUpdaterVersionNewer("version=01.2.3-b4", "1.2.4.0", error));
     EXPECT_EQ(log.entries().front(),
               "[ClientUpdater::checkUpdaterVersionNewer] {\n    build = 4;\n    major = 01;\n"

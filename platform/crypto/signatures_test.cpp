@@ -28,7 +28,7 @@ TEST(Base64, RefusesEveryTextButTheOneThatEncodingMakes) {
     }
 }
 
-TEST(Signatures, AreTheStandardsAndInvalidWhenTheyOrTheKeyAreMalformed) {
+TEST(Signatures, AreTheStandardsAndInvalidWhenMalformed) {
     const auto signer = SigningKey::fromPem(kPrivateKey);
     ASSERT_TRUE(signer) << signer.error().localizedDescription;
     EXPECT_EQ(*signer->pem(), kPrivateKey);

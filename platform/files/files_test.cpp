@@ -26,7 +26,7 @@ TEST_F(Files, TheHomeIsTheRealFolderBehindItsLinks) {
     EXPECT_TRUE(homeDirectoryForCurrentUser().is_absolute());
 }
 
-TEST_F(Files, ALockIsHeldByOneAtATimeAndFreeAgainAfterwards) {
+TEST_F(Files, ALockIsHeldByOneAtATime) {
     {
         const auto held = FileLock::tryAcquire(path("lock"));
         EXPECT_TRUE(*held);

@@ -21,7 +21,7 @@ class Preferences : public ::testing::Test {
     std::filesystem::path _file = _folder.path() / "Zelto/some.domain.plist";
 };
 
-TEST_F(Preferences, LoseNoKeyWhenTwoProcessesWriteAtTheSameTime) {
+TEST_F(Preferences, LoseNoKeyOfConcurrentProcesses) {
     constexpr int kKeys = 50;
     std::vector<pid_t> children;
     for (const std::string prefix : {"a", "b"}) {
@@ -46,14 +46,13 @@ TEST_F(Preferences, LoseNoKeyWhenTwoProcessesWriteAtTheSameTime) {
     EXPECT_FALSE(UserDefaults::forDomain("other.domain").objectForKey("b0"));
 }
 
-TEST_F(Preferences, SetADamagedFileAsideOnceUnderANameOfItsOwn) {
+TEST_F(Preferences, SetEachDamagedFileAside) {
     int number = 0;
     for (const std::string contents : {"", "damaged", "<plist><array/></plist>"}) {
         _folder.write("Zelto/some.domain.plist", contents);
         EXPECT_FALSE(defaults().objectForKey("key"));
-        const auto aside = contentsOfFile(_file.string() + ".damaged-" + std::to_string(++number));
-        ASSERT_TRUE(aside);
-        EXPECT_EQ(*aside, contents);
+        const std::string aside = _file.string() + ".damaged-" + std::to_string(++number);
+        EXPECT_EQ(*contentsOfFile(aside), contents);
     }
     _folder.write("Zelto/some.domain.plist", "damaged again");
     EXPECT_FALSE(defaults().setObject("new", "key"));
@@ -61,7 +60,7 @@ TEST_F(Preferences, SetADamagedFileAsideOnceUnderANameOfItsOwn) {
     EXPECT_TRUE(fileExists(_file.string() + ".damaged-4"));
 }
 
-TEST_F(Preferences, RefuseToReplaceAFileThatCanNotBeRead) {
+TEST_F(Preferences, KeepAFileThatCanNotBeRead) {
     using std::filesystem::perms;
     _folder.write("Zelto/some.domain.plist", "secret");
     std::filesystem::permissions(_file, perms::none);

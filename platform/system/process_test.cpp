@@ -8,7 +8,8 @@
 namespace teravolant::platform {
 namespace {
 
-TEST(Process, AnswersAllOutputOfAProgramThatGotItsArgumentsAsTheyAreAndDoesNotWaitForItsEnd) {
+// The program gets its arguments as they are, and is not waited for.
+TEST(Process, ReturnsAllOutputOfAProgram) {
     const fixtures::TemporaryFolder folder;
     const std::string pipe = folder.path() / "pipe";
     // The program goes on until somebody opens the pipe, which happens only after its output ended.

@@ -14,8 +14,6 @@ namespace {
 
 using platform::Value;
 
-constexpr const char* kDeviceKey = "Amplitude-DeviceID";
-
 class Analytics : public testing::Test {
   protected:
     Analytics() { setenv("XDG_CONFIG_HOME", _folder.path().c_str(), 1); }
@@ -27,7 +25,7 @@ class Analytics : public testing::Test {
     fixtures::TemporaryFolder _folder;
 };
 
-TEST_F(Analytics, CarryEveryKindOfPropertyAndTheLaterOfTwoOfOneName) {
+TEST_F(Analytics, CarryEveryKindOfProperty) {
     const Value::Dictionary properties{
         {"", std::string("\"quotes\" \\ \n\x01\0 é 🚀", 22)},
         {"náme", Value()},
@@ -46,7 +44,7 @@ TEST_F(Analytics, CarryEveryKindOfPropertyAndTheLaterOfTwoOfOneName) {
     EXPECT_EQ(sent.at("app_version"), Value("1.0.0.1"));
 }
 
-TEST_F(Analytics, HaveNoDataForAnEventThatCanNotBeSerialised) {
+TEST_F(Analytics, HaveNoDataForAnInvalidEvent) {
     EXPECT_EQ(AmplitudeEvent().dataValue(), std::nullopt);
     auto event = AmplitudeEvent::initWithEventType("type");
     for (const Value& value : {Value(std::nan("")), Value("\xFF")}) {
@@ -55,11 +53,11 @@ TEST_F(Analytics, HaveNoDataForAnEventThatCanNotBeSerialised) {
     }
 }
 
-TEST_F(Analytics, KeepTheDevicesIdentifierAsItIsStored) {
+TEST_F(Analytics, KeepTheStoredDeviceIdentifier) {
     const std::pair<platform::Value, std::string> table[] = {
         {"", ""}, {"abc", "abc"}, {std::int64_t{7}, "7"}};
     for (const auto& [stored, shown] : table) {
-        ASSERT_FALSE(clientDefaults().setObject(stored, kDeviceKey));
+        ASSERT_FALSE(clientDefaults().setObject(stored, "Amplitude-DeviceID"));
         EXPECT_EQ(AmplitudeEvent::getAmplitudeDeviceID(), shown);
     }
     // Where none can be stored, each call makes one.
@@ -67,9 +65,9 @@ TEST_F(Analytics, KeepTheDevicesIdentifierAsItIsStored) {
     EXPECT_NE(AmplitudeEvent::getAmplitudeDeviceID(), AmplitudeEvent::getAmplitudeDeviceID());
 }
 
-TEST_F(Analytics, MakeOneIdentifierForAllThatAskAtTheSameMoment) {
+TEST_F(Analytics, MakeOneIdentifierForConcurrentCallers) {
     for (int round = 0; round < 20; ++round) {
-        ASSERT_FALSE(clientDefaults().removeObjectForKey(kDeviceKey));
+        ASSERT_FALSE(clientDefaults().removeObjectForKey("Amplitude-DeviceID"));
         std::latch gate(4);
         std::vector<std::future<std::string>> answers(4);
         for (auto& answer : answers) {

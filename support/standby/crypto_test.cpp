@@ -38,7 +38,7 @@ TEST(Crypto, DigestsAFileOfAnySizeAsMd5sumDoes) {
     EXPECT_LT(peakMemory() - before, 65536) << "the file was loaded whole";
 }
 
-TEST(Crypto, HasNoDigestOfWhatCanNotBeReadToItsEnd) {
+TEST(Crypto, HasNoDigestOfWhatCanNotBeRead) {
     const fixtures::TemporaryFolder folder;
     const fs::path secret = folder.path() / "secret";
     std::ofstream(secret) << "secret";

@@ -1,0 +1,335 @@
+// Whole update cycles that meet hostile offers, faulty servers and what earlier cycles left.
+#include <gtest/gtest.h>
+
+#include "platform/archives/archives.h"
+#include "platform/core/error.h"
+#include "platform/crypto/digests.h"
+#include "platform/crypto/encodings.h"
+#include "platform/crypto/signatures.h"
+#include "platform/files/files.h"
+#include "platform/values/json.h"
+#include "platform/values/property_list.h"
+#include "tests/fixtures/http_server.h"
+#include "tests/fixtures/temporary_folder.h"
+#include "update_framework/module/run_update_cycle.h"
+#include "update_framework/module/tree_digest.h"
+#include "updater/client_updater.h"
+
+namespace teravolant {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace fixtures;
+using namespace platform;
+
+const std::string kIdentifier = TEST_BUNDLE_IDENTIFIER;
+const std::string kTag = "\"tag\"";  ///< Of the archive.
+
+const SigningKey kPublisher = *SigningKey::generate();
+
+/// An installed bundle of version 1.0.0.1, and a server that offers version 1.0.0.2. A test changes
+/// what the server sends between the cycles; only a cycle has a server.
+struct Update {
+    Update() {
+        fs::create_directory(cache);
+        makeBundle(installed, "1.0.0.1");
+        makeBundle(published, "1.0.0.2");
+        publish();
+    }
+
+    void makeBundle(const fs::path& path, const std::string& version,
+                    const std::string& identifier = kIdentifier) const {
+        folder.write(path / "Contents/Info.plist", serialisePropertyList(Value::Dictionary{
+                                                       {"CFBundleIdentifier", identifier},
+                                                       {"CFBundleShortVersionString", version}}));
+        fs::create_directory(path / "Contents/MacOS");
+        fs::copy("/bin/true", path / "Contents/MacOS/Teravolant",
+                 fs::copy_options::overwrite_existing);
+    }
+
+    void publish() {
+        EXPECT_FALSE(packFolder(published.parent_path(), folder.path() / "packed"));
+        archive = *contentsOfFile(folder.path() / "packed");
+        Digest digest(DigestAlgorithm::Sha256);
+        digest.update(archive);
+        offer = {{"name", "archive"},
+                 {"version", "1.0.0.2"},
+                 {"size", std::ssize(archive)},
+                 {"sha256", hexText(*digest.finish())}};
+        sign(kPublisher);
+    }
+
+    void sign(const SigningKey& key, const std::string& identifier = kIdentifier) {
+        const std::string text = "teravolant-update 1\nidentifier=" + identifier +
+                                 "\nversion=" + *offer["version"].text() +
+                                 "\nsize=" + std::to_string(*offer["size"].integer()) +
+                                 "\nsha256=" + *offer["sha256"].text() + "\n";
+        offer["signature"] = *key.sign(text);
+    }
+
+    /// One cycle, with nothing installed at its end.
+    Result<std::optional<StagedUpdate>> run() {
+        const HttpServer server([this](const ReceivedRequest& request) {
+            if (request.target != "/archive") {
+                return feedAnswer.value_or(ServerAnswer{.body = *serialiseJson(offer)});
+            }
+            ranges.push_back(request.header("range"));
+            return archiveAnswer.value_or(answerWithRange(request, archive, kTag));
+        });
+        const std::string url = otherServer.value_or(server.url("")) + "/feed?1.0.0.1";
+        const ClientUpdater updater(URLRequest{URL(url)});
+        const auto read = [&](const auto& body) { return updater.updateFromJSONData(body); };
+        const auto find = [&](const auto& unpacked) {
+            return updater.updateBundleMatchingCurrentApplicationInDirectory(unpacked);
+        };
+        const std::vector<std::string> keys = {"none", *kPublisher.publicKey()};
+        return runUpdateCycle(
+            {url, installed, kIdentifier, "1.0.0.1", keys, cache, read, find, [] {}});
+    }
+
+    /// A cycle must fail with an error that names the reason, and leave everything as it was.
+    void expectRefused(const std::string& reason) {
+        const std::string before = *digestOfTree(installed);
+        const auto outcome = run();
+        ASSERT_FALSE(outcome) << "accepted";
+        const std::string told = printedForm(outcome.error());
+        EXPECT_NE(told.find(reason), told.npos) << reason << "\n" << told.substr(0, 1000);
+        EXPECT_EQ(*digestOfTree(installed), before);
+        EXPECT_FALSE(fileExists(staging) || fileExists(cache / "staged.plist"));
+    }
+
+    /// A cycle must find the update, and its installation leave nothing else.
+    void expectInstalled() {
+        const auto outcome = run();
+        ASSERT_TRUE(outcome) << printedForm(outcome.error());
+        EXPECT_FALSE(installStagedUpdate(cache, outcome->value()));
+        EXPECT_EQ(*digestOfTree(installed), *digestOfTree(published));
+        EXPECT_TRUE(!fileExists(staging) && fs::is_empty(cache));
+    }
+
+    const TemporaryFolder folder;
+    const fs::path cache = folder.path() / "cache";
+    const fs::path installed = folder.path() / "installed/Teravolant.app";
+    const fs::path published = folder.path() / "published/Teravolant.app";
+    const fs::path executable = published / "Contents/MacOS/Teravolant";
+    const fs::path staging = stagingFolderFor(installed);
+    Value::Dictionary offer;
+    std::string archive;
+    std::optional<ServerAnswer> feedAnswer, archiveAnswer;  ///< Instead of the right ones.
+    std::optional<std::string> otherServer;
+    std::vector<std::string> ranges;  ///< Asked for of the archive so far; empty for all of it.
+};
+
+struct Row {
+    const char* situation;
+    std::function<void(Update&)> change;
+    const char* reason;
+};
+
+void expectEachRefused(
+    const std::vector<Row>& table, void (*andThen)(Update&) = [](Update&) {}) {
+    for (const auto& [situation, change, reason] : table) {
+        SCOPED_TRACE(situation);
+        Update update;
+        change(update);
+        andThen(update);
+        update.expectRefused(reason);
+    }
+}
+
+TEST(FaultyServer, IsAnErrorThatNamesTheFault) {
+    const auto feed = [](const ServerAnswer& answer) {
+        return [=](Update& update) { update.feedAnswer = answer; };
+    };
+    const std::string large(std::size_t{2} << 20U, '\0');
+    expectEachRefused({
+        {"404", feed({404}), "status 404"},
+        {"empty", feed({200}), "status 200 and an empty body"},
+        {"HTML", feed({.body = "<!DOCTYPE html>"}), "Update check failed"},
+        {"2 MiB", feed({.body = large}), "larger than the 1048576"},
+        {"2 MiB in chunks", feed({.body = large, .chunked = true}), "larger than the 1048576"},
+        {"plain http", feed({302, {{"Location", "http://u.example"}}}),
+         "not asked over plain http"},
+        {"redirect loop", feed({302, {{"Location", "feed"}}}), "redirect"},
+        {"cut", feed({.body = "{}", .chunked = true, .cutAfter = 1}), "was lost"},
+        {"no archive", [](Update& u) { u.archiveAnswer = {404}; }, "status 404"},
+        {"longer", [](Update& u) { u.archive += '\n'; }, "the server has more than"},
+        {"longer, not announced",
+         [](Update& u) { u.archiveAnswer = {.body = u.archive + '\n', .chunked = true}; },
+         "sends more than"},
+        {"shorter", [](Update& u) { u.archive.pop_back(); }, "it ends after"},
+        {"none", [](Update& u) { u.otherServer = "http://127.0.0.1:1"; }, "could not be connected"},
+    });
+}
+
+/// A null stands for an offer without that member, no signer for the signature as it was.
+auto offer(const char* member, const Value& value, const SigningKey* signer = nullptr,
+           const std::string& identifier = kIdentifier) {
+    return [=](Update& update) {
+        update.offer[member] = value;
+        std::erase_if(update.offer, [](const auto& entry) { return entry.second.isNull(); });
+        if (signer != nullptr) {
+            update.sign(*signer, identifier);
+        }
+    };
+}
+
+TEST(HostileOffer, IsRefusedAndChangesNothing) {
+    constexpr const char* kNoKey = "made by none of this bundle's keys";
+    const SigningKey* const key = &kPublisher;
+    const SigningKey stranger = *SigningKey::generate();
+    std::string pairs;
+    while (pairs.size() < 1'000'000) {
+        pairs += "0.";
+    }
+    expectEachRefused({
+        {"same version", offer("version", "1.0.0.1"), "is not older than"},
+        {"older version", offer("version", "0.9.9.9"), "is not older than"},
+        {"no version", offer("version", {}), "(null) is illegal version"},
+        {"number", offer("version", 2.5), "2.5 is illegal version"},
+        {"list", offer("version", Value::Array{"5.0.0.0"}), "\"] is illegal version"},
+        {"two lines", offer("version", "1.0.0.2\nsize=1.0.0.2"), "line feed"},
+        {"many digits", offer("version", std::string(1'000'000, '0')), "0 is illegal version"},
+        {"many stops", offer("version", std::string(1'000'000, '.')), ". is illegal version"},
+        {"alternating", offer("version", pairs), "0. is illegal version"},
+        {"another version", offer("version", "1.0.0.3"), kNoKey},
+        {"plain http", offer("url", "http://updates.example/archive"), "“url”"},
+        {"another size", offer("size", 7), kNoKey},
+        {"too small", offer("size", 7, key), "the server has more than the 7"},
+        {"too large", offer("size", 10'000'000, key), "it ends after"},
+        {"far too large", offer("size", 1'000'000'000'000'000'000, key), "more bytes"},
+        {"another digest", offer("sha256", std::string(64, '0')), kNoKey},
+        {"wrong digest", offer("sha256", std::string(64, '0'), key), "is not the one"},
+        {"no size", offer("size", {}), "no \"size\""},
+        {"no digest", offer("sha256", {}), "no \"sha256\""},
+        {"no signature", offer("signature", {}), "no \"signature\""},
+        {"stranger's key", offer("version", "1.0.0.2", &stranger), kNoKey},
+        {"other product", offer("version", "1.0.0.2", key, kIdentifier + ".other"), kNoKey},
+    });
+}
+
+TEST(HostileArchive, IsRefusedAndChangesNothing) {
+    constexpr const char* kNotRun = "its executable is not there or can't be run";
+    const std::vector<Row> table = {
+        {"older", [](Update& u) { u.makeBundle(u.published, "0.9.0.0"); }, "is 0.9.0.0 where"},
+        {"other product", [](Update& u) { u.makeBundle(u.published, "1.0.0.2", "other"); },
+         "Could not locate update bundle for"},
+        {"no executable", [](Update& u) { fs::remove(u.executable); }, kNotRun},
+        {"text", [](Update& u) { fs::permissions(u.executable, fs::perms::owner_read); }, kNotRun},
+        {"folder",
+         [](Update& u) {
+             fs::remove(u.executable);
+             fs::create_directory(u.executable);
+         },
+         kNotRun},
+        {"outside of the bundle",
+         [](Update& u) {
+             fs::rename(u.executable, u.published.parent_path() / "Teravolant");
+             fs::create_symlink("../../../Teravolant", u.executable);
+         },
+         kNotRun},
+    };
+    expectEachRefused(table, [](Update& update) { update.publish(); });
+}
+
+TEST(CutDownload, GoesOnWhereItEndedIfTheRestFits) {
+    struct Cut {
+        const char* situation;
+        std::size_t place;
+        std::pair<std::string, std::string> validator;
+        bool goesOn;
+        bool hasOtherContent = false;
+    };
+    const std::string date = "Sun, 06 Nov 1994 08:49:37 GMT";
+    const Cut table[] = {
+        {"at the start", 0, {"ETag", kTag}, false},
+        {"after a byte", 1, {"ETag", kTag}, true},
+        {"before the end", Update().archive.size() - 1, {"ETag", kTag}, true},
+        {"another tag, same content", 1000, {"ETag", "\"x\""}, true},
+        {"another tag, other content", 1000, {"ETag", "\"x\""}, true, true},
+        {"same tag, other content", 1000, {"ETag", kTag}, true, true},
+        {"a date", 1000, {"Last-Modified", date}, true},
+        {"a weak tag", 1000, {"ETag", "W/" + kTag}, false},
+        {"no validator", 1000, {"Date", date}, false},
+    };
+    for (const auto& [situation, place, validator, goesOn, hasOtherContent] : table) {
+        SCOPED_TRACE(situation);
+        Update update;
+        update.archiveAnswer = {.headers = {validator}, .body = update.archive, .cutAfter = place};
+        update.expectRefused("was lost");
+        update.archiveAnswer.reset();
+        if (hasOtherContent) {
+            const std::string archive = update.archive;
+            update.archive.assign(archive.size(), '\0');
+            update.expectRefused("SHA-256 is not the one");
+            update.archive = archive;
+        }
+        update.expectInstalled();
+        std::vector<std::string> ranges(hasOtherContent ? 3 : 2);
+        ranges[1] = goesOn ? "bytes=" + std::to_string(place) + "-" : "";
+        EXPECT_EQ(update.ranges, ranges);
+    }
+}
+
+TEST(CutDownload, GoesOnAfterAnAnswerWithoutAValidator) {
+    Update update;
+    const auto size = update.archive.size();
+    const auto range = "bytes 1000-" + std::to_string(size - 1) + "/" + std::to_string(size);
+    update.archiveAnswer = {.headers = {{"ETag", kTag}}, .body = update.archive, .cutAfter = 1000};
+    update.expectRefused("was lost");
+    update.archiveAnswer->status = 206;
+    update.archiveAnswer->headers = {{"Content-Range", range}};
+    update.archiveAnswer->body.erase(0, 1000);
+    update.expectRefused("was lost");
+    update.archiveAnswer.reset();
+    update.expectInstalled();
+    EXPECT_EQ(update.ranges.back(), "bytes=2000-");
+}
+
+TEST(StagedUpdate, IsUsedOnlyWholeAndInItsPlace) {
+    struct Kept {
+        const char* situation;
+        const char* version = "1.0.0.2";
+        fs::path movedTo = {};  ///< From the staging folder on, as the next.
+        fs::path spoiled = {};
+    };
+    const Kept table[] = {
+        {"untouched"},
+        {"another version's record", "1.0.0.3"},
+        {"a tree elsewhere", "1.0.0.2", "/tmp/elsewhere"},
+        {"a place that climbs out", "1.0.0.2", "published/../../../elsewhere"},
+        {"tampered with", "1.0.0.2", {}, "published/Teravolant.app/Contents/Info.plist"},
+        {"no record's form", "1.0.0.2", {}, "../../cache/staged.plist"},
+    };
+    for (const auto& [situation, version, movedTo, spoiled] : table) {
+        SCOPED_TRACE(situation);
+        Update update;
+        StagedUpdate staged = update.run()->value();
+        staged.version = version;
+        if (!movedTo.empty()) {
+            fs::rename(staged.staged, update.staging / movedTo);
+            staged.staged = update.staging / movedTo;
+        }
+        ASSERT_FALSE(writeStagedUpdate(update.cache, staged));
+        if (!spoiled.empty()) {
+            std::ofstream(update.staging / spoiled) << "<plist";
+        }
+        ASSERT_TRUE(update.run());
+        EXPECT_EQ(Bundle::bundleWithPath(update.installed)->shortVersion(), "1.0.0.1");
+        EXPECT_EQ(update.ranges.size(), situation == table[0].situation ? 1U : 2U);
+        update.expectInstalled();
+    }
+}
+
+TEST(ClosedBundle, IsAnErrorBeforeTheDownload) {
+    Update update;
+    for (const fs::path& folder : {update.installed, update.installed.parent_path()}) {
+        fs::permissions(folder, fs::perms::owner_write, fs::perm_options::remove);
+        update.expectRefused("can't be replaced by this user");
+        fs::permissions(folder, fs::perms::owner_write, fs::perm_options::add);
+    }
+    EXPECT_TRUE(update.ranges.empty());
+}
+
+}  // namespace
+}  // namespace teravolant
