@@ -5,7 +5,7 @@
 namespace teravolant::platform {
 namespace {
 
-TEST(Text, TellsWellFormedUtf8) {
+TEST(Text, AcceptsOnlyWellFormedUtf8) {
     for (const char* text :
          {"", "plain", "ä€😀", "\xF4\x8F\xBF\xBF", "\xED\x9F\xBF", "\xEE\x80\x80"}) {
         EXPECT_TRUE(isValidUtf8(text)) << text;
@@ -17,7 +17,7 @@ TEST(Text, TellsWellFormedUtf8) {
     }
 }
 
-TEST(FilledFormat, PutsEachValueInItsPlaceAndNeverReadsAValueAsAFormat) {
+TEST(FilledFormat, NeverReadsAValueAsAFormat) {
     EXPECT_EQ(filled("%@ is not older than %@", {"%@", "%1$@"}), "%@ is not older than %1$@");
     EXPECT_EQ(filled("%2$@ vor %1$@", {"a", "b"}), "b vor a");
     EXPECT_EQ(filled("%@ %@ %3$@ %0$@ 100% %", {"a"}), "a %@ %3$@ %0$@ 100% %");
