@@ -37,7 +37,6 @@ std::string localeOfMessages() {
 
 /// Returns the languages to try, in order: for the locale "pt_BR.UTF-8" pt-BR, then pt, then en.
 std::vector<std::string> preferredLanguages() {
-    constexpr std::string_view kEnglish = "en";
     std::string locale = localeOfMessages();
     locale.resize(std::min(locale.find_first_of(".@/"), locale.size()));
     std::vector<std::string> languages;
@@ -46,7 +45,7 @@ std::vector<std::string> preferredLanguages() {
         languages.push_back(locale.substr(0, region) + "-" + locale.substr(region + 1));
     }
     languages.push_back(locale.substr(0, region));
-    languages.emplace_back(kEnglish);
+    languages.emplace_back("en");
     return languages;
 }
 

@@ -22,6 +22,7 @@
 namespace teravolant::platform {
 namespace {
 
+namespace fs = std::filesystem;
 using Dictionary = Value::Dictionary;
 
 constexpr std::string_view kVendorFolder = "Zelto";
@@ -29,12 +30,12 @@ constexpr std::string_view kMachineConfiguration = "/etc/xdg";
 constexpr unsigned kOwnerOnly = 0600;
 constexpr unsigned kReadableByAll = 0644;
 
-std::filesystem::path fileOf(const std::filesystem::path& configuration, std::string_view domain) {
+fs::path fileOf(const fs::path& configuration, std::string_view domain) {
     return configuration / kVendorFolder / std::string(domain).append(".plist");
 }
 
 /// Returns the values in the file, and no values if the file is missing.
-Result<Dictionary> readDictionary(const std::filesystem::path& file) {
+Result<Dictionary> readDictionary(const fs::path& file) {
     auto values = dictionaryInFile(file);
     return !values && values.error().code == NSFileReadNoSuchFileError
                ? Result<Dictionary>(Dictionary())
@@ -46,8 +47,8 @@ bool isDamaged(const Result<Dictionary>& result) {
 }
 
 /// Moves a damaged file to the first free name, so that it never overwrites an earlier one.
-Status setAside(const std::filesystem::path& file, const Error& reason) {
-    std::filesystem::path aside;
+Status setAside(const fs::path& file, const Error& reason) {
+    fs::path aside;
     for (int number = 1; aside.empty() || fileExists(aside); ++number) {
         aside = file.string() + ".damaged-" + std::to_string(number);
     }
@@ -62,24 +63,24 @@ Status setAside(const std::filesystem::path& file, const Error& reason) {
 
 /// Creates the directory of a domain. Makes that of an all-users domain readable by all users, also
 /// under a superuser's strict umask.
-Status makeFolder(const std::filesystem::path& folder, unsigned fileMode) {
+Status makeFolder(const fs::path& folder, unsigned fileMode) {
     if (auto error = createDirectory(folder)) {
         return error;
     }
     if (fileMode == kReadableByAll) {
-        using std::filesystem::perms;
+        using fs::perms;
         std::error_code refused;
         for (const auto& path : {folder.parent_path(), folder}) {
-            std::filesystem::permissions(
+            fs::permissions(
                 path,
                 perms::group_read | perms::group_exec | perms::others_read | perms::others_exec,
-                std::filesystem::perm_options::add, refused);
+                fs::perm_options::add, refused);
         }
     }
     return std::nullopt;
 }
 
-Result<FileLock> lockBeside(const std::filesystem::path& file) {
+Result<FileLock> lockBeside(const fs::path& file) {
     return FileLock::acquire(file.string() + ".lock");
 }
 
