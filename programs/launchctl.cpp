@@ -1,8 +1,13 @@
-// launchctl load|unload PATH: makes or removes the login entry of a launch agent's property list.
-// launchctl start|stop LABEL: starts or ends the job of a loaded one.
+// launchctl load|unload PATH: creates or removes the login entry of a launch-agent property list.
+// launchctl start|stop LABEL: starts or terminates the job of a loaded property list.
 //
-// Status 0: done. 1: the property list or the entry can't be used. 3: there is no loaded job of
-// that name. 64: the call's words are off.
+// Exit status: 0 on success, 1 if the property list or the login entry cannot be used, 3 if no job
+// with that label is loaded, 64 on a usage error.
+//
+// How it works: there is no service manager. A job is loaded if its login entry exists, and the
+// desktop session starts it at login. `start` starts the program detached, unless it runs already.
+// `stop` sends SIGTERM. The processes of a job are those whose executable and arguments are the
+// job's, since two jobs may share one program.
 
 #include <sysexits.h>
 
@@ -36,7 +41,7 @@ int fail(const std::string& subject, const std::string& reason, int status = EXI
     return status;
 }
 
-/// The processes of the job: its program, with just its arguments.
+/// Returns the processes that run the program of the job with exactly its arguments.
 std::vector<RunningProcess> processesOf(const LaunchAgent& agent) {
     std::error_code missing;
     const fs::path program = fs::canonical(agent.programArguments.front(), missing);
@@ -99,10 +104,10 @@ int stop(const LaunchAgent& agent) {
 
 int startOrStop(const std::string& label, int (*action)(const LaunchAgent&)) {
     if (label.find('/') != label.npos) {
-        return fail(label, "a job is named by its label, not by a path", kNoSuchJob);
+        return fail(label, "the argument must be a label, not a path", kNoSuchJob);
     }
     if (!fileExists(loginEntryPath(label))) {
-        return fail(label, "no job of that label is loaded", kNoSuchJob);
+        return fail(label, "no job with this label is loaded", kNoSuchJob);
     }
     const auto agent = agentOfLoginEntry(label);
     return agent ? action(*agent) : fail(label, agent.error().localizedDescription);
@@ -111,23 +116,23 @@ int startOrStop(const std::string& label, int (*action)(const LaunchAgent&)) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
-    const std::vector<std::string> words(argv + 1, argv + argc);
-    if (words.size() == 1 && words[0] == "--help") {
+    const std::vector<std::string> arguments(argv + 1, argv + argc);
+    if (arguments.size() == 1 && arguments[0] == "--help") {
         std::cout << kUsage;
         return EXIT_SUCCESS;
     }
-    if (words.size() == 2) {
-        if (words[0] == "load") {
-            return load(words[1]);
+    if (arguments.size() == 2) {
+        if (arguments[0] == "load") {
+            return load(arguments[1]);
         }
-        if (words[0] == "unload") {
-            return unload(words[1]);
+        if (arguments[0] == "unload") {
+            return unload(arguments[1]);
         }
-        if (words[0] == "start") {
-            return startOrStop(words[1], start);
+        if (arguments[0] == "start") {
+            return startOrStop(arguments[1], start);
         }
-        if (words[0] == "stop") {
-            return startOrStop(words[1], stop);
+        if (arguments[0] == "stop") {
+            return startOrStop(arguments[1], stop);
         }
     }
     std::cerr << kUsage;

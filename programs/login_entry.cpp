@@ -1,11 +1,18 @@
 #include "programs/login_entry.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "platform/core/error.h"
 #include "platform/core/text.h"
 #include "platform/files/files.h"
 #include "platform/files/paths.h"
 #include "platform/values/property_list.h"
 
+// How it works: the login entry of a loaded job is the only record of it. `loginEntryText` writes
+// the program and its arguments into the entry's Exec line, quoted for the session, and the path of
+// the property list into a key of our own. `agentOfLoginEntry` reads only that key, then the
+// property list, so that no code has to parse an Exec line.
 namespace teravolant::platform {
 namespace {
 
@@ -19,36 +26,27 @@ Error unusable(std::string description) {
                  .localizedDescription = std::move(description)};
 }
 
-/// A label names a file of its own folder and stands on one line.
+/// Whether the label is a file name that is not hidden and has no line feed.
 bool isUsableLabel(std::string_view label) {
     return !label.empty() && label.front() != '.' && label.find('/') == label.npos &&
            label.find('\n') == label.npos;
 }
 
-const Value* valueIn(const Value::Dictionary& dictionary, std::string_view key) {
-    const auto found = dictionary.find(key);
-    return found == dictionary.end() ? nullptr : &found->second;
-}
+struct Escape {
+    char plain;
+    char letter;  ///< Stands after a backslash.
+};
+constexpr Escape kEscapes[] = {{'\\', '\\'}, {'\n', 'n'}, {'\r', 'r'}, {'\t', 't'}};
 
-/// Escapes a value of the type "string": what would end the line, and the escape character.
+/// Escapes a value of the type "string": line ends, tabs and backslashes.
 std::string escapedString(std::string_view text) {
     std::string escaped;
     for (const char character : text) {
-        switch (character) {
-            case '\\':
-                escaped += "\\\\";
-                break;
-            case '\n':
-                escaped += "\\n";
-                break;
-            case '\r':
-                escaped += "\\r";
-                break;
-            case '\t':
-                escaped += "\\t";
-                break;
-            default:
-                escaped += character;
+        const auto* const escape = std::ranges::find(kEscapes, character, &Escape::plain);
+        if (escape == std::end(kEscapes)) {
+            escaped += character;
+        } else {
+            escaped += {'\\', escape->letter};
         }
     }
     return escaped;
@@ -61,64 +59,54 @@ std::string unescapedString(std::string_view text) {
             plain += text[index];
             continue;
         }
-        switch (text[++index]) {
-            case 'n':
-                plain += '\n';
-                break;
-            case 'r':
-                plain += '\r';
-                break;
-            case 't':
-                plain += '\t';
-                break;
-            default:
-                plain += text[index];
-        }
+        const auto* const escape = std::ranges::find(kEscapes, text[++index], &Escape::letter);
+        plain += escape == std::end(kEscapes) ? text[index] : escape->plain;
     }
     return plain;
 }
 
-/// One argument of an "Exec" line: quoted, with its reserved characters escaped and field codes
-/// taken literally.
+/// Returns one argument of an Exec line: quoted, with reserved characters escaped and "%" doubled,
+/// so that it begins no field code.
 std::string quotedArgument(std::string_view argument) {
-    std::string quoted = "\"";
+    std::string escaped = "\"";
     for (const char character : argument) {
         if (std::string_view("\"`$\\").find(character) != std::string_view::npos) {
-            quoted += '\\';
+            escaped += '\\';
         }
-        quoted += character;
+        escaped += character;
         if (character == '%') {
-            quoted += '%';
+            escaped += '%';
         }
     }
-    return quoted + "\"";
+    return escaped + "\"";
 }
 
 }  // namespace
 
 Result<LaunchAgent> readLaunchAgent(const fs::path& propertyList) {
-    const auto dictionary = dictionaryInFile(propertyList);
+    auto dictionary = dictionaryInFile(propertyList);
     if (!dictionary) {
         return dictionary.error();
     }
-    const auto* label = valueIn(*dictionary, "Label");
+    const Value job = *std::move(dictionary);
+    const Value* const label = job.find("Label");
     if (label == nullptr || label->text() == nullptr || !isUsableLabel(*label->text())) {
         return unusable("The property list has no usable Label.");
     }
-    const auto* arguments = valueIn(*dictionary, "ProgramArguments");
+    const Value* const arguments = job.find("ProgramArguments");
     if (arguments == nullptr || arguments->array() == nullptr || arguments->array()->empty()) {
         return unusable("The property list has no ProgramArguments.");
     }
     LaunchAgent agent{.label = *label->text(), .programArguments = {}};
     for (const Value& argument : *arguments->array()) {
         if (argument.text() == nullptr) {
-            return unusable("The property list has ProgramArguments that are not texts.");
+            return unusable("The property list has ProgramArguments that are not strings.");
         }
         agent.programArguments.push_back(*argument.text());
     }
     if (agent.programArguments.front().find('=') != std::string::npos) {
         return unusable(
-            "The property list has a program with “=” in its path, which a login entry can't "
+            "The program in the property list has “=” in its path, which a login entry can't "
             "start.");
     }
     return agent;
@@ -140,8 +128,8 @@ std::string loginEntryText(const LaunchAgent& agent, const fs::path& propertyLis
 }
 
 Result<LaunchAgent> agentOfLoginEntry(std::string_view label) {
-    const auto entry =
-        isUsableLabel(label) ? contentsOfFile(loginEntryPath(label)) : unusable("Not a label.");
+    const auto entry = isUsableLabel(label) ? contentsOfFile(loginEntryPath(label))
+                                            : unusable("The label is not usable.");
     if (!entry) {
         return entry.error();
     }

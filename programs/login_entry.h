@@ -1,7 +1,6 @@
 #pragma once
 
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,26 +9,28 @@
 
 namespace teravolant::platform {
 
-/// What a launch-agent property list says of its job.
+/// The job of a launch-agent property list.
 struct LaunchAgent {
     std::string label;
-    std::vector<std::string> programArguments;  ///< The program's path first; never empty.
+    std::vector<std::string> programArguments;  ///< Never empty. The first is the program's path.
 };
 
-/// Reads a launch-agent property list; the error says what is wrong with it.
+/// Reads a launch-agent property list. Fails if a login entry cannot represent its job.
 Result<LaunchAgent> readLaunchAgent(const std::filesystem::path& propertyList);
 
-/// The login entry of the job with that label, whether or not it is there: a file as
-/// freedesktop.org lays down for autostart, which a desktop session carries out when it begins.
+/// Returns the path of the login entry of the job with that label, which need not exist: a desktop
+/// entry in the autostart directory of freedesktop.org's Desktop Application Autostart
+/// Specification.
 [[nodiscard]] std::filesystem::path loginEntryPath(std::string_view label);
 
-/// The text of the login entry (freedesktop.org's Desktop Entry 1.5). It starts the job's program
-/// with `DESKTOP_AUTOSTART_ID` set to the label, is passed over where the program is not installed,
-/// and names the property list, from which `agentOfLoginEntry` reads the job again.
+/// Returns the text of the login entry (freedesktop.org's Desktop Entry Specification 1.5). It
+/// starts the job's program with `DESKTOP_AUTOSTART_ID` set to the label. The session ignores it if
+/// the program is not installed. It names the property list, from which `agentOfLoginEntry` reads
+/// the job.
 [[nodiscard]] std::string loginEntryText(const LaunchAgent& agent,
                                          const std::filesystem::path& propertyList);
 
-/// The job of the loaded entry with that label.
+/// Reads the job of the existing login entry with that label.
 Result<LaunchAgent> agentOfLoginEntry(std::string_view label);
 
 }  // namespace teravolant::platform

@@ -15,12 +15,12 @@ using Array = Value::Array;
 
 constexpr const char* kFile = "with\\back\nslash.plist";
 
-TEST(LoginEntry, QuotesTextsAndLeadsBackToItsPropertyList) {
+TEST(LoginEntry, QuotesArgumentsAndNamesItsPropertyList) {
     const fixtures::TemporaryFolder folder;
     setenv("XDG_CONFIG_HOME", folder.path().c_str(), 1);
-    const Array words = {"/a b", R"(x"`$\%u)", ""};
+    const Array arguments = {"/a b", R"(x"`$\%u)", ""};
     folder.write(kFile, serialisePropertyList(
-                            Dictionary{{"Label", "some.label"}, {"ProgramArguments", words}}));
+                            Dictionary{{"Label", "some.label"}, {"ProgramArguments", arguments}}));
     const auto agent = readLaunchAgent(folder.path() / kFile);
     ASSERT_TRUE(agent);
     const std::string text = loginEntryText(*agent, folder.path() / kFile);
@@ -36,7 +36,7 @@ TEST(LoginEntry, QuotesTextsAndLeadsBackToItsPropertyList) {
     EXPECT_EQ(again->programArguments, agent->programArguments);
 }
 
-TEST(LoginEntry, IsNotMadeFromAnUnusablePropertyList) {
+TEST(LoginEntry, RefusesAnUnusablePropertyList) {
     const fixtures::TemporaryFolder folder;
     const Array program = {"/bin/true"};
     for (const Dictionary& value :

@@ -1,6 +1,7 @@
-// open -a BUNDLE [--args WORD...]: starts the executable of an application bundle, detached from
-// the caller, with those words as its arguments. Where that executable runs already for this user,
-// nothing is started.
+// open -a BUNDLE [--args ARGUMENT...]: starts the executable of an application bundle, detached
+// from the caller, with these arguments. Does nothing if the user already runs this executable.
+//
+// Exit status: 0 on success, 1 on failure or on a usage error.
 
 #include <unistd.h>
 
@@ -25,20 +26,21 @@ namespace {
 using namespace teravolant::platform;
 namespace fs = std::filesystem;
 
-constexpr std::string_view kUsage = "usage: open -a BUNDLE [--args WORD...]\n";
+constexpr std::string_view kUsage = "usage: open -a BUNDLE [--args ARGUMENT...]\n";
 
 struct Request {
     fs::path bundle;
     std::vector<std::string> arguments;
 };
 
-std::optional<Request> readRequest(const std::vector<std::string>& words) {
-    if (words.size() < 2 || words[0] != "-a" || (words.size() > 2 && words[2] != "--args")) {
+std::optional<Request> readRequest(const std::vector<std::string>& arguments) {
+    if (arguments.size() < 2 || arguments[0] != "-a" ||
+        (arguments.size() > 2 && arguments[2] != "--args")) {
         return std::nullopt;
     }
-    Request request{.bundle = words[1], .arguments = {}};
-    if (words.size() > 3) {
-        request.arguments.assign(words.begin() + 3, words.end());
+    Request request{.bundle = arguments[1], .arguments = {}};
+    if (arguments.size() > 3) {
+        request.arguments.assign(arguments.begin() + 3, arguments.end());
     }
     return request;
 }
@@ -48,7 +50,8 @@ int fail(const fs::path& bundle, std::string_view reason) {
     return EXIT_FAILURE;
 }
 
-/// The launcher puts the folder of this program first on its PATH, which is not for the client.
+/// Removes this program's folder from PATH. The launcher puts it there for itself, not for the
+/// client.
 void takeOwnFolderOffPath() {
     const char* path = std::getenv("PATH");
     const std::string front = executablePathOfThisProcess().parent_path().string() + ":";
@@ -73,8 +76,8 @@ int openBundle(const Request& request) {
         return fail(request.bundle,
                     "its executable " + bundle->executablePath().string() + " can't be run");
     }
-    // Two calls at the same time must not both find that nothing runs. The executable itself can't
-    // be the lock: what is open for writing can't be executed.
+    // Concurrent calls must not both start the executable. The lock is not on the executable
+    // itself, because a file that is open for writing cannot be executed.
     const auto lock = FileLock::acquire(request.bundle / "Contents" / "Info.plist");
     if (!processesRunning(executable).empty()) {
         return EXIT_SUCCESS;
@@ -89,12 +92,12 @@ int openBundle(const Request& request) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
-    const std::vector<std::string> words(argv + 1, argv + argc);
-    if (words.size() == 1 && words[0] == "--help") {
+    const std::vector<std::string> arguments(argv + 1, argv + argc);
+    if (arguments.size() == 1 && arguments[0] == "--help") {
         std::cout << kUsage;
         return EXIT_SUCCESS;
     }
-    const auto request = readRequest(words);
+    const auto request = readRequest(arguments);
     if (!request) {
         std::cerr << kUsage;
         return EXIT_FAILURE;

@@ -2,7 +2,7 @@
 
 namespace teravolant::platform {
 
-/// Returns the version that this program was built as, as in "1.0.0.1".
+/// Returns the version of this build, for example "1.0.0.1".
 [[nodiscard]] const char* buildVersion();
 
 }  // namespace teravolant::platform

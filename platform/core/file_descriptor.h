@@ -5,7 +5,7 @@
 
 namespace teravolant::platform {
 
-/// Owns one file descriptor and closes it. -1 stands for none.
+/// Owns one file descriptor and closes it. -1 stands for no descriptor.
 class FileDescriptor {
   public:
     FileDescriptor() = default;
@@ -24,17 +24,17 @@ class FileDescriptor {
     [[nodiscard]] int get() const { return _descriptor; }
     explicit operator bool() const { return _descriptor >= 0; }
 
-    /// Leaves the descriptor to the caller.
+    /// Returns the descriptor without closing it. The caller then owns it.
     [[nodiscard]] int release() { return std::exchange(_descriptor, -1); }
 
-    /// Closes now; without an effect when there is nothing to close. Keeps `errno`.
+    /// Closes the descriptor, if there is one. Preserves `errno`.
     void reset();
 
   private:
     int _descriptor = -1;
 };
 
-/// Writes all bytes, whatever signals come; answers `errno` or 0.
+/// Writes all bytes and repeats calls that a signal interrupts. Returns 0 or an `errno` value.
 [[nodiscard]] int writeAll(int descriptor, std::string_view bytes);
 
 }  // namespace teravolant::platform

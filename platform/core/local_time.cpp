@@ -14,7 +14,7 @@ struct Stamp {
 }  // namespace
 
 std::string_view localTimeText(std::time_t second) {
-    // Entries come in bursts, and to print a time takes longer than to write it to a file.
+    // Log entries come in bursts, and formatting the time takes longer than writing the entry.
     thread_local Stamp stamp;
     if (stamp.length == 0 || stamp.second != second) {
         std::tm local{};

@@ -5,7 +5,8 @@
 
 namespace teravolant::platform {
 
-/// The second as local time, "yyyy-MM-dd HH:mm:ss". Valid until the calling thread's next call.
+/// Returns `second` in local time as "yyyy-MM-dd HH:mm:ss". The text is valid until the next call
+/// of the same thread.
 [[nodiscard]] std::string_view localTimeText(std::time_t second);
 
 }  // namespace teravolant::platform

@@ -9,8 +9,8 @@
 namespace teravolant::platform {
 namespace {
 
-/// What a lead byte says of its sequence: how many bytes follow, and the range of the first of
-/// them.
+/// The sequence that a lead byte begins: the number of bytes that follow it, and the range of the
+/// first of them.
 struct Sequence {
     std::size_t following;
     std::uint8_t lowest;
@@ -37,20 +37,20 @@ Sequence sequenceOf(std::uint8_t lead) {
     return {kNoSequence, 0, 0};
 }
 
-/// A place in a format where a value goes: its length there and the value's number, from 1 on, or 0
-/// for the next one in turn. Nothing is there when the length is 0.
-struct Mark {
+/// A placeholder in a format: its length, and the number of its value, where 0 means the next
+/// value. The length is 0 if there is no placeholder.
+struct Placeholder {
     std::size_t length = 0;
     std::size_t number = 0;
 };
 
-Mark markAt(std::string_view format) {
+Placeholder placeholderAt(std::string_view format) {
     if (format.starts_with("%@")) {
         return {2, 0};
     }
     const bool numbered = format.size() >= 4 && format[0] == '%' && format[1] >= '1' &&
                           format[1] <= '9' && format.substr(2, 2) == "$@";
-    return numbered ? Mark{4, static_cast<std::size_t>(format[1] - '0')} : Mark{};
+    return numbered ? Placeholder{4, static_cast<std::size_t>(format[1] - '0')} : Placeholder{};
 }
 
 }  // namespace
@@ -90,16 +90,16 @@ std::string filled(std::string_view format, std::initializer_list<std::string_vi
     std::string text;
     std::size_t next = 0;
     while (!format.empty()) {
-        const Mark mark = markAt(format);
-        const std::size_t index = mark.number == 0 ? next : mark.number - 1;
-        if (mark.length == 0 || index >= values.size()) {
+        const Placeholder placeholder = placeholderAt(format);
+        const std::size_t index = placeholder.number == 0 ? next : placeholder.number - 1;
+        if (placeholder.length == 0 || index >= values.size()) {
             text += format.front();
             format.remove_prefix(1);
             continue;
         }
         text += values.begin()[index];
-        next += mark.number == 0 ? 1 : 0;
-        format.remove_prefix(mark.length);
+        next += placeholder.number == 0 ? 1 : 0;
+        format.remove_prefix(placeholder.length);
     }
     return text;
 }

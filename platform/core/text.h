@@ -6,7 +6,7 @@
 
 namespace teravolant::platform {
 
-/// What a printed text shows in the place of a value that is missing.
+/// Stands for a missing value in printed texts.
 inline constexpr const char* kMissingValueMark = "(null)";
 
 /// Whether the bytes are well-formed UTF-8 (RFC 3629: no overlong forms, no surrogates).
@@ -18,11 +18,11 @@ inline constexpr const char* kMissingValueMark = "(null)";
 /// Returns the text between typographic quotation marks, for messages.
 [[nodiscard]] std::string quoted(const std::string& text);
 
-/// Compares texts, taking the ASCII letters of both cases as equal.
+/// Compares texts without regard to the case of ASCII letters.
 [[nodiscard]] bool equalIgnoringCase(std::string_view left, std::string_view right);
 
-/// The format with each "%@" replaced by the next value and each "%1$@" by the value of that
-/// number. A mark without a value stays as it is.
+/// Returns the format with each "%@" replaced by the next value and each "%N$@" by the Nth value,
+/// for N from 1 to 9. A placeholder without a value stays unchanged.
 [[nodiscard]] std::string filled(std::string_view format,
                                  std::initializer_list<std::string_view> values);
 

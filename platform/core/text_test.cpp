@@ -5,7 +5,7 @@
 namespace teravolant::platform {
 namespace {
 
-TEST(Text, TellsWellFormedUtf8) {
+TEST(Text, AcceptsOnlyWellFormedUtf8) {
     for (const char* text :
          {"", "plain", "ä€😀", "\xF4\x8F\xBF\xBF", "\xED\x9F\xBF", "\xEE\x80\x80"}) {
         EXPECT_TRUE(isValidUtf8(text)) << text;

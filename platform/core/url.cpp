@@ -14,10 +14,11 @@ constexpr std::string_view kHexDigits = "0123456789ABCDEFabcdef";
 constexpr std::string_view kLettersAndDigits =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
 
-/// What stands in a path as it is: unreserved characters, sub-delimiters, ":", "@" and "/".
+/// Characters of a path that need no encoding besides letters and digits: the unreserved ones, the
+/// sub-delimiters, ":", "@" and "/".
 constexpr std::string_view kPathMarks = "-._~!$&'()*+,;=:@/";
 constexpr std::string_view kQueryMarks = "-._~!$&'()*+,;=:@/?";
-/// The brackets of an IPv6 address and the colon before a port included.
+/// Includes the brackets of an IPv6 address and the colon before a port.
 constexpr std::string_view kHostMarks = "-._~!$&'()*+,;=:[]";
 constexpr std::string_view kSchemeMarks = "+-.";
 
@@ -47,7 +48,7 @@ bool isScheme(std::string_view text) {
            consistsOf(text, kLettersAndDigits, kSchemeMarks);
 }
 
-/// Whether the text may stand behind a URL's host: path, query and fragment.
+/// Whether the text is a valid end of a URL: path, query and fragment.
 bool isValidTail(std::string_view text) {
     const std::size_t fragment = text.find('#');
     for (std::size_t index = 0; index < text.size(); ++index) {
@@ -65,7 +66,7 @@ bool isValidTail(std::string_view text) {
     return true;
 }
 
-/// The number when the text is nothing but its digits, at most as many as the longest port has.
+/// Returns the number if the text consists of one to five digits, the most that a port has.
 std::optional<unsigned> numberIn(std::string_view text) {
     if (text.empty() || text.size() > 5 || !consistsOf(text, kDigits)) {
         return std::nullopt;
@@ -77,7 +78,7 @@ std::optional<unsigned> numberIn(std::string_view text) {
 
 struct Authority {
     std::string_view host;
-    std::string_view port;  ///< With its colon; empty for none.
+    std::string_view port;  ///< With its colon. Empty if there is no port.
 };
 
 Authority authorityIn(std::string_view text) {
@@ -103,8 +104,8 @@ bool isHost(std::string_view text) {
     return !text.empty() && consistsOf(text, kLettersAndDigits, "-._");
 }
 
-/// The name, an address of 127.0.0.0/8 in its full form, or the one of IPv6. A short or otherwise
-/// unusual form of such an address counts as a foreign one.
+/// Whether the host is "localhost", "[::1]" or an address of 127.0.0.0/8 in dotted decimal form.
+/// False for other forms of these addresses: resolvers interpret them differently.
 bool isLoopback(std::string_view host) {
     if (equalIgnoringCase(host, "localhost") || host == "[::1]") {
         return true;

@@ -7,49 +7,51 @@
 
 namespace teravolant::platform {
 
-/// The file URL of an absolute path (RFC 8089), percent-encoded as RFC 3986 asks for in a path.
+/// Returns the file URL (RFC 8089) of an absolute path, percent-encoded per RFC 3986.
 [[nodiscard]] std::string fileUrl(const std::filesystem::path& path);
 
-/// A URL's text, percent-encoded as it is sent.
+/// The text of a URL, already percent-encoded.
 class URL {
   public:
     explicit URL(std::string absoluteString) : _absoluteString(std::move(absoluteString)) {}
 
     [[nodiscard]] const std::string& absoluteString() const { return _absoluteString; }
 
-    /// What stands behind the first "?", up to a fragment; nothing without a "?".
+    /// Returns the text between the first "?" and the fragment, or nothing without a "?".
     [[nodiscard]] std::optional<std::string> query() const;
 
   private:
     std::string _absoluteString;
 };
 
-/// The parts that a URL is put together from; each may be absent.
+/// The parts of a URL. Each part is optional.
 struct URLComponents {
     std::optional<std::string> scheme;
-    std::optional<std::string> host;  ///< May carry a port, as in "localhost:8443".
+    std::optional<std::string> host;  ///< May include a port: "localhost:8443".
     std::optional<std::string> path;
     std::optional<std::string> percentEncodedQuery;
 
-    /// Host and path are percent-encoded here. Nothing when the parts make no URL: a scheme with
-    /// characters that none has (RFC 3986), or a path behind a host that does not begin with "/".
+    /// Percent-encodes host and path and returns the URL. Returns nothing if the scheme is invalid
+    /// (RFC 3986), if the path after a host does not begin with "/", or if the path without a host
+    /// begins with "//".
     [[nodiscard]] std::optional<URL> url() const;
 };
 
-/// Percent-encodes what may not stand in a URL's query as it is (RFC 3986).
+/// Percent-encodes every character that RFC 3986 does not allow in a query.
 [[nodiscard]] std::string percentEncodedForQuery(std::string_view text);
 
-/// Whether the text is an absolute URL to fetch from without fear of who listens in: https, or http
-/// to a loopback host. One with a user name, with a character that RFC 3986 does not allow in its
-/// place, or with a host that is not plainly a name or an address, is not.
+/// Whether the text is an absolute URL with the scheme https, or with http and a loopback host.
+///
+/// False for a URL with user information, with a character that RFC 3986 does not allow in its
+/// place, or with a host that is neither a plain name nor an address.
 [[nodiscard]] bool isSecureOrLoopbackURL(std::string_view text);
 
-/// What to ask a server for: a GET with the platform's default settings.
+/// A GET request with the platform's default settings.
 struct URLRequest {
     std::optional<URL> url;
 };
 
-/// Shows the URL.
+/// Returns the request as a log line shows it, with its URL.
 [[nodiscard]] std::string printedForm(const URLRequest& request);
 
 }  // namespace teravolant::platform

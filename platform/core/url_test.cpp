@@ -5,7 +5,7 @@
 namespace teravolant::platform {
 namespace {
 
-TEST(URLComponents, MakeAURLOfTheParts) {
+TEST(URLComponents, BuildsAURLFromThePresentParts) {
     const std::pair<URLComponents, std::string> table[] = {
         {{"http", "[::1]:80", "", {}}, "http://[::1]:80"},
         {{"https", "user@a.example/b", "/a b/é?#", "q"},
@@ -19,11 +19,11 @@ TEST(URLComponents, MakeAURLOfTheParts) {
     }
 }
 
-TEST(URL, EncodesWhatAFileUrlMayNotHoldAsItIs) {
+TEST(URL, PercentEncodesAFilePath) {
     EXPECT_EQ(fileUrl("/a b/ä%#?;=&+.app"), "file:///a%20b/%C3%A4%25%23%3F;=&+.app");
 }
 
-TEST(URL, OnlyHttpsOrLoopbackIsSafeToFetchFrom) {
+TEST(URL, IsSecureWithHttpsOrALoopbackHost) {
     for (const char* text :
          {"https://a.example", "HTTPS://A.example:8443/b/c.zip?d=%20e/?#f", "http://LOCALHOST:1/a",
           "http://127.0.0.1:65535/a", "http://[::1]/", "https://[fe80::1]:443/a"}) {

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 
+#include "platform/core/deleter.h"
 #include "platform/core/error.h"
 #include "platform/core/file_descriptor.h"
 #include "platform/core/text.h"
@@ -13,13 +14,7 @@
 namespace teravolant::platform {
 namespace {
 
-struct CloseFolder {
-    void operator()(DIR* folder) const { closedir(folder); }
-};
-
-Error unreadable(int errorNumber, const std::string& path) {
-    return errorFromErrno(errorNumber, FileAccess::Read, "“" + path + "” could not be read");
-}
+using DirectoryStream = std::unique_ptr<DIR, Deleter<closedir>>;
 
 bool isPackageName(std::string_view name) {
     constexpr std::string_view kExtension = ".app";
@@ -30,14 +25,14 @@ bool isPackageName(std::string_view name) {
 }  // namespace
 
 struct DirectoryEnumerator::Level {
-    std::unique_ptr<DIR, CloseFolder> folder;
-    std::size_t pathLength;  ///< Of the folder's path with the slash behind it.
+    DirectoryStream folder;
+    std::size_t pathLength;  ///< The length of the directory's path with its final slash.
 };
 
 DirectoryEnumerator::DirectoryEnumerator(const std::filesystem::path& folder,
                                          ErrorHandler errorHandler)
     : _errorHandler(std::move(errorHandler)), _path(folder.string()) {
-    // Only the folder itself may be given through a link.
+    // The final slash resolves a link, which O_NOFOLLOW refuses otherwise: the root may be a link.
     const std::string name = folder / "";
     open(AT_FDCWD, name.c_str());
 }
@@ -59,23 +54,23 @@ const DirectoryEnumerator::Item* DirectoryEnumerator::next() {
     return nullptr;
 }
 
-/// Goes into the folder at the current path, which its parent knows by that name.
+/// Opens the directory at the current path, whose name in the directory `parent` is `name`.
 void DirectoryEnumerator::open(int parent, const char* name) {
     FileDescriptor descriptor(
         openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     DIR* const folder = descriptor ? fdopendir(descriptor.get()) : nullptr;
     if (folder == nullptr) {
-        _errorHandler(_path, unreadable(errno, _path));
+        _errorHandler(_path, readError(errno, _path));
         return;
     }
     (void)descriptor.release();
     if (!_path.ends_with('/')) {
         _path += '/';
     }
-    _levels.push_back({std::unique_ptr<DIR, CloseFolder>(folder), _path.size()});
+    _levels.push_back({DirectoryStream(folder), _path.size()});
 }
 
-/// Makes the folder's next item the current one; false when there is none left.
+/// Makes the next item of the directory the current one. Returns false if there is none.
 bool DirectoryEnumerator::readItem(Level& level) {
     _path.resize(level.pathLength);
     const dirent* entry = nullptr;
@@ -84,7 +79,7 @@ bool DirectoryEnumerator::readItem(Level& level) {
         entry = readdir(level.folder.get());
         if (entry == nullptr) {
             if (errno != 0) {
-                _errorHandler(_path, unreadable(errno, _path));
+                _errorHandler(_path, readError(errno, _path));
             }
             return false;
         }
@@ -99,7 +94,7 @@ bool DirectoryEnumerator::readItem(Level& level) {
         if (fstatat(dirfd(level.folder.get()), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) == 0) {
             _item.isDirectory = S_ISDIR(status.st_mode);
         } else {
-            _item.typeError = unreadable(errno, _path);
+            _item.typeError = readError(errno, _path);
         }
     }
     _item.isPackage = _item.isDirectory && isPackageName(entry->d_name);

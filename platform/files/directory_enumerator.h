@@ -13,21 +13,21 @@
 
 namespace teravolant::platform {
 
-/// Walks through all that is in a folder, all levels deep, one item a call: each folder's items in
-/// the order in which the file system gives them, what a folder holds right behind the folder.
+/// Walks a directory tree depth first and returns one item per call. The items of a directory come
+/// in the order of the file system, and the contents of a directory follow it immediately.
 ///
-/// Leaves out hidden items (a name that begins with a full stop, with all that is in them) and what
-/// is inside a package. Follows no link. One thread at a time.
+/// Skips hidden items (whose names begin with a full stop) and their contents, and the contents of
+/// packages. Follows no links below the root. May be used from one thread at a time.
 class DirectoryEnumerator {
   public:
-    /// Told of what can't be read and is left out.
+    /// Receives each directory that cannot be read and is skipped.
     using ErrorHandler = std::function<void(const std::filesystem::path& item, const Error& error)>;
 
     struct Item {
         std::string_view path;
         bool isDirectory = false;
-        bool isPackage = false;           ///< An application bundle, by its name.
-        Status typeError = std::nullopt;  ///< The two above could not be found out.
+        bool isPackage = false;           ///< A directory whose name ends in ".app".
+        Status typeError = std::nullopt;  ///< Why the type of the item is unknown.
     };
 
     DirectoryEnumerator(const std::filesystem::path& folder, ErrorHandler errorHandler);
@@ -35,7 +35,7 @@ class DirectoryEnumerator {
     DirectoryEnumerator(const DirectoryEnumerator&) = delete;
     DirectoryEnumerator& operator=(const DirectoryEnumerator&) = delete;
 
-    /// Valid until the next call; null at the end.
+    /// Returns the next item, valid until the next call, or null at the end.
     [[nodiscard]] const Item* next();
 
   private:
@@ -45,8 +45,8 @@ class DirectoryEnumerator {
     bool readItem(Level& level);
 
     ErrorHandler _errorHandler;
-    std::vector<Level> _levels;  ///< The open folders, the outermost first.
-    std::string _path;           ///< Of the current item.
+    std::vector<Level> _levels;  ///< The open directories, outermost first.
+    std::string _path;           ///< The path of the current item.
     Item _item;
 };
 

@@ -9,15 +9,21 @@
 
 #include "platform/core/error.h"
 #include "platform/core/file_descriptor.h"
-#include "platform/core/text.h"
 #include "platform/files/file_lock.h"
 
+// How it works: a write goes through one temporary file beside the target, whose name is fixed. The
+// writer opens it, creates it if necessary, and locks it with flock. A writer that waited for the
+// lock checks that the path still names the locked file, because the previous holder renames or
+// removes it, and starts again if not. Under the lock it truncates and fills the file, fsyncs it,
+// renames it to the target and fsyncs the parent directory. The lock moves with the file and ends
+// when the descriptor is closed. A process that is killed leaves at most the temporary file, whose
+// lock is then free, and the next writer reuses it.
 namespace teravolant::platform {
 namespace {
 
 namespace fs = std::filesystem;
 
-/// Fills and flushes the temporary file; answers `errno` or 0.
+/// Replaces the contents of an open file and fsyncs it. Returns 0 or an `errno` value.
 int writeDurably(int descriptor, std::string_view bytes, unsigned mode) {
     if (ftruncate(descriptor, 0) != 0 || fchmod(descriptor, static_cast<mode_t>(mode)) != 0) {
         return errno;
@@ -35,8 +41,7 @@ bool isNamedBy(const std::string& path, int descriptor) {
            held.st_dev == named.st_dev && held.st_ino == named.st_ino;
 }
 
-/// Opens and locks the temporary file for a path. While it waits, the holder may move the file to
-/// its place or remove it: what is locked then is no temporary file any more.
+/// Opens and locks the temporary file for `path`.
 Result<FileDescriptor> openTemporaryFor(const fs::path& path) {
     const std::string temporary = temporaryPathFor(path);
     while (true) {
@@ -51,12 +56,13 @@ Result<FileDescriptor> openTemporaryFor(const fs::path& path) {
     }
 }
 
-/// Answers `errno` or 0.
+/// Returns 0 or an `errno` value.
 int moveOver(const std::string& temporary, const fs::path& path) {
     return rename(temporary.c_str(), path.c_str()) == 0 ? 0 : errno;
 }
 
-/// Answers `errno` or 0. Network file systems have no such way to rename, and others no hard links.
+/// Returns 0 or an `errno` value. Network file systems do not support RENAME_NOREPLACE, and some
+/// other file systems do not support hard links.
 int moveToFreePlace(const std::string& temporary, const fs::path& path) {
     if (renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) == 0) {
         return 0;
@@ -67,7 +73,7 @@ int moveToFreePlace(const std::string& temporary, const fs::path& path) {
     return unlink(temporary.c_str()) == 0 ? 0 : errno;
 }
 
-/// Writes and flushes a temporary file, has it moved to its place, and flushes the folder.
+/// Writes and fsyncs the temporary file, moves it to `path` and fsyncs the parent directory.
 Status placeDurably(const fs::path& path, std::string_view bytes, unsigned mode,
                     int (*move)(const std::string& temporary, const fs::path& path)) {
     const std::string temporary = temporaryPathFor(path);
@@ -84,10 +90,7 @@ Status placeDurably(const fs::path& path, std::string_view bytes, unsigned mode,
         return writeError(failure, path.native());
     }
     failure = flushFolderOf(path);
-    if (failure != 0) {
-        return writeError(failure, path.native());
-    }
-    return std::nullopt;
+    return failure == 0 ? Status() : writeError(failure, path.native());
 }
 
 }  // namespace

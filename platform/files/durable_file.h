@@ -9,8 +9,8 @@
 // data is on the disk.
 namespace teravolant::platform {
 
-/// Returns the temporary file beside `path` in which its new contents are written: hidden, with a
-/// fixed name that no user's file has, so that killed processes leave at most one.
+/// Returns the path of the temporary file beside `path` that receives its new contents. The name is
+/// hidden and fixed, so that killed processes leave at most one such file.
 [[nodiscard]] std::filesystem::path temporaryPathFor(const std::filesystem::path& path);
 
 /// Atomically and durably replaces the contents of `path`: writes the temporary file, fsyncs it,

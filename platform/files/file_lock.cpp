@@ -17,7 +17,7 @@ namespace fs = std::filesystem;
 
 FileDescriptor openLockFile(const fs::path& path) {
     constexpr int kFlags = O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
-    // Network file systems lock exclusively only what is open for writing.
+    // Network file systems grant an exclusive lock only on a file that is open for writing.
     FileDescriptor file(open(path.c_str(), O_RDWR | kFlags, 0600));
     if (!file && (errno == EACCES || errno == EPERM || errno == EROFS)) {
         file = FileDescriptor(open(path.c_str(), O_RDONLY | kFlags, 0600));
@@ -27,7 +27,6 @@ FileDescriptor openLockFile(const fs::path& path) {
 
 }  // namespace
 
-/// Answers 0, EWOULDBLOCK when somebody else holds the lock all the while, or another `errno`.
 int lockWithin(int descriptor, std::chrono::milliseconds patience) {
     constexpr std::chrono::milliseconds kPause(5);
     const auto end = std::chrono::steady_clock::now() + patience;

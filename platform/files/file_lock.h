@@ -22,8 +22,8 @@ inline constexpr std::chrono::milliseconds kLockPatience = std::chrono::seconds(
 
 /// An exclusive lock between processes, held from creation to destruction.
 ///
-/// The lock ends with its process, also if that is killed. The lock file stays: other processes may
-/// be waiting for its lock.
+/// The kernel releases the lock when the process ends, also when it is killed. The lock file stays,
+/// because other processes may wait for its lock.
 class FileLock {
   public:
     /// Locks the file at `path`; creates it, readable by its owner only, if it is missing. Blocks

@@ -19,7 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Copies what is left of one file to another; answers `errno` or 0.
+/// Copies the remaining contents of one file to another. Returns 0 or an `errno` value.
 int copyContents(int from, int to) {
     constexpr std::size_t kMost = 1U << 30U;
     while (true) {
@@ -105,8 +105,8 @@ Status copyItem(const fs::path& source, const fs::path& target) {
     if (failure == 0 && fchmod(to.get(), status.st_mode & 0777U) != 0) {
         failure = errno;
     }
-    // The time comes last, and behind a flush: a copy that was cut short, even by a power failure,
-    // never looks as current as a whole one.
+    // The modification time is set last, after fsync: a partial copy, even one left by a power
+    // failure, never has the time of the source.
     if (failure == 0 && fsync(to.get()) != 0) {
         failure = errno;
     }
@@ -134,10 +134,7 @@ Status appendToFile(const fs::path& path, std::string_view bytes) {
     const FileDescriptor file(open(
         path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0666));
     const int failure = file ? writeAll(file.get(), bytes) : errno;
-    if (failure != 0) {
-        return writeError(failure, path.native());
-    }
-    return std::nullopt;
+    return failure == 0 ? Status() : writeError(failure, path.native());
 }
 
 Status readInPieces(const fs::path& path, std::size_t pieceSize,

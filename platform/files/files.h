@@ -11,7 +11,7 @@
 #include "platform/core/result.h"
 
 // Operations on files and directories. All of them may be called from any thread, block until they
-// are done, and return a failure as an error of `NSCocoaErrorDomain`; none throws for one.
+// are done, and return failures as errors of `NSCocoaErrorDomain`. None throws on failure.
 namespace teravolant::platform {
 
 struct FileAttributes {

@@ -18,7 +18,7 @@ class Files : public ::testing::Test {
     fixtures::TemporaryFolder _folder;
 };
 
-TEST_F(Files, TheHomeIsTheRealFolderBehindItsLinks) {
+TEST_F(Files, HomeDirectoryHasItsLinksResolved) {
     fs::create_directory_symlink(_folder.path(), path("link"));
     setenv("HOME", (path("link").string() + "//").c_str(), 1);
     EXPECT_EQ(homeDirectoryForCurrentUser(), _folder.path());
@@ -26,7 +26,7 @@ TEST_F(Files, TheHomeIsTheRealFolderBehindItsLinks) {
     EXPECT_TRUE(homeDirectoryForCurrentUser().is_absolute());
 }
 
-TEST_F(Files, ALockIsHeldByOneAtATime) {
+TEST_F(Files, LocksExcludeOthersUntilReleased) {
     {
         const auto held = FileLock::tryAcquire(path("lock"));
         EXPECT_TRUE(*held);

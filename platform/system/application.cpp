@@ -16,6 +16,13 @@
 
 #include "platform/system/bundle.h"
 
+// How it works: the main thread waits in `poll` for one eventfd. Two sources write to it. Any
+// thread appends work to the queue under the mutex and writes. The handler of a termination signal
+// sets an atomic flag and writes, and both are safe in a signal handler. The loop then resets the
+// eventfd, takes the whole queue under the mutex and runs it without the mutex, so that work can
+// queue more work. It checks the flag after each round: the work of the round runs first, then the
+// termination. The handlers are installed with SA_RESETHAND, so that a second signal of the same
+// kind has its default action and kills a process whose work does not return.
 namespace teravolant::platform {
 namespace {
 
@@ -36,7 +43,7 @@ void requestTermination(int /*signal*/) {
 
 void ignoreSignal(int /*signal*/) {}
 
-/// A handler, unlike a mask or an ignored signal, is not inherited by the programs started later.
+/// Child processes inherit a signal mask and ignored signals, but no handlers.
 void handle(int signal, void (*handler)(int), int flags) {
     struct sigaction action {};
     action.sa_handler = handler;
@@ -50,7 +57,7 @@ bool isIgnored(int signal) {
     return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
 }
 
-/// A file opened later must never become standard output or error by chance.
+/// Prevents a file that is opened later from becoming standard input, output or error.
 void openMissingStandardStreams() {
     int descriptor = open("/dev/null", O_RDWR);
     while (descriptor >= 0 && descriptor <= STDERR_FILENO) {
@@ -74,11 +81,12 @@ void putHelpersFirstOnPath() {
     setenv("PATH", (helpers + (path.empty() ? ":/usr/local/bin:/usr/bin:/bin" : path)).c_str(), 1);
 }
 
-/// The starter may have left signals ignored or blocked, which programs inherit.
+/// Sets the actions and the mask of signals, which the parent process may have left ignored or
+/// blocked.
 void readySignals() {
     handle(SIGCHLD, SIG_DFL, 0);
-    // A console that went away or a file that can't grow is an error of the write, not the end of
-    // the process.
+    // A closed console or a file at its size limit makes the write fail and must not kill the
+    // process.
     handle(SIGPIPE, ignoreSignal, 0);
     handle(SIGXFSZ, ignoreSignal, 0);
     sigset_t wanted;
@@ -138,7 +146,7 @@ bool Application::atTermination(std::function<void()> work) {
 }
 
 void Application::run() {
-    // Whoever asked for the end before the launch does not want to see the client come up.
+    // Termination was requested before launch: do not start the client.
     if (!terminationRequested && _delegate) {
         _delegate->applicationDidFinishLaunching(_notification);
     }
@@ -167,7 +175,8 @@ void Application::terminate() {
 }
 
 void Application::waitForWork() {
-    // The thread sanitizer holds a signal back that comes shortly before a read, but not here.
+    // The thread sanitizer delays a signal that arrives shortly before a blocking read, but not one
+    // before poll.
     pollfd wakeUp{.fd = _wakeUp.get(), .events = POLLIN, .revents = 0};
     poll(&wakeUp, 1, -1);
     std::uint64_t count = 0;

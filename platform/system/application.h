@@ -18,7 +18,7 @@ inline constexpr std::uint32_t kPropertyData = 0x70726474;          ///< prdt, a
 inline constexpr std::uint32_t kTypeDescriptor = 0x74797065;        ///< type, a descriptor's type
 inline constexpr std::uint32_t kLoginItem = 0x6C676974;             ///< lgit, a type code
 
-/// A parameter of an event: a descriptor of some type, and what it says if that type is "type".
+/// A parameter of an event: the type of its descriptor, and its type code if that type is "type".
 struct AppleEventDescriptor {
     std::uint32_t descriptorType = 0;
     std::uint32_t typeCodeValue = 0;
@@ -30,63 +30,66 @@ struct AppleEvent {
     std::map<std::uint32_t, AppleEventDescriptor> parameters;  ///< By keyword.
 };
 
-/// What the did-finish-launching notification tells.
+/// The user information of the did-finish-launching notification.
 struct LaunchNotification {
-    /// `NSApplicationLaunchIsDefaultLaunchKey`: whether a person started the application.
+    /// `NSApplicationLaunchIsDefaultLaunchKey`: whether the user started the application.
     std::optional<bool> isDefaultLaunch;
 };
 
-/// What the application object calls, on the main thread.
+/// Receives the application object's calls, on the main thread.
 class ApplicationDelegate {
   public:
     virtual ~ApplicationDelegate() = default;
 
-    /// Once, when the loop begins.
+    /// Called once, when the loop begins, unless termination was requested before.
     virtual void applicationDidFinishLaunching(const LaunchNotification& notification) = 0;
 
-    /// Once, for every termination of the application; the process ends when it returns.
+    /// Called once per process, at termination. The process ends when it returns.
     virtual void applicationWillTerminate() = 0;
 };
 
 /// The process's one application object: delegate, main queue and main loop.
 ///
-/// Its creation, on the first call of `sharedApplication`, belongs at the program's start, on the
-/// main thread, while that is the only one. It readies the process:
-/// - SIGTERM, SIGINT and SIGHUP become requests to terminate, which the loop carries out; the same
-///   signal a second time ends the process at once. One that comes in ignored, as `nohup` does it,
-///   stays so. Programs started from here have the default again.
-/// - A write that fails with a signal, for want of a reader or for the file's size, just fails.
-/// - Programs started from here can be waited for, whatever the caller did with SIGCHLD.
-/// - The main bundle's Helpers folder comes first on `PATH`, which has no empty entries, that would
-///   stand for the working directory, and is a default one where nothing else is left.
-/// - `DESKTOP_AUTOSTART_ID`, by which a session manager marks a start at login, is read and taken
-///   out of the environment, so that a program started from here is not taken for one.
+/// The first call of `sharedApplication` creates it. Make that call at the program's start, on the
+/// main thread and before any other thread starts. The creation prepares the process:
+/// - SIGTERM, SIGINT and SIGHUP request termination, which the loop carries out. The second signal
+///   of the same kind kills the process. A signal that the process inherits ignored, as with
+///   `nohup`, stays ignored. Child processes start with the default actions.
+/// - SIGPIPE and SIGXFSZ do not kill the process: the write fails instead.
+/// - SIGCHLD has its default action, so that child processes can be waited for.
+/// - The main bundle's Helpers folder comes first on `PATH`. Empty entries, which stand for the
+///   working directory, are removed. If no other entry remains, the system's default ones follow.
+/// - `DESKTOP_AUTOSTART_ID`, with which a session manager marks a start at login, is read and
+/// removed
+///   from the environment, so that child processes do not inherit the mark.
 class Application {
   public:
     static Application& sharedApplication();
 
-    /// Owns the delegate from now on; null for none.
+    /// Takes ownership of the delegate. Null removes the current one.
     void setDelegate(std::unique_ptr<ApplicationDelegate> delegate) {
         _delegate = std::move(delegate);
     }
 
-    /// The open-application event of this start, with the login-item mark if it was one.
+    /// Returns the open-application event of this start, marked if it is a start at login.
     [[nodiscard]] const AppleEvent& currentAppleEvent() const { return _event; }
 
-    /// Has the work done on the main thread, by the loop, in the order of the calls. Any thread.
+    /// Queues work for the loop, which runs it on the main thread in the order of the calls. May be
+    /// called from any thread.
     void dispatchAsyncOnMainQueue(std::function<void()> work);
 
-    /// Has the work done when a termination begins, before the delegate is told, on the main thread
-    /// and in the order of the calls. False when it is too late for that. Any thread.
+    /// Registers work to run at termination, before the delegate's `applicationWillTerminate`, on
+    /// the main thread and in the order of the calls. Returns false if termination has begun. May
+    /// be called from any thread.
     [[nodiscard]] bool atTermination(std::function<void()> work);
 
-    /// Tells the delegate that the launch has finished and then carries out what comes to the main
-    /// queue, until a termination ends the process. Main thread only.
+    /// Calls the delegate's `applicationDidFinishLaunching` and then runs the work of the main
+    /// queue until a termination request ends the process. Main thread only.
     [[noreturn]] void run();
 
-    /// Does what is due at termination, runs the delegate's `applicationWillTerminate` and ends the
-    /// process with status 0, without running destructors or exit handlers: other threads may still
-    /// be at work. Main thread only.
+    /// Runs the work registered with `atTermination`, calls the delegate's
+    /// `applicationWillTerminate` and ends the process with status 0. Runs no destructors of static
+    /// objects and no exit handlers, because other threads may still be running. Main thread only.
     [[noreturn]] void terminate();
 
   private:
@@ -106,7 +109,7 @@ class Application {
     bool _terminating = false;
 };
 
-/// Runs the shared application object's loop. Does not return; the process ends inside.
+/// Runs the shared application object's loop. Never returns.
 int applicationMain(int argc, const char* const* argv);
 
 }  // namespace teravolant::platform

@@ -12,7 +12,7 @@
 namespace teravolant::platform {
 namespace {
 
-/// Prints what it is told; does at the launch what a test gives it to do.
+/// Prints the calls that it receives, and runs a function of the test at launch.
 class PrintingDelegate : public ApplicationDelegate {
   public:
     explicit PrintingDelegate(std::function<void()> atLaunch) : _atLaunch(std::move(atLaunch)) {}
@@ -33,26 +33,25 @@ class PrintingDelegate : public ApplicationDelegate {
     application.run();
 }
 
-// The same signal again ends it at once.
-TEST(Application, TakesASignalForATerminationRequest) {
+TEST(Application, FirstSignalTerminatesAndSecondSignalKills) {
     struct Row {
         const char* situation;
-        std::vector<int> before;            ///< The signals that come before the launch,
-        std::vector<int> during;            ///< those that come at it,
-        std::vector<const char*> commands;  ///< and what a shell is given to run then.
+        std::vector<int> before;            ///< Signals raised before launch.
+        std::vector<int> during;            ///< Signals raised at launch.
+        std::vector<const char*> commands;  ///< Shell commands run after these.
         bool isKilled = false;
         const char* printed = "^launch terminate$";
     };
     const Row table[] = {
         {"termination", {}, {SIGTERM}, {}},
         {"interrupt", {}, {SIGINT}, {}},
-        {"end of the terminal", {}, {SIGHUP}, {}},
-        {"before the launch", {SIGTERM}, {}, {}, false, "^terminate$"},
+        {"hang-up", {}, {SIGHUP}, {}},
+        {"before launch", {SIGTERM}, {}, {}, false, "^terminate$"},
         {"twice", {}, {SIGINT, SIGINT}, {}, true, "^launch $"},
         {"failed writes", {}, {SIGPIPE, SIGPIPE, SIGXFSZ, SIGXFSZ, SIGTERM}, {}},
-        {"of a command", {}, {}, {"exit 1", "kill -INT $$"}},
-        {"of a command's command", {}, {}, {"sh -c 'kill -INT $$'; exit $?"}},
-        {"of two commands", {}, {}, {"kill -INT $$", "kill -INT $$"}, true, "^launch $"},
+        {"interrupted command", {}, {}, {"exit 1", "kill -INT $$"}},
+        {"interrupted command of a command", {}, {}, {"sh -c 'kill -INT $$'; exit $?"}},
+        {"two interrupted commands", {}, {}, {"kill -INT $$", "kill -INT $$"}, true, "^launch $"},
     };
     for (const Row& row : table) {
         SCOPED_TRACE(row.situation);
@@ -71,7 +70,7 @@ TEST(Application, TakesASignalForATerminationRequest) {
     }
 }
 
-TEST(Application, KeepsIgnoredAndUnblocksBlockedSignals) {
+TEST(Application, KeepsIgnoredSignalsAndUnblocksItsOwn) {
     const auto start = [] {
         std::signal(SIGHUP, SIG_IGN);
         sigset_t all;

@@ -7,16 +7,22 @@
 #include <vector>
 
 #include "platform/files/files.h"
+#include "platform/files/paths.h"
 #include "platform/system/executable_path.h"
 
 namespace teravolant::platform {
 namespace {
 
 namespace fs = std::filesystem;
-using Dictionary = Value::Dictionary;
 
-Result<Dictionary> informationOf(const fs::path& bundle) {
+Result<Value::Dictionary> informationOf(const fs::path& bundle) {
     return dictionaryInFile(bundle / "Contents" / "Info.plist");
+}
+
+std::optional<std::string> textIn(const Value& dictionary, std::string_view key) {
+    const Value* const value = dictionary.find(key);
+    return value != nullptr && value->text() != nullptr ? std::optional(*value->text())
+                                                        : std::nullopt;
 }
 
 std::string localeOfMessages() {
@@ -29,9 +35,8 @@ std::string localeOfMessages() {
     return {};
 }
 
-/// From the most to the least wanted; a locale "pt_BR.UTF-8" asks for pt-BR, then for pt.
+/// Returns the languages to try, in order: for the locale "pt_BR.UTF-8" pt-BR, then pt, then en.
 std::vector<std::string> preferredLanguages() {
-    constexpr std::string_view kEnglish = "en";
     std::string locale = localeOfMessages();
     locale.resize(std::min(locale.find_first_of(".@/"), locale.size()));
     std::vector<std::string> languages;
@@ -40,7 +45,7 @@ std::vector<std::string> preferredLanguages() {
         languages.push_back(locale.substr(0, region) + "-" + locale.substr(region + 1));
     }
     languages.push_back(locale.substr(0, region));
-    languages.emplace_back(kEnglish);
+    languages.emplace_back("en");
     return languages;
 }
 
@@ -58,7 +63,8 @@ Bundle Bundle::findMainBundle() {
     const bool inBundle = contents.filename() == "Contents" && folder.filename() == "MacOS";
     fs::path path = inBundle ? contents.parent_path() : folder;
     auto information = informationOf(path);
-    return {std::move(path), executable, information ? *std::move(information) : Dictionary()};
+    return {std::move(path), executable,
+            information ? *std::move(information) : Value::Dictionary()};
 }
 
 std::optional<Bundle> Bundle::bundleWithPath(const fs::path& path) {
@@ -66,42 +72,32 @@ std::optional<Bundle> Bundle::bundleWithPath(const fs::path& path) {
     if (!information) {
         return std::nullopt;
     }
-    Bundle bundle(path, {}, *std::move(information));
-    bundle._executablePath =
-        path / "Contents" / "MacOS" /
-        bundle.textForInfoDictionaryKey("CFBundleExecutable").value_or(path.stem().string());
-    return bundle;
+    Value values = *std::move(information);
+    fs::path executable = path / "Contents" / "MacOS" /
+                          textIn(values, "CFBundleExecutable").value_or(path.stem().string());
+    return Bundle(path, std::move(executable), std::move(values));
 }
 
 std::optional<std::string> Bundle::bundleIdentifier() const {
-    return textForInfoDictionaryKey("CFBundleIdentifier");
+    return textIn(_information, "CFBundleIdentifier");
 }
 
 std::optional<std::string> Bundle::shortVersion() const {
-    return textForInfoDictionaryKey("CFBundleShortVersionString");
+    return textIn(_information, "CFBundleShortVersionString");
 }
 
 bool Bundle::canRun() const {
     std::error_code missing;
     const fs::path executable = fs::canonical(_executablePath, missing);
-    const auto inside = executable.lexically_relative(fs::canonical(_path, missing));
-    return !missing && !inside.empty() && *inside.begin() != ".." &&
-           fs::is_regular_file(executable, missing) && access(executable.c_str(), X_OK) == 0;
+    const fs::path bundle = fs::canonical(_path, missing);
+    return !missing && isInside(executable, bundle) && fs::is_regular_file(executable, missing) &&
+           access(executable.c_str(), X_OK) == 0;
 }
 
 fs::path Bundle::helpersPath() const { return _path / "Contents" / "Helpers"; }
 
 const Value* Bundle::objectForInfoDictionaryKey(std::string_view key) const {
-    const auto found = _information.find(key);
-    return found == _information.end() ? nullptr : &found->second;
-}
-
-std::optional<std::string> Bundle::textForInfoDictionaryKey(std::string_view key) const {
-    const Value* value = objectForInfoDictionaryKey(key);
-    if (value == nullptr || value->text() == nullptr) {
-        return std::nullopt;
-    }
-    return *value->text();
+    return _information.find(key);
 }
 
 std::optional<fs::path> Bundle::pathForResource(std::string_view name,
@@ -119,12 +115,8 @@ std::string Bundle::localizedStringForKey(std::string_view key) const {
     for (const std::string& language : preferredLanguages()) {
         const auto strings =
             dictionaryInFile(resources / (language + ".lproj") / "Localizable.strings");
-        if (!strings) {
-            continue;
-        }
-        const auto found = strings->find(key);
-        if (found != strings->end() && found->second.text() != nullptr) {
-            return *found->second.text();
+        if (auto text = strings ? textIn(*strings, key) : std::nullopt) {
+            return *std::move(text);
         }
     }
     return std::string(key);

@@ -11,51 +11,49 @@ namespace teravolant::platform {
 
 /// An application bundle: a folder with Contents/Info.plist, Contents/MacOS and Contents/Resources.
 ///
-/// The information property list is read once, when the bundle is opened, so what it said stays
-/// true for the program that opened it even when the tree is exchanged later.
+/// Reads the information property list once, when the bundle is opened: the values stay the same
+/// when the tree is exchanged later.
 class Bundle {
   public:
-    /// The bundle that the running executable belongs to, found from the executable's real path on
-    /// the first call, which belongs at the program's start. An executable outside of a bundle gets
-    /// its own folder as one without information.
+    /// Returns the bundle of the running executable, which the first call determines from the
+    /// executable's real path. Make that call at the program's start. For an executable outside a
+    /// bundle, the bundle is the executable's directory, without information.
     static const Bundle& mainBundle();
 
-    /// Nothing when the folder's Contents/Info.plist can't be read.
+    /// Returns nothing if the directory's Contents/Info.plist cannot be read.
     static std::optional<Bundle> bundleWithPath(const std::filesystem::path& path);
 
     [[nodiscard]] const std::filesystem::path& bundlePath() const { return _path; }
     [[nodiscard]] std::optional<std::string> bundleIdentifier() const;
-    /// "CFBundleShortVersionString", as in "1.0.0.1".
+    /// Returns "CFBundleShortVersionString", for example "1.0.0.1".
     [[nodiscard]] std::optional<std::string> shortVersion() const;
 
-    /// Contents/MacOS and the name that "CFBundleExecutable" gives (the bundle's own name without
-    /// its extension when it gives none); the main bundle's is the running executable.
+    /// Returns Contents/MacOS with the name in "CFBundleExecutable", or with the bundle's name
+    /// without its extension if there is no such entry. For the main bundle, returns the running
+    /// executable.
     [[nodiscard]] const std::filesystem::path& executablePath() const { return _executablePath; }
 
-    /// Whether that is a file inside of the bundle, also by its real path, which this user may run.
+    /// Whether the executable is a regular file that the user may execute, and whose real path is
+    /// inside the bundle.
     [[nodiscard]] bool canRun() const;
 
-    /// The programs that the bundle brings for its own use: Contents/Helpers.
+    /// Returns Contents/Helpers, the directory of the bundle's own programs.
     [[nodiscard]] std::filesystem::path helpersPath() const;
 
-    /// The value in the information property list, or null.
+    /// Returns the value in the information property list, or null.
     [[nodiscard]] const Value* objectForInfoDictionaryKey(std::string_view key) const;
 
-    /// The same, if it is a text.
-    [[nodiscard]] std::optional<std::string> textForInfoDictionaryKey(std::string_view key) const;
-
-    /// The resource NAME.EXTENSION, if the bundle has it.
+    /// Returns the path of the resource NAME.EXTENSION, if the bundle has it.
     [[nodiscard]] std::optional<std::filesystem::path> pathForResource(
         std::string_view name, std::string_view extension) const;
 
-    /// The text for people that stands for the English text `key`: from Contents/Resources/
-    /// LANGUAGE.lproj/Localizable.strings (a property list) for the user's language (`LC_ALL`,
-    /// `LC_MESSAGES`, `LANG`), else for English, else the key itself.
+    /// Returns the translation of the English text `key` into the user's language (`LC_ALL`,
+    /// `LC_MESSAGES`, `LANG`), else its English form, else the key itself. Translations are
+    /// property lists at Contents/Resources/LANGUAGE.lproj/Localizable.strings.
     [[nodiscard]] std::string localizedStringForKey(std::string_view key) const;
 
   private:
-    Bundle(std::filesystem::path path, std::filesystem::path executablePath,
-           Value::Dictionary information)
+    Bundle(std::filesystem::path path, std::filesystem::path executablePath, Value information)
         : _path(std::move(path)),
           _executablePath(std::move(executablePath)),
           _information(std::move(information)) {}
@@ -64,7 +62,7 @@ class Bundle {
 
     std::filesystem::path _path;
     std::filesystem::path _executablePath;
-    Value::Dictionary _information;
+    Value _information;  ///< A dictionary.
 };
 
 }  // namespace teravolant::platform

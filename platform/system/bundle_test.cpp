@@ -11,7 +11,7 @@ namespace {
 
 using Dictionary = Value::Dictionary;
 
-TEST(Bundle, TextsComeInTheUsersLanguageElseInEnglish) {
+TEST(Bundle, LocalizesForTheUserElseInEnglish) {
     const fixtures::TemporaryFolder folder;
     folder.write("Contents/Info.plist", serialisePropertyList(Dictionary()));
     for (const std::string language : {"en", "pt", "pt-BR", "fr"}) {

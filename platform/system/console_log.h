@@ -4,9 +4,8 @@
 
 namespace teravolant::platform {
 
-/// Writes one message to the console log, which is standard error: local time, process name and id
-/// in front, a line feed behind, in one write. May be called from any thread; a console that can't
-/// take it is no error.
+/// Writes one line to standard error, with one `write`: local time, process name, process id and
+/// the message. Ignores a failed write. May be called from any thread.
 void logToConsole(std::string_view message);
 
 }  // namespace teravolant::platform

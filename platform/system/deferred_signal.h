@@ -8,18 +8,19 @@
 
 namespace teravolant::platform {
 
-/// Work that is done when somebody subscribes: on the subscriber's thread, and anew each time. It
-/// ends with one value, which completes the signal, or with one error.
+/// Work that each subscription runs again, on the subscriber's thread. It ends with one value,
+/// which completes the signal, or with one error.
 template <typename Value>
 class RACSignal {
   public:
     using Work = std::function<Result<Value>()>;
 
-    /// `name` is for people who debug.
+    /// `name` identifies the signal in a debugger.
     static RACSignal defer(std::string name, Work work) {
         return RACSignal(std::move(name), std::move(work));
     }
 
+    /// Runs the work and returns its result.
     Result<Value> subscribe() const { return _work(); }
 
     [[nodiscard]] const std::string& name() const { return _name; }

@@ -4,8 +4,8 @@
 
 namespace teravolant::platform {
 
-/// Returns the absolute path of the running executable, with links resolved, as it was on the first
-/// call. Call it at the program's start: the file can be moved while the program runs.
+/// Returns the absolute path of the running executable, with links resolved, as of the first call.
+/// Make that call at the program's start: the file can be moved while the program runs.
 [[nodiscard]] const std::filesystem::path& executablePathOfThisProcess();
 
 }  // namespace teravolant::platform

@@ -9,7 +9,7 @@
 namespace teravolant::platform {
 namespace {
 
-/// Takes a number and the full stop behind it from the front of the text.
+/// Removes a number and the full stop after it from the front of the text, and returns the number.
 unsigned takeNumber(std::string_view& text) {
     unsigned number = 0;
     const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);

@@ -7,8 +7,8 @@ struct OperatingSystemVersion {
     unsigned minorVersion = 0;
 };
 
-/// The version of the running kernel, the first two numbers of what `uname -r` prints: a
-/// distribution's own version need not have two numbers, or any. A number that is missing is 0.
+/// Returns the first two numbers of the kernel release (`uname -r`), with 0 for a missing one. The
+/// version of a distribution is not used, because it does not always have two numbers.
 [[nodiscard]] OperatingSystemVersion operatingSystemVersion();
 
 }  // namespace teravolant::platform

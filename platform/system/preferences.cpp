@@ -3,6 +3,7 @@
 #include <system_error>
 
 #include "platform/core/error.h"
+#include "platform/core/text.h"
 #include "platform/files/durable_file.h"
 #include "platform/files/file_lock.h"
 #include "platform/files/files.h"
@@ -10,9 +11,18 @@
 #include "platform/system/bundle.h"
 #include "platform/system/console_log.h"
 
+// How it works: each domain is one XML property list, and each write replaces it atomically, so a
+// read needs no lock. A write locks FILE.lock, reads the current values, changes them, and replaces
+// the file durably if they differ. The lock is a file of its own because the replacement gives the
+// domain a new inode each time. A file that cannot be parsed is moved to FILE.damaged-N, with the
+// first free N, and the domain starts again empty. Only a holder of the lock moves it: a reader
+// that finds a damaged file takes the lock and reads again, because another process may have moved
+// and rewritten the file since. A file that cannot be read for another reason stays in its place,
+// and writes fail.
 namespace teravolant::platform {
 namespace {
 
+namespace fs = std::filesystem;
 using Dictionary = Value::Dictionary;
 
 constexpr std::string_view kVendorFolder = "Zelto";
@@ -20,12 +30,12 @@ constexpr std::string_view kMachineConfiguration = "/etc/xdg";
 constexpr unsigned kOwnerOnly = 0600;
 constexpr unsigned kReadableByAll = 0644;
 
-std::filesystem::path fileOf(const std::filesystem::path& configuration, std::string_view domain) {
+fs::path fileOf(const fs::path& configuration, std::string_view domain) {
     return configuration / kVendorFolder / std::string(domain).append(".plist");
 }
 
-/// The file's values; none for a file that is not there.
-Result<Dictionary> readDictionary(const std::filesystem::path& file) {
+/// Returns the values in the file, and no values if the file is missing.
+Result<Dictionary> readDictionary(const fs::path& file) {
     auto values = dictionaryInFile(file);
     return !values && values.error().code == NSFileReadNoSuchFileError
                ? Result<Dictionary>(Dictionary())
@@ -36,39 +46,41 @@ bool isDamaged(const Result<Dictionary>& result) {
     return !result && result.error().code == NSFileReadCorruptFileError;
 }
 
-/// Moves a file that can't be parsed to the first free name, so that nothing ever overwrites it.
-Status setAside(const std::filesystem::path& file, const Error& reason) {
-    std::filesystem::path aside;
+/// Moves a damaged file to the first free name, so that it never overwrites an earlier one.
+Status setAside(const fs::path& file, const Error& reason) {
+    fs::path aside;
     for (int number = 1; aside.empty() || fileExists(aside); ++number) {
         aside = file.string() + ".damaged-" + std::to_string(number);
     }
     if (auto error = moveItem(file, aside)) {
         return error;
     }
-    logToConsole("The preferences in “" + file.string() + "” are damaged and were set aside as “" +
-                 aside.filename().string() + "”: " + reason.localizedDescription);
+    logToConsole("The preferences in " + quoted(file.native()) +
+                 " are damaged and were set aside as " + quoted(aside.filename().native()) + ": " +
+                 reason.localizedDescription);
     return std::nullopt;
 }
 
-/// Makes the folder of a domain. A superuser's strict umask must not hide an all-users domain.
-Status makeFolder(const std::filesystem::path& folder, unsigned fileMode) {
+/// Creates the directory of a domain. Makes that of an all-users domain readable by all users, also
+/// under a superuser's strict umask.
+Status makeFolder(const fs::path& folder, unsigned fileMode) {
     if (auto error = createDirectory(folder)) {
         return error;
     }
     if (fileMode == kReadableByAll) {
-        using std::filesystem::perms;
+        using fs::perms;
         std::error_code refused;
         for (const auto& path : {folder.parent_path(), folder}) {
-            std::filesystem::permissions(
+            fs::permissions(
                 path,
                 perms::group_read | perms::group_exec | perms::others_read | perms::others_exec,
-                std::filesystem::perm_options::add, refused);
+                fs::perm_options::add, refused);
         }
     }
     return std::nullopt;
 }
 
-Result<FileLock> lockBeside(const std::filesystem::path& file) {
+Result<FileLock> lockBeside(const fs::path& file) {
     return FileLock::acquire(file.string() + ".lock");
 }
 
@@ -96,8 +108,8 @@ std::optional<Value> UserDefaults::objectForKey(std::string_view key) const {
         }
     }
     if (!values) {
-        logToConsole("The preferences in “" + _file.string() +
-                     "” are not used: " + values.error().localizedDescription);
+        logToConsole("The preferences in " + quoted(_file.native()) +
+                     " are not used: " + values.error().localizedDescription);
         return std::nullopt;
     }
     const auto found = values->find(key);
@@ -143,8 +155,7 @@ Status UserDefaults::change(const std::function<void(Dictionary&)>& work) const 
     return replaceFileDurably(_file, serialisePropertyList(after), _fileMode);
 }
 
-/// Only under the lock: what looked damaged to an earlier read may have been set aside and written
-/// anew by another process since.
+/// Reads the values and moves a damaged file away. The caller holds the lock.
 Result<Dictionary> UserDefaults::readLocked() const {
     auto values = readDictionary(_file);
     if (!isDamaged(values)) {

@@ -13,31 +13,32 @@ namespace teravolant::platform {
 
 /// One domain of the preferences: keys with property-list values in one file.
 ///
-/// Nothing is cached: a read sees what any process wrote last. A write reads, changes and replaces
-/// the file under a lock between processes and is durable when it returns. A file that can't be
-/// parsed is moved to a new name beside it (as far as the user may), with a line on the console,
-/// and the domain counts as empty. May be used from any thread.
+/// Nothing is cached: a read returns the values that any process wrote last. A write reads, changes
+/// and replaces the file under a lock between processes, and is durable when it returns. A file
+/// that cannot be parsed is moved to a new name beside it, with a line on the console, and the
+/// domain counts as empty. May be used from any thread.
 class UserDefaults {
   public:
-    /// The running application's own domain, named by its bundle identifier.
+    /// Returns the running application's own domain, whose name is the bundle identifier.
     static UserDefaults standardUserDefaults();
 
-    /// The current user's domain of that name.
+    /// Returns the current user's domain of that name.
     static UserDefaults forDomain(std::string_view domain);
 
-    /// The domain of that name for all users of this computer: written by the superuser, readable
-    /// by everybody.
+    /// Returns the domain of that name for all users of the computer, which only the superuser can
+    /// write.
     static UserDefaults forAnyUser(std::string_view domain);
 
-    /// The stored value; nothing when there is none or the file can't be read.
+    /// Returns the stored value, or nothing if there is none or the file cannot be read. Logs the
+    /// reason why a file cannot be read to the console.
     [[nodiscard]] std::optional<Value> objectForKey(std::string_view key) const;
 
-    /// On failure the old values stay.
+    /// Stores the value. The old values remain on failure.
     [[nodiscard]] Status setObject(Value value, std::string_view key) const;
     [[nodiscard]] Status removeObjectForKey(std::string_view key) const;
 
-    /// Stores the value unless the key has one, and answers the one that is stored then: the same
-    /// for all processes that come here at the same moment.
+    /// Stores the value unless the key has one, and returns the stored value. Concurrent calls of
+    /// several processes return the same value.
     Result<Value> setObjectIfAbsent(Value value, std::string_view key) const;
 
   private:

@@ -21,7 +21,7 @@ class Preferences : public ::testing::Test {
     std::filesystem::path _file = _folder.path() / "Zelto/some.domain.plist";
 };
 
-TEST_F(Preferences, LoseNoKeyOfConcurrentProcesses) {
+TEST_F(Preferences, KeepAllKeysOfConcurrentWriters) {
     constexpr int kKeys = 50;
     std::vector<pid_t> children;
     for (const std::string prefix : {"a", "b"}) {
@@ -46,7 +46,7 @@ TEST_F(Preferences, LoseNoKeyOfConcurrentProcesses) {
     EXPECT_FALSE(UserDefaults::forDomain("other.domain").objectForKey("b0"));
 }
 
-TEST_F(Preferences, SetEachDamagedFileAside) {
+TEST_F(Preferences, MoveEachDamagedFileToANewName) {
     int number = 0;
     for (const std::string contents : {"", "damaged", "<plist><array/></plist>"}) {
         _folder.write("Zelto/some.domain.plist", contents);
@@ -60,7 +60,7 @@ TEST_F(Preferences, SetEachDamagedFileAside) {
     EXPECT_TRUE(fileExists(_file.string() + ".damaged-4"));
 }
 
-TEST_F(Preferences, KeepAFileThatCanNotBeRead) {
+TEST_F(Preferences, NeverReplaceAnUnreadableFile) {
     using std::filesystem::perms;
     _folder.write("Zelto/some.domain.plist", "secret");
     std::filesystem::permissions(_file, perms::none);

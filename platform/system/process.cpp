@@ -1,5 +1,4 @@
 #include "platform/system/process.h"
-#include "platform/system/executable_path.h"
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -16,15 +15,30 @@
 
 #include "platform/core/error.h"
 #include "platform/core/file_descriptor.h"
+#include "platform/core/text.h"
 #include "platform/files/files.h"
 #include "platform/system/bundle.h"
 
+// How it works: `runToEndOfOutput` and `launchDetached` start programs with posix_spawn, which
+// needs no shell, does not copy the address space and reports a failed exec to the caller. The
+// first gives the program a pipe as its standard output, the second a session and standard streams
+// of its own.
+//
+// `runShellCommand` uses `system`, which ignores SIGINT and SIGQUIT in the caller while it waits.
+// The terminal sends an interrupt to both processes, so the caller would miss it: the status of the
+// command tells, directly or as the shell's 128 + SIGINT, that an interrupt ended it.
+//
+// `ProcessListing` changes the environment, standard output and the signal mask of this process,
+// because the children of `system` and `popen` inherit them.
+//
+// `processesRunning` compares the link /proc/PID/exe, which the kernel keeps up to date when the
+// file is moved, with the path of the executable, and reads the arguments from /proc/PID/cmdline.
 namespace teravolant::platform {
 namespace {
 
 namespace fs = std::filesystem;
 
-/// What a new process starts with besides its program: descriptors, session, working directory.
+/// The descriptors, the session, the signals and the working directory of a new process.
 class SpawnSettings {
   public:
     SpawnSettings() {
@@ -44,18 +58,18 @@ class SpawnSettings {
 
 Status spawn(const fs::path& executable, const std::vector<std::string>& arguments,
              const SpawnSettings& settings, pid_t& child) {
-    std::vector<char*> words = {const_cast<char*>(executable.c_str())};
+    std::vector<char*> argumentVector = {const_cast<char*>(executable.c_str())};
     for (const std::string& argument : arguments) {
-        words.push_back(const_cast<char*>(argument.c_str()));
+        argumentVector.push_back(const_cast<char*>(argument.c_str()));
     }
-    words.push_back(nullptr);
+    argumentVector.push_back(nullptr);
     const int failure = posix_spawn(&child, executable.c_str(), &settings.actions,
-                                    &settings.attributes, words.data(), environ);
+                                    &settings.attributes, argumentVector.data(), environ);
     if (failure == 0) {
         return std::nullopt;
     }
     return errorFromErrno(failure, FileAccess::Write,
-                          "“" + executable.string() + "” could not be started");
+                          quoted(executable.native()) + " could not be started");
 }
 
 fs::path programOnThisMachine(const fs::path& executable) {
@@ -82,13 +96,13 @@ std::string readToEnd(int descriptor) {
 }
 
 std::vector<std::string> splitAtNul(std::string_view text) {
-    std::vector<std::string> words;
+    std::vector<std::string> parts;
     while (!text.empty()) {
         const std::size_t end = text.find('\0');
-        words.emplace_back(text.substr(0, end));
+        parts.emplace_back(text.substr(0, end));
         text.remove_prefix(end == text.npos ? text.size() : end + 1);
     }
-    return words;
+    return parts;
 }
 
 std::optional<std::string> environmentValue(const char* name) {
@@ -104,11 +118,11 @@ void restoreEnvironment(const char* name, const std::optional<std::string>& valu
     }
 }
 
-bool endedOfInterrupt(int status) {
-    constexpr int kShellsStatusForSignals = 128;
+bool endedByInterrupt(int status) {
+    constexpr int kShellStatusOfSignals = 128;
     return WIFSIGNALED(status)
                ? WTERMSIG(status) == SIGINT
-               : WIFEXITED(status) && WEXITSTATUS(status) == kShellsStatusForSignals + SIGINT;
+               : WIFEXITED(status) && WEXITSTATUS(status) == kShellStatusOfSignals + SIGINT;
 }
 
 }  // namespace
@@ -116,7 +130,7 @@ bool endedOfInterrupt(int status) {
 TaskResult runToEndOfOutput(const fs::path& executable, const std::vector<std::string>& arguments) {
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-        return {{}, errorFromErrno(errno, FileAccess::Write, "No pipe could be made")};
+        return {{}, errorFromErrno(errno, FileAccess::Write, "A pipe could not be created")};
     }
     const FileDescriptor output(ends[0]);
     FileDescriptor input(ends[1]);
@@ -130,15 +144,15 @@ TaskResult runToEndOfOutput(const fs::path& executable, const std::vector<std::s
         return {{}, std::move(launchError)};
     }
     std::string text = readToEnd(output.get());
-    // Nobody waits for a program that closed its output and runs on, or has not quite ended yet:
-    // what is left of it is collected by the system when this process ends.
+    // The program may still be running after it closed its output. Do not wait for it: init reaps
+    // it after this process has ended.
     waitpid(child, nullptr, WNOHANG);
     return {std::move(text), std::nullopt};
 }
 
 int runShellCommand(const char* command) {
     const int status = std::system(command);
-    if (status != -1 && endedOfInterrupt(status)) {
+    if (status != -1 && endedByInterrupt(status)) {
         (void)std::raise(SIGINT);
     }
     return status;
@@ -152,14 +166,15 @@ struct ProcessListing::Before {
 };
 
 ProcessListing::ProcessListing() : _before(std::make_unique<Before>()) {
-    // In other locales `ps` replaces what is not ASCII; with COLUMNS it cuts lines even in a pipe.
+    // Outside a UTF-8 locale, `ps` replaces non-ASCII characters. With COLUMNS, it truncates lines
+    // even in a pipe.
     setenv("LC_ALL", "C.UTF-8", 1);
     unsetenv("COLUMNS");
     if (const FileDescriptor null(open("/dev/null", O_WRONLY | O_CLOEXEC));
         !null || !_before->standardOutput || dup2(null.get(), STDOUT_FILENO) < 0) {
         _before->standardOutput.reset();
     }
-    // A list that a signal cuts short would say that nothing runs.
+    // A list that a signal cuts short would look as if no process was running.
     sigset_t held;
     sigemptyset(&held);
     for (const int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) {

@@ -12,27 +12,31 @@ namespace teravolant::platform {
 
 struct TaskResult {
     std::string standardOutput;
-    Status launchError;
+    Status launchError;  ///< Why the program was not started.
 };
 
-/// Starts a program without a shell and reads its standard output until everybody who inherited it
-/// has closed it; blocks until then. Standard input and error are the caller's own. The program's
-/// exit status is not looked at. When the executable is not on the machine and the main bundle's
-/// Helpers folder has one of that name, that one runs.
+/// Starts a program without a shell and reads its standard output to the end: blocks until the
+/// program and every process that inherited the output have closed it. The program shares the
+/// caller's standard input and error. Its exit status is ignored.
+///
+/// If `executable` does not exist and the main bundle's Helpers folder has a program of that name,
+/// starts that program instead.
 TaskResult runToEndOfOutput(const std::filesystem::path& executable,
                             const std::vector<std::string>& arguments);
 
-/// Runs a command with the shell, blocks until it ends and answers its status as `system` does.
+/// Runs a command with the shell, blocks until it ends and returns its status as `system` does.
 ///
-/// Meanwhile Ctrl-C reaches the command alone. When the command ends of it, the signal is raised
-/// here as well, so that it ends the command and is a request to this process, too.
+/// During the command, the caller ignores SIGINT. If SIGINT ends the command, raises SIGINT in the
+/// caller as well.
 int runShellCommand(const char* command);
 
-/// While it lives, shell commands started from here can rely on the process list: it shows paths
-/// whole and in UTF-8, what a command prints to this process's standard output goes to /dev/null,
-/// so that it does not fail for that one's sake, and the signals of a terminal and of a termination
-/// wait, here and in the commands. A standard output that can't be exchanged for want of
-/// descriptors stays. Main thread only, while it is the only one.
+/// Prepares the process for shell commands that read the list of processes, for its lifetime:
+/// - `ps` prints complete paths in UTF-8 (`LC_ALL` is C.UTF-8, and `COLUMNS` is unset).
+/// - Standard output is /dev/null, so that a closed one does not make a command fail. It stays
+///   unchanged if no descriptor is free.
+/// - SIGINT, SIGQUIT, SIGTERM and SIGHUP are blocked, in this process and in the commands.
+///
+/// The destructor restores all of it. Main thread only, while no other thread runs.
 class ProcessListing {
   public:
     ProcessListing();
@@ -45,19 +49,19 @@ class ProcessListing {
     std::unique_ptr<Before> _before;
 };
 
-/// Starts a program in a session of its own with no tie to this one: it outlives the caller, its
-/// working directory is "/", it inherits no open file, and it neither reads from nor writes to the
-/// caller's terminal. Reports a program that can't be executed; what happens to it later can't be
-/// known.
+/// Starts a program that outlives the caller: in a new session, with the working directory "/",
+/// with /dev/null as its standard streams, without other inherited descriptors, and with the
+/// default signal actions and mask. Fails if the program cannot be executed.
 [[nodiscard]] Status launchDetached(const std::filesystem::path& executable,
                                     const std::vector<std::string>& arguments);
 
 struct RunningProcess {
     int processIdentifier = 0;
-    std::vector<std::string> arguments;  ///< The program's own name included.
+    std::vector<std::string> arguments;  ///< Including the program's name.
 };
 
-/// The processes whose executable is that very file, as far as the current user may see that.
+/// Returns the processes whose executable is `executable`, a real path. Skips processes that the
+/// user may not inspect.
 [[nodiscard]] std::vector<RunningProcess> processesRunning(const std::filesystem::path& executable);
 
 }  // namespace teravolant::platform

@@ -8,11 +8,10 @@
 namespace teravolant::platform {
 namespace {
 
-// The program gets its arguments as they are, and is not waited for.
-TEST(Process, ReturnsAllOutputOfAProgram) {
+TEST(Process, ReturnsAllOutputWithoutWaitingForTheEnd) {
     const fixtures::TemporaryFolder folder;
     const std::string pipe = folder.path() / "pipe";
-    // The program goes on until somebody opens the pipe, which happens only after its output ended.
+    // The program runs until a reader opens the pipe, which happens after the end of its output.
     const auto result = runToEndOfOutput(
         "/bin/sh",
         {"-c", R"(mkfifo "$0"; printf '[%s]' "$@"; seq 100000; exec > /dev/null; : > "$0")", pipe,

@@ -6,6 +6,10 @@
 #include <mutex>
 #include <thread>
 
+// How it works: each schedule has one detached thread, which alternates between waiting for the
+// next due time and calling `tick`. The thread holds one stop source, and `dispose` and the owner's
+// stop token both request its stop, which also interrupts the wait. The due times are multiples of
+// the interval since the start, so that long ticks cause no drift.
 namespace teravolant::platform {
 namespace {
 
@@ -22,7 +26,7 @@ class SystemClock : public Clock {
     }
 };
 
-/// For the calling thread alone, and those that it starts later.
+/// Applies to the calling thread: on Linux each thread has its own nice value.
 void applyPriority(RACSchedulerPriority priority) {
     constexpr int kBackgroundNiceness = 10;
     switch (priority) {
@@ -42,7 +46,8 @@ RACDisposable RACScheduler::interval(std::chrono::milliseconds interval, std::fu
                                      std::stop_token owner) const {
     const std::stop_source source;
     const Clock::Time start = _clock->now();
-    // Nobody waits for the thread: the last owner may well let go of what it watches during a tick.
+    // The thread is detached: the owner can be destroyed during a tick, on this very thread, which
+    // cannot join itself.
     std::thread([source, start, interval, tick = std::move(tick), owner = std::move(owner),
                  priority = _priority, clock = _clock] {
         applyPriority(priority);

@@ -7,29 +7,29 @@
 
 namespace teravolant::platform {
 
-/// Time as a schedule sees it. All operations may be called from any thread.
+/// The time source of a schedule. All operations may be called from any thread.
 class Clock {
   public:
     using Time = std::chrono::steady_clock::time_point;
 
     virtual ~Clock() = default;
 
-    /// Never goes back.
+    /// Returns the current time, which never decreases.
     [[nodiscard]] virtual Time now() = 0;
 
-    /// Blocks until that time; answers false as soon as a stop is requested before.
+    /// Blocks until `time` and returns true, or returns false as soon as a stop is requested.
     [[nodiscard]] virtual bool waitUntil(Time time, const std::stop_token& stop) = 0;
 };
 
-/// The computer's monotonic clock.
+/// Returns the computer's monotonic clock.
 [[nodiscard]] std::shared_ptr<Clock> systemClock();
 
-/// The handle of work under way. Dropping it leaves the work alone.
+/// The handle of running work. Destroying the handle does not stop the work.
 class RACDisposable {
   public:
     explicit RACDisposable(std::stop_source source) : _source(std::move(source)) {}
 
-    /// Ends the work; what it is doing at this moment it still finishes. Any thread.
+    /// Stops the work after its current step. May be called from any thread.
     void dispose() { _source.request_stop(); }
 
   private:
@@ -38,18 +38,18 @@ class RACDisposable {
 
 enum class RACSchedulerPriority { background = -32768 };
 
-/// Does work on a background thread, one item at a time.
+/// Runs periodic work on a background thread of its own.
 class RACScheduler {
   public:
     explicit RACScheduler(RACSchedulerPriority priority,
                           std::shared_ptr<Clock> clock = systemClock())
         : _priority(priority), _clock(std::move(clock)) {}
 
-    /// Calls `tick` every interval, the first time one interval from now, until the handle is
-    /// disposed of or `owner` is told to stop. A tick that takes long delays the next one but never
-    /// meets it; the ticks that it missed are left out.
+    /// Calls `tick` at multiples of `interval` from now, first after one interval, until the handle
+    /// is disposed of or `owner` requests a stop. Ticks never overlap: the ones that fall into a
+    /// longer tick are skipped.
     ///
-    /// The thread is started here; `std::system_error` is thrown when there can be none.
+    /// Throws `std::system_error` if the thread cannot be started.
     RACDisposable interval(std::chrono::milliseconds interval, std::function<void()> tick,
                            std::stop_token owner) const;
 

@@ -8,6 +8,10 @@
 
 #include <nlohmann/json.hpp>
 
+// How it works: nlohmann's SAX parser reports a document as a sequence of events and does not
+// recurse. `JsonBuilder` turns the events into a `Value` and keeps a stack of the open containers,
+// so that deep nesting costs heap memory, not call stack, up to `kDeepestJson`. Writing recurses,
+// after `hasJsonForm` has checked the depth.
 namespace teravolant::platform {
 namespace {
 
@@ -21,8 +25,7 @@ Error notJson(std::string_view reason, std::size_t position) {
         .userInfo = {{NSJSONSerializationErrorIndex, static_cast<std::int64_t>(position)}}};
 }
 
-/// Builds the value from the reader's events, which come without recursion; each answers whether to
-/// read on.
+/// Builds the value from the parser's events. Each event returns whether to continue.
 class JsonBuilder : public json::json_sax_t {
   public:
     bool null() override { return add({}); }
@@ -47,7 +50,7 @@ class JsonBuilder : public json::json_sax_t {
     }
     bool parse_error(std::size_t position, const std::string& /*token*/,
                      const json::exception& /*exception*/) override {
-        // The library's own message may quote a token as long as the document.
+        // The library's message quotes the token, which can be as long as the document.
         _error = notJson("it is malformed at byte " + std::to_string(position) + ".", position);
         return false;
     }
@@ -60,8 +63,8 @@ class JsonBuilder : public json::json_sax_t {
     }
 
   private:
-    /// Puts the value where the reader stands and answers its place there. That place stays valid
-    /// while the value is open: only the innermost open container grows.
+    /// Adds the value to the innermost open container and returns its address. The address of an
+    /// open container stays valid: only the innermost one grows.
     Value* place(Value value) {
         if (_open.empty()) {
             _root = std::move(value);
@@ -85,7 +88,7 @@ class JsonBuilder : public json::json_sax_t {
 
     bool open(Value container) {
         if (_open.size() == kDeepestJson) {
-            _error = notJson("it nests too deep.", 0);
+            _error = notJson("its nesting is too deep.", 0);
             return false;
         }
         _open.push_back(place(std::move(container)));
@@ -103,7 +106,7 @@ class JsonBuilder : public json::json_sax_t {
     Status _error;
 };
 
-/// Whether all that is in the value has a form in JSON, but for its texts.
+/// Whether JSON can represent the value, apart from the encoding of its strings.
 bool hasJsonForm(const Value& value, std::size_t deepest = kDeepestJson) {
     if (const auto* real = value.real()) {
         return std::isfinite(*real);
@@ -166,12 +169,12 @@ Result<std::string> serialiseJson(const Value& value) {
             .localizedDescription = std::string("The value can't be written as JSON: ") + reason};
     };
     if (!hasJsonForm(value)) {
-        return notSerialisable("a number in it is not finite, or it nests too deep.");
+        return notSerialisable("a number in it is not finite, or its nesting is too deep.");
     }
     try {
         return jsonOf(value).dump();
     } catch (const json::exception&) {
-        return notSerialisable("a text in it is not UTF-8.");
+        return notSerialisable("a string in it is not UTF-8.");
     }
 }
 

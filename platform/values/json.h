@@ -9,22 +9,22 @@
 
 namespace teravolant::platform {
 
-/// Where in the bytes a JSON error was found: the number of bytes read up to there.
+/// The user information key for the position of a JSON error: the number of bytes read before it.
 inline constexpr const char* NSJSONSerializationErrorIndex = "NSJSONSerializationErrorIndex";
 
-/// Reads a JSON text in UTF-8 whose top level is an object or an array. Of two members of the same
-/// name the later one holds.
+/// Parses a JSON text (RFC 8259) in UTF-8 whose top level is an object or an array. The last of
+/// several members with the same name wins. An integer beyond 64 bits becomes a real number.
 ///
-/// Fails with `NSPropertyListReadCorruptError` for anything else, and for nesting deeper than
+/// Fails with `NSPropertyListReadCorruptError` for any other text and for nesting deeper than
 /// `kDeepestJson`.
 Result<Value> parseJson(std::string_view bytes);
 
 inline constexpr std::size_t kDeepestJson = 512;
 
-/// The compact form, in UTF-8, members in the order of their names.
+/// Returns the compact form in UTF-8, with members in the order of their names.
 ///
-/// Fails with `NSPropertyListWriteInvalidError` for what the format has no form for: a text that is
-/// not UTF-8, a number that is not finite, and nesting deeper than `kDeepestJson`.
+/// Fails with `NSPropertyListWriteInvalidError` for a string that is not UTF-8, a number that is
+/// not finite, and nesting deeper than `kDeepestJson`.
 Result<std::string> serialiseJson(const Value& value);
 
 }  // namespace teravolant::platform

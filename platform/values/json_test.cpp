@@ -10,7 +10,7 @@ namespace {
 
 std::string nested(std::size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); }
 
-TEST(Json, RefusesWhatIsNotADocumentWithoutQuotingIt) {
+TEST(Json, RefusesInvalidTextWithAShortMessage) {
     for (const std::string& text :
          {std::string(), std::string("<html>"), std::string("{\"a\":1} x"), std::string("{\"a\":"),
           std::string("7"), std::string("[\"\xC3\"]"), std::string("[1e999]"),
@@ -23,7 +23,7 @@ TEST(Json, RefusesWhatIsNotADocumentWithoutQuotingIt) {
     EXPECT_TRUE(parseJson(nested(kDeepestJson)));
 }
 
-TEST(Json, SerialisesNothingThatTheFormatHasNoFormFor) {
+TEST(Json, RefusesToWriteUnrepresentableValues) {
     const Value deep = *parseJson(nested(kDeepestJson));
     EXPECT_TRUE(serialiseJson(deep));
     for (const Value& value :

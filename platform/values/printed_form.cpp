@@ -19,18 +19,18 @@ std::string printedText(const std::string& text) {
     if (!text.empty() && std::all_of(text.begin(), text.end(), isWordCharacter)) {
         return text;
     }
-    std::string quoted = "\"";
+    std::string escaped = "\"";
     for (const char character : text) {
         if (character == '\n') {
-            quoted += "\\n";
+            escaped += "\\n";
             continue;
         }
         if (character == '"' || character == '\\') {
-            quoted += '\\';
+            escaped += '\\';
         }
-        quoted += character;
+        escaped += character;
     }
-    return quoted + "\"";
+    return escaped + "\"";
 }
 
 std::string printedDate(Value::Date date) {

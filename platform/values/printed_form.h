@@ -6,9 +6,9 @@
 
 namespace teravolant::platform {
 
-/// The value as a log line shows it: a dictionary as a braced block with one line for each key, in
-/// the keys' order, an array as a block in parentheses, a text between double quotes unless it is
-/// one word of ASCII letters, digits and underscores.
+/// Returns the value as a log line shows it. A dictionary is a block in braces with one line per
+/// key, in the order of the keys. An array is a block in parentheses. A string stands between
+/// double quotes unless it consists of ASCII letters, digits and underscores.
 [[nodiscard]] std::string printedForm(const Value& value);
 
 }  // namespace teravolant::platform

@@ -56,7 +56,7 @@ class Value {
     }
     [[nodiscard]] Dictionary* dictionary() { return std::get_if<Dictionary>(&_content); }
 
-    /// Returns the entry of a dictionary, or null if this is no dictionary or has no such key.
+    /// Returns the entry of a dictionary, or null if this is not a dictionary or has no such key.
     [[nodiscard]] const Value* find(std::string_view key) const {
         const Dictionary* const entries = dictionary();
         const auto found = entries ? entries->find(key) : Dictionary::const_iterator();
