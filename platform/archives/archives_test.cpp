@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <functional>
 
 #include <archive.h>
 #include <archive_entry.h>
@@ -40,13 +39,6 @@ struct Format {
     const char* name;
     int format;
     int filter;
-
-    /// Zip has neither hard links nor special files.
-    [[nodiscard]] bool canHold(const ArchiveEntry& entry) const {
-        const mode_t kind = entry.mode & S_IFMT;
-        return format != ARCHIVE_FORMAT_ZIP ||
-               (!entry.isHardLink && (kind == S_IFREG || kind == S_IFDIR || kind == S_IFLNK));
-    }
 };
 
 constexpr Format kPlainTar = {"tar", ARCHIVE_FORMAT_TAR_PAX_RESTRICTED, ARCHIVE_FILTER_NONE};
@@ -119,6 +111,7 @@ struct HostileArchive {
     std::vector<ArchiveEntry> entries;
     const char* reason;
     UnpackLimits limits = {};
+    bool tarOnly = false;  ///< Zip has neither hard links nor special files.
 };
 
 TEST_F(Archives, WithHostileEntriesAreRefused) {
@@ -133,9 +126,13 @@ TEST_F(Archives, WithHostileEntriesAreRefused) {
         {"link out by a link", {link("d/up", ".."), link("d/out", "up/../outside")}, "out of"},
         {"empty link", {link("l", "")}, "malformed target"},
         {"file through a link", {folder, link("l", "d"), {"l/new"}}, "below a file or a link"},
-        {"hard link out", {hardLink("h", "../outside/secret")}, "hard link that leads out"},
-        {"hard link to nothing", {hardLink("h", "f")}, "hard link whose target is not"},
-        {"pipe", {{"p", S_IFIFO | 0644}}, "is not a file, a folder or a link"},
+        {"hard link out",
+         {hardLink("h", "../outside/secret")},
+         "hard link that leads out",
+         {},
+         true},
+        {"hard link to nothing", {hardLink("h", "f")}, "hard link whose target is not", {}, true},
+        {"pipe", {{"p", S_IFIFO | 0644}}, "is not a file, a folder", {}, true},
         {"set-user-id file", {{"s", S_IFREG | 04755}}, "set-user-id"},
         {"file twice by another name", {file, {"./f"}}, "twice"},
         {"name that is not UTF-8", {{"\xFF\xFE"}}, "not UTF-8"},
@@ -147,11 +144,8 @@ TEST_F(Archives, WithHostileEntriesAreRefused) {
         {"large together", {file, {"2", S_IFREG | 0644, "more"}}, "more than 7", {.bytes = 7}},
     };
     for (const HostileArchive& hostile : table) {
-        for (const Format& format : {kPlainTar, kZip}) {
+        for (const Format& format : {kPlainTar, hostile.tarOnly ? kPlainTar : kZip}) {
             SCOPED_TRACE(std::string(hostile.situation) + " as " + format.name);
-            if (!std::ranges::all_of(hostile.entries, std::bind_front(&Format::canHold, format))) {
-                continue;
-            }
             writeArchive(archive, format, hostile.entries);
             emptyTarget();
             const std::string before = treeOf(root.path());
@@ -183,7 +177,7 @@ TEST_F(Archives, KeepModesLinksAndTimes) {
         SCOPED_TRACE(format.name);
         emptyTarget();
         auto written = entries;
-        if (format.canHold(hardLink("", ""))) {
+        if (format.format != ARCHIVE_FORMAT_ZIP) {
             written.push_back(hardLink("twin", "sealed/run"));
         }
         writeArchive(archive, format, written);

@@ -2,6 +2,8 @@
 
 #include <fcntl.h>
 
+#include <sstream>
+
 #include <gtest/gtest.h>
 
 #include "tests/fixtures/temporary_folder.h"
@@ -9,73 +11,62 @@
 namespace teravolant::platform {
 namespace {
 
-using Reason = TreeFailure::Reason;
-using Step = std::function<TreeStatus(UnpackedTree&)>;
-
-PathComponents path(const std::string& text) { return *componentsOfEntry(text, {}); }
-
-Step folder(std::string name) {
-    return [=](UnpackedTree& tree) { return tree.createFolder(path(name), {.mode = 0755}); };
+/// Creates the folder NAME/, the link NAME>TARGET, the hard link NAME=ORIGINAL or the file NAME.
+TreeStatus create(UnpackedTree& tree, const std::string& item) {
+    const std::size_t mark = item.find_first_of(">=");
+    const PathComponents path = *componentsOfEntry(item.substr(0, mark), {});
+    if (item.ends_with('/')) {
+        return tree.createFolder(path, {.mode = 0755});
+    }
+    if (mark != item.npos) {
+        const std::string target = item.substr(mark + 1);
+        return item[mark] == '>' ? tree.createLink(path, target, {})
+                                 : tree.createHardLink(path, *componentsOfEntry(target, {}));
+    }
+    auto failure = tree.createFile(path, item == "announced" ? 33 : 0);
+    failure = failure ? failure : tree.writeToFile("text", 2);
+    return failure ? failure : tree.finishFile(16, {.mode = 0644});
 }
 
-Step link(std::string name, std::string target) {
-    return [=](UnpackedTree& tree) { return tree.createLink(path(name), target, {}); };
-}
-
-Step hardLink(std::string name, std::string original) {
-    return [=](UnpackedTree& tree) { return tree.createHardLink(path(name), path(original)); };
-}
-
-/// Writes its bytes after the hole, and announces a hole of 10 bytes after them.
-Step file(std::string name, std::uint64_t hole = 0, std::uint64_t announced = 0) {
-    return [=](UnpackedTree& tree) {
-        auto failure = tree.createFile(path(name), announced);
-        failure = failure ? failure : tree.writeToFile("text", hole);
-        return failure ? failure : tree.finishFile(hole + 14, {.mode = 0644});
-    };
-}
-
-TEST(UnpackedTree, FailsAtTheStepThatIsNotAllowed) {
+TEST(UnpackedTree, RefusesOnlyTheLastItem) {
+    using enum TreeFailure::Reason;
     struct Case {
-        const char* situation;
-        std::vector<Step> steps;  ///< Only the last one fails.
-        Reason reason;
+        const char* items;
+        TreeFailure::Reason reason;
         UnpackLimits limits = {};
     };
     const Case table[] = {
-        {"below a link", {folder("d"), link("l", "d"), file("l/new")}, Reason::BelowFileOrLink},
-        {"below a file", {file("f"), file("f/new")}, Reason::BelowFileOrLink},
-        {"over a dangling link", {link("l", "outside"), file("l")}, Reason::Exists},
-        {"folder twice", {file("d/f"), folder("d"), folder("d")}, Reason::Exists},
-        {"file over a folder", {folder("d"), file("d")}, Reason::Exists},
-        {"folder over a file", {file("f"), folder("f")}, Reason::Exists},
-        {"link over a file", {file("f"), link("f", "x")}, Reason::Exists},
-        {"hard link over a file", {file("f"), file("g"), hardLink("g", "f")}, Reason::Exists},
-        {"hard link to nothing", {hardLink("h", "f")}, Reason::NotAnEarlierFile},
-        {"hard link to a link", {link("l", "f"), hardLink("h", "l")}, Reason::NotAnEarlierFile},
-        {"hard link through a link",
-         {file("d/f"), link("l", "d"), hardLink("h", "l/f")},
-         Reason::NotAnEarlierFile},
-        {"items", {file("f"), hardLink("h", "f"), file("g")}, Reason::TooManyItems, {.items = 2}},
-        {"parent folders", {file("1/2/3/4")}, Reason::TooManyItems, {.items = 3}},
-        {"link", {folder("d"), link("l", "d")}, Reason::TooManyItems, {.items = 1}},
-        {"holes", {file("f", 2), file("g", 3)}, Reason::TooManyBytes, {.bytes = 32}},
-        {"announced size", {file("f", 0, 33)}, Reason::TooManyBytes, {.bytes = 32}},
+        {"d/ l>d l/new", BelowFileOrLink},
+        {"f f/new", BelowFileOrLink},
+        {"l>outside l", Exists},
+        {"d/f d/ d/", Exists},
+        {"d/ d", Exists},
+        {"f f/", Exists},
+        {"f f>x", Exists},
+        {"f g g=f", Exists},
+        {"h=f", NotAnEarlierFile},
+        {"l>f f h=l", NotAnEarlierFile},
+        {"d/f l>d h=l/f", NotAnEarlierFile},
+        {"f h=f g", TooManyItems, {.items = 2}},
+        {"1/2/3/4", TooManyItems, {.items = 3}},
+        {"d/ l>d", TooManyItems, {.items = 1}},
+        {"f g", TooManyBytes, {.bytes = 31}},
+        {"f g h", TooManyBytes, {.bytes = 37}},
+        {"announced", TooManyBytes, {.bytes = 32}},
     };
-    for (const Case& tested : table) {
-        SCOPED_TRACE(tested.situation);
-        const fixtures::TemporaryFolder around;
-        const auto root = around.path() / "root";
-        std::filesystem::create_directory(root);
-        UnpackedTree tree(FileDescriptor(open(root.c_str(), O_RDONLY)), tested.limits);
+    for (const auto& [items, reason, limits] : table) {
+        SCOPED_TRACE(items);
+        const fixtures::TemporaryFolder root;
+        UnpackedTree tree(FileDescriptor(open(root.path().c_str(), O_RDONLY)), limits);
         TreeStatus failure;
-        for (const Step& step : tested.steps) {
-            ASSERT_FALSE(failure);
-            failure = step(tree);
+        std::istringstream words(items);
+        for (std::string item; words >> item;) {
+            ASSERT_FALSE(failure) << item;
+            failure = create(tree, item);
         }
         ASSERT_TRUE(failure);
-        EXPECT_EQ(failure->reason, tested.reason);
-        EXPECT_FALSE(std::filesystem::exists(root / "outside"));
+        EXPECT_EQ(failure->reason, reason);
+        EXPECT_FALSE(std::filesystem::exists(root.path() / "outside"));
     }
 }
 

@@ -27,7 +27,7 @@ ServerAnswer redirectTo(std::string location, int status = 302) {
     return {.status = status, .headers = {{"Location", std::move(location)}}};
 }
 
-/// Trusts an authority of its own and no proxy.
+/// Trusts only its own certificate authority and uses no proxy.
 class Http : public testing::Test {
   protected:
     Http() {
@@ -52,7 +52,7 @@ class Http : public testing::Test {
     std::filesystem::path trusted = folder.path() / "trusted.pem";
 };
 
-TEST_F(Http, AnswersThatAreCutLieOrStallAreErrors) {
+TEST_F(Http, FailsForFaultyResponses) {
     struct Faulty {
         const char* situation;
         ServerAnswer answer;
@@ -68,34 +68,34 @@ TEST_F(Http, AnswersThatAreCutLieOrStallAreErrors) {
     const Faulty table[] = {
         {"cut", {.body = body, .cutAfter = 500}, kLost},
         {"cut chunks", {.body = body, .chunked = true, .cutAfter = 500}, kLost},
-        {"no answer", {.raw = ""}, kLost},
+        {"no response", {.raw = ""}, kLost},
         {"no HTTP", {.raw = "SSH-2.0-server\r\n\r\n"}, HttpError::badResponse},
         {"silent", {.isSilent = true}, HttpError::timedOut},
         {"stalled", {.body = body, .stallAfter = 500}, HttpError::timedOut},
-        {"too large by its own word",
+        {"announced as too large",
          {.raw = "HTTP/1.1 200 OK\r\nContent-Length: 1501\r\n\r\nb"},
          HttpError::bodyTooLarge},
         {"malformed redirect", redirectTo("https://:x:/"), HttpError::badResponse},
-        {"a part unasked", part("bytes 0-9/10"), kOtherPart},
-        {"a part from elsewhere", part("bytes 3-9/10"), kOtherPart, 4},
-        {"a part from nowhere", part("bytes */10"), kOtherPart, 4},
-        {"a part in other units", part("items 4-9/10"), kOtherPart, 4},
-        {"a part without an end", part("bytes 4"), kOtherPart, 4},
+        {"unrequested part", part("bytes 0-9/10"), kOtherPart},
+        {"another part", part("bytes 3-9/10"), kOtherPart, 4},
+        {"part without a start", part("bytes */10"), kOtherPart, 4},
+        {"part in other units", part("items 4-9/10"), kOtherPart, 4},
+        {"part without an end", part("bytes 4"), kOtherPart, 4},
     };
     for (const Faulty& faulty : table) {
         for (const bool secure : {false, true}) {
             SCOPED_TRACE(std::string(faulty.situation) + (secure ? " over TLS" : ""));
             const HttpServer server(always(faulty.answer),
                                     secure ? std::optional(authority.issue()) : std::nullopt);
-            const auto answer = sendHttpRequest(
+            const auto response = sendHttpRequest(
                 {.url = server.url("/"), .resumption = HttpResumption{faulty.resumedAt, "\"v\""}},
                 {.stallTimeout = 200ms, .maximumBodySize = 1500});
-            expectFailure(answer, faulty.code);
+            expectFailure(response, faulty.code);
         }
     }
 }
 
-TEST_F(Http, OnlyHttpsAndLoopbackAddressesAreConnectedTo) {
+TEST_F(Http, ConnectsOnlyToHttpsAndLoopback) {
     const std::pair<std::string, HttpError::Code> table[] = {
         {"http://127.0.0.1.update.example/", HttpError::unsupportedUrl},
         {"http://localhost@update.example/", HttpError::unsupportedUrl},
@@ -106,7 +106,7 @@ TEST_F(Http, OnlyHttpsAndLoopbackAddressesAreConnectedTo) {
         {"http://127.9.8.7:1/", HttpError::cannotConnectToHost},
         {"http://LOCALHOST:1/", HttpError::cannotConnectToHost},
         {"http://[::1]:1/", HttpError::cannotConnectToHost},
-        // No resolver is asked for a name that is longer than names can be.
+        // The label is too long for DNS, so that no resolver is contacted.
         {"https://" + std::string(64, 'a') + ".example/", HttpError::cannotFindHost},
     };
     for (const auto& [url, code] : table) {
@@ -115,7 +115,7 @@ TEST_F(Http, OnlyHttpsAndLoopbackAddressesAreConnectedTo) {
     }
 }
 
-TEST_F(Http, RedirectsAreFollowedUnlessTheyLeadToPlainHttp) {
+TEST_F(Http, FollowsRedirectsExceptToPlainHttp) {
     const HttpServer plain(always({}));
     const HttpServer secure(
         [&](const ReceivedRequest& request) {
@@ -135,13 +135,13 @@ TEST_F(Http, RedirectsAreFollowedUnlessTheyLeadToPlainHttp) {
     EXPECT_TRUE(plain.requests().empty());
 
     const HttpServer upwards(always(redirectTo(secure.url("/a/b"))));
-    const auto answer = sendHttpRequest({.url = upwards.url("/")});
-    ASSERT_TRUE(answer) << answer.error().localizedDescription;
-    EXPECT_EQ(answer->body, "reached /d?e");
-    EXPECT_EQ(answer->url, secure.url("/d?e", "localhost"));
+    const auto response = sendHttpRequest({.url = upwards.url("/")});
+    ASSERT_TRUE(response) << response.error().localizedDescription;
+    EXPECT_EQ(response->body, "reached /d?e");
+    EXPECT_EQ(response->url, secure.url("/d?e", "localhost"));
 }
 
-TEST_F(Http, RedirectedPostsAndCredentialsGoOnlyWhereTheyBelong) {
+TEST_F(Http, DropsBodiesAndCredentialsOnRedirects) {
     for (const auto& [status, sameOrigin] :
          {std::pair{302, true}, {303, false}, {307, true}, {308, false}}) {
         SCOPED_TRACE(status);
@@ -164,7 +164,7 @@ TEST_F(Http, RedirectedPostsAndCredentialsGoOnlyWhereTheyBelong) {
     }
 }
 
-TEST_F(Http, CertificateProblemsAreToldApart) {
+TEST_F(Http, DistinguishesCertificateFailures) {
     const auto now = std::chrono::system_clock::now();
     const std::pair<fixtures::ServerIdentity, HttpError::Code> table[] = {
         {fixtures::CertificateAuthority().issue(), HttpError::certificateUntrusted},
@@ -182,7 +182,7 @@ TEST_F(Http, CertificateProblemsAreToldApart) {
     expectFailure(sendHttpRequest({.url = server.url("/")}), HttpError::secureConnectionFailed);
 }
 
-TEST_F(Http, ProxiesOfTheEnvironmentServeAllButLoopbackHosts) {
+TEST_F(Http, UsesProxiesExceptForLoopback) {
     const HttpServer proxy(always({.status = 403}));
     const HttpServer server(always({.body = "direct"}));
     setenv("https_proxy", proxy.url("").c_str(), 1);
