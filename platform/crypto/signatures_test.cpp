@@ -43,12 +43,10 @@ TEST(Signatures, MatchRfc8032AndRefuseMalformedInput) {
     changed[40] ^= 1;
     for (const std::string& bad :
          {base64Encoded(changed), std::string(), base64Encoded(signature.substr(1)),
-          base64Encoded(signature + "x"), signature, kSignature + "\n"}) {
-        EXPECT_FALSE(isSignatureValid(kMessage, bad, kPublicKey)) << bad;
-    }
-    for (const std::string& bad :
-         {std::string(), base64Encoded(key.substr(1)), base64Encoded(key + "x"),
+          base64Encoded(signature + "x"), signature, kSignature + "\n",
+          base64Encoded(key.substr(1)), base64Encoded(key + "x"),
           base64Encoded(std::string(32, '\xFF'))}) {
+        EXPECT_FALSE(isSignatureValid(kMessage, bad, kPublicKey)) << bad;
         EXPECT_FALSE(isSignatureValid(kMessage, kSignature, bad)) << bad;
     }
 }
