@@ -1,8 +1,7 @@
-// Archives, unpacked into a folder that has a neighbour.
+// The input is an archive. It is unpacked into a folder that has a sibling.
 
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <set>
@@ -11,6 +10,7 @@
 #include "fuzz/require.h"
 #include "platform/archives/archives.h"
 #include "platform/core/error.h"
+#include "platform/files/paths.h"
 #include "tests/fixtures/temporary_folder.h"
 
 namespace {
@@ -23,8 +23,8 @@ using std::filesystem::path;
 constexpr UnpackLimits kLimits{
     .items = 32, .bytes = std::uint64_t{1} << 16U, .pathLength = 128, .pathDepth = 8};
 
-/// Puts the checksums of tar headers right: hardly any changed header would have the right one.
-void mendChecksums(std::string& archive) {
+/// Corrects the checksums of tar headers, which mutations break and libarchive verifies.
+void fixChecksums(std::string& archive) {
     constexpr std::size_t kBlock = 512;
     constexpr std::size_t kChecksum = 148;
     for (std::size_t block = 0; archive.size() - block >= kBlock; block += kBlock) {
@@ -41,16 +41,14 @@ void mendChecksums(std::string& archive) {
     }
 }
 
-/// Whether the link leads nowhere, in a circle, or to a place in the folder.
+/// Whether the link is dangling, part of a loop, or leads to a path inside the folder.
 bool staysInside(const path& folder, const path& link) {
-    std::error_code circle;
-    const path target = std::filesystem::weakly_canonical(link, circle);
-    return circle ||
-           std::mismatch(folder.begin(), folder.end(), target.begin(), target.end()).first ==
-               folder.end();
+    std::error_code loop;
+    const path target = std::filesystem::weakly_canonical(link, loop);
+    return loop || platform::isInside(target, folder);
 }
 
-/// Checks all that is in the folder, and lets its owner into every folder.
+/// Checks everything in the folder, and makes every folder accessible to its owner.
 class Inspection {
   public:
     explicit Inspection(const path& folder) : _folder(std::filesystem::canonical(folder)) {
@@ -64,7 +62,7 @@ class Inspection {
         for (const auto& entry : std::filesystem::directory_iterator(folder)) {
             ++_items;
             struct stat status {};
-            require(lstat(entry.path().c_str(), &status) == 0, "what was unpacked is there");
+            require(lstat(entry.path().c_str(), &status) == 0, "an unpacked item can be inspected");
             require((status.st_mode & 07000) == 0 || S_ISLNK(status.st_mode), "no special bits");
             if (S_ISDIR(status.st_mode)) {
                 chmod(entry.path().c_str(), S_IRWXU);
@@ -74,7 +72,7 @@ class Inspection {
                               ? static_cast<std::uint64_t>(status.st_size)
                               : 0;
             } else {
-                require(S_ISLNK(status.st_mode), "nothing but folders, files and links");
+                require(S_ISLNK(status.st_mode), "all items are folders, files or links");
                 require(staysInside(_folder, entry.path()), "links stay inside");
             }
         }
@@ -86,10 +84,10 @@ class Inspection {
     std::set<ino_t> _files;
 };
 
-/// All that says whether somebody was at the item.
+/// The attributes that change if the item is modified.
 auto traceOf(const path& item) {
     struct stat status {};
-    require(lstat(item.c_str(), &status) == 0, "what was there before is there");
+    require(lstat(item.c_str(), &status) == 0, "an item outside the folder still exists");
     return std::tuple(status.st_mode, status.st_nlink, status.st_size, status.st_mtim.tv_sec,
                       status.st_mtim.tv_nsec);
 }
@@ -99,22 +97,22 @@ auto traceOf(const path& item) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const fixtures::TemporaryFolder around;
     std::string archive(reinterpret_cast<const char*>(data), size);
-    mendChecksums(archive);
+    fixChecksums(archive);
     around.write("archive", archive);
-    around.write("neighbour/file", "before");
+    around.write("sibling/file", "before");
     const path folder = around.path() / "folder";
     std::filesystem::create_directory(folder);
     const auto traces = [&] {
         return std::tuple(traceOf(around.path()), traceOf(around.path() / "archive"),
-                          traceOf(around.path() / "neighbour"),
-                          traceOf(around.path() / "neighbour/file"));
+                          traceOf(around.path() / "sibling"),
+                          traceOf(around.path() / "sibling/file"));
     };
     const auto before = traces();
 
     const auto error = platform::unpackArchive(around.path() / "archive", folder, kLimits);
 
-    require(traces() == before, "nothing is written outside of the folder");
-    require(!error || !error->localizedDescription.empty(), "a failure says why");
+    require(traces() == before, "nothing is written outside the folder");
+    require(!error || !error->localizedDescription.empty(), "a failure has a description");
     const Inspection inspection(folder);
     return 0;
 }

@@ -1,4 +1,4 @@
-// The launcher's arguments, separated by zero bytes.
+// The input is a list of arguments of the launcher, separated by zero bytes.
 
 #include "launcher/command_line.h"
 
@@ -44,7 +44,7 @@ void checkOptions(const std::vector<std::string>& arguments) {
         for (const std::string& option : {argument, argument + "x"}) {
             require(hasOption(static_cast<int>(argv.size()), argv.data(), option) ==
                         (std::ranges::find(arguments, option) != arguments.end()),
-                    "an option is there when an argument is exactly that");
+                    "an option is found if and only if an argument equals it");
         }
     }
 }
@@ -58,18 +58,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     ArgumentDictionary oneByOne;
     for (const std::string& argument : arguments) {
         const ArgumentDictionary one = parsed({argument});
-        require(one.size() <= 1, "an argument has one key at the most");
+        require(one.size() <= 1, "an argument has at most one key");
         for (const auto& [key, value] : one) {
-            require(argument.find(key) != std::string::npos, "a key stands in its argument");
-            require(key.find('=') == std::string::npos, "a key holds no equals sign");
+            require(argument.find(key) != std::string::npos, "a key is part of its argument");
+            require(key.find('=') == std::string::npos, "a key does not contain an equals sign");
             require(platform::isValidUtf8(key) && platform::isValidUtf8(printedForm(value)),
-                    "what is kept is UTF-8");
+                    "keys and values are UTF-8");
             require(std::holds_alternative<bool>(value) ||
                         parsed({"key=" + printedForm(value)}) == ArgumentDictionary{{"key", value}},
-                    "a printed value reads as the same value");
+                    "a printed value parses to the same value");
             oneByOne.insert_or_assign(key, value);
         }
     }
-    require(parsed(arguments) == oneByOne, "each argument is read for itself, and the last holds");
+    require(parsed(arguments) == oneByOne,
+            "arguments are independent, and the last one with a key wins");
     return 0;
 }

@@ -1,4 +1,4 @@
-// Feed documents, as the answer to the request of version 4.30.1.17.
+// The input is a feed document: the response to the request of version 4.30.1.17.
 
 #include "updater/feed_response.h"
 
@@ -19,7 +19,7 @@ using namespace teravolant;
 using fuzz::require;
 using platform::SQRLUpdate;
 
-// The private key is gone: the one offer that it signed is the only one there can be.
+// The private key was deleted: no other offer with a valid signature can exist.
 const std::string kPublicKey = "mGqNlfZnemBjpafDzb8llTCgZQBps+Pr2rpdb33VDYw=";
 const std::string kSignedVersion = "4.30.2.5";
 constexpr std::uint64_t kSignedSize = 11;
@@ -32,23 +32,23 @@ void checkJson(std::string_view body) {
         return;
     }
     const auto written = platform::serialiseJson(*document);
-    require(static_cast<bool>(written), "what was read can be written");
+    require(static_cast<bool>(written), "a parsed document can be serialised");
     const auto again = platform::parseJson(*written);
-    require(again && *again == *document, "what was written reads as it was");
+    require(again && *again == *document, "a serialised document parses to the same value");
 }
 
 void checkOffer(const SQRLUpdate& offer) {
     ClientUpdater::ErrorSlot error;
     require(isVersionNewer("4.30.1.17", offer.version, error), "an offer is newer");
-    require(!offer.size || *offer.size > 0, "an archive is not empty");
-    require(platform::isSecureOrLoopbackURL(offer.updateURL), "an address is safe");
+    require(!offer.size || *offer.size > 0, "the size of an archive is not 0");
+    require(platform::isSecureOrLoopbackURL(offer.updateURL), "the address is https or loopback");
     const auto address = platform::HttpAddress::parse(offer.updateURL);
     require(address || address.error().code != platform::HttpError::unsupportedUrl,
-            "the address is as safe for who fetches as for who read it");
+            "the download accepts the scheme and host that the feed accepts");
     const auto refusal = platform::verifyOffer(offer, "com.zelto.teravolant.updater", {kPublicKey});
     require(refusal || (offer.version == kSignedVersion && offer.size == kSignedSize &&
                         platform::equalIgnoringCase(*offer.sha256, kSignedSha256)),
-            "only what was signed is taken");
+            "only the signed offer is accepted");
 }
 
 }  // namespace
@@ -62,7 +62,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (offer) {
         checkOffer(*offer);
     } else {
-        require(!printedForm(offer.error()).empty(), "a refusal says why");
+        require(!printedForm(offer.error()).empty(), "a refusal has a description");
     }
     return 0;
 }

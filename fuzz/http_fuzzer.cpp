@@ -1,5 +1,5 @@
-// Answers of a server, separated by bytes of 1E (hexadecimal): each connection gets the next one,
-// as it is, and the ones beyond the last get the last again.
+// The input is a list of raw responses, separated by bytes 0x1E. Each connection receives the next
+// one; after the last response, it is repeated.
 
 #include "platform/http/http.h"
 
@@ -27,9 +27,9 @@ constexpr char kSeparator = '\x1E';
 constexpr std::uint64_t kOffset = 4;
 constexpr std::uint64_t kLargestBody = 512;
 
-/// Stands for the whole network: what is not for this computer goes to it as to a proxy.
-/// Connections stay open for reading, so that no byte of an answer is lost, until the next input
-/// comes.
+/// Represents the whole network: requests to other hosts reach it as their proxy. Keeps connections
+/// open for reading until the next input: closing one with unread data would reset it and lose
+/// bytes of the response.
 class Server {
   public:
     Server() : _socket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
@@ -40,7 +40,7 @@ class Server {
         socklen_t length = sizeof address;
         require(bind(_socket.get(), raw, length) == 0 && listen(_socket.get(), 16) == 0 &&
                     getsockname(_socket.get(), raw, &length) == 0,
-                "there is a server");
+                "the server listens");
         _url = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/";
         for (const char* variable : {"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"}) {
             setenv(variable, _url.c_str(), 1);
@@ -48,16 +48,17 @@ class Server {
         for (const char* variable : {"no_proxy", "NO_PROXY"}) {
             unsetenv(variable);
         }
-        // An attempt at TLS ends here: to load the system's certificates takes longest of all.
+        // Makes TLS fail early: loading the system's certificates takes longer than everything
+        // else.
         setenv("SSL_CERT_FILE", "/dev/null", 1);
         std::thread([this] { serve(); }).detach();
     }
 
     [[nodiscard]] const std::string& url() const { return _url; }
 
-    void answerWith(std::string_view answers) {
+    void respondWith(std::string_view responses) {
         const std::lock_guard lock(_mutex);
-        _answers = answers;
+        _responses = responses;
         _connections.clear();
     }
 
@@ -70,10 +71,10 @@ class Server {
                 continue;
             }
             const std::lock_guard lock(_mutex);
-            const std::size_t end = std::min(_answers.find(kSeparator), _answers.size());
-            send(connection.get(), _answers.data(), end, MSG_NOSIGNAL | MSG_DONTWAIT);
+            const std::size_t end = std::min(_responses.find(kSeparator), _responses.size());
+            send(connection.get(), _responses.data(), end, MSG_NOSIGNAL | MSG_DONTWAIT);
             shutdown(connection.get(), SHUT_WR);
-            _answers.erase(0, end == _answers.size() ? 0 : end + 1);
+            _responses.erase(0, end == _responses.size() ? 0 : end + 1);
             _connections.push_back(std::move(connection));
         }
     }
@@ -81,27 +82,27 @@ class Server {
     FileDescriptor _socket;
     std::string _url;
     std::mutex _mutex;
-    std::string _answers;
+    std::string _responses;
     std::vector<FileDescriptor> _connections;
 };
 
-void check(const Result<HttpResponse>& answer, std::string_view body, std::size_t inputSize) {
+void check(const Result<HttpResponse>& result, std::string_view body, std::size_t inputSize) {
     require(body.size() <= std::min<std::size_t>(kLargestBody, inputSize),
-            "a body is no longer than the limit, nor than what was sent");
-    if (!answer) {
-        require(answer.error().domain == kHttpErrorDomain &&
-                    !answer.error().localizedDescription.empty(),
-                "a failure says why");
+            "a body exceeds neither the limit nor the input");
+    if (!result) {
+        require(result.error().domain == kHttpErrorDomain &&
+                    !result.error().localizedDescription.empty(),
+                "a failure has a description");
         return;
     }
-    const HttpResponse& response = *answer;
+    const HttpResponse& response = *result;
     const int status = response.status;
     require(status >= 100 && status <= 999, "a status has three digits");
-    require(status != 206 || response.bodyOffset == kOffset, "a part is the one asked for");
-    require(status == 206 || response.bodyOffset == 0, "anything else begins at the start");
+    require(status != 206 || response.bodyOffset == kOffset, "a partial body is the requested one");
+    require(status == 206 || response.bodyOffset == 0, "every other body begins at offset 0");
     const bool hasBody = status == 200 || status == 206;
     require(!hasBody || !response.contentLength || body.size() == *response.contentLength,
-            "a body is as long as it was announced");
+            "a body has its announced length");
 }
 
 }  // namespace
@@ -115,14 +116,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                               .maximumRedirects = 2};
     const HttpRequest request{.url = server.url(), .resumption = HttpResumption{kOffset, "\"v\""}};
 
-    server.answerWith(input);
+    server.respondWith(input);
     const auto whole = sendHttpRequest(request, options);
     check(whole, whole ? whole->body : "", size);
 
-    server.answerWith(input);
+    server.respondWith(input);
     std::string streamed;
     bool begun = false;
-    const auto answer =
+    const auto result =
         streamHttpBody(request,
                        {.begin =
                             [&](const HttpResponse&) {
@@ -137,7 +138,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                                 return Status();
                             }},
                        options);
-    check(answer, streamed, size);
-    require(whole || !answer || answer->status != 200, "a body that can be streamed can be kept");
+    check(result, streamed, size);
+    require(whole || !result || result->status != 200,
+            "a body that can be streamed can be collected");
     return 0;
 }

@@ -1,4 +1,4 @@
-// Property lists, as the preference store reads and writes them.
+// The input is a property list, the format of the preference store.
 
 #include "platform/values/property_list.h"
 
@@ -14,7 +14,7 @@ namespace {
 using namespace teravolant::platform;
 using teravolant::fuzz::require;
 
-/// How many line breaks the printed form needs, one for each item and one for each block.
+/// The number of line breaks in the printed form: one per item and one per array or dictionary.
 std::ptrdiff_t lineBreaksOf(const Value& value) {
     std::ptrdiff_t count = 0;
     if (const auto* array = value.array()) {
@@ -37,15 +37,16 @@ std::ptrdiff_t lineBreaksOf(const Value& value) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const auto read = parsePropertyList({reinterpret_cast<const char*>(data), size});
     if (!read) {
-        require(read.error().code == NSFileReadCorruptFileError, "bad data is a corrupt file");
+        require(read.error().code == NSFileReadCorruptFileError,
+                "malformed data is reported as a corrupt file");
         return 0;
     }
     const Value& value = *read;
     const std::string written = serialisePropertyList(value);
     const auto again = parsePropertyList(written);
-    require(static_cast<bool>(again), "what was written can be read");
-    // With a real that is no number in it a value does not even equal itself.
-    require(*again == value || *read != value, "what was written reads as it was");
+    require(static_cast<bool>(again), "a serialised value can be parsed");
+    // A value that contains a NaN does not equal itself.
+    require(*again == value || *read != value, "a serialised value parses to the same value");
     const std::string printed = printedForm(value);
     require(std::count(printed.begin(), printed.end(), '\n') == lineBreaksOf(value),
             "the printed form breaks lines only between items");

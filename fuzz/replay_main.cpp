@@ -1,4 +1,4 @@
-// Runs a fuzzer on each file of the folders that are given: FUZZER_fuzzer FOLDER...
+// Runs a fuzzer on every file of the given folders: NAME_fuzzer FOLDER...
 
 #include <cstddef>
 #include <cstdint>
@@ -14,7 +14,7 @@ namespace {
 
 using teravolant::platform::contentsOfFile;
 
-/// Whether the folder is there with at least one file, and each of its files could be read.
+/// Returns false if the folder is missing or empty, or one of its files is unreadable.
 bool replay(const char* folder) {
     bool replayed = false;
     std::error_code missing;
@@ -36,7 +36,7 @@ bool replay(const char* folder) {
 int main(int argc, char* argv[]) {
     for (int index = 1; index < argc; ++index) {
         if (!replay(argv[index])) {
-            std::fprintf(stderr, "No inputs to replay in %s\n", argv[index]);
+            std::fprintf(stderr, "No readable inputs in %s\n", argv[index]);
             return EXIT_FAILURE;
         }
     }

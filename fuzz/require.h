@@ -5,7 +5,7 @@
 
 namespace teravolant::fuzz {
 
-/// Ends the process, by which a fuzzer reports its input, unless the property holds.
+/// Aborts the process if the property does not hold: libFuzzer then saves the input.
 inline void require(bool holds, const char* property) {
     if (!holds) {
         std::fprintf(stderr, "Does not hold: %s\n", property);

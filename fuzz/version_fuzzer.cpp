@@ -1,4 +1,4 @@
-// Version strings: the running one, the offered one and a third one, a line each.
+// The input is three lines: the version that runs, the version that is offered, and another one.
 
 #include <algorithm>
 #include <array>
@@ -15,14 +15,14 @@ using fuzz::require;
 std::optional<ParsedVersion> parsed(const std::string& text) {
     ClientUpdater::ErrorSlot error;
     auto version = ClientUpdater::parseVersion(text, error);
-    require(!version == bool(error), "there is a version or an error");
+    require(!version == bool(error), "the result is either a version or an error");
     return version;
 }
 
 bool isNewer(const std::string& current, const std::string& offered) {
     ClientUpdater::ErrorSlot error;
     const bool newer = isVersionNewer(current, offered, error);
-    require(newer == !error, "what is not newer has an error");
+    require(newer == !error, "a version that is not newer has an error");
     require(!newer || (parsed(current) && parsed(offered)), "only versions are compared");
     return newer;
 }
@@ -38,11 +38,12 @@ void checkParts(const std::string& text) {
                 "a version consists of digits");
     }
     const std::string front = version->major + "." + version->minor + "." + version->patch;
-    require(text.find(front) != text.npos, "the first three numbers stand in the text");
-    require(text.ends_with(version->build), "the build number ends the text");
+    require(text.find(front) != text.npos, "the text contains the first three numbers");
+    require(text.ends_with(version->build), "the text ends with the build number");
     require(parsed("9." + text) && parsed("version=" + text) == version,
-            "what stands in front is ignored");
-    require(parsed(front + "." + version->build) == version, "the version reads as itself");
+            "text before the version is ignored");
+    require(parsed(front + "." + version->build) == version,
+            "the printed version parses to the same version");
 }
 
 }  // namespace
@@ -59,11 +60,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     const auto& [first, second, third] = texts;
     const bool newer = isNewer(first, second);
-    require(!newer || !isNewer(second, first), "of two versions only one is newer");
-    require(!newer || !isNewer(second, third) || isNewer(first, third),
-            "newer than a newer one is newer");
+    require(!newer || !isNewer(second, first), "of two versions at most one is newer");
+    require(!newer || !isNewer(second, third) || isNewer(first, third), "the order is transitive");
     ClientUpdater::ErrorSlot error;
     require(ClientUpdater::checkUpdaterVersionNewer(first, second, error) == newer,
-            "the updater decides as everybody");
+            "the updater compares versions in the same way");
     return 0;
 }

@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <functional>
 
 #include <archive.h>
 #include <archive_entry.h>
@@ -24,7 +23,7 @@ constexpr time_t kSomeTime = 1234567890;
 struct ArchiveEntry {
     std::string name;
     mode_t mode = S_IFREG | 0644;
-    std::string contents = {};  ///< A link's target, a file's bytes.
+    std::string contents = {};  ///< The target of a link or the bytes of a file.
     bool isHardLink = false;
 };
 
@@ -40,13 +39,6 @@ struct Format {
     const char* name;
     int format;
     int filter;
-
-    /// The zip form has neither hard links nor special files.
-    [[nodiscard]] bool canHold(const ArchiveEntry& entry) const {
-        const mode_t kind = entry.mode & S_IFMT;
-        return format != ARCHIVE_FORMAT_ZIP ||
-               (!entry.isHardLink && (kind == S_IFREG || kind == S_IFDIR || kind == S_IFLNK));
-    }
 };
 
 constexpr Format kPlainTar = {"tar", ARCHIVE_FORMAT_TAR_PAX_RESTRICTED, ARCHIVE_FILTER_NONE};
@@ -87,8 +79,7 @@ void writeArchive(const fs::path& path, const Format& format,
     ASSERT_EQ(archive_write_free(writer), ARCHIVE_OK);
 }
 
-/// What stands below the folder: size of files, permissions, a link's target, and the time unless
-/// it is now.
+/// Lists the items below the folder: name, mode, link target, size of a file, and time or "now".
 std::string treeOf(const fs::path& folder) {
     const char* const list = R"(cd "$0" && find . -mindepth 1 -printf '%P %M %l ' \
         '(' -type f -printf '%s ' -o -true ')' \
@@ -96,7 +87,7 @@ std::string treeOf(const fs::path& folder) {
     return runToEndOfOutput("/bin/sh", {"-c", list, folder}).standardOutput;
 }
 
-/// A folder to unpack into, and things outside it that hostile archives are after.
+/// A folder to unpack into, beside a file that hostile archives try to reach.
 class Archives : public testing::Test {
   protected:
     Archives() {
@@ -120,56 +111,40 @@ struct HostileArchive {
     std::vector<ArchiveEntry> entries;
     const char* reason;
     UnpackLimits limits = {};
+    bool tarOnly = false;  ///< Zip has neither hard links nor special files.
 };
 
-TEST_F(Archives, ThatAreHostileAreRefusedAndReachNothingOutside) {
-    const ArchiveEntry large{"1", S_IFREG | 0644, std::string(70, 'x')};
+TEST_F(Archives, WithHostileEntriesAreRefused) {
     const ArchiveEntry folder{"d", S_IFDIR | 0755};
     const ArchiveEntry file{"f", S_IFREG | 0644, "text"};
-    std::string deep;
-    for (int level = 0; level < 65; ++level) {
-        deep += "d/";
-    }
     const HostileArchive table[] = {
-        {"upwards", {{"../outside/new"}}, "upwards"},
-        {"upwards later", {folder, {"d/../../outside/new"}}, "upwards"},
+        {"parent", {{"../outside/new"}}, "“..” component"},
+        {"parent later", {folder, {"d/../../outside/new"}}, "“..” component"},
         {"absolute", {{"/tmp/new"}}, "absolute"},
         {"absolute link", {link("l", "/etc/passwd")}, "absolute"},
         {"link out", {link("l", "../outside/secret")}, "out of the folder"},
         {"link out by a link", {link("d/up", ".."), link("d/out", "up/../outside")}, "out of"},
         {"empty link", {link("l", "")}, "malformed target"},
-        {"file through a link", {folder, link("l", "d"), {"l/new"}}, "below a file or a link"},
-        {"file over a dangling link", {link("l", "new"), {"l"}}, "twice"},
-        {"below a file", {file, {"f/new"}}, "below a file or a link"},
-        {"hard link out", {hardLink("h", "../outside/secret")}, "hard link that leads out"},
-        {"hard link to nothing", {hardLink("h", "f")}, "hard link to something"},
-        {"hard link to a link", {file, link("l", "f"), hardLink("h", "l")}, "hard link to some"},
-        {"hard link through one",
-         {{"d/f"}, link("l", "d"), hardLink("h", "l/f")},
-         "hard link to some"},
-        {"hard link over a file", {file, {"g"}, hardLink("g", "f")}, "twice"},
-        {"pipe", {{"p", S_IFIFO | 0644}}, "neither a file"},
+        {"hard link out",
+         {hardLink("h", "../outside/secret")},
+         "hard link that leads out",
+         {},
+         true},
+        {"hard link to nothing", {hardLink("h", "f")}, "hard link whose target is not", {}, true},
+        {"pipe", {{"p", S_IFIFO | 0644}}, "is not a file, a folder", {}, true},
         {"set-user-id file", {{"s", S_IFREG | 04755}}, "set-user-id"},
         {"file twice by another name", {file, {"./f"}}, "twice"},
-        {"file over a folder", {folder, {"d"}}, "twice"},
-        {"folder over a file", {{"d"}, folder}, "twice"},
         {"name that is not UTF-8", {{"\xFF\xFE"}}, "not UTF-8"},
         {"link target that is not UTF-8", {link("l", "\xFF")}, "malformed target"},
         {"the folder itself as a file", {{"."}}, "folder itself"},
-        {"long name", {{std::string(1025, 'n')}}, "too long"},
-        {"deep name", {{deep}}, "too deep"},
+        {"long name", {{"name"}}, "too long", {.pathLength = 3}},
+        {"deep name", {{"d/d/d/d"}}, "too deep", {.pathDepth = 3}},
         {"too many files", {{"1"}, {"2"}, {"3"}}, "more than 2 items", {.items = 2}},
-        {"too many folders on the way", {{"1/2/3/4"}}, "more than 3 items", {.items = 3}},
-        {"too many links", {file, link("1", "x"), hardLink("h", "f")}, "more than", {.items = 2}},
-        {"one large file", {large}, "more than 64 bytes", {.bytes = 64}},
-        {"large together", {large, {"2", S_IFREG | 0644, large.contents}}, "more", {.bytes = 139}},
+        {"large together", {file, {"2", S_IFREG | 0644, "more"}}, "more than 7", {.bytes = 7}},
     };
     for (const HostileArchive& hostile : table) {
-        for (const Format& format : {kPlainTar, kZip}) {
+        for (const Format& format : {kPlainTar, hostile.tarOnly ? kPlainTar : kZip}) {
             SCOPED_TRACE(std::string(hostile.situation) + " as " + format.name);
-            if (!std::ranges::all_of(hostile.entries, std::bind_front(&Format::canHold, format))) {
-                continue;
-            }
             writeArchive(archive, format, hostile.entries);
             emptyTarget();
             const std::string before = treeOf(root.path());
@@ -186,8 +161,8 @@ TEST_F(Archives, ThatAreHostileAreRefusedAndReachNothingOutside) {
     }
 }
 
-TEST_F(Archives, OfEveryFormatAreUnpackedWithModesLinksAndTimes) {
-    // The folders that their owner may not write or search come before what is in them.
+TEST_F(Archives, KeepModesLinksAndTimes) {
+    // Folders that their owner may not write or search precede their contents.
     const std::vector<ArchiveEntry> entries = {{"./", S_IFDIR | 0700},
                                                {"shut", S_IFDIR | 0600},
                                                {"shut/inner", S_IFDIR | 0710},
@@ -201,7 +176,7 @@ TEST_F(Archives, OfEveryFormatAreUnpackedWithModesLinksAndTimes) {
         SCOPED_TRACE(format.name);
         emptyTarget();
         auto written = entries;
-        if (format.canHold(hardLink("", ""))) {
+        if (format.format != ARCHIVE_FORMAT_ZIP) {
             written.push_back(hardLink("twin", "sealed/run"));
         }
         writeArchive(archive, format, written);
@@ -222,15 +197,15 @@ TEST_F(Archives, OfEveryFormatAreUnpackedWithModesLinksAndTimes) {
     }
 }
 
-TEST_F(Archives, ThatAreCutShortAreRefusedWhereverTheCut) {
+TEST_F(Archives, AreRefusedIfCutShort) {
     for (const Format& format : kFormats) {
         writeArchive(archive, format,
                      {{"a", S_IFREG | 0644, std::string(3000, 'a')}, {"b", S_IFREG | 0644, "b"}});
         std::string whole = *contentsOfFile(archive);
         std::size_t step = std::max<std::size_t>(whole.size() / 40, 1);
         if (format.filter == ARCHIVE_FILTER_NONE && format.format != ARCHIVE_FORMAT_ZIP) {
-            whole.resize(512 + 3072 + 512 + 512 + 1);  // up to the mark that ends the archive
-            step = 128;                                // so that some cuts fall between entries
+            whole.resize(512 + 3072 + 512 + 512 + 1);  // up to the end marker
+            step = 128;                                // some cuts fall between entries
         }
         for (std::size_t length = 0; length < whole.size() - 1; length += step) {
             emptyTarget();
@@ -240,7 +215,7 @@ TEST_F(Archives, ThatAreCutShortAreRefusedWhereverTheCut) {
     }
 }
 
-TEST_F(Archives, AreNotUnpackedIntoAFolderThatHoldsSomethingOrIsALink) {
+TEST_F(Archives, AreUnpackedOnlyIntoAnEmptyFolder) {
     writeArchive(archive, kPlainTar, {{"a"}});
     EXPECT_TRUE(unpackArchive(archive, outside));
     EXPECT_FALSE(fs::exists(outside / "a"));

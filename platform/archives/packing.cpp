@@ -12,33 +12,37 @@
 
 #include "platform/archives/archives.h"
 #include "platform/archives/rules.h"
+#include "platform/core/deleter.h"
 #include "platform/core/error.h"
 #include "platform/core/file_descriptor.h"
 #include "platform/core/text.h"
 #include "platform/files/durable_file.h"
 #include "platform/files/files.h"
 
+// How it works: a first walk over the folder collects all items, refuses what unpacking would
+// refuse and adds up the sizes that the progress refers to. The items are sorted by name, because
+// the order of a directory walk depends on the file system and the archive must not. Then
+// libarchive writes them through zstd into a temporary file beside the target, which is fsynced and
+// renamed over the target. A file whose size changes between the two passes is an error: its
+// header, which announces the size, is already written.
 namespace teravolant::platform {
 namespace {
 
 namespace fs = std::filesystem;
 
-/// Of folders and links: 1 January 2000. Their times say only when they were copied.
-constexpr time_t kSomeTime = 946684800;
+/// 1 January 2000, for folders and links. Their own times depend on when they were copied and would
+/// make the archive irreproducible.
+constexpr time_t kFixedTime = 946684800;
 constexpr mode_t kArchiveMode = 0644;
 
-/// Zstandard unpacks more than twice as fast as gzip or a zip's deflate, whatever the level it was
-/// packed with; at this level it also packs tighter than both in about the time that gzip takes.
+/// Zstandard unpacks more than twice as fast as gzip or the deflate of zip, at any level. At this
+/// level it also compresses better than both in about the time that gzip takes.
 constexpr const char* kCompressionLevel = "12";
 
-struct FreeHandle {
-    void operator()(archive* writer) const { archive_write_free(writer); }
-    void operator()(archive_entry* entry) const { archive_entry_free(entry); }
-};
-using Writer = std::unique_ptr<archive, FreeHandle>;
-using Entry = std::unique_ptr<archive_entry, FreeHandle>;
+using Writer = std::unique_ptr<archive, Deleter<archive_write_free>>;
+using Entry = std::unique_ptr<archive_entry, Deleter<archive_entry_free>>;
 
-/// A file that is removed unless it was moved to its place.
+/// A file that the destructor removes unless `moveDurablyTo` renamed it.
 class TemporaryFile {
   public:
     explicit TemporaryFile(fs::path path)
@@ -54,7 +58,7 @@ class TemporaryFile {
 
     [[nodiscard]] int descriptor() const { return _file.get(); }
 
-    /// Flushes the file, moves it, and flushes the folder; answers `errno` or 0.
+    /// Fsyncs the file, renames it and fsyncs the parent directory. Returns 0 or an `errno` value.
     int moveDurablyTo(const fs::path& target) {
         if (fchmod(_file.get(), kArchiveMode) != 0 || fsync(_file.get()) != 0 ||
             rename(_path.c_str(), target.c_str()) != 0) {
@@ -73,29 +77,29 @@ struct Item {
     std::string name;  ///< In the archive.
     fs::path path;
     mode_t mode = 0;
-    std::uint64_t size = 0;  ///< Of a file.
-    std::string linkTarget;
-    time_t modificationTime = kSomeTime;
+    std::uint64_t size = 0;  ///< Bytes of a regular file.
+    std::string linkTarget = {};
+    time_t modificationTime = kFixedTime;
 };
 
 Error readFailure(const fs::path& path, int errorNumber) {
     return errorFromErrno(errorNumber, FileAccess::Read,
-                          "“" + path.string() + "” could not be packed");
+                          quoted(path.string()) + " could not be packed");
 }
 
 Error refusal(const fs::path& path, std::string_view reason) {
-    return archiveError(NSFileReadUnknownError,
-                        "“" + path.string() + "” " + std::string(reason) + ": it can't be packed.");
+    return archiveError(NSFileReadUnknownError, quoted(path.string()) + " " + std::string(reason) +
+                                                    ": it can't be packed.");
 }
 
-/// `depth` is how many folders below the packed one lie above the item: links stay inside that one.
+Error writeFailure(const fs::path& archive, int errorNumber) {
+    return errorFromErrno(errorNumber, FileAccess::Write,
+                          "The archive " + quoted(archive.string()) + " could not be written");
+}
+
+/// `depth` is the number of folders between the packed folder and the item.
 Result<Item> describe(const fs::path& path, std::string name, std::size_t depth) {
-    Item item{.name = std::move(name),
-              .path = path,
-              .mode = 0,
-              .size = 0,
-              .linkTarget = {},
-              .modificationTime = kSomeTime};
+    Item item{.name = std::move(name), .path = path};
     struct stat status {};
     if (lstat(path.c_str(), &status) != 0) {
         return readFailure(path, errno);
@@ -115,7 +119,7 @@ Result<Item> describe(const fs::path& path, std::string name, std::size_t depth)
         return reason ? Result<Item>(refusal(path, *reason)) : Result<Item>(std::move(item));
     }
     if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
-        return refusal(path, "is neither a file nor a folder nor a link");
+        return refusal(path, "is not a file, a folder or a link");
     }
     if (const auto reason = refusalOfMode(status.st_mode & ~static_cast<mode_t>(S_IFMT))) {
         return refusal(path, *reason);
@@ -127,7 +131,7 @@ Result<Item> describe(const fs::path& path, std::string name, std::size_t depth)
     return item;
 }
 
-/// The folder and all that it holds, sorted by name, each folder before what is in it.
+/// Returns the folder and everything below it, sorted by name: a folder precedes its contents.
 Result<std::vector<Item>> itemsOf(const fs::path& folder, const std::string& topName) {
     std::vector<Item> items;
     auto top = describe(folder, topName, 0);
@@ -155,7 +159,7 @@ Result<std::vector<Item>> itemsOf(const fs::path& folder, const std::string& top
     return items;
 }
 
-/// One run that writes one archive.
+/// Writes one archive.
 class Packer {
   public:
     Packer(fs::path target, std::uint64_t all, const PackProgress& progress, std::stop_token stop)
@@ -172,11 +176,10 @@ class Packer {
         }
     }
 
-    /// Of the library's step that failed last.
+    /// The error of the libarchive call that failed last, which may have no `errno` value.
     [[nodiscard]] Error failure() const {
         const int number = archive_errno(_writer.get());
-        return errorFromErrno(number > 0 ? number : EIO, FileAccess::Write,
-                              "The archive “" + _target.string() + "” could not be written");
+        return writeFailure(_target, number > 0 ? number : EIO);
     }
 
     fs::path _target;
@@ -232,7 +235,7 @@ Status Packer::writeContents(const Item& item) {
         }
         packed += piece.size();
         if (packed > item.size) {
-            return refusal(item.path, "changed while it was read");
+            return refusal(item.path, "changed while it was being read");
         }
         if (archive_write_data(_writer.get(), piece.data(), piece.size()) !=
             static_cast<la_ssize_t>(piece.size())) {
@@ -246,7 +249,7 @@ Status Packer::writeContents(const Item& item) {
         return error;
     }
     if (packed != item.size) {
-        return refusal(item.path, "changed while it was read");
+        return refusal(item.path, "changed while it was being read");
     }
     return std::nullopt;
 }
@@ -271,19 +274,17 @@ Status packFolder(const fs::path& folder, const fs::path& archive, const PackPro
     }
     const UnpackLimits limits;
     if (all > limits.bytes || items->size() > limits.items) {
-        return refusal(source, "holds more than may be unpacked");
+        return refusal(source, "contains more than may be unpacked");
     }
     TemporaryFile temporary(temporaryPathFor(archive));
     if (temporary.descriptor() < 0) {
-        return errorFromErrno(errno, FileAccess::Write,
-                              "The archive “" + archive.string() + "” could not be written");
+        return writeFailure(archive, errno);
     }
     if (auto error = Packer(archive, all, progress, stop).writeTo(temporary.descriptor(), *items)) {
         return error;
     }
     if (const int failure = temporary.moveDurablyTo(archive)) {
-        return errorFromErrno(failure, FileAccess::Write,
-                              "The archive “" + archive.string() + "” could not be written");
+        return writeFailure(archive, failure);
     }
     return std::nullopt;
 }

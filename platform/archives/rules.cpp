@@ -8,7 +8,7 @@ namespace {
 
 constexpr unsigned kSpecialBits = 07000;
 
-/// The next component of what is left of a path, which is shortened by it.
+/// Removes the first component of `path` and returns it.
 std::string_view takeComponent(std::string_view& path) {
     const std::size_t end = path.find('/');
     const std::string_view component = path.substr(0, end);
@@ -42,14 +42,14 @@ Result<PathComponents> componentsOfEntry(std::string_view name, const UnpackLimi
     while (!name.empty()) {
         const std::string_view component = takeComponent(name);
         if (component == "..") {
-            return refusal("has a name that leads upwards");
+            return refusal("has a name with a “..” component");
         }
         if (!component.empty() && component != ".") {
             components.emplace_back(component);
         }
     }
     if (components.size() > limits.pathDepth) {
-        return refusal("lies too deep");
+        return refusal("is nested too deeply");
     }
     return components;
 }

@@ -9,34 +9,35 @@
 
 #include "platform/archives/archives.h"
 
-// What packing and unpacking have in common: which entries an archive may hold.
+// Which entries an archive may contain: the rules that packing and unpacking share.
 namespace teravolant::platform {
 
 inline constexpr unsigned kPermissionBits = 0777;
 
-/// Bytes that are read at a time, of an archive or of a file that goes into one.
+/// Bytes per read of an archive or of a file that is packed.
 inline constexpr std::size_t kArchiveReadSize = std::size_t{1} << 18U;
 
 using PathComponents = std::vector<std::string>;
 
-/// Splits an entry's name, leaving out `.` and doubled slashes: empty for the folder itself.
-/// The error's text is the end of a sentence that begins with the entry's name.
+/// Splits the name of an entry at its slashes and drops `.` and empty components. Returns no
+/// component for the root folder itself. The error's text ends a sentence that begins with the
+/// name.
 Result<PathComponents> componentsOfEntry(std::string_view name, const UnpackLimits& limits);
 
-/// Why a symbolic link must not stand `depth` folders deep, as the end of a sentence that begins
-/// with its name; nothing when it may.
+/// Returns why a symbolic link in a folder `depth` levels below the root is refused, as the end of
+/// a sentence that begins with the link's name, or nothing if it is permitted.
 ///
-/// A permitted target is relative and only begins with `..`, at most `depth` times. The folder that
-/// holds the link is a real one, so those steps stay inside; after them every step leads downwards
-/// or through another permitted link. A `..` further back would start from wherever such a link
-/// leads and could climb out although it looks harmless.
+/// A permitted target is relative and contains `..` only at its beginning, at most `depth` times.
+/// The parent of the link is a real folder, so these steps stay inside the root; every later step
+/// descends or follows another permitted link. A `..` after another component would start at the
+/// target of such a link and could leave the root.
 [[nodiscard]] std::optional<std::string> refusalOfLink(std::string_view target, std::size_t depth,
                                                        const UnpackLimits& limits);
 
-/// Why the mode's bits beyond the permissions are refused; nothing when there are none.
+/// Returns why the mode is refused, in the same form, or nothing if it has permission bits only.
 [[nodiscard]] std::optional<std::string> refusalOfMode(unsigned mode);
 
-/// Lets the calling thread's names be UTF-8, whatever the environment says, as long as it lives.
+/// Sets LC_CTYPE of the calling thread to UTF-8 while it lives: libarchive converts names with it.
 class Utf8Names {
   public:
     Utf8Names();
@@ -49,7 +50,7 @@ class Utf8Names {
     locale_t _previous;
 };
 
-/// An error of `NSCocoaErrorDomain`.
+/// Returns an error of `NSCocoaErrorDomain`.
 Error archiveError(std::int64_t code, std::string description);
 
 }  // namespace teravolant::platform

@@ -1,10 +1,11 @@
 #include "platform/crypto/digests.h"
-#include "platform/core/error.h"
 
-#include <algorithm>
 #include <array>
 
 #include <openssl/evp.h>
+
+#include "platform/core/deleter.h"
+#include "platform/core/error.h"
 
 namespace teravolant::platform {
 namespace {
@@ -22,11 +23,7 @@ const EVP_MD* implementationOf(DigestAlgorithm algorithm) {
 }  // namespace
 
 struct Digest::Context {
-    struct Free {
-        void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
-    };
-
-    std::unique_ptr<EVP_MD_CTX, Free> handle{EVP_MD_CTX_new()};
+    std::unique_ptr<EVP_MD_CTX, Deleter<EVP_MD_CTX_free>> handle{EVP_MD_CTX_new()};
     bool works = false;
 };
 
@@ -53,8 +50,8 @@ Result<std::string> Digest::finish() {
         return Error{.domain = std::string(kCryptoErrorDomain),
                      .code = CryptoError::internal,
                      .localizedDescription =
-                         "The digest could not be computed: this machine does "
-                         "not offer its algorithm."};
+                         "The digest could not be computed: the system does not "
+                         "provide its algorithm."};
     }
     _context->works = false;
     return std::string(reinterpret_cast<const char*>(digest.data()), length);

@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -19,9 +18,9 @@ enum Code : std::int64_t { internal = -2070, undecodable = -26275 };
 
 enum class DigestAlgorithm : std::uint8_t { Md5, Sha256 };
 
-/// Computes a digest of bytes that come piece by piece: MD5 (RFC 1321) or SHA-256 (FIPS 180-4).
+/// Computes a digest incrementally: MD5 (RFC 1321) or SHA-256 (FIPS 180-4).
 ///
-/// One thread at a time. MD5 tells versions of a thing apart; it proves nothing about who made it.
+/// Used by one thread at a time. MD5 detects changes but not forgeries.
 class Digest {
   public:
     explicit Digest(DigestAlgorithm algorithm);
@@ -31,8 +30,8 @@ class Digest {
 
     void update(std::string_view bytes);
 
-    /// The digest's raw bytes, 16 for MD5 and 32 for SHA-256. Called once, at the end. An error of
-    /// `kCryptoErrorDomain` when this machine's policy forbids the algorithm.
+    /// Returns the raw bytes of the digest: 16 for MD5, 32 for SHA-256. Called once, at the end.
+    /// Fails with an error of `kCryptoErrorDomain` if the system's policy forbids the algorithm.
     Result<std::string> finish();
 
   private:

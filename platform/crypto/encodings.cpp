@@ -59,7 +59,7 @@ std::optional<std::string> base64Decoded(std::string_view text) {
     }
     const std::size_t padding = text.ends_with("==") ? 2 : text.ends_with('=') ? 1 : 0;
     bytes.erase(bytes.size() - std::min(padding, bytes.size()));
-    // The decoder overlooks white space around the text and stray bits before the padding.
+    // The decoder ignores white space around the text and non-zero bits before the padding.
     if (base64Encoded(bytes) != text) {
         return std::nullopt;
     }

@@ -6,14 +6,14 @@
 
 namespace teravolant::platform {
 
-/// Two lower-case hexadecimal digits for each byte.
+/// Returns two lower-case hexadecimal digits per byte.
 [[nodiscard]] std::string hexText(std::string_view bytes);
 
-/// Base64 with padding and without line breaks (RFC 4648, section 4).
+/// Returns base64 with padding and without line breaks (RFC 4648, section 4).
 [[nodiscard]] std::string base64Encoded(std::string_view bytes);
 
-/// The bytes that the text stands for; nothing unless it is exactly what `base64Encoded` makes of
-/// them, so that two different texts never stand for the same bytes.
+/// Returns the decoded bytes, or nothing if the text differs from what `base64Encoded` returns for
+/// them. Two different texts never decode to the same bytes.
 [[nodiscard]] std::optional<std::string> base64Decoded(std::string_view text);
 
 }  // namespace teravolant::platform

@@ -8,6 +8,7 @@
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 
+#include "platform/core/deleter.h"
 #include "platform/core/error.h"
 #include "platform/crypto/digests.h"
 #include "platform/crypto/encodings.h"
@@ -18,28 +19,23 @@ namespace {
 constexpr std::size_t kPublicKeySize = 32;
 constexpr std::size_t kSignatureSize = 64;
 
-struct Free {
-    void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
-    void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
-    void operator()(BIO* bio) const { BIO_free_all(bio); }
-};
-using Key = std::unique_ptr<EVP_PKEY, Free>;
-using SignatureContext = std::unique_ptr<EVP_MD_CTX, Free>;
-using Bio = std::unique_ptr<BIO, Free>;
+using Key = std::unique_ptr<EVP_PKEY, Deleter<EVP_PKEY_free>>;
+using SignatureContext = std::unique_ptr<EVP_MD_CTX, Deleter<EVP_MD_CTX_free>>;
+using Bio = std::unique_ptr<BIO, Deleter<BIO_free_all>>;
 
 const unsigned char* octets(std::string_view bytes) {
     return reinterpret_cast<const unsigned char*>(bytes.data());
 }
 
 Error securityError(CryptoError::Code code, std::string description) {
-    // What is left in the thread's queue would be taken for the failure of a later operation.
+    // An entry left in OpenSSL's per-thread queue looks like the failure of a later operation.
     ERR_clear_error();
     return Error{.domain = std::string(kCryptoErrorDomain),
                  .code = code,
                  .localizedDescription = std::move(description)};
 }
 
-/// Keeps the library from asking at the terminal for the password of an encrypted key.
+/// Prevents OpenSSL from asking at the terminal for the password of an encrypted key.
 int refusePassword(char* /*buffer*/, int /*size*/, int /*writes*/, void* /*context*/) { return -1; }
 
 }  // namespace
@@ -56,7 +52,7 @@ SigningKey::~SigningKey() = default;
 Result<SigningKey> SigningKey::generate() {
     Key key(EVP_PKEY_Q_keygen(nullptr, nullptr, "ED25519"));
     if (!key) {
-        return securityError(CryptoError::internal, "No signing key could be made.");
+        return securityError(CryptoError::internal, "The signing key could not be generated.");
     }
     return SigningKey(std::make_unique<Handle>(Handle{std::move(key)}));
 }

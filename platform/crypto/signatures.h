@@ -6,25 +6,26 @@
 
 #include "platform/core/result.h"
 
-// Ed25519 signatures (RFC 8032). Public keys and signatures travel as base64 text of their raw 32
-// and 64 bytes. All operations may be called from any thread.
+// Ed25519 signatures (RFC 8032). Public keys (32 raw bytes) and signatures (64 raw bytes) are
+// passed as base64 text. All operations may be called from any thread. Failures are errors of
+// `kCryptoErrorDomain` (digests.h).
 namespace teravolant::platform {
 
-/// A private key, with the public key that belongs to it.
+/// A private key and its public key.
 class SigningKey {
   public:
-    /// A new key from the system's random numbers.
+    /// Generates a key from the system's random numbers.
     static Result<SigningKey> generate();
 
-    /// The key in a PEM text (RFC 7468) that holds an unencrypted PKCS#8 private key (RFC 8410).
-    /// Anything else, other kinds of keys included, is an error that says so.
+    /// Reads a PEM text (RFC 7468) with an unencrypted PKCS#8 private key (RFC 8410). Fails for
+    /// any other text and any other kind of key.
     static Result<SigningKey> fromPem(std::string_view pem);
 
     SigningKey(SigningKey&& other) noexcept;
     SigningKey& operator=(SigningKey&& other) noexcept;
     ~SigningKey();
 
-    /// The private key as `fromPem` takes it. The caller keeps it secret.
+    /// Returns the private key in the form that `fromPem` reads. The caller keeps it secret.
     [[nodiscard]] Result<std::string> pem() const;
 
     [[nodiscard]] Result<std::string> publicKey() const;
@@ -38,8 +39,8 @@ class SigningKey {
     std::unique_ptr<Handle> _handle;
 };
 
-/// Whether the signature over the message was made with the private key that belongs to the public
-/// key. A malformed key or signature is just no valid one.
+/// Whether the signature of the message was created with the private key of `publicKey`. Returns
+/// false for a malformed key or signature.
 [[nodiscard]] bool isSignatureValid(std::string_view message, std::string_view signature,
                                     std::string_view publicKey);
 

@@ -18,7 +18,7 @@ const std::string kPublicKey = "PUAXw+hDiVqStwqnTRt+vJyYLM8uxJaMwM1V8Sr0Zgw=";
 const std::string kSignature =
     "kqAJqfDUyrhyDoILX2QlQKKye1QWUD+Ps3YiI+vbadoIWsHkPhWZbkWPNhPQ8R2MOHsurrQwKu6wDSkWErsMAA==";
 
-TEST(Base64, RefusesEveryTextButTheOneThatEncodingMakes) {
+TEST(Base64, RefusesNonCanonicalText) {
     for (const std::string& bytes : {std::string(), std::string("\0\xFF\xFE\xFD", 4)}) {
         EXPECT_EQ(base64Decoded(base64Encoded(bytes)), bytes);
     }
@@ -28,7 +28,7 @@ TEST(Base64, RefusesEveryTextButTheOneThatEncodingMakes) {
     }
 }
 
-TEST(Signatures, AreTheStandardsAndInvalidWhenMalformed) {
+TEST(Signatures, MatchRfc8032AndRefuseMalformedInput) {
     const auto signer = SigningKey::fromPem(kPrivateKey);
     ASSERT_TRUE(signer) << signer.error().localizedDescription;
     EXPECT_EQ(*signer->pem(), kPrivateKey);
@@ -43,12 +43,10 @@ TEST(Signatures, AreTheStandardsAndInvalidWhenMalformed) {
     changed[40] ^= 1;
     for (const std::string& bad :
          {base64Encoded(changed), std::string(), base64Encoded(signature.substr(1)),
-          base64Encoded(signature + "x"), signature, kSignature + "\n"}) {
-        EXPECT_FALSE(isSignatureValid(kMessage, bad, kPublicKey)) << bad;
-    }
-    for (const std::string& bad :
-         {std::string(), base64Encoded(key.substr(1)), base64Encoded(key + "x"),
+          base64Encoded(signature + "x"), signature, kSignature + "\n",
+          base64Encoded(key.substr(1)), base64Encoded(key + "x"),
           base64Encoded(std::string(32, '\xFF'))}) {
+        EXPECT_FALSE(isSignatureValid(kMessage, bad, kPublicKey)) << bad;
         EXPECT_FALSE(isSignatureValid(kMessage, kSignature, bad)) << bad;
     }
 }

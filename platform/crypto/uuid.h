@@ -4,7 +4,8 @@
 
 namespace teravolant::platform {
 
-/// A new random UUID (RFC 9562, version 4) as its canonical text of 36 characters, in upper case.
+/// Returns a new random UUID (RFC 9562, version 4) in the canonical form of 36 characters, upper
+/// case.
 [[nodiscard]] std::string randomUuid();
 
 }  // namespace teravolant::platform

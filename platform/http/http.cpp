@@ -5,6 +5,7 @@
 
 #include <curl/curl.h>
 
+#include "platform/core/deleter.h"
 #include "platform/core/error.h"
 #include "platform/core/text.h"
 #include "platform/http/http_address.h"
@@ -12,13 +13,15 @@
 #include "platform/http/http_exchange.h"
 #include "platform/http/http_failures.h"
 
+// How it works: a request is a sequence of exchanges on one multi handle, which keeps connections
+// alive for the next exchange. Each exchange ends with a response or with the location of a
+// redirect. `HttpAddress` decides whether the location may be contacted, `followRedirect` adapts
+// method, body and headers, and the loop goes on with the next exchange. Both public operations
+// stream the body to a receiver; `sendHttpRequest` collects it in a string.
 namespace teravolant::platform {
 namespace {
 
-struct FreeMulti {
-    void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
-};
-using MultiHandle = std::unique_ptr<CURLM, FreeMulti>;
+using MultiHandle = std::unique_ptr<CURLM, Deleter<curl_multi_cleanup>>;
 
 bool carriesCredentials(const HttpHeader& header) {
     return equalIgnoringCase(header.name, "Authorization") ||
@@ -29,7 +32,7 @@ bool describesTheBody(const HttpHeader& header) {
     return equalIgnoringCase(header.name.substr(0, 8), "Content-");
 }
 
-/// Changes the request into the one that a redirect asks for (RFC 9110, section 15.4).
+/// Changes the request to the one that follows a redirect (RFC 9110, section 15.4).
 void followRedirect(HttpRequest& request, int status, bool sameOrigin) {
     if (status != 307 && status != 308 && request.method == HttpMethod::Post) {
         request.method = HttpMethod::Get;
@@ -46,7 +49,7 @@ Result<HttpResponse> perform(HttpRequest request, const HttpBodyReceiver& receiv
                              const std::stop_token& stop) {
     const MultiHandle multi(startHttpLibrary() ? curl_multi_init() : nullptr);
     if (!multi) {
-        return httpError(HttpError::unknown, "This machine's network library can't be used.");
+        return httpError(HttpError::unknown, "The system's network library can't be used.");
     }
     auto address = HttpAddress::parse(request.url);
     if (!address) {
@@ -72,9 +75,9 @@ Result<HttpResponse> perform(HttpRequest request, const HttpBodyReceiver& receiv
         current = *std::move(next);
     }
     return httpError(HttpError::tooManyRedirects,
-                     "“" + current.displayedHost() + "” was reached over more than " +
-                         std::to_string(options.maximumRedirects) +
-                         " redirects, which seem to lead in a circle.");
+                     "More than " + std::to_string(options.maximumRedirects) +
+                         " redirects led to " + quoted(current.displayedHost()) +
+                         ": they probably form a loop.");
 }
 
 }  // namespace
@@ -98,13 +101,6 @@ Result<HttpResponse> sendHttpRequest(const HttpRequest& request, const HttpOptio
 Result<HttpResponse> streamHttpBody(const HttpRequest& request, const HttpBodyReceiver& receiver,
                                     const HttpOptions& options) {
     return perform(request, receiver, WantedBodies::Contents, options, {});
-}
-
-std::string resumptionValidator(const HttpResponse& response) {
-    if (response.entityTag && response.entityTag->starts_with('"')) {
-        return *response.entityTag;
-    }
-    return response.lastModified.value_or("");
 }
 
 }  // namespace teravolant::platform

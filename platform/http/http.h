@@ -10,15 +10,14 @@
 #include <vector>
 
 #include "platform/core/result.h"
-#include "platform/http/http_error.h"
 
-// HTTP requests (RFC 9110) over https, and over plain http to a loopback host only.
+// HTTP requests (RFC 9110): https to any host, plain http to loopback hosts only.
 //
-// Operations block the calling thread and make no callbacks on any other, but for the one that says
-// so; they may run on several threads at once. Servers are trusted by the system's certificates,
-// and by those in the file that `SSL_CERT_FILE` names. The environment's proxies are used, but
-// never for a loopback host. A failure is an error of `kHttpErrorDomain` that names the host, or
-// what a callback answered.
+// All operations block, call back on the calling thread, and may be called from several threads at
+// once. Servers are authenticated with the system's certificates, and those in the file
+// `$SSL_CERT_FILE`. The proxies of the environment are used, but never for a loopback host.
+// Failures are errors of `kHttpErrorDomain` (http_error.h) that name the host, or the error of a
+// callback.
 namespace teravolant::platform {
 
 struct HttpHeader {
@@ -28,73 +27,70 @@ struct HttpHeader {
 
 enum class HttpMethod : std::uint8_t { Get, Post };
 
-/// Asks for the rest of a content that is partly here already (RFC 9110, section 14).
+/// Requests the remainder of a partly downloaded body (RFC 9110, section 14).
 struct HttpResumption {
-    std::uint64_t offset = 0;  ///< Bytes that are here.
-    std::string validator;     ///< Of the content that they are from, see `resumptionValidator`.
+    std::uint64_t offset = 0;  ///< Bytes that the caller already has.
+    std::string validator;     ///< Of the response that they are from: `resumptionValidator`.
 };
 
 struct HttpRequest {
     std::string url = {};
     HttpMethod method = HttpMethod::Get;
     std::vector<HttpHeader> headers = {};
-    std::string body = {};  ///< Of a POST.
-    /// Without a validator, or with an offset of 0, the whole is asked for.
+    std::string body = {};  ///< Sent with POST only.
+    /// Without a validator, or with an offset of 0, the whole body is requested.
     std::optional<HttpResumption> resumption = {};
 };
 
 struct HttpOptions {
-    /// For finding the host, connecting and the TLS handshake, each time a server is connected to.
+    /// For DNS look-up, TCP connect and TLS handshake together, for each connection.
     std::chrono::milliseconds connectTimeout = std::chrono::seconds(30);
-    /// How long a connected transfer may go without a byte sent or received. There is no limit on
-    /// the time of the whole.
+    /// How long a connected transfer may pause without a byte sent or received. The total duration
+    /// has no limit.
     std::chrono::milliseconds stallTimeout = std::chrono::seconds(60);
-    /// Bytes of the answer's body; a larger one is an error as soon as that is known.
+    /// Bytes of the response's body. Fails as soon as the body is known to be larger.
     std::optional<std::uint64_t> maximumBodySize = {};
     int maximumRedirects = 10;
 };
 
 struct HttpResponse {
     int status = 0;
-    std::string url = {};  ///< The one that answered, after all redirects.
+    std::string url = {};  ///< Of the last request, after all redirects.
     std::optional<std::string> entityTag = {};
     std::optional<std::string> lastModified = {};
     std::optional<std::string> contentRange = {};
-    std::optional<std::uint64_t> contentLength = {};  ///< Bytes of this answer's body.
-    /// Where in the whole content the body begins: the offset that was asked for when the answer
-    /// continues there (206), and 0 when it starts afresh (200).
+    std::optional<std::uint64_t> contentLength = {};  ///< Bytes of this response's body.
+    /// Where the body begins within the whole content: the requested offset for status 206, else 0.
     std::uint64_t bodyOffset = 0;
-    std::string body = {};  ///< Of `sendHttpRequest` only.
+    std::string body = {};  ///< Set by `sendHttpRequest` only.
 };
 
-/// What a streamed body is handed to. Each callback may refuse with an error, which ends the
-/// transfer.
+/// The callbacks for a streamed body. An error that one of them returns ends the transfer.
 struct HttpBodyReceiver {
-    /// Called once, before the first byte, and also for a body without one. May be empty.
+    /// Called once, before the first byte, and also for an empty body. Optional.
     std::function<Status(const HttpResponse&)> begin = {};
-    /// Called with the body's bytes in their order.
+    /// Called with consecutive pieces of the body.
     std::function<Status(std::string_view bytes)> receive = {};
 };
 
-/// Sends a request and answers with the whole body, whatever the status.
+/// Sends a request and returns the response with its whole body, for every status.
 ///
-/// Redirects are followed, each one checked before it is connected to: from https to https only. A
-/// redirected POST stays one for the statuses 307 and 308 and becomes a GET for the others; headers
-/// with credentials stay with the host that they were meant for. A body that ends early is an
-/// error.
+/// Follows redirects and checks each target before it connects: https redirects to https only. A
+/// redirected POST stays a POST for the statuses 307 and 308 and becomes a GET for the others. A
+/// redirect to another origin drops headers with credentials. A body that ends early is an error.
 Result<HttpResponse> sendHttpRequest(const HttpRequest& request, const HttpOptions& options = {},
                                      const std::stop_token& stop = {});
 
-/// As `sendHttpRequest`, but streams the body of a 200 or 206 answer to the receiver and keeps none
-/// of it. The body of any other answer is not read; its status tells the caller, 416 included.
+/// Like `sendHttpRequest`, but streams the body of a 200 or 206 response to the receiver. Does not
+/// read the body of another response, 416 included: the caller checks `status`.
 ///
-/// An answer of 206 that does not begin at the offset asked for is an error, before any byte of it
-/// is handed on. It may end before the content does: `contentRange` holds the whole length.
+/// A 206 response that does not begin at the requested offset is an error, before the receiver is
+/// called. It may end before the content does: `contentRange` has the length of the content.
 Result<HttpResponse> streamHttpBody(const HttpRequest& request, const HttpBodyReceiver& receiver,
                                     const HttpOptions& options = {});
 
-/// What an interrupted transfer of this answer's body can be resumed with: the strong entity tag,
-/// else the modification date; empty when there is neither.
+/// Returns the validator for resuming an interrupted transfer of this response's body: the strong
+/// entity tag, else the modification date, else an empty text.
 [[nodiscard]] std::string resumptionValidator(const HttpResponse& response);
 
 }  // namespace teravolant::platform

@@ -5,6 +5,7 @@
 
 #include <curl/curl.h>
 
+#include "platform/core/deleter.h"
 #include "platform/core/error.h"
 #include "platform/core/text.h"
 #include "platform/http/http_error.h"
@@ -12,10 +13,6 @@
 
 namespace teravolant::platform {
 namespace {
-
-struct FreeText {
-    void operator()(char* text) const { curl_free(text); }
-};
 
 using Handle = std::unique_ptr<void, void (*)(void*)>;
 
@@ -25,17 +22,17 @@ Handle owned(CURLU* handle) {
     return {handle, [](void* url) { curl_url_cleanup(static_cast<CURLU*>(url)); }};
 }
 
-/// A part of the URL; empty when it has none.
+/// Returns an empty text if the URL does not have the part.
 std::string partOf(CURLU* url, CURLUPart part, unsigned flags = 0) {
     char* text = nullptr;
     if (curl_url_get(url, part, &text, flags) != CURLUE_OK) {
         return {};
     }
-    const std::unique_ptr<char, FreeText> owner(text);
+    const std::unique_ptr<char, Deleter<curl_free>> owner(text);
     return text;
 }
 
-/// Judges the host as the library normalised it, which is what it then connects to.
+/// `host` is the text that libcurl normalised, so that this check and the connection agree on it.
 bool isLoopbackHost(std::string_view host) {
     if (equalIgnoringCase(host, "localhost")) {
         return true;
@@ -69,16 +66,17 @@ Result<HttpAddress> HttpAddress::checked(Handle handle) {
     const std::string scheme = partOf(curlUrl(handle), CURLUPART_SCHEME);
     HttpAddress address(std::move(handle));
     if (!address._isSecure && !equalIgnoringCase(scheme, "http")) {
-        return httpError(HttpError::unsupportedUrl, "Addresses that begin with “" + scheme +
-                                                        ":” are not used: only https is safe.");
+        return httpError(HttpError::unsupportedUrl, "Addresses that begin with " +
+                                                        quoted(scheme + ":") +
+                                                        " are not supported: only https is safe.");
     }
     if (address._url.empty() || address._host.empty()) {
-        return httpError(HttpError::badUrl, "The address names no server.");
+        return httpError(HttpError::badUrl, "The address does not contain a host.");
     }
     if (!address._isSecure && !address._isLoopback) {
         return httpError(
             HttpError::unsupportedUrl,
-            "“" + address._displayedHost + "” is not asked over plain http: only https is safe.");
+            quoted(address._displayedHost) + " is not asked over plain http: only https is safe.");
     }
     return address;
 }
@@ -97,14 +95,14 @@ Result<HttpAddress> HttpAddress::redirectedTo(const std::string& location) const
     if (!handle || curl_url_set(curlUrl(handle), CURLUPART_URL, location.c_str(),
                                 CURLU_NON_SUPPORT_SCHEME | CURLU_URLENCODE) != CURLUE_OK) {
         return httpError(HttpError::badResponse,
-                         "“" + _displayedHost + "” redirects to a malformed address.");
+                         quoted(_displayedHost) + " redirects to a malformed address.");
     }
     auto next = checked(std::move(handle));
     if (!next || (_isSecure && !next->_isSecure)) {
         return httpError(HttpError::unsupportedUrl,
-                         "“" + _displayedHost +
-                             "” redirects to an address that is not safe to follow: " +
-                             (next ? "“" + next->_displayedHost + "” over plain http."
+                         quoted(_displayedHost) +
+                             " redirects to an address that is not safe to follow: " +
+                             (next ? quoted(next->_displayedHost) + " over plain http."
                                    : next.error().localizedDescription));
     }
     return next;

@@ -8,24 +8,27 @@
 
 namespace teravolant::platform {
 
-/// A URL that a request may be sent to: https to any host, http to a loopback one.
+/// A URL that may be contacted: https to any host, http to a loopback host.
 class HttpAddress {
   public:
+    /// Fails with `badUrl` for a malformed URL, and with `unsupportedUrl` for one that must not be
+    /// contacted.
     static Result<HttpAddress> parse(const std::string& url);
 
-    /// Where a redirect leads (RFC 9110, section 10.2.2); an error where it may not lead.
+    /// Returns the target of a redirect (RFC 9110, section 10.2.2). Fails for a target that must
+    /// not be contacted: a redirect from https to http, for one.
     [[nodiscard]] Result<HttpAddress> redirectedTo(const std::string& location) const;
 
-    /// With credentials that the URL may carry: not for messages.
+    /// May contain credentials: not for messages.
     [[nodiscard]] const std::string& url() const { return _url; }
-    /// For messages: the host, and the port when the URL names one.
+    /// For messages: the host, and the port if the URL contains one.
     [[nodiscard]] const std::string& displayedHost() const { return _displayedHost; }
     [[nodiscard]] bool isSecure() const { return _isSecure; }
     [[nodiscard]] bool isLoopback() const { return _isLoopback; }
     /// Whether scheme, host and port are the same (RFC 6454).
     [[nodiscard]] bool hasSameOriginAs(const HttpAddress& other) const;
 
-    /// The library's handle (a CURLU), which lives as long as this object.
+    /// libcurl's handle (a CURLU), which this object owns.
     [[nodiscard]] void* handle() const { return _handle.get(); }
 
   private:

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/core/error.h"
+#include "platform/core/result.h"
 
 namespace teravolant::platform {
 
@@ -31,7 +31,7 @@ enum Code : std::int64_t {
 };
 }  // namespace HttpError
 
-/// Returns an error of `kHttpErrorDomain`.
+/// Returns an error of `kHttpErrorDomain`. The caller includes platform/core/error.h.
 [[nodiscard]] Error httpError(HttpError::Code code, std::string description);
 
 }  // namespace teravolant::platform

@@ -2,18 +2,34 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cstdlib>
 #include <memory>
 #include <utility>
 
 #include <curl/curl.h>
 
+#include "platform/core/deleter.h"
 #include "platform/core/error.h"
 #include "platform/core/text.h"
 #include "platform/http/http_error.h"
 #include "platform/http/http_failures.h"
+#include "platform/http/http_resumption.h"
 
+// How it works: an exchange adds one easy handle to a multi handle of libcurl and alternates
+// between curl_multi_perform, which moves bytes without blocking, and curl_multi_poll, which blocks
+// until a socket is ready, the poll time is over or a stop request calls curl_multi_wakeup.
+//
+// After each step, the loop compares the transfer's counters with their last values. If none of
+// them changes for the stall timeout, the transfer has stalled. libcurl's own low-speed limit has a
+// resolution of whole seconds.
+//
+// libcurl passes body bytes to `receiveBytes`, on the thread of the loop. The first bytes show that
+// the head is complete: `takeHead` checks it then, or at the end of a response without a body. A
+// callback ends the transfer when it returns CURL_WRITEFUNC_ERROR: either after an error, which it
+// leaves in `_error` and which takes precedence over libcurl's result, or because the body is not
+// wanted, which is a success. Redirects are not left to libcurl, because each target has to pass
+// `HttpAddress` before it is contacted: the exchange ends with the head of the redirect and
+// returns its location.
 namespace teravolant::platform {
 namespace {
 
@@ -22,18 +38,12 @@ using Clock = std::chrono::steady_clock;
 constexpr long kReceiveSize = 128L * 1024;
 constexpr std::chrono::milliseconds kLongestWait{1000};
 
-struct FreeHandle {
-    void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
-};
-struct FreeList {
-    void operator()(curl_slist* list) const { curl_slist_free_all(list); }
-};
-using EasyHandle = std::unique_ptr<CURL, FreeHandle>;
-using HeaderList = std::unique_ptr<curl_slist, FreeList>;
+using EasyHandle = std::unique_ptr<CURL, Deleter<curl_easy_cleanup>>;
+using HeaderList = std::unique_ptr<curl_slist, Deleter<curl_slist_free_all>>;
 
-/// How far a transfer is; two equal ones in a row mean that nothing moved in between.
+/// The counters of a transfer. They differ after any byte was sent or received.
 struct Progress {
-    curl_off_t connected = 0;  ///< Not 0 once the request can be sent.
+    curl_off_t connected = 0;  ///< Microseconds until the connection was ready; 0 before.
     curl_off_t sent = 0;
     curl_off_t received = 0;
     long requestSize = 0;
@@ -56,38 +66,7 @@ bool isRedirect(int status) {
     return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
 }
 
-/// The first byte's position in "bytes FIRST-LAST/LENGTH" (RFC 9110, section 14.4).
-std::optional<std::uint64_t> startOfRange(std::string_view contentRange) {
-    constexpr std::string_view kUnit = "bytes ";
-    if (!equalIgnoringCase(contentRange.substr(0, kUnit.size()), kUnit)) {
-        return std::nullopt;
-    }
-    contentRange.remove_prefix(kUnit.size());
-    std::uint64_t first = 0;
-    const char* end = contentRange.data() + contentRange.size();
-    const auto parsed = std::from_chars(contentRange.data(), end, first);
-    if (parsed.ec != std::errc() || parsed.ptr == end || *parsed.ptr != '-') {
-        return std::nullopt;
-    }
-    return first;
-}
-
-bool fitsIntoAHeader(std::string_view text) {
-    return std::ranges::none_of(text, [](char character) {
-        return (static_cast<unsigned char>(character) < ' ' && character != '\t') ||
-               character == '\x7F';
-    });
-}
-
-/// The offset to ask for; 0 for the whole. A validator that was damaged where it was kept is none.
-std::uint64_t offsetToResumeAt(const HttpRequest& request) {
-    const auto& resumption = request.resumption;
-    return resumption && !resumption->validator.empty() && fitsIntoAHeader(resumption->validator)
-               ? resumption->offset
-               : 0;
-}
-
-/// One request to one address and its answer; what a redirect leads to is another exchange.
+/// One request to one address and its response. The target of a redirect is another exchange.
 class Exchange {
   public:
     Exchange(const HttpAddress& address, const HttpRequest& request, const HttpOptions& options,
@@ -99,10 +78,10 @@ class Exchange {
           _wanted(wanted),
           _stop(stop) {}
 
-    /// Runs to the end of the answer, or to the end of its head where the rest is not wanted.
+    /// Blocks until the end of the response, or of its head if the body is not wanted.
     Status run(CURLM* multi);
 
-    /// Only after a run without an error.
+    /// Called once, after `run` has succeeded.
     HttpExchange takeResult() { return {std::move(_response), std::move(_redirect)}; }
 
   private:
@@ -126,7 +105,7 @@ class Exchange {
     [[nodiscard]] Error tooLarge() const;
     [[nodiscard]] Error cancelled() const;
     [[nodiscard]] Error failure(CURLcode code) const;
-    [[nodiscard]] std::string host() const { return "“" + _address.displayedHost() + "”"; }
+    [[nodiscard]] std::string host() const { return quoted(_address.displayedHost()); }
 
     const HttpAddress& _address;
     const HttpRequest& _request;
@@ -148,7 +127,7 @@ class Exchange {
     std::optional<std::string> _redirect;
     HttpResponse _response;
     std::uint64_t _received = 0;
-    Status _error;  ///< Why a callback ended the transfer.
+    Status _error;  ///< Set by the callback that ended the transfer.
 };
 
 void Exchange::addLine(const std::string& line) {
@@ -162,15 +141,15 @@ void Exchange::addLine(const std::string& line) {
 }
 
 void Exchange::addHeader(const HttpHeader& header) {
-    // The library's own notation: a semicolon in the place of the colon when there is no value.
+    // libcurl's notation for a header without a value ends with a semicolon instead of a colon.
     addLine(header.value.empty() ? header.name + ";" : header.name + ": " + header.value);
 }
 
 Status Exchange::prepareHeaders() {
     for (const HttpHeader& header : _request.headers) {
-        if (!fitsIntoAHeader(header.name) || !fitsIntoAHeader(header.value)) {
-            return httpError(HttpError::unknown,
-                             "A header of the request to " + host() + " holds line breaks.");
+        if (!isHeaderText(header.name) || !isHeaderText(header.value)) {
+            return httpError(HttpError::unknown, "A header of the request to " + host() +
+                                                     " contains control characters.");
         }
         addHeader(header);
     }
@@ -178,7 +157,7 @@ Status Exchange::prepareHeaders() {
         addHeader({"Range", "bytes=" + std::to_string(offset) + "-"});
         addHeader({"If-Range", _request.resumption->validator});
     }
-    // Left out: with it the library holds large bodies back until the server has agreed to them.
+    // Removes "Expect: 100-continue", which delays large bodies until the server has confirmed.
     addLine("Expect:");
     set(CURLOPT_HTTPHEADER, _headers.get());
     return std::nullopt;
@@ -186,15 +165,15 @@ Status Exchange::prepareHeaders() {
 
 Status Exchange::prepare() {
     if (!_easy) {
-        return httpError(HttpError::unknown, "No request could be made: out of memory.");
+        return httpError(HttpError::unknown, "The request could not be created: out of memory.");
     }
     set(CURLOPT_CURLU, static_cast<CURLU*>(_address.handle()));
     set(CURLOPT_PROTOCOLS_STR, _address.isSecure() ? "https" : "http");
     set(CURLOPT_FOLLOWLOCATION, 0L);
     set(CURLOPT_ERRORBUFFER, _message.data());
-    // Signals belong to the whole program.
+    // Signal handlers belong to the program, not to a library.
     set(CURLOPT_NOSIGNAL, 1L);
-    // A name that is still being looked up must not hold up the end of a cancelled transfer.
+    // Do not wait for a pending DNS look-up when a transfer is cancelled.
     set(CURLOPT_QUICK_EXIT, 1L);
     set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(_options.connectTimeout.count()));
     set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
@@ -216,9 +195,9 @@ Status Exchange::prepare() {
     if (auto error = prepareHeaders()) {
         return error;
     }
-    return _prepared
-               ? Status()
-               : httpError(HttpError::unknown, "The request to " + host() + " can't be made.");
+    return _prepared ? Status()
+                     : httpError(HttpError::unknown,
+                                 "The request to " + host() + " could not be created.");
 }
 
 Status Exchange::run(CURLM* multi) {
@@ -226,7 +205,7 @@ Status Exchange::run(CURLM* multi) {
         return error;
     }
     if (curl_multi_add_handle(multi, _easy.get()) != CURLM_OK) {
-        return httpError(HttpError::unknown, "The request to " + host() + " can't be sent.");
+        return httpError(HttpError::unknown, "The request to " + host() + " could not be sent.");
     }
     const auto end = waitForEnd(multi);
     curl_multi_remove_handle(multi, _easy.get());
@@ -237,9 +216,9 @@ Status Exchange::run(CURLM* multi) {
         return cancelled();
     }
     if (!end) {
-        return httpError(HttpError::timedOut, host() +
-                                                  " went silent: nothing was transferred for " +
-                                                  secondsText(_options.stallTimeout) + " seconds.");
+        return httpError(HttpError::timedOut,
+                         host() + " stopped responding: nothing was transferred for " +
+                             secondsText(_options.stallTimeout) + " seconds.");
     }
     if (_hasHead && !_isBodyWanted) {
         return std::nullopt;
@@ -247,7 +226,7 @@ Status Exchange::run(CURLM* multi) {
     return *end == CURLE_OK ? takeHead() : failure(*end);
 }
 
-/// The library's verdict on the finished transfer; nothing when it was cancelled or stalled.
+/// Returns libcurl's result of the transfer, or nothing if it was cancelled or stalled.
 std::optional<CURLcode> Exchange::waitForEnd(CURLM* multi) {
     while (true) {
         int running = 0;
@@ -270,7 +249,7 @@ std::optional<CURLcode> Exchange::waitForEnd(CURLM* multi) {
     }
 }
 
-/// Before the connection stands, the library's own limit on connecting holds.
+/// Until the connection is established, libcurl enforces the connect timeout instead.
 bool Exchange::hasStalled() {
     const Progress now = progressOf(_easy.get());
     if (now != _progress || now.connected == 0) {
@@ -288,7 +267,7 @@ std::optional<std::string> Exchange::header(const char* name) const {
     return found->value;
 }
 
-/// Judges the answer's head, once it is complete.
+/// Reads and checks the complete head of the response. Does nothing when called again.
 Status Exchange::takeHead() {
     if (std::exchange(_hasHead, true)) {
         return std::nullopt;
@@ -299,7 +278,7 @@ Status Exchange::takeHead() {
     curl_easy_getinfo(_easy.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
     if (status < 100 || status > 999) {
         return httpError(HttpError::badResponse,
-                         host() + " gave an answer that is not HTTP (its status is " +
+                         host() + " sent a response that is not HTTP (its status is " +
                              std::to_string(status) + ").");
     }
     _response.status = static_cast<int>(status);
@@ -335,7 +314,7 @@ Status Exchange::checkRange() {
     const auto start = startOfRange(_response.contentRange.value_or(""));
     if (offset == 0 || start != offset) {
         return httpError(HttpError::unexpectedRange,
-                         host() + " answered with a part that was not asked for.");
+                         host() + " sent a part of the body that was not requested.");
     }
     _response.bodyOffset = offset;
     return std::nullopt;
@@ -360,15 +339,15 @@ Status Exchange::receive(std::string_view bytes) {
     }
     _received += bytes.size();
     error = _receiver.receive(bytes);
-    // The receiver's own time, as on a slow disk, is not the server's.
+    // Time that the receiver needs, as for a slow disk, does not count as a stall of the server.
     _lastProgress = Clock::now();
     return error;
 }
 
 Error Exchange::tooLarge() const {
-    return httpError(HttpError::bodyTooLarge, "The answer of " + host() + " is larger than the " +
+    return httpError(HttpError::bodyTooLarge, "The response of " + host() + " is larger than the " +
                                                   std::to_string(*_options.maximumBodySize) +
-                                                  " bytes that are allowed.");
+                                                  " bytes allowed.");
 }
 
 Error Exchange::cancelled() const {

@@ -10,21 +10,22 @@
 
 namespace teravolant::platform {
 
-/// Which bodies go to the receiver: those with content (200, 206), or those of every status.
+/// Which bodies the receiver gets: those of 200 and 206 only, or those of every status.
 enum class WantedBodies : std::uint8_t { Contents, All };
 
-/// One answer; a redirect's body is never read.
+/// One response. The body of a redirect is not read.
 struct HttpExchange {
     HttpResponse response;
-    std::optional<std::string> redirect;  ///< Where it leads, unless the answer stands for itself.
+    std::optional<std::string> redirect;  ///< The location, if the response is a redirect.
 };
 
-/// Readies the library, once for the process, on whichever thread comes first. False when it can't
-/// be used.
+/// Initialises libcurl on the first call in the process. Any thread may call it. Returns whether
+/// libcurl can be used.
 bool startHttpLibrary();
 
-/// Sends the request to the address and takes its answer, whatever URL the request names.
-/// `connections` is the library's handle (a CURLM), which a stop request has to wake up.
+/// Sends the request to `address`, not to the URL in it, and receives the response. `connections`
+/// is libcurl's handle (a CURLM); the caller wakes it up (curl_multi_wakeup) when a stop is
+/// requested.
 Result<HttpExchange> exchangeOverHttp(void* connections, const HttpAddress& address,
                                       const HttpRequest& request, const HttpOptions& options,
                                       const HttpBodyReceiver& receiver, WantedBodies wanted,

@@ -1,6 +1,4 @@
 #include "platform/http/http_failures.h"
-#include "platform/core/error.h"
-#include "platform/http/http_error.h"
 
 #include <array>
 #include <charconv>
@@ -8,6 +6,10 @@
 
 #include <curl/curl.h>
 #include <openssl/x509_vfy.h>
+
+#include "platform/core/error.h"
+#include "platform/core/text.h"
+#include "platform/http/http_error.h"
 
 namespace teravolant::platform {
 namespace {
@@ -21,7 +23,7 @@ Error certificateError(const FailedTransfer& failed, const std::string& host) {
                              failed.explanation + ").");
     }
     return httpError(HttpError::certificateUntrusted,
-                     host + " could not prove who it is: its certificate is not trusted (" +
+                     host + " could not prove its identity: its certificate is not trusted (" +
                          failed.explanation + ").");
 }
 
@@ -41,7 +43,7 @@ std::string secondsText(std::chrono::milliseconds time) {
 }
 
 Error errorOfTransfer(const FailedTransfer& failed) {
-    const std::string host = "“" + failed.host + "”";
+    const std::string host = quoted(failed.host);
     const std::string reason = " (" + failed.explanation + ").";
     switch (failed.code) {
         case CURLE_COULDNT_RESOLVE_HOST:
@@ -63,8 +65,9 @@ Error errorOfTransfer(const FailedTransfer& failed) {
         case CURLE_SSL_CACERT_BADFILE:
         case CURLE_SSL_CIPHER:
         case CURLE_SSL_CERTPROBLEM:
-            return httpError(HttpError::secureConnectionFailed,
-                             "No secure connection to " + host + " could be made" + reason);
+            return httpError(
+                HttpError::secureConnectionFailed,
+                "A secure connection to " + host + " could not be established" + reason);
         case CURLE_PARTIAL_FILE:
         case CURLE_GOT_NOTHING:
         case CURLE_RECV_ERROR:
@@ -77,7 +80,7 @@ Error errorOfTransfer(const FailedTransfer& failed) {
         case CURLE_WEIRD_SERVER_REPLY:
         case CURLE_BAD_CONTENT_ENCODING:
             return httpError(HttpError::badResponse,
-                             host + " gave an answer that is not HTTP" + reason);
+                             host + " sent a response that is not HTTP" + reason);
         default:
             return httpError(HttpError::unknown, "The transfer from " + host + " failed" + reason);
     }

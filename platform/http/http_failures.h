@@ -3,24 +3,24 @@
 #include <chrono>
 #include <string>
 
-#include "platform/core/error.h"
+#include "platform/core/result.h"
 
 namespace teravolant::platform {
 
-/// `time` in seconds, for messages.
-std::string secondsText(std::chrono::milliseconds time);
+/// Returns `time` in seconds as a decimal number, for messages.
+[[nodiscard]] std::string secondsText(std::chrono::milliseconds time);
 
-/// What is known of a transfer that the network library gave up.
+/// A transfer that libcurl ended with an error.
 struct FailedTransfer {
-    int code = 0;  ///< The library's (a CURLcode).
+    int code = 0;  ///< A CURLcode.
     std::string host;
-    std::string explanation;      ///< The library's, in its own words.
-    long certificateVerdict = 0;  ///< OpenSSL's, of the server's certificate.
+    std::string explanation;      ///< libcurl's message.
+    long certificateVerdict = 0;  ///< OpenSSL's result (X509_V_...).
     std::chrono::milliseconds connectTimeout{};
 };
 
-/// Says what failed, so that problems of the network, of the server's certificate and of its
-/// answer are told apart.
-Error errorOfTransfer(const FailedTransfer& failed);
+/// Returns the error of the transfer. Its code and text distinguish failures of the network, of the
+/// server's certificate and of its response.
+[[nodiscard]] Error errorOfTransfer(const FailedTransfer& failed);
 
 }  // namespace teravolant::platform

@@ -27,7 +27,7 @@ ServerAnswer redirectTo(const std::string& location, int status = 302) {
     return {.status = status, .headers = {{"Location", location}}};
 }
 
-/// Trusts an authority of its own and no proxy.
+/// Trusts only its own certificate authority and uses no proxy.
 class Http : public testing::Test {
   protected:
     Http() {
@@ -52,7 +52,7 @@ class Http : public testing::Test {
     std::filesystem::path trusted = folder.path() / "trusted.pem";
 };
 
-TEST_F(Http, AnswersThatAreCutLieOrStallAreErrors) {
+TEST_F(Http, FailsForFaultyResponses) {
     struct Faulty {
         const char* situation;
         ServerAnswer answer;
@@ -65,56 +65,54 @@ TEST_F(Http, AnswersThatAreCutLieOrStallAreErrors) {
     };
     constexpr auto kOtherPart = HttpError::unexpectedRange;
     const Faulty table[] = {
-        {"cut", {.body = body, .cutAfter = 500}, HttpError::connectionLost},
-        {"no answer", {.raw = ""}, HttpError::connectionLost},
+        {"cut", {.body = body, .cutAfter = 500}, kLost},
+        {"cut chunks", {.body = body, .chunked = true, .cutAfter = 500}, kLost},
+        {"no response", {.raw = ""}, kLost},
         {"no HTTP", {.raw = "SSH-2.0-server\r\n\r\n"}, HttpError::badResponse},
         {"silent", {.isSilent = true}, HttpError::timedOut},
         {"stalled", {.body = body, .stallAfter = 500}, HttpError::timedOut},
-        {"too large by its own word",
+        {"announced as too large",
          {.raw = "HTTP/1.1 200 OK\r\nContent-Length: 1501\r\n\r\nb"},
          HttpError::bodyTooLarge},
         {"malformed redirect", redirectTo("https://:x:/"), HttpError::badResponse},
-        {"a part unasked", part("bytes 0-9/10"), kOtherPart},
-        {"a part from elsewhere", part("bytes 3-9/10"), kOtherPart, 4},
-        {"a part from nowhere", part("bytes */10"), kOtherPart, 4},
-        {"a part in other units", part("items 4-9/10"), kOtherPart, 4},
-        {"a part without an end", part("bytes 4"), kOtherPart, 4},
+        {"unrequested part", part("bytes 0-9/10"), kOtherPart},
+        {"another part", part("bytes 3-9/10"), kOtherPart, 4},
+        {"part without a start", part("bytes */10"), kOtherPart, 4},
+        {"part in other units", part("items 4-9/10"), kOtherPart, 4},
+        {"part without an end", part("bytes 4"), kOtherPart, 4},
     };
     for (const Faulty& faulty : table) {
         for (const bool secure : {false, true}) {
             SCOPED_TRACE(std::string(faulty.situation) + (secure ? " over TLS" : ""));
-            const auto identity = secure ? std::optional(authority.issue()) : std::nullopt;
-            const HttpServer server(always(faulty.answer), identity);
-            const HttpRequest request{.url = server.url("/"),
-                                      .resumption = HttpResumption{faulty.resumedAt, "\"v\""}};
-            expectFailure(
-                sendHttpRequest(request, {.stallTimeout = 200ms, .maximumBodySize = 1500}),
-                faulty.code);
+            const HttpServer server(always(faulty.answer),
+                                    secure ? std::optional(authority.issue()) : std::nullopt);
+            const auto response = sendHttpRequest(
+                {.url = server.url("/"), .resumption = HttpResumption{faulty.resumedAt, "\"v\""}},
+                {.stallTimeout = 200ms, .maximumBodySize = 1500});
+            expectFailure(response, faulty.code);
         }
     }
 }
 
-TEST_F(Http, OnlyHttpsAndLoopbackAreConnectedTo) {
-    const std::pair<std::string, HttpError::Code> table[] = {
-        {"http://127.0.0.1.update.example/", HttpError::unsupportedUrl},
-        {"http://localhost@update.example/", HttpError::unsupportedUrl},
-        {"file:///etc/passwd", HttpError::unsupportedUrl},
-        {"localhost", HttpError::badUrl},
-        {"https://", HttpError::badUrl},
-        {"https://local host/", HttpError::badUrl},
-        {"http://127.9.8.7:1/", HttpError::cannotConnectToHost},
-        {"http://LOCALHOST:1/", HttpError::cannotConnectToHost},
-        {"http://[::1]:1/", HttpError::cannotConnectToHost},
-        // No resolver is asked for a name that is longer than names can be.
-        {"https://" + std::string(64, 'a') + ".example/", HttpError::cannotFindHost},
-    };
-    for (const auto& [url, code] : table) {
-        SCOPED_TRACE(url);
-        expectFailure(sendHttpRequest({.url = url}), code, "");
+TEST_F(Http, ConnectsOnlyToHttpsAndLoopback) {
+    // The label of the last host is too long for DNS, so that no resolver is contacted.
+    const std::pair<HttpError::Code, std::vector<std::string>> table[] = {
+        {HttpError::unsupportedUrl,
+         {"http://127.0.0.1.update.example/", "http://localhost@update.example/",
+          "file:///etc/passwd"}},
+        {HttpError::badUrl, {"localhost", "https://", "https://local host/"}},
+        {HttpError::cannotConnectToHost,
+         {"http://127.9.8.7:1/", "http://LOCALHOST:1/", "http://[::1]:1/"}},
+        {HttpError::cannotFindHost, {"https://" + std::string(64, 'a') + ".example/"}}};
+    for (const auto& [code, urls] : table) {
+        for (const std::string& url : urls) {
+            SCOPED_TRACE(url);
+            expectFailure(sendHttpRequest({.url = url}), code, "");
+        }
     }
 }
 
-TEST_F(Http, RedirectsAreFollowedExceptToPlainHttp) {
+TEST_F(Http, FollowsRedirectsExceptToPlainHttp) {
     const HttpServer plain(always({}));
     const HttpServer secure(
         [&](const ReceivedRequest& request) {
@@ -132,13 +130,13 @@ TEST_F(Http, RedirectsAreFollowedExceptToPlainHttp) {
     EXPECT_TRUE(plain.requests().empty());
 
     const HttpServer upwards(always(redirectTo(secure.url("/a/b"))));
-    const auto answer = sendHttpRequest({.url = upwards.url("/")});
-    ASSERT_TRUE(answer) << answer.error().localizedDescription;
-    EXPECT_EQ(answer->body, "reached /d?e");
-    EXPECT_EQ(answer->url, secure.url("/d?e", "localhost"));
+    const auto response = sendHttpRequest({.url = upwards.url("/")});
+    ASSERT_TRUE(response) << response.error().localizedDescription;
+    EXPECT_EQ(response->body, "reached /d?e");
+    EXPECT_EQ(response->url, secure.url("/d?e", "localhost"));
 }
 
-TEST_F(Http, RedirectedPostsKeepCredentialsToThemselves) {
+TEST_F(Http, DropsBodiesAndCredentialsOnRedirects) {
     for (const auto& [status, sameOrigin] :
          {std::pair{302, true}, {303, false}, {307, true}, {308, false}}) {
         SCOPED_TRACE(status);
@@ -161,7 +159,7 @@ TEST_F(Http, RedirectedPostsKeepCredentialsToThemselves) {
     }
 }
 
-TEST_F(Http, CertificateProblemsAreToldApart) {
+TEST_F(Http, DistinguishesCertificateFailures) {
     const auto now = std::chrono::system_clock::now();
     const std::pair<fixtures::ServerIdentity, HttpError::Code> table[] = {
         {fixtures::CertificateAuthority().issue(), HttpError::certificateUntrusted},
@@ -179,7 +177,7 @@ TEST_F(Http, CertificateProblemsAreToldApart) {
     expectFailure(sendHttpRequest({.url = server.url("/")}), HttpError::secureConnectionFailed);
 }
 
-TEST_F(Http, ProxiesServeAllButLoopbackHosts) {
+TEST_F(Http, UsesProxiesExceptForLoopback) {
     const HttpServer proxy(always({.status = 403}));
     const HttpServer server(always({.body = "direct"}));
     setenv("https_proxy", proxy.url("").c_str(), 1);
