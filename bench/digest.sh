@@ -1,4 +1,4 @@
-# The digest of a file beside md5sum.
+# The digest of a file compared with md5sum.
 head -c 1073741824 /dev/urandom > "$work/file"
 ours_once() { ours work digest "$work/file"; }
 theirs_once() { theirs md5sum "$work/file"; }

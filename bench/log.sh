@@ -1,6 +1,6 @@
-# Log entries a second beside a plain loop of open, append and close.
+# Log entries a second, compared with a plain loop of open, append and close.
 count=50000
-# Where nobody reads the console, as after a login.
+# Standard error is discarded, as after a login.
 ours_once() { timed "$work/ours" work log $count 2> /dev/null; }
 theirs_once() { theirs work append "$HOME/.local/share/Zelto/Teravolant App/plain.log" $count; }
 alternate 41 ours_once theirs_once

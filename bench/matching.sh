@@ -1,11 +1,11 @@
-# The search for a bundle in a folder of 100,000 items that holds none, beside find.
+# The search for a bundle in a folder of 100,000 items without one, compared with find.
 tree=$work/tree
 for folder in $(seq 100); do
     mkdir -p "$tree/folder$folder/inner"
     ( cd "$tree/folder$folder/inner" && seq 998 | xargs touch )
 done
 mkdir -p "$work/Match.app/Contents/MacOS"
-cp build/Teravolant.app/Contents/Info.plist "$work/Match.app/Contents/"
+cp build/release/Teravolant.app/Contents/Info.plist "$work/Match.app/Contents/"
 cp "$(command -v work)" "$work/Match.app/Contents/MacOS/Teravolant"
 ours_once() { ours "$work/Match.app/Contents/MacOS/Teravolant" match "$tree"; }
 theirs_once() { theirs find "$tree" -iname '*.app' -type d; }

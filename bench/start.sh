@@ -1,5 +1,5 @@
-# A whole start without an update check beside a shell script with the same commands, where a client
-# folder of an earlier start is to be replaced. The client archive is of the size that is named.
+# A whole start without an update check, compared with a shell script of the same commands. Both
+# replace the client folder of an earlier start. The client archive has the size that the row names.
 bundle=$work/Teravolant.app
 client=$HOME/.teravolant/teravolant.app
 helpers=$bundle/Contents/Helpers
@@ -7,8 +7,8 @@ helpers=$bundle/Contents/Helpers
 fill_client() {
     rm -rf "$work/client"
     mkdir "$work/client"
-    cp -a build/Teravolant.app "$work/"
-    tar xzf build/Teravolant.app/Contents/Resources/client.tar.gz -C "$work/client"
+    cp -a build/release/Teravolant.app "$work/"
+    tar xzf build/release/Teravolant.app/Contents/Resources/client.tar.gz -C "$work/client"
     head -c "$(($1 * 1048576))" /dev/urandom > "$work/client/teravolant.app/Contents/content"
     tar czf "$bundle/Contents/Resources/client.tar.gz" -C "$work/client" teravolant.app
 }

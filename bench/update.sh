@@ -1,5 +1,5 @@
-# The update, from the feed to the staged bundle, beside the same work done by hand with curl,
-# sha256sum, bsdtar and sync, over https from a server on loopback; and its peak memory.
+# The update, from the feed to the staged bundle, compared with the same work done by curl, sha256sum,
+# bsdtar and sync, over https from a server on loopback; and its peak memory.
 web=$work/web
 installed=$work/Applications/Teravolant.app
 
@@ -27,12 +27,12 @@ CONF
     exit 1
 }
 
-# An installed bundle whose executable does one update cycle, and the next version of it with as
-# many MiB of content that can't be compressed.
-publish() {
+# Installs a bundle whose executable runs one update cycle, and publishes its next version with that
+# many MiB of incompressible content.
+publish() { # MIB
     rm -rf "$work/Applications" "$work/next" "${web:?}"/* "$HOME/.cache"
     mkdir -p "$work/Applications" "$work/next"
-    cp -a build/Teravolant.app "$work/Applications/"
+    cp -a build/release/Teravolant.app "$work/Applications/"
     cp "$(command -v work)" "$installed/Contents/MacOS/Teravolant"
     sed -i "s#<array></array>#<array><string>$(cat "$work/key.public")</string></array>#" \
         "$installed/Contents/Info.plist"
