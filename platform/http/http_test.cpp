@@ -65,9 +65,9 @@ TEST_F(Http, FailsForFaultyResponses) {
     };
     constexpr auto kOtherPart = HttpError::unexpectedRange;
     const Faulty table[] = {
-        {"cut", {.body = body, .cutAfter = 500}, kLost},
-        {"cut chunks", {.body = body, .chunked = true, .cutAfter = 500}, kLost},
-        {"no response", {.raw = ""}, kLost},
+        {"cut", {.body = body, .cutAfter = 500}, HttpError::connectionLost},
+        {"cut chunks", {.body = body, .chunked = true, .cutAfter = 500}, HttpError::connectionLost},
+        {"no response", {.raw = ""}, HttpError::connectionLost},
         {"no HTTP", {.raw = "SSH-2.0-server\r\n\r\n"}, HttpError::badResponse},
         {"silent", {.isSilent = true}, HttpError::timedOut},
         {"stalled", {.body = body, .stallAfter = 500}, HttpError::timedOut},
