@@ -1,10 +1,10 @@
-# A whole start without an update check beside a shell script with the same commands, where a client
-# folder of an earlier start is to be replaced. The client archive is of the size that is named.
+# Compares a start without an update check with a shell script that runs the same commands. Both
+# replace the client folder of an earlier start.
 bundle=$work/Teravolant.app
 client=$HOME/.teravolant/teravolant.app
 helpers=$bundle/Contents/Helpers
 
-fill_client() {
+fill_client() { # MIB
     rm -rf "$work/client"
     mkdir "$work/client"
     cp -a build/Teravolant.app "$work/"

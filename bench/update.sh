@@ -1,5 +1,5 @@
-# The update, from the feed to the staged bundle, beside the same work done by hand with curl,
-# sha256sum, bsdtar and sync, over https from a server on loopback; and its peak memory.
+# Compares an update, from the feed to the staged bundle, with curl, sha256sum, bsdtar and sync. Both
+# download over https from a server on loopback.
 web=$work/web
 installed=$work/Applications/Teravolant.app
 
@@ -27,9 +27,9 @@ CONF
     exit 1
 }
 
-# An installed bundle whose executable does one update cycle, and the next version of it with as
-# many MiB of content that can't be compressed.
-publish() {
+# Makes an installed bundle, whose executable runs one update cycle, and its next version, with
+# content that can't be compressed.
+publish() { # MIB
     rm -rf "$work/Applications" "$work/next" "${web:?}"/* "$HOME/.cache"
     mkdir -p "$work/Applications" "$work/next"
     cp -a build/Teravolant.app "$work/Applications/"
