@@ -1,6 +1,6 @@
 // The staged update and its installation.
 //
-// The staging folder stands beside the installed bundle, so that both are on one file system. It
+// The staging folder is beside the installed bundle, so that both are on one file system. It
 // contains the unpacked archive with the new bundle. The record staged.plist in the cache folder
 // names the new bundle; it is written last, after the tree is flushed, and removed first. A staging
 // folder without a record is therefore incomplete, and the next cycle removes it.

@@ -1,8 +1,8 @@
 // Loads the update module and runs a cycle in it.
 //
 // The module is checked for completeness before dlopen maps it, because an access to a missing page
-// of a truncated file raises SIGBUS. It is never closed: the libraries that it loads may have threads
-// that still run their code.
+// of a truncated file raises SIGBUS. It is never closed: the libraries that it loads may have
+// threads that still run their code.
 #include <dlfcn.h>
 #include <elf.h>
 
