@@ -1,10 +1,10 @@
-# A whole start without an update check, compared with a shell script of the same commands. Both
-# replace the client folder of an earlier start. The client archive has the size that the row names.
+# Compares a start without an update check with a shell script that runs the same commands. Both
+# replace the client folder of an earlier start.
 bundle=$work/Teravolant.app
 client=$HOME/.teravolant/teravolant.app
 helpers=$bundle/Contents/Helpers
 
-fill_client() {
+fill_client() { # MIB
     rm -rf "$work/client"
     mkdir "$work/client"
     cp -a build/release/Teravolant.app "$work/"

@@ -1,5 +1,5 @@
-// Runs a command and adds a line to a file: the seconds that it took and the peak resident memory,
-// in MiB, of the largest one of its processes.
+// Runs a command and appends a line to a file: the elapsed seconds, and the peak resident set size,
+// in MiB, of its largest process.
 //
 // Usage: timed FILE COMMAND...
 
@@ -22,7 +22,7 @@ int main(int argc, char* argv[]) {
     rusage usage{};
     if (posix_spawnp(&command, argv[2], nullptr, nullptr, argv + 2, environ) != 0 ||
         wait4(command, &status, 0, &usage) != command || status != 0) {
-        std::fprintf(stderr, "%s has failed\n", argv[2]);
+        std::fprintf(stderr, "%s failed\n", argv[2]);
         return EXIT_FAILURE;
     }
     const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;

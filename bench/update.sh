@@ -1,5 +1,5 @@
-# The update, from the feed to the staged bundle, compared with the same work done by curl, sha256sum,
-# bsdtar and sync, over https from a server on loopback; and its peak memory.
+# Compares an update, from the feed to the staged bundle, with curl, sha256sum, bsdtar and sync. Both
+# download over https from a server on loopback.
 web=$work/web
 installed=$work/Applications/Teravolant.app
 
@@ -27,8 +27,8 @@ CONF
     exit 1
 }
 
-# Installs a bundle whose executable runs one update cycle, and publishes its next version with that
-# many MiB of incompressible content.
+# Makes an installed bundle, whose executable runs one update cycle, and its next version, with
+# content that can't be compressed.
 publish() { # MIB
     rm -rf "$work/Applications" "$work/next" "${web:?}"/* "$HOME/.cache"
     mkdir -p "$work/Applications" "$work/next"

@@ -1,5 +1,5 @@
-# How the time of a version comparison grows with the length of the versions: the same number of bytes
-# in long versions ("ours") and in short ones ("theirs").
+# How the time of a version comparison grows with the length of the versions: compares long versions
+# ("ours") with short versions ("theirs") of as many bytes in total.
 ours_once() { ours work versions 1048576 1000; }
 theirs_once() { theirs work versions 1024 1024000; }
 alternate 5 ours_once theirs_once

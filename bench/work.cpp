@@ -1,12 +1,13 @@
-// One piece of the launcher's work, as a program that can be timed beside another. Stands in a
-// bundle where the work needs one.
+// Runs one part of the launcher, so that it can be timed. "update" and "match" need an executable
+// in a bundle.
 //
-// Usage: work update FEED     an update cycle, from the feed to the staged bundle
-//        work digest FILE     prints the file's digest
-//        work match FOLDER    looks for the running bundle's successor, and finds none
-//        work log COUNT       logs entries
-//        work append FILE COUNT      writes as many bytes as these entries, with C's means
-//        work versions LENGTH COUNT  compares versions of that length
+// Usage: work update FEED     runs an update cycle, from the feed to the staged bundle
+//        work digest FILE     prints the digest of a file
+//        work match FOLDER    searches for an update of the running bundle, must find none
+//        work log COUNT       writes log entries
+//        work append FILE COUNT      writes as many bytes as COUNT log entries, with open, write
+//                                  and close
+//        work versions LENGTH COUNT  compares versions of LENGTH bytes
 
 #include <cstdio>
 #include <cstdlib>
@@ -77,7 +78,7 @@ int append(const char* path, int count) {
 }
 
 int versions(std::size_t length, int count) {
-    // A separator that is almost the whole version: all of it has to be looked at.
+    // The separator is almost the whole version, and the parser must read all of it.
     const auto version = [length](const std::string& build) {
         return "1.2.3" + std::string(length - 5 - build.size(), '-') + build;
     };

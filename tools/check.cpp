@@ -1,21 +1,22 @@
+#include <algorithm>
 #include <memory>
 
 #include <CLI/CLI.hpp>
 
-#include "platform/core/error.h"
 #include "platform/core/text.h"
 #include "platform/core/url.h"
 #include "platform/files/files.h"
-#include "platform/http/http.h"
 #include "tools/commands.h"
-#include "update_framework/module/offer_verification.h"
+#include "tools/identity.h"
+#include "tools/offer.h"
+#include "tools/output.h"
 #include "update_framework/module/run_update_cycle.h"
 #include "update_framework/updater_error.h"
 
 namespace teravolant::release {
 namespace {
 
-using platform::Error;
+using platform::quoted;
 using platform::Result;
 using platform::SQRLUpdate;
 using platform::Status;
@@ -28,7 +29,7 @@ struct Options {
 };
 
 struct Feed {
-    std::string url;  ///< With the running version in its query.
+    std::string url;  ///< Its query contains the running version.
     std::string body;
 };
 
@@ -65,7 +66,7 @@ Result<Feed> feedFrom(const std::string& source, const std::string& version,
         return feed.body.size() <= platform::kLargestFeed
                    ? Status()
                    : updaterError(platform::SQRLUpdaterErrorInvalidServerBody,
-                                  "“" + source + "” is larger than a feed may be (1 MiB).");
+                                  quoted(source) + " is larger than the limit for feeds (1 MiB).");
     };
     if (auto error = platform::readInPieces(source, platform::kLargestFeed, add)) {
         return error;
@@ -83,17 +84,17 @@ Status refusalOfArchive(const std::string& file, const SQRLUpdate& offer,
     if (size != offer.size) {
         return updaterError(platform::SQRLUpdaterErrorRefusedArchive,
                             "“size”: the archive has " + std::to_string(size) +
-                                " bytes, the offer says " + std::to_string(*offer.size) + ".");
+                                " bytes, the offer states " + std::to_string(*offer.size) + ".");
     }
     if (!platform::equalIgnoringCase(sha256, *offer.sha256)) {
         return updaterError(
             platform::SQRLUpdaterErrorRefusedArchive,
-            "“sha256”: the archive's is " + sha256 + ", the offer says " + *offer.sha256 + ".");
+            "“sha256”: the archive has " + sha256 + ", the offer states " + *offer.sha256 + ".");
     }
     return std::nullopt;
 }
 
-/// A feed document does not know the folder that the archive's name is taken from.
+/// A feed document read from a file does not tell in which folder the archive is.
 std::string placeOf(const std::string& url) {
     return url.starts_with(kUnknownFolder)
                ? url.substr(kUnknownFolder.size()) + " in the feed's own folder"
@@ -134,15 +135,15 @@ void addCheck(CLI::App& program, Work& work) {
     const auto options = std::make_shared<Options>();
     CLI::App* command = program.add_subcommand(
         "check",
-        "Says whether an installed bundle would accept what a feed offers; status 1 "
-        "and the reason when not.");
-    command->add_option("feed", options->feed, "The feed's address, or a feed document")
+        "Checks whether an installed bundle accepts the update that a feed offers. If not, prints "
+        "the reason and exits with status 1.");
+    command->add_option("feed", options->feed, "The feed's URL, or a feed document")
         ->required()
         ->type_name("URL|FILE");
-    command->add_option("--bundle", options->bundle, "The bundle that is to be updated")
+    command->add_option("--bundle", options->bundle, "The installed bundle")
         ->required()
         ->type_name("BUNDLE");
-    command->add_option("--archive", options->archive, "Is compared with the offer")
+    command->add_option("--archive", options->archive, "The archive to compare with the offer")
         ->type_name("ARCHIVE");
     command->callback([options, &work] {
         work = [options](const std::stop_token& stop) { return check(*options, stop); };

@@ -3,11 +3,15 @@
 #include <CLI/CLI.hpp>
 
 #include "platform/core/error.h"
+#include "platform/core/text.h"
 #include "platform/crypto/signatures.h"
 #include "platform/files/durable_file.h"
 #include "platform/files/files.h"
 #include "platform/values/json.h"
 #include "tools/commands.h"
+#include "tools/identity.h"
+#include "tools/offer.h"
+#include "tools/output.h"
 #include "update_framework/module/offer_verification.h"
 #include "update_framework/updater_error.h"
 
@@ -49,29 +53,30 @@ Result<platform::SigningKey> keyIn(const std::string& file) {
     auto key = platform::SigningKey::fromPem(*pem);
     if (!key) {
         Error error = std::move(key).error();
-        error.localizedDescription = "“" + file + "”: " + error.localizedDescription;
+        error.localizedDescription = platform::quoted(file) + ": " + error.localizedDescription;
         return error;
     }
     return key;
 }
 
-/// The member that says where the archive is.
+/// Returns the member of the document that locates the archive.
 Result<Value::Dictionary> addressOf(const Options& options) {
     if (!options.url.empty()) {
         return Value::Dictionary{{"url", options.url}};
     }
     std::string name =
         options.name.empty() ? fs::path(options.archive).filename().string() : options.name;
-    // Within an address these would lead elsewhere.
+    // Updaters resolve the name as a relative URL: these would name another file.
     if (name == "." || name == ".." || name.find_first_of("/?#%") != std::string::npos) {
         return platform::updaterError(
             platform::SQRLUpdaterErrorRefusedOffer,
-            "“name”: “" + name + "” is no plain file name; give another one, or the --url.");
+            "“name”: " + platform::quoted(name) +
+                " is not a plain file name: give another --name, or a --url.");
     }
     return Value::Dictionary{{"name", std::move(name)}};
 }
 
-/// The document, once an updater of a first build accepts it.
+/// Returns the signed document, checked as an updater of an old build reads it.
 Result<std::string> documentOf(const Options& options, const std::stop_token& stop) {
     const auto identity = identityIn(options);
     if (!identity) {
@@ -146,12 +151,12 @@ void addFeed(CLI::App& program, Work& work) {
             ->type_name("BUNDLE");
     CLI::Option* identifier = command
                                   ->add_option("--identifier", options->identity.identifier,
-                                               "In place of the bundle: its identifier")
+                                               "The bundle's identifier, instead of --bundle")
                                   ->type_name("ID")
                                   ->excludes(bundle);
     CLI::Option* version = command
                                ->add_option("--version", options->identity.version,
-                                            "In place of the bundle: its version")
+                                            "The bundle's version, instead of --bundle")
                                ->type_name("VERSION")
                                ->excludes(bundle)
                                ->needs(identifier);
@@ -160,15 +165,14 @@ void addFeed(CLI::App& program, Work& work) {
         ->required()
         ->type_name("FILE");
     CLI::Option* url =
-        command->add_option("--url", options->url, "Where the archive is: https, or loopback http")
+        command->add_option("--url", options->url, "The archive's URL: https, or http on loopback")
             ->type_name("URL");
     command
         ->add_option("--name", options->name,
-                     "The archive's name in the feed's own folder; its file name without this")
+                     "The archive's name in the feed's folder (default: its file name)")
         ->type_name("NAME")
         ->excludes(url);
-    command
-        ->add_option("--output", options->output, "The feed document; standard output without this")
+    command->add_option("--output", options->output, "The feed document (default: standard output)")
         ->type_name("FILE");
     command->callback([options, bundle, identifier, &work] {
         if (bundle->empty() && identifier->empty()) {

@@ -6,11 +6,11 @@
 #include "platform/files/durable_file.h"
 #include "platform/files/files.h"
 #include "tools/commands.h"
+#include "tools/output.h"
 
 namespace teravolant::release {
 namespace {
 
-using platform::Error;
 using platform::Status;
 
 constexpr unsigned kOwnerOnly = 0600;
@@ -21,7 +21,7 @@ struct Options {
     std::string publicKey;
 };
 
-Status handOut(const std::string& publicKey, const Options& options) {
+Status publish(const std::string& publicKey, const Options& options) {
     if (options.publicKey.empty()) {
         return print(publicKey);
     }
@@ -48,9 +48,9 @@ Status makeKeyPair(const Options& options) {
     if (auto error = platform::createFileDurably(options.privateKey, *pem, kOwnerOnly)) {
         return error;
     }
-    auto error = handOut(*publicKey + "\n", options);
+    auto error = publish(*publicKey + "\n", options);
     if (error) {
-        // A key whose other half nobody has is of no use.
+        // A private key is useless if its public key was not written.
         (void)platform::removeItem(options.privateKey);
     }
     return error;
@@ -62,12 +62,12 @@ void addKeygen(CLI::App& program, Work& work) {
     const auto options = std::make_shared<Options>();
     CLI::App* command = program.add_subcommand(
         "keygen",
-        "Makes a pair of keys. The public one goes to standard output, for the build option "
-        "TERAVOLANT_UPDATE_PUBLIC_KEYS; keep the private one secret. Replaces no file.");
-    command->add_option("--private-key", options->privateKey, "The private key's new file")
+        "Makes a pair of keys. Prints the public key, for the build option "
+        "TERAVOLANT_UPDATE_PUBLIC_KEYS. Keep the private key secret. Replaces no file.");
+    command->add_option("--private-key", options->privateKey, "The new file for the private key")
         ->required()
         ->type_name("FILE");
-    command->add_option("--public-key", options->publicKey, "A new file for the public key too")
+    command->add_option("--public-key", options->publicKey, "A new file for the public key")
         ->type_name("FILE");
     command->callback([options, &work] {
         work = [options](const std::stop_token& /*stop*/) { return makeKeyPair(*options); };

@@ -1,6 +1,6 @@
 // teravolant-release: makes keys, archives and feed documents for the updater, and checks them.
 //
-// Status 0: done, or accepted. 1: failed, or refused. 2: the call's words are off.
+// Exit status: 0 on success or acceptance, 1 on failure or refusal, 2 on a usage error.
 
 #include <csignal>
 #include <cstdlib>
@@ -25,8 +25,9 @@ int fail(std::string_view reason, int status) {
     return status;
 }
 
-/// SIGINT and SIGTERM ask for a stop, so that nothing half-made stays behind; a second one ends the
-/// program at once. Called before there is any other thread.
+/// Makes the first SIGINT or SIGTERM request a stop, so that a command removes its partial output,
+/// and the second one terminate the process. Must be called before other threads are started, which
+/// inherit the signal mask.
 std::stop_token stopOnTermination() {
     sigset_t signals{};
     sigemptyset(&signals);
@@ -44,7 +45,9 @@ std::stop_token stopOnTermination() {
     return source.get_token();
 }
 
-std::string problemWith(const std::string& word) { return word.empty() ? "an empty word" : ""; }
+std::string problemWith(const std::string& argument) {
+    return argument.empty() ? "the argument is empty" : "";
+}
 
 int run(int argc, char* argv[]) {
     const std::stop_token stop = stopOnTermination();
@@ -63,8 +66,8 @@ int run(int argc, char* argv[]) {
     }
     try {
         program.parse(argc, argv);
-    } catch (const CLI::Success& answer) {
-        return program.exit(answer);
+    } catch (const CLI::Success& request) {
+        return program.exit(request);
     } catch (const CLI::ParseError& error) {
         return fail(std::string(error.what()) + "\nRun with --help for more information.",
                     kUsageStatus);

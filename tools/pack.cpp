@@ -6,10 +6,11 @@
 #include <CLI/CLI.hpp>
 
 #include "platform/archives/archives.h"
-#include "platform/core/error.h"
 #include "platform/core/text.h"
 #include "tools/commands.h"
-#include "update_framework/module/offer_verification.h"
+#include "tools/identity.h"
+#include "tools/output.h"
+#include "update_framework/sqrl_update.h"
 #include "update_framework/updater_error.h"
 
 namespace teravolant::release {
@@ -24,7 +25,7 @@ struct Options {
     std::string output;
 };
 
-/// A line on standard error that fills up, where that is a terminal. Ends with its line.
+/// A progress bar on standard error, if that is a terminal. The destructor ends its line.
 class ProgressBar {
   public:
     ~ProgressBar() {
@@ -33,9 +34,10 @@ class ProgressBar {
         }
     }
 
-    void show(std::uint64_t done, std::uint64_t all) {
+    void show(std::uint64_t done, std::uint64_t total) {
         constexpr int kPercentPerMark = 2;
-        const double share = all == 0 ? 1 : static_cast<double>(done) / static_cast<double>(all);
+        const double share =
+            total == 0 ? 1 : static_cast<double>(done) / static_cast<double>(total);
         const int percent = static_cast<int>(share * 100);
         if (!_onTerminal || percent == _percent) {
             return;
@@ -53,11 +55,12 @@ class ProgressBar {
 };
 
 Error refused(const fs::path& path, std::string_view reason) {
-    return platform::updaterError(platform::SQRLUpdaterErrorRefusedBundle,
-                                  "“" + path.string() + "” " + std::string(reason) + ".");
+    return platform::updaterError(
+        platform::SQRLUpdaterErrorRefusedBundle,
+        platform::quoted(path.string()) + " " + std::string(reason) + ".");
 }
 
-/// What would keep updaters from taking this bundle out of an archive.
+/// Returns the reason why updaters would refuse this bundle in an archive, or nothing.
 Status refusalOfBundle(const platform::Bundle& bundle) {
     const auto identity = identityOf(bundle);
     if (!identity) {
@@ -66,14 +69,15 @@ Status refusalOfBundle(const platform::Bundle& bundle) {
     std::error_code unknown;
     const fs::path folder = fs::canonical(bundle.bundlePath(), unknown);
     if (!platform::equalIgnoringCase(folder.extension().string(), ".app")) {
-        return refused(folder, "has no name that ends in .app");
+        return refused(folder, "does not have the extension .app");
     }
     if (folder.filename().string().starts_with('.')) {
-        return refused(folder, "has a name that begins with a full stop, which updaters pass over");
+        return refused(folder, "has a name that begins with a full stop, so updaters ignore it");
     }
     if (!bundle.canRun()) {
-        return refused(bundle.executablePath(),
-                       "is not there in the bundle as its executable, or can't be run");
+        return refused(
+            bundle.executablePath(),
+            "is the bundle's executable and is missing, outside of the bundle or can't be run");
     }
     return std::nullopt;
 }
@@ -92,12 +96,12 @@ Status pack(const Options& options, const std::stop_token& stop) {
     }
     if (platform::updatePublicKeys(*bundle).empty()) {
         std::cerr << "teravolant-release: warning: this build has no public key "
-                     "(TERAVOLANT_UPDATE_PUBLIC_KEYS) and will take no update after this one\n";
+                     "(TERAVOLANT_UPDATE_PUBLIC_KEYS), so it will never accept an update\n";
     }
     ProgressBar bar;
     return platform::packFolder(
         options.bundle, options.output,
-        [&bar](std::uint64_t done, std::uint64_t all) { bar.show(done, all); }, stop);
+        [&bar](std::uint64_t done, std::uint64_t total) { bar.show(done, total); }, stop);
 }
 
 }  // namespace
@@ -105,12 +109,13 @@ Status pack(const Options& options, const std::stop_token& stop) {
 void addPack(CLI::App& program, Work& work) {
     const auto options = std::make_shared<Options>();
     CLI::App* command = program.add_subcommand(
-        "pack", "Packs a bundle into an archive. The same bundle makes the same bytes.");
-    command->add_option("bundle", options->bundle, "The bundle, as in Teravolant.app")
+        "pack", "Packs a bundle into an archive. The same bundle gives the same bytes.");
+    command->add_option("bundle", options->bundle, "The bundle, for example Teravolant.app")
         ->required()
         ->type_name("BUNDLE");
     command
-        ->add_option("--output", options->output, "The archive, as in Teravolant-1.0.0.2.tar.zst")
+        ->add_option("--output", options->output,
+                     "The archive, for example Teravolant-1.0.0.2.tar.zst")
         ->required()
         ->type_name("ARCHIVE");
     command->callback([options, &work] {

@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "platform/core/result.h"
-#include "platform/values/json.h"
+#include "platform/values/value.h"
 
 namespace teravolant::platform {
 
@@ -15,12 +15,12 @@ enum MTLJSONAdapterErrorCode : std::int64_t {
     MTLJSONAdapterErrorInvalidMember = 2,
 };
 
-/// Makes models from JSON objects.
+/// Converts JSON objects to models.
 class MTLJSONAdapter {
   public:
-    /// Members that the model does not know are passed over. Fails with an error of
-    /// `MTLJSONAdapterErrorDomain` that names the first member that is missing or not as it must
-    /// be. Defined beside each model.
+    /// Ignores members that the model does not have. Fails with an error of
+    /// `MTLJSONAdapterErrorDomain` that names the first missing or invalid member. Each model
+    /// defines its specialisation.
     template <typename Model>
     static Result<Model> modelOfClass(const Value::Dictionary& dictionary);
 };

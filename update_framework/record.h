@@ -2,20 +2,20 @@
 
 #include <filesystem>
 #include <map>
-#include <optional>
 #include <string>
 
 #include "platform/core/result.h"
 
 namespace teravolant::platform {
 
-/// A few texts under their names, kept as a small property list from one start to the next.
+/// Strings under their names, stored as a property list.
 using Record = std::map<std::string, std::string>;
 
-/// Empty when there is none or it can't be read; what is no text is left out.
+/// Returns an empty record if the file is missing or unreadable. Skips entries that are not
+/// strings.
 [[nodiscard]] Record readRecord(const std::filesystem::path& file);
 
-/// Durable on return.
+/// Atomically and durably replaces the file; its mode is 0600.
 [[nodiscard]] Status writeRecord(const std::filesystem::path& file, const Record& record);
 
 }  // namespace teravolant::platform

@@ -4,6 +4,7 @@
 #include <cctype>
 
 #include "platform/core/error.h"
+#include "platform/core/text.h"
 #include "platform/core/url.h"
 #include "platform/system/bundle.h"
 
@@ -13,8 +14,8 @@ namespace {
 Error memberError(MTLJSONAdapterErrorCode code, std::string_view member, std::string_view problem) {
     return Error{.domain = std::string(MTLJSONAdapterErrorDomain),
                  .code = code,
-                 .localizedDescription =
-                     "The update's “" + std::string(member) + "” " + std::string(problem) + "."};
+                 .localizedDescription = "The update's " + quoted(std::string(member)) + " " +
+                                         std::string(problem) + "."};
 }
 
 bool isAnyText(std::string_view /*text*/) { return true; }
@@ -39,12 +40,12 @@ bool isBase64(std::string_view text) {
     });
 }
 
-/// Reads the members of one object and keeps the error of the first that is not as it must be.
+/// Reads the members of one object and keeps the error of the first missing or invalid member.
 class MemberReader {
   public:
     explicit MemberReader(const Value::Dictionary& dictionary) : _dictionary(dictionary) {}
 
-    /// `problem` says in the error what a value that `isValid` refuses is.
+    /// `problem` describes, in the error, a value that `isValid` refuses.
     std::optional<std::string> text(std::string_view member, bool (*isValid)(std::string_view),
                                     std::string_view problem) {
         const Value* const value = find(member);
@@ -73,8 +74,8 @@ class MemberReader {
             return std::nullopt;
         }
         if (value->integer() == nullptr || *value->integer() <= 0) {
-            fail(memberError(MTLJSONAdapterErrorInvalidMember, member,
-                             "is not a whole number above zero"));
+            fail(
+                memberError(MTLJSONAdapterErrorInvalidMember, member, "is not a positive integer"));
             return std::nullopt;
         }
         return static_cast<std::uint64_t>(*value->integer());
@@ -104,15 +105,14 @@ template <>
 Result<SQRLUpdate> MTLJSONAdapter::modelOfClass<SQRLUpdate>(const Value::Dictionary& dictionary) {
     MemberReader reader(dictionary);
     SQRLUpdate update;
-    update.version = reader.requiredText("version", isAnyText, "is not a text");
-    // Before the address, which may have been made from the name.
-    update.name = reader.text("name", isAnyText, "is not a text");
-    update.updateURL =
-        reader.requiredText("url", isSecureOrLoopbackURL,
-                            "is not an absolute https address (or http on this computer)");
+    update.version = reader.requiredText("version", isAnyText, "is not a string");
+    // Read before the URL, which may be derived from the name.
+    update.name = reader.text("name", isAnyText, "is not a string");
+    update.updateURL = reader.requiredText("url", isSecureOrLoopbackURL,
+                                           "is not an absolute https URL (or http on loopback)");
     update.size = reader.positiveInteger("size");
     update.sha256 = reader.text("sha256", isSha256, "is not 64 hexadecimal digits");
-    update.signature = reader.text("signature", isBase64, "is not a Base64 text");
+    update.signature = reader.text("signature", isBase64, "is not valid Base64");
     if (reader.error()) {
         return *reader.error();
     }

@@ -9,23 +9,24 @@
 
 namespace teravolant::platform {
 
-/// What a feed offers, each member well-formed; whether it is to be trusted is not decided here.
+/// The update that a feed offers. Every member is well-formed; none is trusted before
+/// `verifyOffer`.
 struct SQRLUpdate {
-    std::string updateURL;  ///< `url`: `isSecureOrLoopbackURL` holds for it.
+    std::string updateURL;  ///< `url`: satisfies `isSecureOrLoopbackURL`.
     std::string version;
     std::optional<std::string> name;
-    std::optional<std::uint64_t> size;  ///< Of the archive, in bytes, at least 1.
-    std::optional<std::string> sha256;  ///< Of the archive, 64 hexadecimal digits in either case.
-    std::optional<std::string> signature;  ///< Base64 (RFC 4648) with its padding.
+    std::optional<std::uint64_t> size;     ///< Of the archive, in bytes; at least 1.
+    std::optional<std::string> sha256;     ///< Of the archive: 64 hexadecimal digits.
+    std::optional<std::string> signature;  ///< Base64 (RFC 4648) with padding.
 };
 
-/// `url` and `version` must be there.
+/// Requires `url` and `version`.
 template <>
 Result<SQRLUpdate> MTLJSONAdapter::modelOfClass<SQRLUpdate>(const Value::Dictionary& dictionary);
 
 class Bundle;
 
-/// The public keys that a bundle accepts offers from, its "TVUpdatePublicKeys".
+/// Returns the public keys that the bundle trusts: the strings of its "TVUpdatePublicKeys".
 [[nodiscard]] std::vector<std::string> updatePublicKeys(const Bundle& bundle);
 
 }  // namespace teravolant::platform

@@ -1,9 +1,24 @@
+// The thread, the states, the locks and the installation of an update cycle.
+//
+// `checkForUpdates` moves the state from idle to checking with a compare-and-exchange, so that only
+// one caller starts a cycle, which runs on a detached thread that owns the updater. The cycle sets
+// the state to downloading. A cycle without an update reports its error, if any, releases its locks
+// and sets the state to idle. A cycle that staged an update registers the installation with the
+// application and sets the state to awaitingRelaunch; it keeps the locks, so that no other process
+// changes the staged update.
+//
+// The cycle runs under two locks, on a file in the cache folder and on the bundle itself. Neither
+// is waited for: if another process holds one, it is updating the bundle, and the cycle fails.
+//
+// The registered installation runs on the main thread when the application terminates, possibly
+// before this cycle's thread sets the state. Whichever is first, the state after a failed
+// installation is idle. If the application is already terminating, the installation is not
+// registered, and the cycle of the next start finds the staged update.
 #include "update_framework/sqrl_updater.h"
 
 #include <system_error>
 #include <thread>
 
-#include "platform/core/error.h"
 #include "platform/core/text.h"
 #include "platform/files/files.h"
 #include "platform/files/paths.h"
@@ -21,8 +36,8 @@ std::filesystem::path cacheFolderOf(const Bundle& bundle) {
     return cachesDirectory() / bundle.bundleIdentifier().value_or("");
 }
 
-/// Nothing when the bundle at its place is still the one that runs.
-Status checkPlace(const Bundle& running) {
+/// Returns an error if the bundle at the path of the running one has another version.
+Status checkNotReplaced(const Bundle& running) {
     const auto inPlace = Bundle::bundleWithPath(running.bundlePath());
     const auto versionInPlace = inPlace ? inPlace->shortVersion() : std::nullopt;
     if (versionInPlace != running.shortVersion()) {
@@ -38,7 +53,7 @@ Status checkPlace(const Bundle& running) {
 void SQRLUpdater::checkForUpdates(const Failed& failed) {
     UpdaterState expected = UpdaterState::idle;
     if (!_state.compare_exchange_strong(expected, UpdaterState::checking)) {
-        failed(checkNotPossible("An update check is under way or has found an update already."));
+        failed(checkNotPossible("An update check is running or has already found an update."));
         return;
     }
     try {
@@ -58,14 +73,13 @@ void SQRLUpdater::checkAndStage(const Failed& failed) {
             [self = shared_from_this(), update = **staged, failed] {
                 self->installAtTermination(update, failed);
             });
-        // From here on a termination may have installed it, or failed to, and have said so. Where
-        // one had begun before, the next start finds what is staged.
+        // The installation may already have run and have set the state: do not overwrite it.
         if (inTime) {
             _state.compare_exchange_strong(before, UpdaterState::awaitingRelaunch);
         }
         return;
     }
-    // Whoever sees the idle state may end the process: the error must have been told by then.
+    // Report the error before going idle: the next tick may terminate the process.
     if (!staged) {
         failed(staged.error());
     }
@@ -78,19 +92,19 @@ Result<std::optional<StagedUpdate>> SQRLUpdater::runCycle() {
     const Bundle& bundle = Bundle::mainBundle();
     if (!bundle.bundleIdentifier() || !bundle.shortVersion()) {
         return checkNotPossible(
-            "This program runs outside of a bundle with an identifier and a "
-            "version, so it can't be updated.");
+            "This program is not in a bundle with an identifier and a version, so it can't be "
+            "updated.");
     }
     const std::filesystem::path folder = cacheFolderOf(bundle);
     if (auto error = createDirectory(folder)) {
         return error;
     }
-    // Nobody else may change what was verified in there.
+    // Other users must not be able to change the files after they are verified.
     std::error_code refused;
     std::filesystem::permissions(folder, std::filesystem::perms::owner_all, refused);
     if (refused) {
-        return checkNotPossible("The cache folder “" + folder.string() +
-                                "” is not this user's own.");
+        return checkNotPossible("The cache folder " + quoted(folder.string()) +
+                                " does not belong to this user.");
     }
     auto cacheLock = FileLock::tryAcquire(folder / "update.lock");
     if (!cacheLock) {
@@ -101,12 +115,12 @@ Result<std::optional<StagedUpdate>> SQRLUpdater::runCycle() {
         return bundleLock.error();
     }
     if (!*cacheLock || !*bundleLock) {
-        return checkNotPossible("Another start of this program is updating it already.");
+        return checkNotPossible("Another process is already updating this bundle.");
     }
     _cacheLock = *std::move(cacheLock);
     _bundleLock = *std::move(bundleLock);
-    // Only under the lock: the one who had it before may have replaced the bundle.
-    if (auto error = checkPlace(bundle)) {
+    // Checked under the lock: the process that held it before may have replaced the bundle.
+    if (auto error = checkNotReplaced(bundle)) {
         return error;
     }
     return _runner(makeCycle());
@@ -133,16 +147,16 @@ UpdateCycle SQRLUpdater::makeCycle() {
 
 void SQRLUpdater::installAtTermination(const StagedUpdate& update, const Failed& failed) {
     const Bundle& bundle = Bundle::mainBundle();
-    // Somebody else may have put another bundle there since the cycle began.
-    auto error = checkPlace(bundle);
+    // The user may have replaced the bundle since the cycle began.
+    auto error = checkNotReplaced(bundle);
     if (!error) {
         error = installStagedUpdate(cacheFolderOf(bundle), update);
     }
     if (error) {
         failed(*error);
     }
-    // A client that was told to restart after a failure would find the old launcher, and that the
-    // same update, again and again.
+    // After a failed installation the client must not be told to restart: the old launcher would
+    // find the same update again, in an endless loop.
     _state = error ? UpdaterState::idle : UpdaterState::awaitingRelaunch;
 }
 

@@ -21,7 +21,7 @@
 
 namespace teravolant::platform {
 
-/// Where an updater's cycle stands. The numbers are what the log shows.
+/// The state of an updater. The log shows its number.
 enum class UpdaterState : unsigned {
     idle = 0,
     checking = 1,
@@ -29,13 +29,13 @@ enum class UpdaterState : unsigned {
     awaitingRelaunch = 3,
 };
 
-/// Runs the update cycle of the running bundle. A subclass says what a feed's answer offers and
-/// which of the unpacked bundles is the update.
+/// Runs the update cycle of the running bundle. A subclass reads the feed document and selects the
+/// update among the unpacked bundles.
 ///
-/// Owned by `std::shared_ptr`; a cycle under way is one of the owners.
+/// Must be owned by a `std::shared_ptr`; a running cycle is one of the owners.
 class SQRLUpdater : public std::enable_shared_from_this<SQRLUpdater> {
   public:
-    /// The model class that `updateFromJSONData` answers with.
+    /// The model class that `updateFromJSONData` sends.
     using UpdateClass = SQRLUpdate;
 
     using CycleRunner = std::function<Result<std::optional<StagedUpdate>>(const UpdateCycle&)>;
@@ -47,33 +47,33 @@ class SQRLUpdater : public std::enable_shared_from_this<SQRLUpdater> {
     SQRLUpdater(const SQRLUpdater&) = delete;
     SQRLUpdater& operator=(const SQRLUpdater&) = delete;
 
-    /// The request for the feed.
     [[nodiscard]] const URLRequest& updateRequest() const { return _updateRequest; }
 
-    /// May be read from any thread.
+    /// May be called from any thread.
     [[nodiscard]] UpdaterState state() const { return _state; }
 
-    /// Told to stop when this updater is destroyed.
+    /// A stop is requested when this updater is destroyed.
     [[nodiscard]] std::stop_token willDeallocSignal() const { return _willDealloc.get_token(); }
 
-    /// Starts one update cycle on a thread of its own and returns at once; the state is no longer
-    /// idle then. `failed` is called with the error of a cycle that fails, on that thread and
-    /// before the state is idle again; at once when no cycle can be started or one is under way.
+    /// Starts one update cycle on a new thread and returns; the state is then no longer idle. If
+    /// the cycle fails, calls `failed` on that thread, before the state becomes idle. If no cycle
+    /// can be started or a cycle is running, calls `failed` before it returns.
     ///
-    /// An update that was found is installed when the application terminates, before its delegate
-    /// is told. Should that fail, `failed` is called then and the state becomes idle.
+    /// A staged update is installed when the application terminates, on the main thread, before the
+    /// delegate is told. If the installation fails, `failed` is called there and the state becomes
+    /// idle.
     void checkForUpdates(const std::function<void(const Error&)>& failed);
 
-    /// Reads the body of the feed's answer: sends the update that it offers.
+    /// Sends the update that the feed document `body` offers.
     [[nodiscard]] virtual RACSignal<UpdateClass> updateFromJSONData(std::string body) const = 0;
 
-    /// Looks through the folder of an unpacked archive: sends the bundle that is the update.
+    /// Sends the bundle in the folder of an unpacked archive that is the update.
     [[nodiscard]] virtual RACSignal<Bundle> updateBundleMatchingCurrentApplicationInDirectory(
         std::filesystem::path folder) const = 0;
 
-    /// Runs one cycle on the calling thread and returns the update that it staged, if any. Fails if
-    /// another process is updating this bundle or has replaced it. The locks of the cycle are held
-    /// until this updater is destroyed.
+    /// Runs one cycle on the calling thread and returns the staged update, or nothing if none is
+    /// offered. Fails if another process is updating this bundle or has replaced it. Holds the
+    /// locks of the cycle until this updater is destroyed.
     Result<std::optional<StagedUpdate>> runCycle();
 
   private:
@@ -85,8 +85,8 @@ class SQRLUpdater : public std::enable_shared_from_this<SQRLUpdater> {
 
     URLRequest _updateRequest;
     CycleRunner _runner;
-    /// Held while a cycle runs or its update waits: on what this user keeps in the cache, and on
-    /// the bundle, which another cache may be used for as well.
+    /// Held during a cycle and until its update is installed. Both are needed: a process with
+    /// another cache folder may update the same bundle.
     std::optional<FileLock> _cacheLock;
     std::optional<FileLock> _bundleLock;
     std::atomic<UpdaterState> _state = UpdaterState::idle;

@@ -1,15 +1,27 @@
+// The staged update and its installation.
+//
+// The staging folder is beside the installed bundle, so that both are on one file system. It
+// contains the unpacked archive with the new bundle. The record staged.plist in the cache folder
+// names the new bundle; it is written last, after the tree is flushed, and removed first. A staging
+// folder without a record is therefore incomplete, and the next cycle removes it.
+//
+// The installation exchanges the new and the old bundle with one rename, flushes the parent folder
+// and then removes the record and the staging folder, which now contains the old bundle. On a file
+// system without that exchange, two renames move the old bundle into the staging folder and the new
+// one to the target. If the process is killed between them, nothing is at the target, and
+// `repairInstallation` moves the old bundle back.
 #include "update_framework/staging.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cerrno>
-#include <cstdio>
 #include <system_error>
 
 #include "platform/core/error.h"
+#include "platform/core/text.h"
 #include "platform/files/durable_file.h"
+#include "platform/files/exchange.h"
 #include "platform/files/files.h"
+#include "platform/files/paths.h"
+#include "platform/files/private_directory.h"
 #include "update_framework/record.h"
 #include "update_framework/updater_error.h"
 
@@ -20,49 +32,49 @@ namespace fs = std::filesystem;
 
 fs::path recordPath(const fs::path& cacheFolder) { return cacheFolder / "staged.plist"; }
 
-/// Where the old bundle waits while the new one is moved in, on a file system that can't exchange.
+/// Where the old bundle is between the two renames.
 fs::path asidePath(const fs::path& target) { return stagingFolderFor(target) / ".previous.app"; }
 
 Error notInstalled(const StagedUpdate& update, int errorNumber) {
-    Error error =
-        updaterError(SQRLUpdaterErrorInstallationFailed,
-                     "The update to version " + update.version +
-                         " could not be put into the place of “" + update.target.string() + "”");
-    const Error reason = errorFromErrno(errorNumber, FileAccess::Write, error.localizedDescription);
-    error.localizedDescription = reason.localizedDescription;
-    return error;
+    const std::string attempt = "The update to version " + update.version +
+                                " could not be installed at " + quoted(update.target.string());
+    return updaterError(
+        SQRLUpdaterErrorInstallationFailed,
+        errorFromErrno(errorNumber, FileAccess::Write, attempt).localizedDescription);
 }
 
-int renameOrErrno(const fs::path& from, const fs::path& to) {
-    return rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
+/// Returns 0 or an `errno` value.
+int renameItem(const fs::path& from, const fs::path& to) {
+    std::error_code failure;
+    fs::rename(from, to, failure);
+    return failure.value();
 }
 
-int moveAsideAndIn(const StagedUpdate& update) {
+/// Returns 0 or an `errno` value.
+int replaceWithTwoRenames(const StagedUpdate& update) {
     const fs::path aside = asidePath(update.target);
-    if (const int failure = renameOrErrno(update.target, aside)) {
+    if (const int failure = renameItem(update.target, aside)) {
         return failure;
     }
-    const int failure = renameOrErrno(update.staged, update.target);
+    const int failure = renameItem(update.staged, update.target);
     if (failure != 0) {
-        renameOrErrno(aside, update.target);
+        renameItem(aside, update.target);
     }
     return failure;
 }
 
-int exchange(const StagedUpdate& update) {
-    if (renameat2(AT_FDCWD, update.staged.c_str(), AT_FDCWD, update.target.c_str(),
-                  RENAME_EXCHANGE) == 0) {
-        return 0;
-    }
-    const bool unsupported = errno == EINVAL || errno == ENOSYS || errno == ENOTSUP;
-    return unsupported ? moveAsideAndIn(update) : errno;
+/// Whether the paths of a record can be those of an update that `writeStagedUpdate` recorded.
+/// Nothing outside of the staging folder may be moved or removed because of a damaged record.
+bool isPlausible(const StagedUpdate& update) {
+    return update.target.is_absolute() && update.target == update.target.lexically_normal() &&
+           update.staged == update.staged.lexically_normal() && update.staged.has_filename() &&
+           isInside(update.staged.parent_path(), stagingFolderFor(update.target));
 }
 
 }  // namespace
 
 fs::path stagingFolderFor(const fs::path& target) {
-    return target.parent_path() /
-           ("." + target.filename().string() + ".update-" + std::to_string(geteuid()));
+    return target.parent_path() / ("." + target.filename().string() + ".update-" + userIdText());
 }
 
 std::optional<StagedUpdate> readStagedUpdate(const fs::path& cacheFolder) {
@@ -72,14 +84,7 @@ std::optional<StagedUpdate> readStagedUpdate(const fs::path& cacheFolder) {
                         .treeDigest = record["treeDigest"],
                         .staged = record["staged"],
                         .target = record["target"]};
-    // Nothing outside of the staging folder may ever be moved or removed for a record's sake.
-    const auto inside = update.staged.lexically_relative(stagingFolderFor(update.target));
-    if (!update.target.is_absolute() || inside.empty() || *inside.begin() == ".." ||
-        inside == "." || update.staged != update.staged.lexically_normal() ||
-        update.target != update.target.lexically_normal()) {
-        return std::nullopt;
-    }
-    return update;
+    return isPlausible(update) ? std::optional(std::move(update)) : std::nullopt;
 }
 
 Status writeStagedUpdate(const fs::path& cacheFolder, const StagedUpdate& update) {
@@ -94,16 +99,20 @@ void discardStaging(const fs::path& cacheFolder, const fs::path& target) {
     repairInstallation(target);
     std::error_code notThere;
     fs::remove(recordPath(cacheFolder), notThere);
-    // What can't be removed now is tried again by the next cycle, which finds it by its name.
+    // If this fails, the next cycle finds the folder by its name and tries again.
     (void)removeTree(stagingFolderFor(target));
 }
 
 Status installStagedUpdate(const fs::path& cacheFolder, const StagedUpdate& update) {
-    if (const int failure = exchange(update)) {
+    int failure = exchangeItems(update.staged, update.target);
+    if (failure == ENOTSUP) {
+        failure = replaceWithTwoRenames(update);
+    }
+    if (failure != 0) {
         return notInstalled(update, failure);
     }
-    // Until the exchange is on the disk, a power failure may take it back, and then the old bundle
-    // must be there: the next cycle clears it away.
+    // Before the flush, a power failure may undo the exchange, and the old bundle must still exist.
+    // If the flush fails, the next cycle removes it.
     if (flushFolderOf(update.target) == 0) {
         discardStaging(cacheFolder, update.target);
     }

@@ -5,12 +5,11 @@
 #include <string>
 
 #include "platform/core/result.h"
-#include "update_framework/sqrl_update.h"
 
 namespace teravolant::platform {
 
-/// A whole, flushed bundle that waits to take another one's place, as a small file in the cache
-/// records it. It stands in the staging folder of the bundle that it is to replace.
+/// A complete, flushed bundle that is ready to be installed, as recorded in the cache folder. It is
+/// in the staging folder of the bundle that it replaces.
 struct StagedUpdate {
     std::string version;
     std::string archiveSha256;
@@ -19,33 +18,36 @@ struct StagedUpdate {
     std::filesystem::path target;  ///< The bundle to replace.
 };
 
-/// The folder beside the bundle, on its file system, in which this user's update of it is staged.
+/// Returns the folder beside the bundle, on the same file system, where this user's update of the
+/// bundle is staged.
 [[nodiscard]] std::filesystem::path stagingFolderFor(const std::filesystem::path& target);
 
-/// Nothing when there is no record, or none that makes sense.
+/// Returns nothing if the record is missing, unreadable or implausible.
 [[nodiscard]] std::optional<StagedUpdate> readStagedUpdate(
     const std::filesystem::path& cacheFolder);
 
-/// Durable on return.
+/// Atomically and durably replaces the record.
 [[nodiscard]] Status writeStagedUpdate(const std::filesystem::path& cacheFolder,
                                        const StagedUpdate& update);
 
-/// Removes the record first and then the staging folder of the target, so that a kill leaves no
-/// record of a tree that is partly gone. A bundle that was moved aside is put back before.
+/// Repairs an interrupted installation, then removes the record and the staging folder of `target`,
+/// in this order: a kill leaves no record of an incomplete tree. Failures are ignored: the next
+/// cycle tries again.
 void discardStaging(const std::filesystem::path& cacheFolder, const std::filesystem::path& target);
 
-/// Puts the staged bundle into the place of its target in one step and removes the old one.
+/// Atomically exchanges the staged bundle with its target and removes the old bundle.
 ///
-/// Either the old or the new bundle stands whole at the target at every instant, but where the file
-/// system can't exchange two folders: there the old one is moved aside first, and what a kill in
-/// between leaves is repaired by `repairInstallation`. Blocks until the parent folder is flushed.
+/// At every instant the complete old or the complete new bundle is at the target. The exception is
+/// a file system that can't exchange two folders: there the old bundle is moved aside first, and
+/// `repairInstallation` repairs the result of a kill in between. Blocks until the parent folder is
+/// flushed.
 ///
-/// Returns the error of the step that failed; the old bundle is then still in place.
+/// Returns the error of the step that failed; the old bundle is then still at the target.
 [[nodiscard]] Status installStagedUpdate(const std::filesystem::path& cacheFolder,
                                          const StagedUpdate& update);
 
-/// Puts the bundle that an interrupted installation moved aside back into its place when nothing
-/// stands there.
+/// Moves the bundle that an interrupted installation moved aside back to `target` if nothing is
+/// there.
 void repairInstallation(const std::filesystem::path& target);
 
 }  // namespace teravolant::platform

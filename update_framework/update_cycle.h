@@ -11,17 +11,17 @@
 
 namespace teravolant::platform {
 
-/// What one cycle works on and asks its updater for.
+/// The input of one cycle and the operations of its updater that it calls, on the cycle's thread.
 struct UpdateCycle {
     std::string feedURL;
-    std::filesystem::path bundlePath;  ///< The running bundle, which is to be replaced.
+    std::filesystem::path bundlePath;  ///< The running bundle, which the update replaces.
     std::string bundleIdentifier;
     std::string bundleVersion;
     std::vector<std::string> publicKeys;
     std::filesystem::path cacheFolder;
     std::function<RACSignal<SQRLUpdate>(std::string body)> updateFromJSONData;
     std::function<RACSignal<Bundle>(std::filesystem::path folder)> matchingBundle;
-    std::function<void()> downloadBegins;
+    std::function<void()> downloadBegins;  ///< Called before the archive is downloaded.
 };
 
 }  // namespace teravolant::platform

@@ -14,16 +14,16 @@ enum SQRLUpdaterErrorCode : std::int64_t {
     SQRLUpdaterErrorMissingUpdateBundle = 1,
     SQRLUpdaterErrorInvalidServerBody = 2,
     SQRLUpdaterErrorInvalidJSON = 3,
-    SQRLUpdaterErrorCheckNotPossible = 4,       ///< No cycle can run here and now.
-    SQRLUpdaterErrorInvalidServerResponse = 5,  ///< An answer of another status than asked for.
-    SQRLUpdaterErrorRefusedOffer = 6,           ///< Unsigned, or signed by nobody who is known.
-    SQRLUpdaterErrorRefusedArchive = 7,         ///< Not the bytes that were offered.
-    SQRLUpdaterErrorRefusedBundle = 8,          ///< Not what the offer said is in the archive.
+    SQRLUpdaterErrorCheckNotPossible = 4,       ///< The cycle could not run.
+    SQRLUpdaterErrorInvalidServerResponse = 5,  ///< A status that is not expected.
+    SQRLUpdaterErrorRefusedOffer = 6,           ///< Incomplete, or not signed by a trusted key.
+    SQRLUpdaterErrorRefusedArchive = 7,         ///< Its size or digest is not the offered one.
+    SQRLUpdaterErrorRefusedBundle = 8,          ///< Not the offered version, or it can't run.
     SQRLUpdaterErrorInstallationFailed = 9,
 };
 
-/// Keys of the user information: the raw body that a server sent (a text), and the JSON value in
-/// it.
+/// Keys of the user information: the body of the response (`std::string`) and the JSON value that
+/// was parsed from it (`Value`).
 inline constexpr const char* SQRLUpdaterServerDataErrorKey = "SQRLUpdaterServerDataErrorKey";
 inline constexpr const char* SQRLUpdaterJSONObjectErrorKey = "SQRLUpdaterJSONObjectErrorKey";
 

@@ -1,3 +1,15 @@
+// Downloads the archive of an offer, with resumption.
+//
+// The cache folder contains the downloaded bytes (archive.part) and a record (archive.plist) of the
+// SHA-256 of the archive that they belong to and of the server's validator (ETag or Last-Modified).
+// The record is written when the response begins, before its first byte, so that a killed process
+// leaves no part of an unknown archive.
+//
+// A new download removes a part whose recorded digest is not the offered one. Otherwise it hashes
+// the part, and requests the bytes behind it on condition that the validator still matches. A
+// server whose content has changed, or that ignores the range, sends the whole body, and the part
+// is truncated. Size and digest are checked over all bytes, so a wrong part can fail a download but
+// never pass; it is then removed, and the next download starts at the beginning.
 #include "update_framework/module/archive_download.h"
 
 #include <fcntl.h>
@@ -30,12 +42,11 @@ Error refused(std::string reason) {
                         "The update's archive is refused: " + std::move(reason));
 }
 
-/// What is recorded of the part in the cache: the digest of what it is a part of, and the validator
-/// with which the server can be asked for the rest, which may be empty.
+/// Entries of the record. Without a validator the download can't be resumed.
 constexpr const char* kDigest = "sha256";
 constexpr const char* kValidator = "validator";
 
-/// One archive on its way into the cache.
+/// The download of one archive.
 class Download {
   public:
     Download(const SQRLUpdate& offer, const fs::path& folder) : _offer(offer), _folder(folder) {}
@@ -55,8 +66,7 @@ class Download {
     }
 
   private:
-    /// Opens the part, takes the bytes that are there into the digest, and checks that there is
-    /// room for the rest.
+    /// Opens the part, hashes its bytes, and checks that the disk has space for the rest.
     Status openPart() {
         Record origin = readRecord(originPath(_folder));
         const bool usable = equalIgnoringCase(origin[kDigest], *_offer.sha256);
@@ -69,14 +79,14 @@ class Download {
         if (!_file) {
             return writeFailure(errno);
         }
-        auto error = readPart();
+        auto error = hashPart();
         if (!error && (_have > *_offer.size || (_have < *_offer.size && _validator.empty()))) {
-            error = startAfresh();
+            error = truncatePart();
         }
         return error ? error : checkSpace();
     }
 
-    Status readPart() {
+    Status hashPart() {
         constexpr std::size_t kPieceSize = 65536;
         return readInPieces(archivePath(_folder), kPieceSize, [this](std::string_view piece) {
             _digest.update(piece);
@@ -85,7 +95,7 @@ class Download {
         });
     }
 
-    Status startAfresh() {
+    Status truncatePart() {
         if (ftruncate(_file.get(), 0) != 0) {
             return writeFailure(errno);
         }
@@ -101,7 +111,7 @@ class Download {
         if (!unknown && space.available < missing) {
             return errorFromErrno(ENOSPC, FileAccess::Write,
                                   "The update needs " + std::to_string(missing) +
-                                      " more bytes in “" + _folder.string() + "”, where " +
+                                      " more bytes in " + quoted(_folder.string()) + ", where " +
                                       std::to_string(space.available) + " are free");
         }
         return std::nullopt;
@@ -117,7 +127,7 @@ class Download {
             .receive = [this](std::string_view bytes) { return receive(bytes); }};
         const auto response = streamHttpBody(request, receiver);
         if (!response) {
-            // The same request would bring the same answer for ever: the next one asks for all.
+            // The same request would get the same response: request the whole body next time.
             if (response.error().code == HttpError::unexpectedRange) {
                 removeDownloads(_folder);
             }
@@ -129,7 +139,7 @@ class Download {
                 removeDownloads(_folder);
             }
             return updaterError(SQRLUpdaterErrorInvalidServerResponse,
-                                "The server answered the request for the update's archive with "
+                                "The server responded to the request for the update's archive with "
                                 "status " +
                                     std::to_string(status) + ".");
         }
@@ -142,17 +152,15 @@ class Download {
 
     Status begin(const HttpResponse& response) {
         if (response.bodyOffset != _have) {
-            if (auto error = startAfresh()) {
+            if (auto error = truncatePart()) {
                 return error;
             }
         }
         if (response.contentLength && _have + *response.contentLength > *_offer.size) {
             return refused("the server has more than the " + std::to_string(*_offer.size) +
-                           " bytes that were offered.");
+                           " offered bytes.");
         }
-        // Written before the first byte: whatever ends this program, the next start knows what the
-        // part belongs to.
-        // The answer with a part may leave out what it was asked by.
+        // A response with a part may omit the validator that the request named.
         const std::string validator = resumptionValidator(response);
         if (response.bodyOffset == 0 || !validator.empty()) {
             _validator = validator;
@@ -165,7 +173,7 @@ class Download {
         if (bytes.size() > *_offer.size - _have) {
             removeDownloads(_folder);
             return refused("the server sends more than the " + std::to_string(*_offer.size) +
-                           " bytes that were offered.");
+                           " offered bytes.");
         }
         _digest.update(bytes);
         _have += bytes.size();
@@ -180,21 +188,20 @@ class Download {
         }
         if (!equalIgnoringCase(hexText(*digest), *_offer.sha256)) {
             removeDownloads(_folder);
-            return refused("its SHA-256 is not the one that was offered.");
+            return refused("its SHA-256 is not the one in the offer.");
         }
         return std::nullopt;
     }
 
     [[nodiscard]] Error writeFailure(int errorNumber) const {
-        return errorFromErrno(errorNumber, FileAccess::Write,
-                              "“" + archivePath(_folder).string() + "” could not be written");
+        return writeError(errorNumber, archivePath(_folder).string());
     }
 
     const SQRLUpdate& _offer;
     const fs::path& _folder;
     FileDescriptor _file;
     std::string _validator;
-    std::uint64_t _have = 0;  ///< Bytes in the file and in the digest.
+    std::uint64_t _have = 0;  ///< The bytes in the part, all of them hashed.
     Digest _digest{DigestAlgorithm::Sha256};
 };
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cctype>
 
-#include "platform/core/error.h"
 #include "platform/crypto/signatures.h"
 #include "update_framework/updater_error.h"
 
@@ -39,7 +38,7 @@ std::string signedText(std::string_view bundleIdentifier, std::string_view versi
 Status verifyOffer(const SQRLUpdate& offer, std::string_view bundleIdentifier,
                    const std::vector<std::string>& publicKeys) {
     if (publicKeys.empty()) {
-        return refused("this bundle has no public key (TVUpdatePublicKeys) to check it with.");
+        return refused("this bundle has no public key (TVUpdatePublicKeys).");
     }
     if (!offer.size) {
         return refused("the offer has no \"size\".");
@@ -51,7 +50,7 @@ Status verifyOffer(const SQRLUpdate& offer, std::string_view bundleIdentifier,
         return refused("the offer has no \"signature\".");
     }
     if (offer.version.find('\n') != std::string::npos) {
-        return refused("its \"version\" holds a line feed.");
+        return refused("its \"version\" contains a line feed.");
     }
     const std::string text =
         signedText(bundleIdentifier, offer.version, *offer.size, *offer.sha256);

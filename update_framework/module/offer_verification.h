@@ -1,6 +1,6 @@
 #pragma once
 
-#include <optional>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,17 +10,17 @@
 
 namespace teravolant::platform {
 
-/// What a publisher signs: the bundle identifier, the version, and the archive's size and SHA-256,
-/// so that an old archive can't be offered as a new one, nor one product's as another's.
+/// Returns the text that a publisher signs: the bundle identifier, the version, and the archive's
+/// size and SHA-256, so that no archive can be offered as another version or another product.
 ///
-/// UTF-8, each line ended by a line feed: "teravolant-update 1", then "identifier=", "version=",
-/// "size=" (decimal bytes) and "sha256=" (64 lower-case hexadecimal digits) with the values behind
-/// them. No value may hold a line feed.
+/// UTF-8, each line terminated by a line feed: "teravolant-update 1", then "identifier=",
+/// "version=", "size=" (decimal bytes) and "sha256=" (64 lower-case hexadecimal digits), each
+/// followed by its value. No value may contain a line feed.
 [[nodiscard]] std::string signedText(std::string_view bundleIdentifier, std::string_view version,
                                      std::uint64_t size, std::string_view sha256);
 
-/// Nothing when the offer is whole and one of the public keys made its signature over `signedText`;
-/// else the reason to refuse it.
+/// Returns the reason to refuse the offer, or nothing if it is complete and its signature over
+/// `signedText` is valid for one of the public keys.
 [[nodiscard]] Status verifyOffer(const SQRLUpdate& offer, std::string_view bundleIdentifier,
                                  const std::vector<std::string>& publicKeys);
 

@@ -1,17 +1,25 @@
+// One update cycle: feed, offer, download, unpack, check, stage.
+//
+// The cycle first removes the staging of an update that is installed or was never completed. Then
+// it fetches the feed and verifies the signature of its offer; nothing that the feed names is
+// requested before that. If the offered bundle is already staged and its digest is unchanged, the
+// cycle returns it. Otherwise it creates the staging folder (which fails early if the bundle can't
+// be replaced), downloads the archive to the cache folder, compares its digest with the signed one,
+// and unpacks it into the staging folder. The updater selects the bundle there; its version and its
+// executable are checked. The tree is flushed before the record that makes it a staged update is
+// written, so that a record never names an incomplete tree.
+//
+// A failed transfer keeps its part, and a full disk while unpacking keeps the archive, for the next
+// cycle. Any other failure after the verification removes the staging folder and the archive.
 #include "update_framework/module/run_update_cycle.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <system_error>
 
 #include "platform/archives/archives.h"
 #include "platform/core/error.h"
-#include "platform/core/file_descriptor.h"
 #include "platform/core/text.h"
-#include "platform/files/files.h"
+#include "platform/files/exchange.h"
+#include "platform/files/private_directory.h"
 #include "platform/http/http.h"
 #include "update_framework/module/archive_download.h"
 #include "update_framework/module/offer_verification.h"
@@ -23,8 +31,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Removes what is left of updates that can't come to anything any more: one that was installed,
-/// and a tree without a record, which was never finished.
+/// Removes the staging of an update that is installed or belongs to another bundle, and a staging
+/// folder without a record, which is incomplete.
 void removeStaleStaging(const UpdateCycle& cycle) {
     const auto record = readStagedUpdate(cycle.cacheFolder);
     if (!record) {
@@ -37,20 +45,13 @@ void removeStaleStaging(const UpdateCycle& cycle) {
     }
 }
 
-/// For a feed that offers nothing newer: what an earlier one offered was withdrawn.
+/// For a feed that offers no newer version: the publisher has withdrawn earlier offers.
 void discardEarlierOffers(const UpdateCycle& cycle) {
     discardStaging(cycle.cacheFolder, cycle.bundlePath);
     removeDownloads(cycle.cacheFolder);
 }
 
-/// Whether it is a folder that only this user can change.
-bool isOwnFolder(const fs::path& path) {
-    struct stat status {};
-    return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
-           status.st_uid == geteuid() && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
-}
-
-/// The staged update when it is the offered one and whole.
+/// Returns the staged update if it is the offered one and unchanged.
 std::optional<StagedUpdate> alreadyStaged(const UpdateCycle& cycle, const SQRLUpdate& offer) {
     auto record = readStagedUpdate(cycle.cacheFolder);
     if (!record || record->target != cycle.bundlePath || record->version != offer.version ||
@@ -58,32 +59,34 @@ std::optional<StagedUpdate> alreadyStaged(const UpdateCycle& cycle, const SQRLUp
         return std::nullopt;
     }
     const auto digest = digestOfTree(record->staged);
-    if (!isOwnFolder(stagingFolderFor(record->target)) || !digest ||
+    if (!isPrivateDirectory(stagingFolderFor(record->target)) || !digest ||
         *digest != record->treeDigest) {
         return std::nullopt;
     }
     return record;
 }
 
-/// Makes the empty staging folder, before anything is downloaded that could not be installed.
+/// Creates an empty staging folder. Fails if this user can't replace the bundle.
 Status makeStagingFolder(const UpdateCycle& cycle) {
     discardStaging(cycle.cacheFolder, cycle.bundlePath);
     const fs::path folder = stagingFolderFor(cycle.bundlePath);
-    // A folder that somebody else has put there is none to build on.
-    if (access(cycle.bundlePath.c_str(), W_OK) == 0 && mkdir(folder.c_str(), S_IRWXU) == 0) {
-        return std::nullopt;
+    int failure = checkWritable(cycle.bundlePath);
+    if (failure == 0) {
+        // An existing directory may belong to another user and can't be trusted: it is an error.
+        failure = createPrivateDirectory(folder);
     }
-    return errorFromErrno(
-        errno, FileAccess::Write,
-        "The bundle “" + cycle.bundlePath.string() + "” can't be replaced by this user");
+    return failure == 0 ? Status()
+                        : errorFromErrno(failure, FileAccess::Write,
+                                         "The bundle " + quoted(cycle.bundlePath.string()) +
+                                             " can't be replaced by this user");
 }
 
 Error refusedBundle(const std::string& reason) {
     return updaterError(SQRLUpdaterErrorRefusedBundle, "The update's bundle is refused: " + reason);
 }
 
-/// Nothing when the bundle is what the offer said. The offered version was found to be newer than
-/// the running one, so that one that equals it is newer as well.
+/// Returns an error if the bundle does not have the offered version or can't run. The offered
+/// version is already known to be newer than the running one.
 Status checkBundle(const Bundle& bundle, const SQRLUpdate& offer) {
     const auto version = bundle.shortVersion();
     if (version != offer.version) {
@@ -96,8 +99,8 @@ Status checkBundle(const Bundle& bundle, const SQRLUpdate& offer) {
     return std::nullopt;
 }
 
-/// Lets the staged bundle be moved, which a folder that is closed to its owner can't be, nor what
-/// is in it.
+/// Adds the owner's permissions to the folders from `folder` down to the staged bundle: without
+/// write permission the bundle can't be renamed.
 void openFoldersDownTo(const fs::path& staged, fs::path folder) {
     std::error_code refused;
     for (const fs::path& name : staged.lexically_relative(folder)) {
@@ -106,17 +109,7 @@ void openFoldersDownTo(const fs::path& staged, fs::path folder) {
     }
 }
 
-/// Has the file system write all that it holds back, the unpacked tree among it.
-Status flushFileSystemOf(const fs::path& folder) {
-    const FileDescriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!descriptor || syncfs(descriptor.get()) != 0) {
-        return errorFromErrno(errno, FileAccess::Write,
-                              "The update in “" + folder.string() + "” could not be flushed");
-    }
-    return std::nullopt;
-}
-
-/// Unpacks the verified archive beside the bundle and checks what it holds.
+/// Unpacks the verified archive beside the bundle, checks the bundle in it and records it.
 Result<StagedUpdate> stage(const UpdateCycle& cycle, const SQRLUpdate& offer,
                            const fs::path& archive) {
     const fs::path folder = stagingFolderFor(cycle.bundlePath);
@@ -136,8 +129,9 @@ Result<StagedUpdate> stage(const UpdateCycle& cycle, const SQRLUpdate& offer,
     if (!digest) {
         return digest.error();
     }
-    if (auto error = flushFileSystemOf(folder)) {
-        return error;
+    if (const int failure = flushFileSystemOf(folder)) {
+        return errorFromErrno(failure, FileAccess::Write,
+                              "The update in " + quoted(folder.string()) + " could not be flushed");
     }
     StagedUpdate update{.version = offer.version,
                         .archiveSha256 = *offer.sha256,
@@ -150,7 +144,8 @@ Result<StagedUpdate> stage(const UpdateCycle& cycle, const SQRLUpdate& offer,
     return update;
 }
 
-Result<StagedUpdate> bringIn(const UpdateCycle& cycle, const SQRLUpdate& offer) {
+/// Returns the offered update, staged. Downloads it if it is not staged already.
+Result<StagedUpdate> downloadAndStage(const UpdateCycle& cycle, const SQRLUpdate& offer) {
     if (auto staged = alreadyStaged(cycle, offer)) {
         removeDownloads(cycle.cacheFolder);
         return *std::move(staged);
@@ -163,7 +158,7 @@ Result<StagedUpdate> bringIn(const UpdateCycle& cycle, const SQRLUpdate& offer) 
     auto staged = archive ? stage(cycle, offer, *archive) : Result<StagedUpdate>(archive.error());
     if (!staged) {
         discardStaging(cycle.cacheFolder, cycle.bundlePath);
-        // A verified archive that there was no room to unpack is kept for the next cycle.
+        // If the disk is too full to unpack a verified archive, the next cycle can still use it.
         if (archive && staged.error().code != NSFileWriteOutOfSpaceError) {
             removeDownloads(cycle.cacheFolder);
         }
@@ -176,17 +171,17 @@ Result<StagedUpdate> bringIn(const UpdateCycle& cycle, const SQRLUpdate& offer) 
 }  // namespace
 
 Result<std::optional<std::string>> fetchFeed(const std::string& url, const std::stop_token& stop) {
-    auto answer = sendHttpRequest({.url = url}, {.maximumBodySize = kLargestFeed}, stop);
-    if (!answer) {
-        return answer.error();
+    auto received = sendHttpRequest({.url = url}, {.maximumBodySize = kLargestFeed}, stop);
+    if (!received) {
+        return received.error();
     }
-    HttpResponse response = *std::move(answer);
+    HttpResponse response = *std::move(received);
     if (response.status == 204) {
         return std::optional<std::string>();
     }
     if (response.status != 200 || response.body.empty()) {
         return updaterError(SQRLUpdaterErrorInvalidServerResponse,
-                            "The update server answered with status " +
+                            "The update server responded with status " +
                                 std::to_string(response.status) +
                                 (response.body.empty() ? " and an empty body." : "."));
     }
@@ -213,7 +208,7 @@ Result<std::optional<StagedUpdate>> runUpdateCycle(const UpdateCycle& cycle) {
     if (auto error = verifyOffer(*offer, cycle.bundleIdentifier, cycle.publicKeys)) {
         return error;
     }
-    auto staged = bringIn(cycle, *offer);
+    auto staged = downloadAndStage(cycle, *offer);
     if (!staged) {
         return staged.error();
     }

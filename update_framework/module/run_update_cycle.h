@@ -11,19 +11,21 @@
 
 namespace teravolant::platform {
 
+/// In bytes.
 inline constexpr std::uint64_t kLargestFeed = std::uint64_t{1} << 20U;
 
-/// Fetches a feed document of at most `kLargestFeed` bytes. Answers nothing when the server says
-/// that there is no update (204); any other answer than 200 with a body is an error that names the
-/// status.
+/// Fetches a feed document of at most `kLargestFeed` bytes. Returns nothing if the server offers no
+/// update (status 204). Fails, with an error that names the status, for any other response than 200
+/// with a body.
 Result<std::optional<std::string>> fetchFeed(const std::string& url,
                                              const std::stop_token& stop = {});
 
-/// Fetches the feed, has its answer read, and brings the offered bundle, verified, to where it can
-/// be installed from. Answers nothing when the server has no update. Blocks the calling thread.
+/// Fetches the feed, verifies its offer, and downloads, unpacks, checks and stages the offered
+/// bundle. Returns nothing if the server offers no update. Blocks.
 ///
-/// The running bundle is not touched. What a cycle that was killed left behind is used where it is
-/// whole and removed where it is not. One cycle at a time for one cache folder and one bundle.
+/// Does not change the running bundle. Continues with the files of a killed cycle that are intact
+/// and removes the others. The caller ensures that only one cycle at a time uses the cache folder
+/// and the bundle.
 Result<std::optional<StagedUpdate>> runUpdateCycle(const UpdateCycle& cycle);
 
 }  // namespace teravolant::platform

@@ -1,9 +1,6 @@
 #include "update_framework/module/tree_digest.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <system_error>
 #include <vector>
 
@@ -19,13 +16,23 @@ namespace fs = std::filesystem;
 
 class TreeDigest {
   public:
-    Status addRoot(const fs::path& folder) {
-        struct stat status {};
-        if (lstat(folder.c_str(), &status) != 0) {
-            return unreadable(folder, errno);
+    /// Adds the type, the permissions and the contents of an item, not its name.
+    Status addItem(const fs::path& path) {
+        std::error_code failure;
+        const fs::file_status status = fs::symlink_status(path, failure);
+        if (failure) {
+            return readError(failure.value(), path.string());
         }
-        addField(std::to_string(status.st_mode));
-        return addFolder(folder);
+        addField(std::to_string(static_cast<int>(status.type())));
+        addField(std::to_string(static_cast<unsigned>(status.permissions())));
+        if (fs::is_directory(status)) {
+            return addFolder(path);
+        }
+        if (fs::is_symlink(status)) {
+            addField(fs::read_symlink(path, failure).string());
+            return failure ? Status(readError(failure.value(), path.string())) : Status();
+        }
+        return fs::is_regular_file(status) ? addContents(path) : Status();
     }
 
     Result<std::string> finish() {
@@ -45,11 +52,12 @@ class TreeDigest {
             items.push_back(walk->path());
         }
         if (failure) {
-            return unreadable(folder, failure.value());
+            return readError(failure.value(), folder.string());
         }
         std::sort(items.begin(), items.end());
         addField("items " + std::to_string(items.size()));
         for (const fs::path& item : items) {
+            addField(item.filename().string());
             if (auto error = addItem(item)) {
                 return error;
             }
@@ -57,26 +65,12 @@ class TreeDigest {
         return std::nullopt;
     }
 
-    Status addItem(const fs::path& path) {
-        struct stat status {};
-        if (lstat(path.c_str(), &status) != 0) {
-            return unreadable(path, errno);
-        }
-        addField(path.filename().string());
-        addField(std::to_string(status.st_mode));
-        if (S_ISDIR(status.st_mode)) {
-            return addFolder(path);
-        }
-        if (S_ISLNK(status.st_mode)) {
-            std::error_code failure;
-            addField(fs::read_symlink(path, failure).string());
-            return failure ? Status(unreadable(path, failure.value())) : Status();
-        }
-        addField(std::to_string(status.st_size));
-        return S_ISREG(status.st_mode) ? addContents(path) : Status();
-    }
-
     Status addContents(const fs::path& path) {
+        const auto attributes = attributesOfItem(path);
+        if (!attributes) {
+            return attributes.error();
+        }
+        addField(std::to_string(attributes->fileSize));
         constexpr std::size_t kPieceSize = 65536;
         return readInPieces(
             path, kPieceSize,
@@ -87,14 +81,9 @@ class TreeDigest {
             Links::Refuse);
     }
 
-    /// Length first, so that no two trees give the same bytes.
+    /// Prefixes the length, so that different trees never give the same bytes.
     void addField(const std::string& text) {
         _digest.update(std::to_string(text.size()) + ":" + text);
-    }
-
-    static Error unreadable(const fs::path& path, int errorNumber) {
-        return errorFromErrno(errorNumber, FileAccess::Read,
-                              "“" + path.string() + "” could not be read");
     }
 
     Digest _digest{DigestAlgorithm::Sha256};
@@ -104,7 +93,7 @@ class TreeDigest {
 
 Result<std::string> digestOfTree(const fs::path& folder) {
     TreeDigest digest;
-    if (auto error = digest.addRoot(folder)) {
+    if (auto error = digest.addItem(folder)) {
         return error;
     }
     return digest.finish();

@@ -7,8 +7,8 @@
 
 namespace teravolant::platform {
 
-/// The SHA-256, in hexadecimal digits, of a folder: of the names, kinds, permission bits, contents
-/// and link targets of all that is in it, whatever order the file system keeps them in.
+/// Returns the SHA-256, in hexadecimal digits, of a directory tree: of the names, types, permission
+/// bits, contents and link targets of its items. Does not depend on the file system's order.
 Result<std::string> digestOfTree(const std::filesystem::path& folder);
 
 }  // namespace teravolant::platform

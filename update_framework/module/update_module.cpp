@@ -4,7 +4,6 @@
 #include <string_view>
 
 #include "platform/core/build_version.h"
-#include "platform/core/error.h"
 #include "update_framework/module/run_update_cycle.h"
 #include "update_framework/updater_error.h"
 
@@ -20,12 +19,12 @@ void teravolantRunUpdateCycle(const char* build, const UpdateCycle& cycle,
                                   " after this program was started.");
         return;
     }
-    // The caller has a C++ library of its own, which could not catch what this one throws.
+    // The launcher has its own copy of the C++ library and can't catch this module's exceptions.
     try {
         result = runUpdateCycle(cycle);
     } catch (const std::exception& exception) {
         result = updaterError(SQRLUpdaterErrorCheckNotPossible,
-                              std::string("The update check was given up: ") + exception.what());
+                              std::string("The update check failed: ") + exception.what());
     }
 }
 

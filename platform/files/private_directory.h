@@ -1,0 +1,23 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+// Directories that only the current user can change. All operations may be called from any thread.
+namespace teravolant::platform {
+
+/// Returns the effective user id in decimal digits, for names of files and directories of one user.
+[[nodiscard]] std::string userIdText();
+
+/// Creates a directory of mode 0700. Returns 0 or an `errno` value: EEXIST if anything exists at
+/// `path`.
+[[nodiscard]] int createPrivateDirectory(const std::filesystem::path& path);
+
+/// Whether `path` is a directory, not a link to one, that belongs to the current user and that
+/// neither its group nor others may write to.
+[[nodiscard]] bool isPrivateDirectory(const std::filesystem::path& path);
+
+/// Returns 0 if the current user may write to the item, else an `errno` value.
+[[nodiscard]] int checkWritable(const std::filesystem::path& path);
+
+}  // namespace teravolant::platform

@@ -1,0 +1,46 @@
+#include "tools/output.h"
+
+#include <cerrno>
+#include <filesystem>
+#include <iostream>
+
+#include "platform/core/error.h"
+#include "platform/core/text.h"
+#include "platform/files/paths.h"
+
+namespace teravolant::release {
+
+namespace fs = std::filesystem;
+using platform::FileAccess;
+using platform::quoted;
+using platform::Status;
+
+Status refusalOfOutput(const std::string& output, const std::vector<std::string>& inputs) {
+    std::error_code unknown;
+    const fs::file_status status = fs::status(output, unknown);
+    if (fs::exists(status) && !fs::is_regular_file(status)) {
+        return platform::errorFromErrno(EEXIST, FileAccess::Write,
+                                        quoted(output) + " is no regular file and is not replaced");
+    }
+    const fs::path target = fs::weakly_canonical(output, unknown);
+    for (const std::string& input : inputs) {
+        if (platform::isInside(target, fs::weakly_canonical(input, unknown))) {
+            return platform::errorFromErrno(EEXIST, FileAccess::Write,
+                                            "The output " + quoted(output) +
+                                                " would overwrite the input " + quoted(input) +
+                                                " or be inside of it");
+        }
+    }
+    return std::nullopt;
+}
+
+Status print(std::string_view text) {
+    errno = 0;
+    if (!(std::cout << text << std::flush)) {
+        return platform::errorFromErrno(errno, FileAccess::Write,
+                                        "Standard output could not be written");
+    }
+    return std::nullopt;
+}
+
+}  // namespace teravolant::release

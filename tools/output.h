@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/core/result.h"
+
+namespace teravolant::release {
+
+/// Returns an error if writing the file `output` would replace one of the inputs, write into one of
+/// them, or replace an item that is not a regular file, such as a device.
+[[nodiscard]] platform::Status refusalOfOutput(const std::string& output,
+                                               const std::vector<std::string>& inputs);
+
+/// Writes the text to standard output and flushes it. Fails if not all of it was written.
+[[nodiscard]] platform::Status print(std::string_view text);
+
+}  // namespace teravolant::release
