@@ -12,7 +12,7 @@ ArgumentDictionary parsed(std::vector<const char*> arguments) {
     return parseArguments(static_cast<int>(arguments.size()), arguments.data());
 }
 
-TEST(CommandLine, ConvertsTheValueBehindTheKey) {
+TEST(CommandLine, ConvertsValues) {
     constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
     const std::tuple<const char*, const char*, ArgumentValue> table[] = {
         {"AUTO_UPDATE=YES", "AUTO_UPDATE", true},
@@ -38,14 +38,14 @@ TEST(CommandLine, ConvertsTheValueBehindTheKey) {
     }
 }
 
-TEST(CommandLine, SkipsAndLogsWhatHasNoFormAndLetsTheLastOfOneKeyHold) {
+TEST(CommandLine, SkipsMalformedArgumentsAndKeepsLastOfAKey) {
     ::testing::internal::CaptureStderr();
     const ArgumentDictionary dictionary =
         parsed({"key=1", "a=b=c", "==", "\xFFkey=2", "KEY=3", "key=4"});
     const std::string console = ::testing::internal::GetCapturedStderr();
     EXPECT_EQ(dictionary, (ArgumentDictionary{{"key", std::int64_t{4}}, {"KEY", std::int64_t{3}}}));
-    for (const char* mark : {"a=b=c", "==", "(null)"}) {
-        EXPECT_NE(console.find(std::string("] Invalid argument format: ") + mark + "\n"),
+    for (const char* argument : {"a=b=c", "==", "(null)"}) {
+        EXPECT_NE(console.find(std::string("] Invalid argument format: ") + argument + "\n"),
                   std::string::npos)
             << console;
     }
