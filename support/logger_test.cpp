@@ -37,7 +37,7 @@ class LoggerTest : public ::testing::Test {
     fs::path _folder = _data.path() / "Zelto" / "Teravolant App";
 };
 
-TEST_F(LoggerTest, RotatesAFileThatIsLargerThanTheThreshold) {
+TEST_F(LoggerTest, RotatesFileAboveThreshold) {
     const std::tuple<std::uintmax_t, std::optional<std::uint64_t>, bool> table[] = {
         {10485760, std::nullopt, false},
         {10485761, std::nullopt, true},
@@ -63,7 +63,7 @@ TEST_F(LoggerTest, RotatesAFileThatIsLargerThanTheThreshold) {
     }
 }
 
-TEST_F(LoggerTest, RotatesOnceWhenSeveralStartsFindTheFileTooLarge) {
+TEST_F(LoggerTest, RotatesOnceForSimultaneousStarts) {
     constexpr std::uintmax_t kTooLarge = 10485761;
     for (int round = 0; round < 20; ++round) {
         makeFile("updater.log", kTooLarge);
@@ -81,7 +81,7 @@ TEST_F(LoggerTest, RotatesOnceWhenSeveralStartsFindTheFileTooLarge) {
     }
 }
 
-TEST_F(LoggerTest, WritesMessagesAsTheyAreToTheFileAndTheConsole) {
+TEST_F(LoggerTest, WritesMessagesUnchanged) {
     const std::string message = "100 %d %@ %s\nsecond line\r\n ä";
     ::testing::internal::CaptureStderr();
     Logger().logMessage(message);
@@ -93,19 +93,19 @@ TEST_F(LoggerTest, WritesMessagesAsTheyAreToTheFileAndTheConsole) {
     EXPECT_EQ(entry.substr(21), message + "\n");
 }
 
-TEST_F(LoggerTest, MakesTheFileAgainWhenItWasDeletedAndGoesOnWhenItCanNotBe) {
+TEST_F(LoggerTest, RecreatesDeletedFileAndSurvivesMissingFolder) {
     Logger logger;
     logger.logMessage("first");
     fs::remove(_folder / "updater.log");
     logger.logMessage("second");
     EXPECT_EQ(contents("updater.log").substr(19), ": second\n");
     fs::remove_all(_folder);
-    std::ofstream(_folder) << "a file in the folder's place";
+    std::ofstream(_folder) << "a file";
     Logger().logMessage("third");
-    EXPECT_EQ(*platform::contentsOfFile(_folder), "a file in the folder's place");
+    EXPECT_EQ(*platform::contentsOfFile(_folder), "a file");
 }
 
-TEST_F(LoggerTest, KeepsEveryEntryWholeWhileThreadsAndProcessesAppendAtOnce) {
+TEST_F(LoggerTest, KeepsConcurrentEntriesWhole) {
     constexpr int kEntries = 500;
     const auto writeAll = [](char name) {
         for (int number = 0; number < kEntries; ++number) {

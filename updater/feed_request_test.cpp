@@ -15,7 +15,7 @@ using Lines = std::vector<std::string>;
 
 const std::string kOperation = "[TeravolantAppDelegate::updateToLatestVersion] ";
 
-TEST(FeedRequest, GoesToTheOverrideElseToTheFeedOfTheVersionsChannel) {
+TEST(FeedRequest, UsesOverrideElseFeedOfChannel) {
     const std::string alpha = TERAVOLANT_ALPHA_UPDATE_HOST "/teravolant/alpha/release.mac?version=";
     const std::string release =
         TERAVOLANT_RELEASE_UPDATE_HOST "/teravolant/release/release.mac?version=";
@@ -52,12 +52,12 @@ TEST(FeedRequest, GoesToTheOverrideElseToTheFeedOfTheVersionsChannel) {
     ASSERT_FALSE(defaults.removeObjectForKey("updateserver"));
 }
 
-TEST(FeedRequest, CheckThatCanNotBeStartedEndsTheApplication) {
+TEST(FeedRequest, TerminatesIfNoCheckCanStart) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const fixtures::LogReader log;
     EXPECT_EXIT(
         {
-            // No thread can be started any more: there is no room for such a stack.
+            // No thread can start: no address space has room for such a stack.
             pthread_attr_t attributes;
             pthread_attr_init(&attributes);
             pthread_attr_setstacksize(&attributes, std::size_t{1} << 50);

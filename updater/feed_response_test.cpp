@@ -13,14 +13,14 @@ using platform::Value;
 
 const std::string kFeed = "https://a.example/teravolant/release/release.mac?version=4.30.1.17";
 
-/// Answers what the updater with a request for that URL makes of the body.
+/// Returns the result of an updater whose request for `url` received `body`.
 platform::Result<platform::SQRLUpdate> read(const std::string& body,
                                             const std::string& url = kFeed) {
     const ClientUpdater updater(platform::URLRequest{platform::URL(url)});
     return updater.updateFromJSONData(body).subscribe();
 }
 
-TEST(FeedResponse, OfferHasItsOwnAddressOrTheOneOfItsNameInTheFeedsFolder) {
+TEST(FeedResponse, TakesAddressElseNameInFeedFolder) {
     const std::string folder = "https://a.example/teravolant/release/";
     const std::tuple<std::string, std::string, std::string> cases[] = {
         {kFeed, R"("url":"https://b.example/u.zip","name":"other.zip")", "https://b.example/u.zip"},
@@ -38,7 +38,7 @@ TEST(FeedResponse, OfferHasItsOwnAddressOrTheOneOfItsNameInTheFeedsFolder) {
     }
 }
 
-/// The check must fail with that code; answers the error.
+/// Expects the check to fail with `code` and returns the error.
 platform::Error failure(const std::string& body, std::int64_t code, const std::string& suggestion) {
     const auto update = read(body);
     EXPECT_FALSE(update) << body;
@@ -51,7 +51,7 @@ platform::Error failure(const std::string& body, std::int64_t code, const std::s
     return error;
 }
 
-TEST(FeedResponse, BodyThatIsNotJsonIsAnInvalidServerBody) {
+TEST(FeedResponse, RefusesBodyThatIsNotJson) {
     for (const std::string body : {"<html>Not found</html>", "", "\"4.30.2.5\""}) {
         const fixtures::LogReader log;
         const auto error = failure(body, platform::SQRLUpdaterErrorInvalidServerBody,
@@ -60,16 +60,16 @@ TEST(FeedResponse, BodyThatIsNotJsonIsAnInvalidServerBody) {
                   body);
         EXPECT_EQ(error.underlyingError()->code, platform::NSPropertyListReadCorruptError);
         EXPECT_EQ(log.entries(), std::vector<std::string>{"[ClientUpdater::updateFromJSONData]"});
-        // The parser's own entry.
+        // An entry of the parser's error.
         EXPECT_NE(error.userInformation<std::int64_t>(platform::NSJSONSerializationErrorIndex),
                   nullptr);
     }
 }
 
-TEST(FeedResponse, DocumentThatMakesNoUpdateIsInvalidJsonAndNamesTheMember) {
+TEST(FeedResponse, RefusesInvalidDocumentAndNamesMember) {
     struct Row {
         std::string wrongMember;
-        std::string before;  ///< The value, which stands between this and a brace.
+        std::string before;  ///< The document up to the value; a brace follows the value.
         std::vector<std::string> values;
     };
     const std::string digest = '"' + std::string(63, 'a');
@@ -94,7 +94,7 @@ TEST(FeedResponse, DocumentThatMakesNoUpdateIsInvalidJsonAndNamesTheMember) {
             const auto error =
                 failure(body, platform::SQRLUpdaterErrorInvalidJSON,
                         "The server sent an invalid JSON response. Try again later.");
-            // The document as it was received, without an address made from its name.
+            // The error holds the document as received, without the address made from the name.
             EXPECT_EQ(*error.userInformation<Value>(platform::SQRLUpdaterJSONObjectErrorKey),
                       *platform::parseJson(body));
             const platform::Error* const underlying = error.underlyingError();

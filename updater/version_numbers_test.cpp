@@ -12,7 +12,7 @@ namespace {
 using Slot = ClientUpdater::ErrorSlot;
 using Version = std::optional<ParsedVersion>;
 
-/// What the pattern finds, by a matcher that goes back and tries again.
+/// The reference: a backtracking matcher for the same pattern.
 Version matchByBacktracking(const std::string& text) {
     static const std::regex pattern(R"((\d+)\.(\d+)\.(\d+)[^\d]+(\d+)$)");
     std::smatch match;
@@ -22,7 +22,7 @@ Version matchByBacktracking(const std::string& text) {
     return ParsedVersion{match[1], match[2], match[3], match[4]};
 }
 
-TEST(VersionNumbers, AreTheOnesThatThePatternFindsAtTheEndOfTheText) {
+TEST(VersionNumbers, MatchTheReferencePattern) {
     std::vector<std::string> texts = {"version=4.30.1.17", "1.2.3 build 45", "1.2.3\n|é4",
                                       "01.02.03.0004",     "1.2.3.4\n",      "(null)"};
     constexpr std::size_t kLongest = 8;
@@ -45,10 +45,9 @@ TEST(VersionNumbers, AreTheOnesThatThePatternFindsAtTheEndOfTheText) {
     EXPECT_GT(matches, 100U);
 }
 
-TEST(VersionNumbers, OnlyAStrictlyNewerOfferIsTakenAndLogged) {
+TEST(VersionNumbers, AcceptAndLogOnlyStrictlyNewerOffer) {
     const std::string notOlder = " is not older than ";
-    // The current and the offered version, and the problem behind the current one, if there is
-    /// any.
+    // The current version, the offered version, and the error text after the current version.
     const std::tuple<std::string, std::string, std::string> table[] = {
         {"version=4.30.1.17", "4.30.1.18", ""},
         {"version=4.30.1.17", "4.30.1.17", notOlder + "4.30.1.17"},

@@ -15,8 +15,8 @@ namespace {
 using platform::HttpResponse;
 using platform::Result;
 
-/// Far more than the service's answers have, so that no server can fill the memory.
-constexpr std::uint64_t kMaximumAnswerSize = 1048576;
+/// Far above the size of the service's responses; bounds the memory that a server can fill.
+constexpr std::uint64_t kMaximumResponseSize = 1048576;
 
 std::string textOf(const Result<HttpResponse>& answer) {
     if (!answer) {
@@ -37,7 +37,7 @@ void AmplitudeApi::sendEvent(const AmplitudeEvent* event, std::string_view host)
         .method = platform::HttpMethod::Post,
         .headers = {{"Content-Type", "application/json"}, {"Accept", "application/json"}},
         .body = event->dataValue().value_or("")};
-    sendHttpRequestInBackground(std::move(request), {.maximumBodySize = kMaximumAnswerSize},
+    sendHttpRequestInBackground(std::move(request), {.maximumBodySize = kMaximumResponseSize},
                                 &AmplitudeApi::answerReceived);
 }
 

@@ -25,7 +25,7 @@ using fixtures::Program;
 using fixtures::ReceivedRequest;
 using fixtures::ServerAnswer;
 
-/// A program that sends one event to a service, whose answer is the test's.
+/// A program that posts one event to a server of the test.
 class AnalyticsService : public testing::Test {
   protected:
     AnalyticsService() { _folder.write("trusted.pem", _authority.certificate()); }
@@ -34,7 +34,7 @@ class AnalyticsService : public testing::Test {
         _server.emplace([answer](const ReceivedRequest&) { return answer; }, _authority.issue());
     }
 
-    /// A program that ends at once has a number of threads that still post.
+    /// With `threads`, the program ends at once while that many threads still post.
     Program sender(const std::string& threads = "") {
         const std::string folder = _folder.path();
         return Program("env HOME=" + folder + " XDG_CONFIG_HOME=" + folder +
@@ -42,7 +42,7 @@ class AnalyticsService : public testing::Test {
                        std::to_string(_server->port()) + " " + threads + " 2>&1");
     }
 
-    /// What the program writes to the console log when the answer is there.
+    /// Returns the line that the program writes to the console log for the response.
     std::string consoleLine() {
         Program program = sender();
         const pid_t process = std::stoi(program.readLine());
@@ -57,15 +57,15 @@ class AnalyticsService : public testing::Test {
     std::optional<HttpServer> _server;
 };
 
-TEST_F(AnalyticsService, ReceivesAnEventWithAllThatItNeeds) {
+TEST_F(AnalyticsService, ReceivesCompleteEvent) {
     answer({.body = "success"});
     const std::time_t before = std::time(nullptr);
-    // Of two programs, both on a device that is not known yet.
+    // Two programs at once on a new device must agree on its identifier.
     const auto other = std::async(std::launch::async, [this] { return consoleLine(); });
     consoleLine();
     other.wait();
     const auto requests = _server->requests();
-    ASSERT_EQ(requests.size(), 2U) << "a third one has no event";
+    ASSERT_EQ(requests.size(), 2U) << "a null event must not be posted";
     EXPECT_EQ(requests[0].method + " " + requests[0].target, "POST /2/httpapi");
     EXPECT_EQ(requests[0].header("content-type"), "application/json");
     EXPECT_EQ(requests[0].header("accept"), "application/json");
@@ -84,7 +84,7 @@ TEST_F(AnalyticsService, ReceivesAnEventWithAllThatItNeeds) {
     EXPECT_GE(std::time(nullptr), std::stoll(event[3]) / 1000);
 }
 
-TEST_F(AnalyticsService, HasItsAnswerOnTheConsoleWhateverThatIs) {
+TEST_F(AnalyticsService, LogsEveryResponse) {
     const std::string failure = ".*“localhost:[0-9]+”.*";
     const std::pair<ServerAnswer, std::string> table[] = {
         {{.body = "{\"code\":200}"}, R"(\{"code":200\})"},
@@ -106,12 +106,12 @@ TEST_F(AnalyticsService, HasItsAnswerOnTheConsoleWhateverThatIs) {
         const std::string line = consoleLine();
         EXPECT_TRUE(
             std::regex_match(line, std::regex(".*\\] AmplitudeApi::answerReceived " + shown)))
-            << line << "\ninstead of " << shown;
+            << line << "\nexpected: " << shown;
     }
 }
 
-TEST_F(AnalyticsService, HoldsUpNoProgramThatEndsBeforeTheAnswer) {
-    // Longer than any program here takes, and shorter than a request to a silent server would last.
+TEST_F(AnalyticsService, DoesNotDelayExit) {
+    // Longer than any of these programs runs, and shorter than the timeout of a silent server.
     constexpr std::chrono::seconds kPatience(30);
     answer({.isSilent = true});
     const auto start = std::chrono::steady_clock::now();

@@ -27,7 +27,7 @@ class Analytics : public testing::Test {
     fixtures::TemporaryFolder _folder;
 };
 
-TEST_F(Analytics, CarryEveryKindOfPropertyAndTheLaterOfTwoOfOneName) {
+TEST_F(Analytics, CarryEveryKindOfProperty) {
     const Value::Dictionary properties{
         {"", std::string("\"quotes\" \\ \n\x01\0 é 🚀", 22)},
         {"náme", Value()},
@@ -46,7 +46,7 @@ TEST_F(Analytics, CarryEveryKindOfPropertyAndTheLaterOfTwoOfOneName) {
     EXPECT_EQ(sent.at("app_version"), Value("1.0.0.1"));
 }
 
-TEST_F(Analytics, HaveNoDataForAnEventThatCanNotBeSerialised) {
+TEST_F(Analytics, HaveNoDataIfNotSerialisable) {
     EXPECT_EQ(AmplitudeEvent().dataValue(), std::nullopt);
     auto event = AmplitudeEvent::initWithEventType("type");
     for (const Value& value : {Value(std::nan("")), Value("\xFF")}) {
@@ -55,19 +55,19 @@ TEST_F(Analytics, HaveNoDataForAnEventThatCanNotBeSerialised) {
     }
 }
 
-TEST_F(Analytics, KeepTheDevicesIdentifierAsItIsStored) {
+TEST_F(Analytics, KeepStoredDeviceIdentifier) {
     const std::pair<platform::Value, std::string> table[] = {
         {"", ""}, {"abc", "abc"}, {std::int64_t{7}, "7"}};
     for (const auto& [stored, shown] : table) {
         ASSERT_FALSE(clientDefaults().setObject(stored, kDeviceKey));
         EXPECT_EQ(AmplitudeEvent::getAmplitudeDeviceID(), shown);
     }
-    // Where none can be stored, each call makes one.
+    // If none can be stored, each call makes a new one.
     setenv("XDG_CONFIG_HOME", "/proc", 1);
     EXPECT_NE(AmplitudeEvent::getAmplitudeDeviceID(), AmplitudeEvent::getAmplitudeDeviceID());
 }
 
-TEST_F(Analytics, MakeOneIdentifierForAllThatAskAtTheSameMoment) {
+TEST_F(Analytics, MakeOneIdentifierForConcurrentCallers) {
     for (int round = 0; round < 20; ++round) {
         ASSERT_FALSE(clientDefaults().removeObjectForKey(kDeviceKey));
         std::latch gate(4);
