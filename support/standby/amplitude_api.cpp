@@ -18,11 +18,11 @@ using platform::Result;
 /// Far above the size of the service's responses; bounds the memory that a server can fill.
 constexpr std::uint64_t kMaximumResponseSize = 1048576;
 
-std::string textOf(const Result<HttpResponse>& answer) {
-    if (!answer) {
-        return answer.error().localizedDescription;
+std::string textOf(const Result<HttpResponse>& response) {
+    if (!response) {
+        return response.error().localizedDescription;
     }
-    const std::string& body = answer->body;
+    const std::string& body = response->body;
     return platform::isValidUtf8(body) ? body : platform::kMissingValueMark;
 }
 
@@ -41,8 +41,8 @@ void AmplitudeApi::sendEvent(const AmplitudeEvent* event, std::string_view host)
                                 &AmplitudeApi::answerReceived);
 }
 
-void AmplitudeApi::answerReceived(const Result<HttpResponse>& answer) {
-    platform::logToConsole("AmplitudeApi::answerReceived " + textOf(answer));
+void AmplitudeApi::answerReceived(const Result<HttpResponse>& response) {
+    platform::logToConsole("AmplitudeApi::answerReceived " + textOf(response));
 }
 
 }  // namespace teravolant

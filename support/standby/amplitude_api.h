@@ -24,7 +24,7 @@ class AmplitudeApi {
     static void sendEvent(const AmplitudeEvent* event, std::string_view host = kHost);
 
   private:
-    static void answerReceived(const platform::Result<platform::HttpResponse>& answer);
+    static void answerReceived(const platform::Result<platform::HttpResponse>& response);
 };
 
 }  // namespace teravolant

@@ -30,8 +30,9 @@ class AnalyticsService : public testing::Test {
   protected:
     AnalyticsService() { _folder.write("trusted.pem", _authority.certificate()); }
 
-    void answer(const ServerAnswer& answer) {
-        _server.emplace([answer](const ReceivedRequest&) { return answer; }, _authority.issue());
+    void respondWith(const ServerAnswer& response) {
+        _server.emplace([response](const ReceivedRequest&) { return response; },
+                        _authority.issue());
     }
 
     /// With `threads`, the program ends at once while that many threads still post.
@@ -58,7 +59,7 @@ class AnalyticsService : public testing::Test {
 };
 
 TEST_F(AnalyticsService, ReceivesCompleteEvent) {
-    answer({.body = "success"});
+    respondWith({.body = "success"});
     const std::time_t before = std::time(nullptr);
     // Two programs at once on a new device must agree on its identifier.
     const auto other = std::async(std::launch::async, [this] { return consoleLine(); });
@@ -97,9 +98,9 @@ TEST_F(AnalyticsService, LogsEveryResponse) {
         {{.raw = ""}, failure},
         {{.body = "late", .isSilent = true}, "late"},
     };
-    for (const auto& [answered, shown] : table) {
-        answer(answered);
-        const auto release = std::async(std::launch::async, [&, late = answered.isSilent] {
+    for (const auto& [response, shown] : table) {
+        respondWith(response);
+        const auto release = std::async(std::launch::async, [&, late = response.isSilent] {
             late ? _server->waitForStall() : void();
             _server->release();
         });
@@ -113,7 +114,7 @@ TEST_F(AnalyticsService, LogsEveryResponse) {
 TEST_F(AnalyticsService, DoesNotDelayExit) {
     // Longer than any of these programs runs, and shorter than the timeout of a silent server.
     constexpr std::chrono::seconds kPatience(30);
-    answer({.isSilent = true});
+    respondWith({.isSilent = true});
     const auto start = std::chrono::steady_clock::now();
     {
         Program program = sender();

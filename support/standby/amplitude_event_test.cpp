@@ -71,15 +71,15 @@ TEST_F(Analytics, MakeOneIdentifierForConcurrentCallers) {
     for (int round = 0; round < 20; ++round) {
         ASSERT_FALSE(clientDefaults().removeObjectForKey(kDeviceKey));
         std::latch gate(4);
-        std::vector<std::future<std::string>> answers(4);
-        for (auto& answer : answers) {
-            answer = std::async(std::launch::async, [&gate] {
+        std::vector<std::future<std::string>> identifiers(4);
+        for (auto& identifier : identifiers) {
+            identifier = std::async(std::launch::async, [&gate] {
                 gate.arrive_and_wait();
                 return AmplitudeEvent::getAmplitudeDeviceID();
             });
         }
-        for (auto& answer : answers) {
-            EXPECT_EQ(answer.get(), AmplitudeEvent::getAmplitudeDeviceID());
+        for (auto& identifier : identifiers) {
+            EXPECT_EQ(identifier.get(), AmplitudeEvent::getAmplitudeDeviceID());
         }
     }
 }
