@@ -13,10 +13,9 @@
 #include "support/settings_manager.h"
 
 // How it works: two facts decide how a start treats an existing client, and `clientState` holds one
-// bit for each: a client process runs, and the client folder exists. The process list is read by a
-// shell pipeline, `ps | grep`, because its commands are logged for the user to repeat. Between the
-// two pipelines (detection, and the process id for the kill) the instance may end; then no process
-// is killed.
+// bit for each: a client process runs, and the client folder exists. Two shell pipelines read the
+// process list: one detects an instance, the other finds the process id for the kill. If the
+// instance ends between them, no process is killed.
 namespace teravolant {
 namespace {
 
