@@ -20,7 +20,7 @@
 #include "support/logger.h"
 #include "support/standby/crypto.h"
 #include "updater/client_updater.h"
-#include "updater/feed_response.h"
+#include "updater/version_numbers.h"
 
 namespace {
 

@@ -12,6 +12,7 @@
 #include "platform/http/http_error.h"
 #include "platform/values/json.h"
 #include "update_framework/module/offer_verification.h"
+#include "updater/version_numbers.h"
 
 namespace {
 

@@ -5,7 +5,8 @@
 #include <string>
 
 #include "fuzz/require.h"
-#include "updater/feed_response.h"
+#include "updater/client_updater.h"
+#include "updater/version_numbers.h"
 
 namespace {
 

@@ -22,25 +22,8 @@ void TeravolantApp::launchTeravolant() {
                    clientFolder.get());
         SettingsManager::sharedInstance().setUserSetting("true", "forceSetupInstall");
     }
-    appendClientArgument(std::string(" -unpackapp ") + launcherDir.get() + "/teravolant");
-    if (initParamsUpdated) {
-        appendClientArgument(" --launchstartup on");
-    }
-    if (launchedAtLogin) {
-        appendClientArgument(" --minimized");
-    }
-    runCommand("open -a '%s' --args %s", clientAppPath.get(), clientArgs.get());
-}
-
-/// All or nothing. The count, not the text, decides: it is past the buffer's size when the
-/// launcher's own arguments did not all fit.
-void TeravolantApp::appendClientArgument(const std::string& text) {
-    const auto length = static_cast<std::int32_t>(text.size());
-    if (clientArgsLength + length < static_cast<std::int32_t>(kClientArgsSize)) {
-        // The count is the length of the text that is there: all pieces before this one fitted.
-        text.copy(clientArgs.get() + clientArgsLength, text.size());
-        clientArgsLength += length;
-    }
+    appendLaunchArguments();
+    runCommand("open -a '%s' --args %s", clientAppPath.get(), clientArguments());
 }
 
 void TeravolantApp::sendTeravolantCommand(const char* command) {

@@ -9,7 +9,8 @@
 namespace teravolant {
 namespace {
 
-/// The decimal number at the start of the text, held within 64 bits; 0 when there is none.
+/// Returns the decimal number at the start of the text, saturated to 64 bits, or 0 if there is
+/// none.
 std::int64_t integerReading(const std::string& text) {
     return std::strtoll(text.c_str(), nullptr, 10);
 }

@@ -12,7 +12,7 @@ ArgumentDictionary parsed(std::vector<const char*> arguments) {
     return parseArguments(static_cast<int>(arguments.size()), arguments.data());
 }
 
-TEST(CommandLine, ConvertsTheValueBehindTheKey) {
+TEST(CommandLine, ConvertsValues) {
     constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
     const std::tuple<const char*, const char*, ArgumentValue> table[] = {
         {"AUTO_UPDATE=YES", "AUTO_UPDATE", true},
@@ -38,7 +38,7 @@ TEST(CommandLine, ConvertsTheValueBehindTheKey) {
     }
 }
 
-TEST(CommandLine, SkipsInvalidAndTakesTheLastOfOneKey) {
+TEST(CommandLine, SkipsMalformedArgumentsAndKeepsLastOfAKey) {
     ::testing::internal::CaptureStderr();
     const ArgumentDictionary dictionary =
         parsed({"key=1", "a=b=c", "==", "\xFFkey=2", "KEY=3", "key=4"});

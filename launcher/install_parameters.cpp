@@ -12,7 +12,7 @@ bool isOn(const ArgumentValue& value) {
     return value == ArgumentValue(true) || value == ArgumentValue(std::int64_t{1});
 }
 
-/// Logs and answers what the arguments decide under the key; nothing when they leave it open.
+/// Logs and returns the setting under the key, or nothing if the argument is missing.
 std::optional<bool> decision(const ArgumentDictionary& arguments, const std::string& key) {
     const auto argument = arguments.find(key);
     if (argument == arguments.end()) {

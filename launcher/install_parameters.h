@@ -4,8 +4,9 @@
 
 namespace teravolant {
 
-/// Records the machine-wide choices that the superuser's arguments make, after clearing all that an
-/// earlier call recorded. For the superuser: the store refuses the writes of others, silently.
+/// Replaces the machine-wide install parameters with those that the arguments specify. Clears the
+/// parameters of earlier calls first. Only the superuser can write them; for other users the store
+/// refuses the writes without reporting it.
 void writeInstallParameters(const ArgumentDictionary& arguments);
 
 }  // namespace teravolant

@@ -29,7 +29,7 @@ std::string_view labelOf(LaunchAgentKind kind) {
     return {};
 }
 
-/// A step that succeeds leaves the slot alone; one that fails puts its error there.
+/// Stores the error of a failed step in the slot. A successful step keeps an earlier error.
 void keepLatest(Status& slot, Status error) {
     if (error) {
         slot = std::move(error);
@@ -51,7 +51,7 @@ void installForTheFirstTime(const path& resource, const path& installed) {
     reportError(slot);
 }
 
-/// Answers whether the agent is to be loaded again.
+/// Replaces the installed file and unloads the agent. Returns whether to load it again.
 bool replace(const path& resource, const path& installed, bool reloadOnError) {
     Logger::sharedInstance().logMessage("replace " + installed.string() + " with " +
                                         resource.string());
@@ -69,7 +69,7 @@ bool replace(const path& resource, const path& installed, bool reloadOnError) {
     return true;
 }
 
-/// Brings the installed file up to date and answers whether the agent is to be loaded.
+/// Updates the installed file if its modification date differs. Returns whether to load the agent.
 bool install(const path& resource, const path& installed, bool reloadOnError) {
     const auto before = platform::attributesOfItem(installed);
     if (!before) {

@@ -3,13 +3,19 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <optional>
 
 #include "launcher/teravolant_app.h"
+#include "platform/core/deleter.h"
 #include "platform/system/process.h"
 #include "support/logger.h"
 #include "support/settings_manager.h"
 
+// How it works: two facts decide how a start treats an existing client, and `clientState` holds one
+// bit for each: a client process runs, and the client folder exists. Two shell pipelines read the
+// process list: one detects an instance, the other finds the process id for the kill. If the
+// instance ends between them, no process is killed.
 namespace teravolant {
 namespace {
 
@@ -21,24 +27,23 @@ bool isDirectory(const char* path) {
     return stat(path, &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-/// The number at the start of the command's first line, 0 when there is none; nothing when the
-/// pipe from the command can't be opened.
+/// Runs the command and returns the number at the start of its first output line, or 0 if there is
+/// none. Returns nothing if the pipe can't be opened.
 std::optional<int> firstNumberFrom(const char* command) {
     const platform::ProcessListing listing;
-    std::FILE* const pipe = popen(command, "r");
-    if (pipe == nullptr) {
+    const std::unique_ptr<std::FILE, platform::Deleter<pclose>> pipe(popen(command, "r"));
+    if (!pipe) {
         return std::nullopt;
     }
     std::array<char, 32> line{};
-    const bool read = std::fgets(line.data(), line.size(), pipe) != nullptr;
-    pclose(pipe);
+    const bool read = std::fgets(line.data(), line.size(), pipe.get()) != nullptr;
     return read ? std::atoi(line.data()) : 0;
 }
 
 }  // namespace
 
-// The "exe" column is the executable's real path: a client whose file was deleted still shows, and
-// neither the shell nor grep, which have the path among their arguments only, does.
+// The "exe" column is the real path of the executable. It still lists a client whose file was
+// deleted, and it never lists the shell and grep, which have the path in their arguments only.
 void TeravolantApp::detectClientState() {
     clientState = isDirectory(clientFolder.get()) ? kFolderExists : 0;
     if (!formatCommand("%s '%s'", "ps -ax -o exe= | grep", clientExecPath.get())) {
@@ -82,7 +87,6 @@ bool TeravolantApp::resolveClientState(bool checkAndUpdateOnly) {
     }
 }
 
-/// False only when the process list can't be read. An instance that has ended since is not killed.
 bool TeravolantApp::killFirstInstance() {
     Logger& logger = Logger::sharedInstance();
     if (!formatCommand("ps -ax -o pid=,exe= | grep '%s' | awk '{print($1)}'",

@@ -9,10 +9,10 @@
 namespace teravolant {
 namespace {
 
-std::string joined(const std::vector<std::string>& words) {
+std::string joined(const std::vector<std::string>& arguments) {
     std::string text;
-    for (const std::string& word : words) {
-        text += word + " ";
+    for (const std::string& argument : arguments) {
+        text += argument + " ";
     }
     return text.substr(0, text.empty() ? 0 : text.size() - 1);
 }

@@ -9,12 +9,12 @@
 
 namespace teravolant {
 
-/// Runs a program without a shell and logs the call and what it wrote to its standard output.
-/// Blocks until the program has closed that; its exit status is not looked at. A program that
-/// can't be launched is reported as `reportError` does.
+/// Runs a program without a shell and logs the call and the program's standard output. Blocks until
+/// the program closes its standard output; ignores its exit status. Passes a launch failure to
+/// `reportError`.
 void runTask(const std::filesystem::path& executable, const std::vector<std::string>& arguments);
 
-/// Logs the error's code and description; nothing when there is none.
+/// Logs the error's code and description. Does nothing on success.
 void reportError(const platform::Status& error);
 
 }  // namespace teravolant

@@ -11,7 +11,6 @@
 #include "platform/system/application.h"
 #include "platform/system/bundle.h"
 #include "platform/system/executable_path.h"
-#include "platform/system/process.h"
 #include "support/logger.h"
 #include "support/settings_manager.h"
 #include "updater/teravolant_app_delegate.h"
@@ -27,12 +26,13 @@ void logVersion() {
     Logger::sharedInstance().logMessage(line);
 }
 
-/// Writes the folder of the running executable, cut to the buffer.
+/// Writes the directory of the running executable, truncated to the buffer.
 void getExecutableDirectory(char* buffer, std::size_t size) {
     const std::string folder = platform::executablePathOfThisProcess().parent_path();
     std::snprintf(buffer, size, "%s", folder.c_str());
 }
 
+/// A text and a boolean false read as 0.
 std::uint64_t sizeReading(const ArgumentValue& value) {
     if (const auto* integer = std::get_if<std::int64_t>(&value)) {
         return static_cast<std::uint64_t>(*integer);
@@ -51,7 +51,7 @@ void applyLogSize(const ArgumentDictionary& arguments) {
     logger.setMaxFileSize(sizeReading(argument->second));
 }
 
-/// Only the text "YES" is on; a boolean is not.
+/// Only the text "YES" means on; a boolean true means off.
 bool autoUpdateIsOn() {
     const auto value =
         SettingsManager::sharedInstance().getSettingForKey("AutoUpdateEnable", "YES");
@@ -67,10 +67,11 @@ TeravolantApp::TeravolantApp() {
 }
 
 TeravolantApp::~TeravolantApp() {
-    for (auto* buffer : {&clientFolder, &launcherDir, &clientAppPath, &clientExecPath,
-                         &commandBuffer, &clientArgs}) {
+    for (auto* buffer :
+         {&clientFolder, &launcherDir, &clientAppPath, &clientExecPath, &commandBuffer}) {
         buffer->reset();
     }
+    freeClientArguments();
     platform::Application::sharedApplication().setDelegate(nullptr);
 }
 
@@ -116,57 +117,6 @@ void TeravolantApp::buildClientPaths() {
     clientExecPath = std::make_unique<char[]>(kPathSize);
     std::snprintf(clientExecPath.get(), kPathSize, "%s%s", clientAppPath.get(),
                   "/Contents/MacOS/teravolant");
-}
-
-/// Joins the words behind the program's path, a blank behind each, up to the first one that would
-/// bring the count to the buffer's size. That one still counts: later appends test the count, and
-/// find no room behind an argument text that is not whole.
-void TeravolantApp::joinClientArguments(int argc, const char* const* argv) {
-    clientArgs = std::make_unique<char[]>(kClientArgsSize);
-    clientArgsLength = 0;
-    for (int index = 1; index < argc; ++index) {
-        const std::string word = std::string(argv[index]) + " ";
-        const std::int32_t end = clientArgsLength;
-        clientArgsLength += static_cast<std::int32_t>(word.size());
-        if (clientArgsLength >= static_cast<std::int32_t>(kClientArgsSize)) {
-            return;
-        }
-        word.copy(clientArgs.get() + end, word.size());
-    }
-}
-
-bool TeravolantApp::formatCommandFrom(const char* format, std::va_list arguments) {
-    const int length = std::vsnprintf(commandBuffer.get(), kCommandSize, format, arguments);
-    if (length >= 0 && static_cast<std::size_t>(length) < kCommandSize) {
-        return true;
-    }
-    Logger::sharedInstance().logMessage("ERROR: a command longer than " +
-                                        std::to_string(kCommandSize - 1) +
-                                        " characters is not run: " + commandBuffer.get());
-    return false;
-}
-
-bool TeravolantApp::formatCommand(const char* format, ...) {
-    std::va_list arguments;
-    va_start(arguments, format);
-    const bool fits = formatCommandFrom(format, arguments);
-    va_end(arguments);
-    return fits;
-}
-
-void TeravolantApp::runCommand(const char* format, ...) {
-    std::va_list arguments;
-    va_start(arguments, format);
-    const bool fits = formatCommandFrom(format, arguments);
-    va_end(arguments);
-    if (fits) {
-        logCommand();
-        platform::runShellCommand(commandBuffer.get());
-    }
-}
-
-void TeravolantApp::logCommand() const {
-    Logger::sharedInstance().logMessage(std::string("Cmd: ") + commandBuffer.get());
 }
 
 }  // namespace teravolant

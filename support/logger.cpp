@@ -37,7 +37,7 @@ Logger::Logger() {
     try {
         const std::filesystem::path folder = logFolder();
         if (!platform::fileExists(folder)) {
-            // Without the folder every append fails, and the console copy remains.
+            // If this fails, every append fails and messages go to the console only.
             (void)platform::createDirectory(folder);
         }
         _logFilePath = folder / "updater.log";
@@ -77,8 +77,8 @@ void Logger::checkFileSizeAndBackupIfNeeded() const {
     if (!tooLarge()) {
         return;
     }
-    // Of two starts that both find the log too large, the second must not rotate the first one's
-    // backup away: it looks again once it is alone.
+    // Two processes may find the log too large at the same time. The second one must not rotate the
+    // first one's backup away, so check the size again under the lock.
     const auto lock = platform::FileLock::acquire(_logFilePath.parent_path() / "rotation.lock");
     if (lock && tooLarge()) {
         backupLogFile();
@@ -104,8 +104,8 @@ void Logger::backupLogFile() const {
     if (_maxBackupFiles > 0) {
         (void)platform::moveItem(_logFilePath, backupPath(_logFilePath, 1));
     }
-    // Appending nothing makes the file where it is missing and keeps what another process has
-    // written there since, or what could not be moved away.
+    // Appending an empty text creates a missing file. It keeps entries that another process has
+    // written since the move, and the old ones if the move failed.
     (void)platform::appendToFile(_logFilePath, "");
 }
 

@@ -6,22 +6,22 @@
 
 namespace teravolant {
 
-/// The one log of the process: every message goes to the console and, with a time stamp, to
+/// The one log of the process: writes every message to the console and, with a time stamp, to
 /// updater.log in the user's application-support folder (the machine's log folder for root).
 ///
-/// The file is rotated by size when the logger is created and when the threshold is changed. No
-/// operation fails: what can't be written to the file remains on the console. All operations may be
-/// called from any thread; entries of several threads and processes stay whole.
+/// Rotates the file by size when the logger is created and when the threshold changes. No operation
+/// fails: if the file can't be written, messages go to the console only. `logMessage` may be called
+/// from any thread; entries of several threads and processes never mix.
 class Logger {
   public:
-    /// Created on the first call and kept until the process ends.
+    /// Creates the logger on the first call. It lives until the process ends.
     static Logger& sharedInstance();
 
     Logger();
 
     void logMessage(std::string_view message);
 
-    /// Sets the rotation threshold in bytes and applies it at once. One thread at a time.
+    /// Sets the rotation threshold in bytes and applies it at once. Called by one thread at a time.
     void setMaxFileSize(std::uint64_t maxFileSize);
 
   private:

@@ -35,7 +35,7 @@ class LoggerTest : public ::testing::Test {
     fs::path _folder = _data.path() / "Zelto" / "Teravolant App";
 };
 
-TEST_F(LoggerTest, RotatesAFileAboveTheThreshold) {
+TEST_F(LoggerTest, RotatesFileAboveThreshold) {
     const std::tuple<std::uintmax_t, std::optional<std::uint64_t>, bool> table[] = {
         {10485760, std::nullopt, false},
         {10485761, std::nullopt, true},
@@ -60,7 +60,7 @@ TEST_F(LoggerTest, RotatesAFileAboveTheThreshold) {
     }
 }
 
-TEST_F(LoggerTest, RotatesOnceForSeveralStarts) {
+TEST_F(LoggerTest, RotatesOnceForSimultaneousStarts) {
     constexpr std::uintmax_t kTooLarge = 10485761;
     for (int round = 0; round < 20; ++round) {
         makeFile("updater.log", kTooLarge);
@@ -78,7 +78,7 @@ TEST_F(LoggerTest, RotatesOnceForSeveralStarts) {
     }
 }
 
-TEST_F(LoggerTest, WritesToTheFileAndTheConsole) {
+TEST_F(LoggerTest, WritesMessagesUnchanged) {
     const std::string message = "100 %d %@ %s\nsecond line\r\n ä";
     ::testing::internal::CaptureStderr();
     Logger().logMessage(message);
@@ -88,16 +88,16 @@ TEST_F(LoggerTest, WritesToTheFileAndTheConsole) {
     EXPECT_EQ(contents().substr(21), message + "\n");
 }
 
-TEST_F(LoggerTest, MakesADeletedFileAgainOrGoesOn) {
+TEST_F(LoggerTest, RecreatesDeletedFileAndSurvivesMissingFolder) {
     Logger logger;
     logger.logMessage("first");
     fs::remove(_folder / "updater.log");
     logger.logMessage("second");
     EXPECT_EQ(contents().substr(19), ": second\n");
     fs::remove_all(_folder);
-    std::ofstream(_folder) << "a file in the folder's place";
+    std::ofstream(_folder) << "a file";
     Logger().logMessage("third");
-    EXPECT_EQ(*platform::contentsOfFile(_folder), "a file in the folder's place");
+    EXPECT_EQ(*platform::contentsOfFile(_folder), "a file");
 }
 
 TEST_F(LoggerTest, KeepsConcurrentEntriesWhole) {

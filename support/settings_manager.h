@@ -8,18 +8,18 @@
 
 namespace teravolant {
 
-/// Where the launcher keeps what outlives the process, in three preference domains: the product's
-/// machine-wide one (written by the superuser's runs, read by all), the launcher's own per-user
-/// one, and the client's per-user one.
+/// The preference store, with three domains: the product's machine-wide domain (written by the
+/// superuser, read by every user), the launcher's per-user domain, and the client's per-user
+/// domain.
 ///
-/// Values pass through unchanged. No operation reports a failure: a write that is refused leaves
-/// the previous value, and a read then answers that value or the caller's default. Writes are
-/// durable on return.
+/// Values pass through unchanged. No operation reports a failure: a refused write keeps the
+/// previous value, and a read returns the stored value or the caller's default. Writes are durable
+/// on return.
 class SettingsManager {
   public:
     using Value = platform::Value;
 
-    /// Created on the first call and kept until the process ends.
+    /// Creates the store on the first call. It lives until the process ends.
     static SettingsManager& sharedInstance();
 
     /// Machine-wide domain.

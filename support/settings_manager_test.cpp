@@ -8,7 +8,7 @@
 namespace teravolant {
 namespace {
 
-TEST(SettingsManager, RemovesAKeyOfTheClientOnly) {
+TEST(SettingsManager, RemovesKeyFromClientDomainOnly) {
     const fixtures::TemporaryFolder folder;
     setenv("XDG_CONFIG_HOME", folder.path().c_str(), 1);
     const SettingsManager& settings = SettingsManager::sharedInstance();

@@ -1,10 +1,10 @@
-#include <algorithm>
 #include <system_error>
 
 #include "platform/core/error.h"
 #include "platform/core/text.h"
 #include "platform/core/url.h"
 #include "platform/files/directory_enumerator.h"
+#include "platform/files/paths.h"
 #include "support/logger.h"
 #include "update_framework/updater_error.h"
 #include "updater/client_updater.h"
@@ -23,20 +23,19 @@ void log(const std::string& message) { Logger::sharedInstance().logMessage(messa
 
 std::optional<std::string> runningIdentity() { return Bundle::mainBundle().bundleIdentifier(); }
 
-/// A bundle whose information comes from outside of it, through a link, is not taken for one.
+/// Refuses a bundle whose information property list is outside of it, through a link.
 std::optional<Bundle> openBundle(const fs::path& path) {
     std::error_code unknown;
-    const fs::path inside = fs::canonical(path, unknown);
+    const fs::path folder = fs::canonical(path, unknown);
     const fs::path information = fs::canonical(path / "Contents" / "Info.plist", unknown);
-    if (unknown ||
-        std::mismatch(inside.begin(), inside.end(), information.begin(), information.end()).first !=
-            inside.end()) {
+    if (unknown || !platform::isInside(information, folder)) {
         return std::nullopt;
     }
     return Bundle::bundleWithPath(path);
 }
 
-/// The bundle of an item that passes.
+/// Returns the item's bundle if it has the identifier of the running one; else logs the reason,
+/// except for items that are no packages.
 std::optional<Bundle> matchingBundle(const DirectoryEnumerator::Item& item) {
     if (item.typeError) {
         log(filled("Error retrieving UTI for item at %@: %@",

@@ -23,7 +23,7 @@ std::string candidateLine(const std::string& identity) {
 
 class BundleMatching : public ::testing::Test {
   protected:
-    /// Makes an application bundle; one with an empty identity has none.
+    /// Makes an application bundle; an empty `identity` leaves the identifier out.
     void addBundle(const fs::path& path, const std::string& identity = kIdentity) const {
         Value::Dictionary information;
         if (!identity.empty()) {
@@ -32,8 +32,8 @@ class BundleMatching : public ::testing::Test {
         folder.write(path / "Contents/Info.plist", platform::serialisePropertyList(information));
     }
 
-    /// Expects what the search finds, relative to the folder, or that it finds nothing when that is
-    /// empty, and the log's lines behind the first, which is always the same, in any order.
+    /// Expects the search to find the path `expected`, relative to the folder (empty: nothing), and
+    /// to log `lines`, in any order, after its first line.
     void expectFound(const std::string& expected, Lines lines) const {
         const fixtures::LogReader log;
         const auto found = ClientUpdater(platform::URLRequest())
@@ -60,7 +60,7 @@ class BundleMatching : public ::testing::Test {
     const fixtures::TemporaryFolder folder;
 };
 
-TEST_F(BundleMatching, FindsABundleInOrdinaryFolders) {
+TEST_F(BundleMatching, FindsBundleInOrdinaryFolders) {
     addBundle("a/b.framework/c.application/New build.aPP");
     folder.write("file.app", "");
     folder.write("a/file", "");
@@ -79,7 +79,7 @@ TEST_F(BundleMatching, SkipsHiddenItemsPackageContentsAndLinks) {
     expectFound("", {candidateLine("other")});
 }
 
-TEST_F(BundleMatching, LogsWhatItCanNotRead) {
+TEST_F(BundleMatching, LogsUnreadableItemsAndContinues) {
     addBundle("locked/a.app");
     fs::permissions(folder.path() / "locked", fs::perms::none);
     fs::create_directory(folder.path() / "broken.app");

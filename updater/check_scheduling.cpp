@@ -5,6 +5,12 @@
 #include "support/logger.h"
 #include "updater/client_updater.h"
 
+// How it works: three threads take part. The scheduler's thread runs the ticks, one at a time. The
+// first tick starts the check, which runs on a thread of the update framework and publishes its
+// progress in the updater's atomic state. Every later tick logs that state. If the check is over,
+// the tick queues the termination on the main queue, since only the main thread may terminate the
+// application. A termination request can be queued more than once; the first one ends the process.
+// The schedule holds the updater weakly, so it never outlives it.
 namespace teravolant {
 namespace {
 
@@ -13,7 +19,7 @@ using platform::UpdaterState;
 
 constexpr std::chrono::seconds kTickInterval(3);
 
-/// Set by the first tick of this process; the ticks of several updaters may meet here.
+/// Set by the first tick in this process. Atomic: ticks of several updaters run on several threads.
 std::atomic<bool> checkStarted = false;
 
 void startCheck(ClientUpdater* updater) {
@@ -34,7 +40,7 @@ void closeApplicationWhenOver(const ClientUpdater* updater) {
     Logger::sharedInstance().logMessage(
         "[ClientUpdater::startChecksImmediately] wait CheckUpdate result " +
         std::to_string(static_cast<unsigned>(stateOf(updater))));
-    // Read once more: a check that ended since is over as well.
+    // Read the state again: the check may have ended since the log line.
     const UpdaterState state = stateOf(updater);
     if (state == UpdaterState::idle || state == UpdaterState::awaitingRelaunch) {
         Application& application = Application::sharedApplication();

@@ -21,7 +21,7 @@ using platform::UpdaterState;
 using Lines = std::vector<std::string>;
 using Outcome = platform::Result<std::optional<platform::StagedUpdate>>;
 
-/// An updater whose cycle goes on until the test ends it.
+/// An updater whose cycle runs until the test ends it.
 class FakeUpdater : public ClientUpdater {
   public:
     FakeUpdater()
@@ -45,7 +45,7 @@ class FakeUpdater : public ClientUpdater {
     std::promise<Outcome> _outcome;
 };
 
-/// A started schedule, whose handle is dropped, with a clock of its own.
+/// A started schedule with a clock of its own. Its handle is dropped.
 struct Schedule {
     std::shared_ptr<FakeUpdater> updater = std::make_shared<FakeUpdater>();
     std::shared_ptr<fixtures::ManualClock> clock = std::make_shared<fixtures::ManualClock>();
@@ -56,7 +56,7 @@ struct Schedule {
     }
 };
 
-/// Runs two schedules beside the application loop, as the user of a whole program would see it.
+/// Runs two schedules beside the application loop of a whole program.
 class TwoSchedules : public platform::ApplicationDelegate {
   public:
     void applicationDidFinishLaunching(const platform::LaunchNotification& /*unused*/) override {
@@ -68,7 +68,7 @@ class TwoSchedules : public platform::ApplicationDelegate {
             first.clock->advance(1ms);
             first.clock->advance(3s);
             first.updater->beginDownload();
-            first.clock->advance(13s);  // The ticks that were missed are left out.
+            first.clock->advance(13s);  // Missed ticks are skipped.
             first.clock->advance(1999ms);
             second.clock->advance(3s);
             std::promise<void>().get_future().wait();  // The process ends meanwhile.
@@ -80,8 +80,7 @@ class TwoSchedules : public platform::ApplicationDelegate {
     }
 };
 
-// An updater that is idle again ends the application.
-TEST(CheckScheduling, StartsOneCheckInAProcess) {
+TEST(CheckScheduling, ChecksOnceAndTerminatesWhenIdle) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const fixtures::LogReader log;
     EXPECT_EXIT(
@@ -104,18 +103,18 @@ TEST(CheckScheduling, EndsWithItsUpdater) {
     EXPECT_EQ(log.entries(), Lines());
 }
 
-TEST(UpdateCycle, ReportsItsErrorBeforeItIsIdle) {
+TEST(UpdateCycle, ReportsErrorBeforeIdle) {
     const std::pair<Outcome, UpdaterState> table[] = {
         {Error{}, UpdaterState::idle},
         {std::optional<platform::StagedUpdate>(), UpdaterState::idle},
         {std::optional(platform::StagedUpdate()), UpdaterState::awaitingRelaunch}};
     for (const auto& [outcome, expected] : table) {
         const auto updater = std::make_shared<FakeUpdater>();
-        auto toldIn = UpdaterState::idle;
-        updater->checkForUpdates([&](const Error& /*error*/) { toldIn = updater->state(); });
+        auto reportedIn = UpdaterState::idle;
+        updater->checkForUpdates([&](const Error& /*error*/) { reportedIn = updater->state(); });
         updater->endCycle(outcome);
         EXPECT_EQ(updater->state(), expected);
-        EXPECT_EQ(toldIn, outcome ? UpdaterState::idle : UpdaterState::checking);
+        EXPECT_EQ(reportedIn, outcome ? UpdaterState::idle : UpdaterState::checking);
     }
 }
 

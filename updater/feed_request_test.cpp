@@ -14,7 +14,7 @@ using Dictionary = Value::Dictionary;
 
 const std::string kOperation = "[TeravolantAppDelegate::updateToLatestVersion] ";
 
-TEST(FeedRequest, GoesToTheOverrideOrTheChannel) {
+TEST(FeedRequest, UsesOverrideElseFeedOfChannel) {
     const std::string alpha =
         "https://" TERAVOLANT_ALPHA_UPDATE_HOST "/teravolant/alpha/release.mac?version=";
     const std::string release =
@@ -48,12 +48,12 @@ TEST(FeedRequest, GoesToTheOverrideOrTheChannel) {
     ASSERT_FALSE(defaults.removeObjectForKey("updateserver"));
 }
 
-TEST(FeedRequest, EndsTheApplicationIfTheCheckCanNotStart) {
+TEST(FeedRequest, TerminatesIfNoCheckCanStart) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const fixtures::LogReader log;
     EXPECT_EXIT(
         {
-            // No thread can be started any more: there is no room for such a stack.
+            // No thread can start: no address space has room for such a stack.
             pthread_attr_t attributes;
             pthread_attr_init(&attributes);
             pthread_attr_setstacksize(&attributes, std::size_t{1} << 50);

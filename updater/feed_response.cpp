@@ -8,6 +8,7 @@
 #include "platform/values/json.h"
 #include "support/logger.h"
 #include "update_framework/updater_error.h"
+#include "updater/version_numbers.h"
 
 namespace teravolant {
 namespace {
@@ -16,6 +17,7 @@ using platform::Error;
 using platform::kMissingValueMark;
 using platform::MTLJSONAdapter;
 using platform::Result;
+using platform::SQRLUpdate;
 using platform::URLRequest;
 using platform::Value;
 
@@ -35,8 +37,8 @@ void setUnderlyingError(Error& error, const Error& underlying) {
     error.userInfo.push_back({platform::NSUnderlyingErrorKey, underlying});
 }
 
-/// An entry of the parser's error is kept unless this error has one with the same key, which is
-/// found first.
+/// Entries of the parser's error come last: a look-up finds this error's own entry of the same key
+/// first.
 Error invalidServerBody(const std::string& body, const Error& parserError) {
     Error error = checkFailed(platform::SQRLUpdaterErrorInvalidServerBody,
                               "The server sent an invalid response. Try again later.");
@@ -57,14 +59,14 @@ Error invalidJson(const Value& document, const Error* adapterError) {
     return error;
 }
 
-/// A text as it is; anything else in its JSON form.
+/// Returns a text unchanged and any other value as JSON.
 std::string textOf(const Value& value) {
-    // What was parsed can be serialised.
+    // Every parsed value can be serialised.
     return value.text() != nullptr ? *value.text() : *platform::serialiseJson(value);
 }
 
-/// What is not a text never reads as a version: its JSON form does not end with a digit unless it
-/// is a number, which has one full stop at the most.
+/// A value that is not a text never parses as a version: only the JSON form of a number ends with a
+/// digit, and that has at most one full stop.
 std::string offeredVersion(const Value::Dictionary& offer) {
     const auto version = offer.find("version");
     return version == offer.end() ? kMissingValueMark : textOf(version->second);
@@ -74,13 +76,13 @@ std::string currentVersion(const URLRequest& request) {
     return request.url ? request.url->query().value_or(kMissingValueMark) : kMissingValueMark;
 }
 
-/// The feed's URL, query and all, cut before its last slash.
+/// Returns the feed's URL with its query, truncated before the last slash.
 std::string feedFolder(const URLRequest& request) {
     const std::string text = request.url ? request.url->absoluteString() : kMissingValueMark;
     return text.substr(0, text.rfind('/'));
 }
 
-/// The offer with the address that its name stands for where it does not give one.
+/// Returns the offer. If it has a name but no address, adds the address in the feed's folder.
 Value::Dictionary withAddress(const Value::Dictionary& offer, const URLRequest& request) {
     const auto name = offer.find(kName);
     if (offer.contains(kUrl) || name == offer.end()) {
@@ -91,38 +93,61 @@ Value::Dictionary withAddress(const Value::Dictionary& offer, const URLRequest& 
     return copy;
 }
 
-}  // namespace
-
-Result<ClientUpdater::UpdateClass> updateFromFeed(
-    const std::string& body, const URLRequest& request,
-    bool (*isNewer)(const std::string&, const std::string&, ClientUpdater::ErrorSlot&)) {
-    const auto document = platform::parseJson(body);
+/// Returns the feed document, whose top level is an object.
+Result<Value> readOffer(const std::string& body) {
+    auto document = platform::parseJson(body);
     if (!document) {
         return invalidServerBody(body, document.error());
     }
-    const Value::Dictionary* const offer = document->dictionary();
-    if (offer == nullptr) {
+    if (document->dictionary() == nullptr) {
         return invalidJson(*document, nullptr);
     }
-    ClientUpdater::ErrorSlot versionError;
-    if (!isNewer(currentVersion(request), offeredVersion(*offer), versionError)) {
-        return *std::move(versionError);
-    }
+    return document;
+}
+
+Result<SQRLUpdate> makeUpdate(const Value& offer, const URLRequest& request) {
     auto update =
-        MTLJSONAdapter::modelOfClass<ClientUpdater::UpdateClass>(withAddress(*offer, request));
+        MTLJSONAdapter::modelOfClass<SQRLUpdate>(withAddress(*offer.dictionary(), request));
     if (!update) {
-        return invalidJson(*document, &update.error());
+        return invalidJson(offer, &update.error());
     }
     return update;
 }
 
-platform::RACSignal<ClientUpdater::UpdateClass> ClientUpdater::updateFromJSONData(
-    std::string body) const {
+/// Compares the versions as the running updater does: with a log line if the offer is newer.
+Result<SQRLUpdate> updateFromFeedWithLog(const std::string& body, const URLRequest& request) {
+    const auto offer = readOffer(body);
+    if (!offer) {
+        return offer.error();
+    }
+    platform::Status error;
+    if (!ClientUpdater::checkUpdaterVersionNewer(currentVersion(request),
+                                                 offeredVersion(*offer->dictionary()), error)) {
+        return error;
+    }
+    return makeUpdate(*offer, request);
+}
+
+}  // namespace
+
+Result<SQRLUpdate> updateFromFeed(const std::string& body, const URLRequest& request) {
+    const auto offer = readOffer(body);
+    if (!offer) {
+        return offer.error();
+    }
+    platform::Status error;
+    if (!isVersionNewer(currentVersion(request), offeredVersion(*offer->dictionary()), error)) {
+        return error;
+    }
+    return makeUpdate(*offer, request);
+}
+
+platform::RACSignal<SQRLUpdate> ClientUpdater::updateFromJSONData(std::string body) const {
     Logger::sharedInstance().logMessage("[ClientUpdater::updateFromJSONData]");
-    return platform::RACSignal<UpdateClass>::defer(
+    return platform::RACSignal<SQRLUpdate>::defer(
         platform::filled("%@ -updateFromJSONData:", {description()}),
         [body = std::move(body), request = updateRequest()] {
-            return updateFromFeed(body, request, &ClientUpdater::checkUpdaterVersionNewer);
+            return updateFromFeedWithLog(body, request);
         });
 }
 

@@ -13,14 +13,14 @@ using platform::Value;
 
 const std::string kFeed = "https://a.example/teravolant/release/release.mac?version=4.30.1.17";
 
-/// Answers what the updater with a request for that URL makes of the body.
+/// Returns the result of an updater whose request for `url` received `body`.
 platform::Result<platform::SQRLUpdate> read(const std::string& body,
                                             const std::string& url = kFeed) {
     const ClientUpdater updater(platform::URLRequest{platform::URL(url)});
     return updater.updateFromJSONData(body).subscribe();
 }
 
-TEST(FeedResponse, OfferHasAnAddressOrANameInTheFolder) {
+TEST(FeedResponse, TakesAddressElseNameInFeedFolder) {
     const std::string folder = "https://a.example/teravolant/release/";
     const std::tuple<std::string, std::string, std::string> cases[] = {
         {kFeed, R"("url":"https://b.example/u.zip","name":"other.zip")", "https://b.example/u.zip"},
@@ -37,7 +37,7 @@ TEST(FeedResponse, OfferHasAnAddressOrANameInTheFolder) {
     }
 }
 
-/// The check must fail with that code; returns the error.
+/// Expects the check to fail with `code` and returns the error.
 platform::Error failure(const std::string& body, std::int64_t code, const std::string& suggestion) {
     auto error = read(body).error();
     EXPECT_EQ(error.domain, platform::SQRLUpdaterErrorDomain) << body;
@@ -48,7 +48,7 @@ platform::Error failure(const std::string& body, std::int64_t code, const std::s
     return error;
 }
 
-TEST(FeedResponse, BodyThatIsNotJsonIsAnInvalidServerBody) {
+TEST(FeedResponse, RefusesBodyThatIsNotJson) {
     for (const std::string body : {"<html>Not found</html>", "", "\"4.30.2.5\""}) {
         const fixtures::LogReader log;
         const auto error = failure(body, platform::SQRLUpdaterErrorInvalidServerBody,
@@ -62,10 +62,10 @@ TEST(FeedResponse, BodyThatIsNotJsonIsAnInvalidServerBody) {
     }
 }
 
-TEST(FeedResponse, WrongMemberIsInvalidJsonAndNamed) {
+TEST(FeedResponse, RefusesInvalidDocumentAndNamesMember) {
     struct Row {
         std::string wrongMember;
-        std::string before;  ///< The value, which stands between this and a brace.
+        std::string before;  ///< The document up to the value; a brace follows the value.
         std::vector<std::string> values;
     };
     const std::string digest = '"' + std::string(63, 'a');
@@ -89,7 +89,7 @@ TEST(FeedResponse, WrongMemberIsInvalidJsonAndNamed) {
             const auto error =
                 failure(body, platform::SQRLUpdaterErrorInvalidJSON,
                         "The server sent an invalid JSON response. Try again later.");
-            // The document as it was received, without an address made from its name.
+            // The error holds the document as received, without the address made from the name.
             EXPECT_EQ(*error.userInformation<Value>(platform::SQRLUpdaterJSONObjectErrorKey),
                       *platform::parseJson(body));
             const platform::Error* const underlying = error.underlyingError();

@@ -14,8 +14,6 @@ using platform::Application;
 
 TeravolantApp* theClientApp = nullptr;
 
-}  // namespace
-
 bool opensAsLoginItem(const platform::AppleEvent& event) {
     if (event.eventID != platform::kOpenApplicationEvent) {
         return false;
@@ -25,6 +23,8 @@ bool opensAsLoginItem(const platform::AppleEvent& event) {
            data->second.descriptorType == platform::kTypeDescriptor &&
            data->second.typeCodeValue == platform::kLoginItem;
 }
+
+}  // namespace
 
 std::unique_ptr<TeravolantAppDelegate> TeravolantAppDelegate::initWith(TeravolantApp* app) {
     setClientApp(app);
@@ -40,7 +40,7 @@ void TeravolantAppDelegate::applicationDidFinishLaunching(
     Application& application = Application::sharedApplication();
     TeravolantApp* const app = clientApp();
 
-    // The flags come first: the client launch below reads them.
+    // Set the flags first: the client launch below reads them.
     const bool defaultLaunch = notification.isDefaultLaunch.value_or(false);
     if (app != nullptr && (!defaultLaunch || opensAsLoginItem(application.currentAppleEvent()))) {
         app->setLaunchedAtLogin(true);

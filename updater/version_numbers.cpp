@@ -1,3 +1,5 @@
+#include "updater/version_numbers.h"
+
 #include <algorithm>
 #include <array>
 #include <cassert>
@@ -11,14 +13,14 @@
 #include "platform/values/printed_form.h"
 #include "support/logger.h"
 #include "update_framework/updater_error.h"
-#include "updater/feed_response.h"
+#include "updater/client_updater.h"
 
 namespace teravolant {
 namespace {
 
 bool isDigit(char character) { return character >= '0' && character <= '9'; }
 
-/// Takes the longest run of digits, or of other characters, from the end of the text.
+/// Removes the longest run of digits, or of non-digits, from the end of the text and returns it.
 std::string_view takeRunFromEnd(std::string_view& text, bool digits) {
     const auto end = std::find_if(text.rbegin(), text.rend(), [digits](char character) {
         return isDigit(character) != digits;
@@ -29,7 +31,8 @@ std::string_view takeRunFromEnd(std::string_view& text, bool digits) {
     return run;
 }
 
-/// Takes a run of digits and the full stop in front of it; the run is empty without either.
+/// Removes a run of digits and the full stop before it from the end of the text and returns the
+/// run. Returns an empty run if either is missing.
 std::string_view takeNumberFromEnd(std::string_view& text) {
     const std::string_view run = takeRunFromEnd(text, true);
     if (!text.ends_with('.')) {
@@ -39,7 +42,7 @@ std::string_view takeNumberFromEnd(std::string_view& text) {
     return run;
 }
 
-/// Digits as a signed 32-bit number, the greatest one when they stand for more.
+/// Returns the value of the digits, saturated to 32 bits.
 std::int32_t intValue(std::string_view digits) {
     std::int32_t value = 0;
     const auto read = std::from_chars(digits.data(), digits.data() + digits.size(), value);
@@ -70,8 +73,8 @@ platform::Error versionError(std::string_view format,
 std::optional<ParsedVersion> ClientUpdater::parseVersion(const std::string& version,
                                                          ErrorSlot& error) {
     assert(!error);
-    // The end is fixed, and no run can end but where the next one begins: going backwards there is
-    // only one way to read the text.
+    // Reading backwards needs no backtracking: the pattern is anchored at the end of the text, and
+    // adjacent runs have no characters in common.
     std::string_view rest = version;
     const std::string_view build = takeRunFromEnd(rest, true);
     const std::string_view separator = takeRunFromEnd(rest, false);
@@ -89,7 +92,7 @@ std::optional<ParsedVersion> ClientUpdater::parseVersion(const std::string& vers
 }
 
 bool isVersionNewer(const std::string& current, const std::string& updateTo,
-                    ClientUpdater::ErrorSlot& error) {
+                    platform::Status& error) {
     const auto currentVersion = ClientUpdater::parseVersion(current, error);
     if (!currentVersion) {
         return false;

@@ -12,7 +12,7 @@ namespace {
 using Slot = ClientUpdater::ErrorSlot;
 using Version = std::optional<ParsedVersion>;
 
-/// What the pattern finds, by a matcher that goes back and tries again.
+/// The reference: a backtracking matcher for the same pattern.
 Version matchByBacktracking(const std::string& text) {
     static const std::regex pattern(R"((\d+)\.(\d+)\.(\d+)[^\d]+(\d+)$)");
     std::smatch match;
@@ -22,7 +22,7 @@ Version matchByBacktracking(const std::string& text) {
     return ParsedVersion{match[1], match[2], match[3], match[4]};
 }
 
-TEST(VersionNumbers, AreWhatThePatternFindsAtTheEnd) {
+TEST(VersionNumbers, MatchTheReferencePattern) {
     std::vector<std::string> texts = {"version=4.30.1.17", "1.2.3 build 45", "1.2.3\n|é4",
                                       "01.02.03.0004",     "1.2.3.4\n",      "(null)"};
     constexpr std::size_t kLongest = 8;
@@ -42,7 +42,7 @@ TEST(VersionNumbers, AreWhatThePatternFindsAtTheEnd) {
     }
 }
 
-TEST(VersionNumbers, TakeAndLogOnlyAStrictlyNewerOffer) {
+TEST(VersionNumbers, AcceptAndLogOnlyStrictlyNewerOffer) {
     // The current and the offered version, and the error, if there is any.
     const std::tuple<std::string, std::string, std::string> table[] = {
         {"version=4.30.1.17", "4.30.1.18", ""},

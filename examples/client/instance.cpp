@@ -19,31 +19,44 @@
 
 #include "platform/core/error.h"
 #include "platform/core/local_time.h"
+#include "platform/core/text.h"
 #include "platform/files/files.h"
 
+// How it works: the lock decides which process is the instance; the pipe carries messages to it. A
+// message is at most PIPE_BUF bytes, so concurrent senders never interleave. The sender polls once
+// per millisecond, because the running instance is unreachable at two moments: between taking the
+// lock and opening the pipe, and between its last read and its end. The sender succeeds when the
+// pipe is empty after its write, and becomes the instance itself when the lock is free and its
+// message was not read. The instance opens the pipe for reading and writing: it then always has a
+// writer, and a read blocks instead of returning end-of-file.
+//
+// An instance waits for a sender to end before it acts on the message. Otherwise the launcher,
+// which the instance may become, would still find the sender and count it as a running client.
 namespace teravolant::client {
 namespace {
 
 namespace fs = std::filesystem;
 using platform::FileDescriptor;
 using platform::FileLock;
+using platform::quoted;
 
-/// A message: the sender's process id, a blank, the length of what follows, both in decimal, a line
-/// feed, and each word with a NUL behind it.
-std::string encode(const Words& words) {
+/// Returns a message: the sender's process id, a blank, the length of the payload (both in
+/// decimal), a line feed, and the payload: each argument followed by a NUL.
+std::string encode(const Arguments& arguments) {
     std::string payload;
-    for (const std::string& word : words) {
-        payload += word + '\0';
+    for (const std::string& argument : arguments) {
+        payload += argument + '\0';
     }
     return std::to_string(getpid()) + " " + std::to_string(payload.size()) + "\n" + payload;
 }
 
 struct Message {
     pid_t sender = 0;
-    Words words;
+    Arguments arguments;
 };
 
-/// Takes the first whole message off the received bytes; drops what can't be one.
+/// Removes the first complete message from the received bytes and returns it. Discards all bytes if
+/// the header is malformed.
 std::optional<Message> takeMessage(std::string& received) {
     const std::size_t header = received.find('\n') + 1;
     if (header == 0) {
@@ -62,14 +75,14 @@ std::optional<Message> takeMessage(std::string& received) {
         return std::nullopt;
     }
     for (std::size_t begin = header; begin < header + length;
-         begin += message.words.back().size() + 1) {
-        message.words.emplace_back(received.c_str() + begin);
+         begin += message.arguments.back().size() + 1) {
+        message.arguments.emplace_back(received.c_str() + begin);
     }
     received.erase(0, header + length);
     return message;
 }
 
-/// Waits, for some seconds at most, until a process has ended.
+/// Blocks until the process has ended, for at most 5 s.
 void awaitEnd(pid_t process) {
     const FileDescriptor descriptor(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
     pollfd ended{.fd = descriptor.get(), .events = POLLIN, .revents = 0};
@@ -82,7 +95,7 @@ platform::Error failure(int number, std::string_view attempt) {
     return platform::errorFromErrno(number, platform::FileAccess::Write, attempt);
 }
 
-/// A file in the pipe's place would take the words, and nobody would get them.
+/// A regular file at the pipe's path would accept the message, but no process would read it.
 bool isPipe(const FileDescriptor& descriptor) {
     struct stat status {};
     return fstat(descriptor.get(), &status) == 0 && S_ISFIFO(status.st_mode);
@@ -93,7 +106,7 @@ bool isEmpty(const FileDescriptor& pipe) {
     return ioctl(pipe.get(), FIONREAD, &count) == 0 && count == 0;
 }
 
-/// Takes out what an earlier instance was sent and has not read, for one the words of this start.
+/// Removes messages that an earlier instance did not read; one of them may be from this process.
 void discardContents(const fs::path& pipe) {
     const FileDescriptor end(open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     std::array<char, PIPE_BUF> chunk{};
@@ -101,71 +114,87 @@ void discardContents(const fs::path& pipe) {
     }
 }
 
-std::string shellWord(const std::string& word) {
-    if (!word.empty() && word.find_first_of(" \t\n'\"\\") == word.npos) {
-        return word;
+/// Writes the message to the pipe. Returns the open pipe, or an empty descriptor if no instance
+/// reads it now. Fails if the path is not a pipe.
+platform::Result<FileDescriptor> send(const std::string& message, const fs::path& pipe) {
+    FileDescriptor end(open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+    if (end && !isPipe(end)) {
+        return failure(EINVAL, quoted(pipe) + " is not a pipe");
     }
-    std::string quoted = "'";
-    for (const char character : word) {
-        quoted += character == '\'' ? std::string("'\\''") : std::string(1, character);
+    const auto size = static_cast<ssize_t>(message.size());
+    if (!end || write(end.get(), message.data(), message.size()) != size) {
+        return FileDescriptor();
     }
-    return quoted + "'";
+    return end;
+}
+
+std::string shellQuoted(const std::string& argument) {
+    if (!argument.empty() && argument.find_first_of(" \t\n'\"\\") == argument.npos) {
+        return argument;
+    }
+    std::string text = "'";
+    for (const char character : argument) {
+        text += character == '\'' ? std::string("'\\''") : std::string(1, character);
+    }
+    return text + "'";
 }
 
 }  // namespace
 
+platform::Result<Instance> Instance::start(FileLock lock, const fs::path& pipe) {
+    FileDescriptor end(open(pipe.c_str(), O_RDWR | O_CLOEXEC));
+    if (!end) {
+        return failure(errno, quoted(pipe) + " could not be opened");
+    }
+    if (!isPipe(end)) {
+        return failure(EINVAL, quoted(pipe) + " is not a pipe");
+    }
+    discardContents(pipe);
+    return Instance(std::move(lock), std::move(end));
+}
+
 platform::Result<std::optional<Instance>> Instance::join(const fs::path& folder,
-                                                         const Words& words) {
-    const std::string message = encode(words);
+                                                         const Arguments& arguments) {
+    const std::string message = encode(arguments);
     const fs::path pipe = folder / "commands";
     mkfifo(pipe.c_str(), 0600);
     FileDescriptor sent;
-    // Between taking the lock and opening its pipe, or between its last read and its end, the
-    // running instance can't be reached: ask again until one of the two succeeds.
     for (int attempt = 0; attempt < 5000; ++attempt) {
         auto lock = FileLock::tryAcquire(folder / "instance.lock");
         if (!lock) {
             return lock.error();
         }
-        // Also with the lock at hand: the instance may have read the words and ended since.
+        // Check this even if the lock is free: the instance may have read the message and ended.
         if (sent && isEmpty(sent)) {
             return std::optional<Instance>();
         }
         if (*lock) {
-            FileDescriptor end(open(pipe.c_str(), O_RDWR | O_CLOEXEC));
-            if (!end) {
-                return failure(errno, pipe.string() + " can't be opened");
+            auto instance = start(**std::move(lock), pipe);
+            if (!instance) {
+                return instance.error();
             }
-            if (!isPipe(end)) {
-                return failure(EINVAL, pipe.string() + " is not a pipe");
-            }
-            discardContents(pipe);
-            return std::optional(Instance(**std::move(lock), std::move(end)));
+            return std::optional(*std::move(instance));
         }
         if (message.size() > PIPE_BUF) {
-            return failure(E2BIG, "The words can't be handed over to the running instance");
+            return failure(E2BIG, "The arguments could not be sent to the running instance");
         }
         if (!sent) {
-            FileDescriptor end(open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
-            if (end && !isPipe(end)) {
-                return failure(EINVAL, pipe.string() + " is not a pipe");
+            auto end = send(message, pipe);
+            if (!end) {
+                return end.error();
             }
-            if (end && write(end.get(), message.data(), message.size()) ==
-                           static_cast<ssize_t>(message.size())) {
-                sent = std::move(end);
-            }
+            sent = *std::move(end);
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    return failure(ETIMEDOUT, "The running instance does not answer");
+    return failure(ETIMEDOUT, "The running instance does not read its pipe");
 }
 
-std::optional<Words> Instance::waitForWords() {
+std::optional<Arguments> Instance::waitForArguments() {
     while (true) {
         if (auto message = takeMessage(_received)) {
-            // While the sender is there a second client runs, for those who look for one.
             awaitEnd(message->sender);
-            return std::move(message->words);
+            return std::move(message->arguments);
         }
         std::array<char, PIPE_BUF> chunk{};
         const ssize_t count = read(_pipe.get(), chunk.data(), chunk.size());
@@ -176,11 +205,11 @@ std::optional<Words> Instance::waitForWords() {
     }
 }
 
-void CommandLog::append(const Words& words) const {
+void CommandLog::append(const Arguments& arguments) const {
     std::string entry(platform::localTimeText(std::time(nullptr)));
     entry += ": [" + std::to_string(getpid()) + "]";
-    for (const std::string& word : words) {
-        entry += " " + shellWord(word);
+    for (const std::string& argument : arguments) {
+        entry += " " + shellQuoted(argument);
     }
     (void)platform::appendToFile(_file, entry + "\n");
 }

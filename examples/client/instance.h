@@ -10,36 +10,41 @@
 
 namespace teravolant::client {
 
-using Words = std::vector<std::string>;
+using Arguments = std::vector<std::string>;
 
-/// The user's one running client: holds a lock for as long as it lives and reads from a named pipe
-/// what later starts hand over.
+/// The user's one running client. Holds a lock for its lifetime and reads the arguments of later
+/// starts from a named pipe. Used by one thread.
 class Instance {
   public:
-    /// Becomes the user's one instance, or hands the words to the one that runs and answers nothing
-    /// once that has read them.
+    /// Becomes the user's one instance. If another instance runs, sends it the arguments, blocks
+    /// until it has read them, and returns an empty optional. Fails after about 5 s if the instance
+    /// does not read them.
     static platform::Result<std::optional<Instance>> join(const std::filesystem::path& folder,
-                                                          const Words& words);
+                                                          const Arguments& arguments);
 
-    /// Blocks until the next command line arrives; nothing when the pipe can't be read any more.
-    std::optional<Words> waitForWords();
+    /// Blocks until the arguments of the next start arrive and returns them. Returns nothing if the
+    /// pipe can't be read.
+    std::optional<Arguments> waitForArguments();
 
   private:
     Instance(platform::FileLock lock, platform::FileDescriptor pipe)
         : _lock(std::move(lock)), _pipe(std::move(pipe)) {}
+
+    static platform::Result<Instance> start(platform::FileLock lock,
+                                            const std::filesystem::path& pipe);
 
     platform::FileLock _lock;
     platform::FileDescriptor _pipe;
     std::string _received;
 };
 
-/// The client's own log: one received command line an entry, with the local time and the id of the
-/// instance that received it. Words with blanks or quotes in them stand between single quotes.
+/// The client's own log: one entry for each received command line, with the local time and the
+/// process id of the instance. Puts arguments that contain blanks or quotes between single quotes.
 class CommandLog {
   public:
     explicit CommandLog(std::filesystem::path file) : _file(std::move(file)) {}
 
-    void append(const Words& words) const;
+    void append(const Arguments& arguments) const;
 
   private:
     std::filesystem::path _file;

@@ -1,6 +1,6 @@
-// The sample client: one instance per user. Every command line is logged; a second start hands its
-// words to the running instance and exits at once; told that a release waits, the running instance
-// becomes the launcher, by the path that it got when it was opened.
+// The sample client: one instance per user. It logs every command line. A second start sends its
+// arguments to the running instance and exits. On `--needrestart ApplyReleasesWaiting` the running
+// instance becomes the launcher, whose path it got with `-unpackapp` when it was opened.
 
 #include <unistd.h>
 
@@ -22,15 +22,17 @@ using namespace teravolant::client;
 using teravolant::platform::applicationSupportDirectory;
 using teravolant::platform::createDirectory;
 
-std::optional<std::string> wordBehind(const Words& words, const std::string& option) {
-    const auto found = std::find(words.begin(), words.end(), option);
-    if (found == words.end() || found + 1 == words.end()) {
+/// Returns the argument after the option, if any.
+std::optional<std::string> valueOf(const std::string& option, const Arguments& arguments) {
+    const auto found = std::find(arguments.begin(), arguments.end(), option);
+    if (found == arguments.end() || found + 1 == arguments.end()) {
         return std::nullopt;
     }
     return *(found + 1);
 }
 
-/// Leaves this process to the launcher, so that no client runs any more when that looks for one.
+/// Replaces this process by the launcher, so that the launcher finds no running client. Returns
+/// only on failure.
 void becomeLauncher(const std::string& launcher) {
     execl(launcher.c_str(), launcher.c_str(), static_cast<char*>(nullptr));
 }
@@ -40,36 +42,37 @@ int fail(const teravolant::platform::Error& error) {
     return EXIT_FAILURE;
 }
 
-int serve(Instance& instance, const CommandLog& log, const Words& ownWords) {
-    const auto launcher = wordBehind(ownWords, "-unpackapp");
-    Words words = ownWords;
+/// Serves commands until the instance ends; returns the exit status.
+int serve(Instance& instance, const CommandLog& log, const Arguments& ownArguments) {
+    const auto launcher = valueOf("-unpackapp", ownArguments);
+    Arguments arguments = ownArguments;
     while (true) {
-        log.append(words);
-        if (wordBehind(words, "--needrestart") == "ApplyReleasesWaiting") {
+        log.append(arguments);
+        if (valueOf("--needrestart", arguments) == "ApplyReleasesWaiting") {
             if (launcher) {
                 becomeLauncher(*launcher);
             }
-            std::cerr << "teravolant: the launcher can't be started again\n";
+            std::cerr << "teravolant: the launcher could not be started\n";
             return EXIT_FAILURE;
         }
-        auto next = instance.waitForWords();
+        auto next = instance.waitForArguments();
         if (!next) {
-            std::cerr << "teravolant: the pipe for commands can't be read any more\n";
+            std::cerr << "teravolant: the pipe for commands could not be read\n";
             return EXIT_FAILURE;
         }
-        words = *std::move(next);
+        arguments = *std::move(next);
     }
 }
 
 }  // namespace
 
 int main(int argc, char* argv[]) {
-    const Words words(argv + 1, argv + argc);
+    const Arguments arguments(argv + 1, argv + argc);
     const auto folder = applicationSupportDirectory() / "Zelto" / "Teravolant Client";
     if (const auto error = createDirectory(folder)) {
         return fail(*error);
     }
-    auto joined = Instance::join(folder, words);
+    auto joined = Instance::join(folder, arguments);
     if (!joined) {
         return fail(joined.error());
     }
@@ -78,5 +81,5 @@ int main(int argc, char* argv[]) {
         return EXIT_SUCCESS;
     }
     const CommandLog log(folder / "client.log");
-    return serve(*instance, log, words);
+    return serve(*instance, log, arguments);
 }

@@ -15,14 +15,14 @@ namespace {
 using platform::HttpResponse;
 using platform::Result;
 
-/// Far more than the service's answers have, so that no server can fill the memory.
-constexpr std::uint64_t kMaximumAnswerSize = 1048576;
+/// Far above the size of the service's responses; bounds the memory that a server can fill.
+constexpr std::uint64_t kMaximumResponseSize = 1048576;
 
-std::string textOf(const Result<HttpResponse>& answer) {
-    if (!answer) {
-        return answer.error().localizedDescription;
+std::string textOf(const Result<HttpResponse>& response) {
+    if (!response) {
+        return response.error().localizedDescription;
     }
-    const std::string& body = answer->body;
+    const std::string& body = response->body;
     return platform::isValidUtf8(body) ? body : platform::kMissingValueMark;
 }
 
@@ -37,12 +37,12 @@ void AmplitudeApi::sendEvent(const AmplitudeEvent* event, std::string_view host)
         .method = platform::HttpMethod::Post,
         .headers = {{"Content-Type", "application/json"}, {"Accept", "application/json"}},
         .body = event->dataValue().value_or("")};
-    sendHttpRequestInBackground(std::move(request), {.maximumBodySize = kMaximumAnswerSize},
+    sendHttpRequestInBackground(std::move(request), {.maximumBodySize = kMaximumResponseSize},
                                 &AmplitudeApi::answerReceived);
 }
 
-void AmplitudeApi::answerReceived(const Result<HttpResponse>& answer) {
-    platform::logToConsole("AmplitudeApi::answerReceived " + textOf(answer));
+void AmplitudeApi::answerReceived(const Result<HttpResponse>& response) {
+    platform::logToConsole("AmplitudeApi::answerReceived " + textOf(response));
 }
 
 }  // namespace teravolant

@@ -8,25 +8,23 @@
 
 namespace teravolant {
 
-/// Posts events to the analytics service. Nothing is retried, and whether the user agreed to it is
-/// the caller's to ask.
+/// Posts events to the analytics service. Retries nothing. The caller must have the user's consent.
 class AmplitudeApi {
   public:
-    /// Where the service is. Set when the program is built.
+    /// The host of the service, set at build time.
     static constexpr std::string_view kHost = TERAVOLANT_ANALYTICS_HOST;
 
-    /// Starts to post the event and returns at once; without an event, does nothing. May be called
-    /// from any thread, once the application object was made.
+    /// Posts the event in the background and returns at once; does nothing if it is null. May be
+    /// called from any thread, once the application object exists.
     ///
-    /// The answer is written to the console log, on the main thread, once the application's loop
-    /// gets to it: the body's text whatever the status, "(null)" for one that is not UTF-8, and the
-    /// reason where none arrived, it is longer than 1 MiB, or a redirect leads away from https. A
-    /// process that ends before drops it. An event without data is posted without a body, and the
-    /// service's answer says so.
+    /// The application loop logs the response to the console on the main thread: its body for any
+    /// status, "(null)" if the body is not UTF-8, or the reason if the request failed, the body
+    /// exceeds 1 MiB or a redirect leaves https. If the process ends first, the response is lost.
+    /// An event without data is posted with an empty body.
     static void sendEvent(const AmplitudeEvent* event, std::string_view host = kHost);
 
   private:
-    static void answerReceived(const platform::Result<platform::HttpResponse>& answer);
+    static void answerReceived(const platform::Result<platform::HttpResponse>& response);
 };
 
 }  // namespace teravolant

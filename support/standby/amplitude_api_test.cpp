@@ -25,16 +25,17 @@ using fixtures::Program;
 using fixtures::ReceivedRequest;
 using fixtures::ServerAnswer;
 
-/// A program that sends one event to a service, whose answer is the test's.
+/// A program that posts one event to a server of the test.
 class AnalyticsService : public testing::Test {
   protected:
     AnalyticsService() { _folder.write("trusted.pem", _authority.certificate()); }
 
-    void answer(const ServerAnswer& answer) {
-        _server.emplace([answer](const ReceivedRequest&) { return answer; }, _authority.issue());
+    void respondWith(const ServerAnswer& response) {
+        _server.emplace([response](const ReceivedRequest&) { return response; },
+                        _authority.issue());
     }
 
-    /// With a number of threads that still post, it ends at once.
+    /// With `threads`, the program ends at once while that many threads still post.
     Program sender(const std::string& threads = "") {
         const std::string folder = _folder.path();
         return Program("env HOME=" + folder + " XDG_CONFIG_HOME=" + folder +
@@ -42,7 +43,7 @@ class AnalyticsService : public testing::Test {
                        std::to_string(_server->port()) + " " + threads + " 2>&1");
     }
 
-    /// What the program writes to the console log when the answer is there.
+    /// Returns the line that the program writes to the console log for the response.
     std::string consoleLine() {
         Program program = sender();
         const pid_t process = std::stoi(program.readLine());
@@ -57,12 +58,12 @@ class AnalyticsService : public testing::Test {
     std::optional<HttpServer> _server;
 };
 
-TEST_F(AnalyticsService, ReceivesAnEventWithAllThatItNeeds) {
-    answer({.body = "success"});
+TEST_F(AnalyticsService, ReceivesCompleteEvent) {
+    respondWith({.body = "success"});
     const std::time_t before = std::time(nullptr);
     consoleLine();
     const auto requests = _server->requests();
-    ASSERT_EQ(requests.size(), 1U) << "another one has no event";
+    ASSERT_EQ(requests.size(), 2U) << "a null event must not be posted";
     EXPECT_EQ(requests[0].method + " " + requests[0].target, "POST /2/httpapi");
     EXPECT_EQ(requests[0].header("content-type"), "application/json");
     EXPECT_EQ(requests[0].header("accept"), "application/json");
@@ -80,7 +81,7 @@ TEST_F(AnalyticsService, ReceivesAnEventWithAllThatItNeeds) {
     EXPECT_GE(std::time(nullptr), std::stoll(event[3]) / 1000);
 }
 
-TEST_F(AnalyticsService, HasItsAnswerOnTheConsole) {
+TEST_F(AnalyticsService, LogsEveryResponse) {
     const std::string failure = ".*“localhost:[0-9]+”.*";
     const std::pair<ServerAnswer, std::string> table[] = {
         {{.body = "{\"code\":200}"}, R"(\{"code":200\})"},
@@ -93,9 +94,9 @@ TEST_F(AnalyticsService, HasItsAnswerOnTheConsole) {
         {{.raw = ""}, failure},
         {{.body = "late", .isSilent = true}, "late"},
     };
-    for (const auto& [answered, shown] : table) {
-        answer(answered);
-        const auto release = std::async(std::launch::async, [&, late = answered.isSilent] {
+    for (const auto& [response, shown] : table) {
+        respondWith(response);
+        const auto release = std::async(std::launch::async, [&, late = response.isSilent] {
             late ? _server->waitForStall() : void();
             _server->release();
         });
@@ -105,8 +106,8 @@ TEST_F(AnalyticsService, HasItsAnswerOnTheConsole) {
     }
 }
 
-TEST_F(AnalyticsService, HoldsUpNoProgramThatEndsBeforeTheAnswer) {
-    answer({.isSilent = true});
+TEST_F(AnalyticsService, DoesNotDelayExit) {
+    respondWith({.isSilent = true});
     const auto start = std::chrono::steady_clock::now();
     Program program = sender();
     const pid_t process = std::stoi(program.readLine());

@@ -15,7 +15,7 @@ namespace {
 
 using platform::Value;
 
-/// Public by nature: it says whose events these are and allows to send some, nothing else.
+/// Not a secret: it only identifies the product and permits posting events.
 constexpr const char* kApiKey = "7c41e0b29a5d8f36e2b4c9170d6a3f58";
 
 std::string millisecondsSince1970() {
@@ -70,7 +70,7 @@ std::string AmplitudeEvent::getAmplitudeDeviceID() {
     auto stored = defaults.objectForKey(kDeviceID);
     if (!stored) {
         std::string identifier = "{" + platform::randomUuid() + "}";
-        // Another process may store one meanwhile; then that is the identifier.
+        // If another process has stored one in the meantime, use that one.
         auto storedNow = defaults.setObjectIfAbsent(identifier, kDeviceID);
         if (!storedNow) {
             return identifier;

@@ -44,7 +44,7 @@ TEST_F(Analytics, CarryEveryKindOfProperty) {
     EXPECT_EQ(sent.at("app_version"), Value("1.0.0.1"));
 }
 
-TEST_F(Analytics, HaveNoDataForAnInvalidEvent) {
+TEST_F(Analytics, HaveNoDataIfNotSerialisable) {
     EXPECT_EQ(AmplitudeEvent().dataValue(), std::nullopt);
     auto event = AmplitudeEvent::initWithEventType("type");
     for (const Value& value : {Value(std::nan("")), Value("\xFF")}) {
@@ -53,14 +53,14 @@ TEST_F(Analytics, HaveNoDataForAnInvalidEvent) {
     }
 }
 
-TEST_F(Analytics, KeepTheStoredDeviceIdentifier) {
+TEST_F(Analytics, KeepStoredDeviceIdentifier) {
     const std::pair<platform::Value, std::string> table[] = {
         {"", ""}, {"abc", "abc"}, {std::int64_t{7}, "7"}};
     for (const auto& [stored, shown] : table) {
         ASSERT_FALSE(clientDefaults().setObject(stored, "Amplitude-DeviceID"));
         EXPECT_EQ(AmplitudeEvent::getAmplitudeDeviceID(), shown);
     }
-    // Where none can be stored, each call makes one.
+    // If none can be stored, each call makes a new one.
     setenv("XDG_CONFIG_HOME", "/proc", 1);
     EXPECT_NE(AmplitudeEvent::getAmplitudeDeviceID(), AmplitudeEvent::getAmplitudeDeviceID());
 }
@@ -69,15 +69,15 @@ TEST_F(Analytics, MakeOneIdentifierForConcurrentCallers) {
     for (int round = 0; round < 20; ++round) {
         ASSERT_FALSE(clientDefaults().removeObjectForKey("Amplitude-DeviceID"));
         std::latch gate(4);
-        std::vector<std::future<std::string>> answers(4);
-        for (auto& answer : answers) {
-            answer = std::async(std::launch::async, [&gate] {
+        std::vector<std::future<std::string>> identifiers(4);
+        for (auto& identifier : identifiers) {
+            identifier = std::async(std::launch::async, [&gate] {
                 gate.arrive_and_wait();
                 return AmplitudeEvent::getAmplitudeDeviceID();
             });
         }
-        for (auto& answer : answers) {
-            EXPECT_EQ(answer.get(), AmplitudeEvent::getAmplitudeDeviceID());
+        for (auto& identifier : identifiers) {
+            EXPECT_EQ(identifier.get(), AmplitudeEvent::getAmplitudeDeviceID());
         }
     }
 }

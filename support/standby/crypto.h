@@ -6,14 +6,15 @@
 
 namespace teravolant {
 
-/// Digests of files, to tell versions of them apart; they prove nothing about who made them.
+/// Digests of files, to tell versions of a file apart. MD5 gives no protection against forgery.
 class Crypto {
   public:
-    /// The MD5 digest (RFC 1321) of the file's contents as 32 lower-case hexadecimal digits.
+    /// Returns the MD5 digest (RFC 1321) of the file's contents as 32 lower-case hexadecimal
+    /// digits.
     ///
-    /// Nothing when there is no regular file that can be read to its end, or when this machine's
-    /// policy forbids the algorithm. Streams the file, so that memory stays flat. May run on any
-    /// thread, and blocks it.
+    /// Returns nothing if `path` is not a regular file, can't be read to its end, or if the
+    /// system's policy forbids the algorithm. Streams the file in constant memory. Blocks; may be
+    /// called from any thread.
     [[nodiscard]] static std::optional<std::string> MD5HashOfFile(
         const std::filesystem::path& path);
 };

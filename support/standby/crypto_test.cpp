@@ -16,14 +16,14 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Of this process, in KiB.
+/// The peak memory of this process in KiB.
 long peakMemory() {
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     return usage.ru_maxrss;
 }
 
-TEST(Crypto, DigestsAFileOfAnySizeAsMd5sumDoes) {
+TEST(Crypto, DigestsFilesLikeMd5sum) {
     const fixtures::TemporaryFolder folder;
     const fs::path file = folder.path() / "file";
     std::string bytes(4097, '\0');
@@ -38,7 +38,7 @@ TEST(Crypto, DigestsAFileOfAnySizeAsMd5sumDoes) {
     EXPECT_LT(peakMemory() - before, 65536) << "the file was loaded whole";
 }
 
-TEST(Crypto, HasNoDigestOfWhatCanNotBeRead) {
+TEST(Crypto, HasNoDigestOfUnreadableFile) {
     const fixtures::TemporaryFolder folder;
     const fs::path secret = folder.path() / "secret";
     std::ofstream(secret) << "secret";
@@ -47,7 +47,7 @@ TEST(Crypto, HasNoDigestOfWhatCanNotBeRead) {
     const fs::path otherName = (folder.path() / "file").string() + '\0';
     const fs::path pipe = folder.path() / "pipe";
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    // The last one is a regular file whose every read fails.
+    // Every read from /proc/self/mem at offset 0 fails, although it is a regular file.
     for (const fs::path& path : {folder.path() / "missing", folder.path(), secret, otherName, pipe,
                                  fs::path("/proc/self/mem")}) {
         EXPECT_EQ(Crypto::MD5HashOfFile(path), std::nullopt) << path;

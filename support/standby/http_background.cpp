@@ -16,6 +16,14 @@
 #include "platform/http/http_failures.h"
 #include "platform/system/application.h"
 
+// How it works: every request runs on a thread of its own, which queues the result on the main
+// queue. The list of requests owns the threads; each new request removes those that are done.
+//
+// At exit, no request may use the HTTP library while the library cleans up. Exit handlers run in
+// the reverse order of their registration, so the list starts the library first and then registers
+// its own handler. That handler refuses new requests, stops the running ones and joins their
+// threads. The list itself is never destroyed: other threads may still call it while the process
+// exits.
 namespace teravolant {
 namespace {
 
@@ -24,12 +32,7 @@ using platform::HttpRequest;
 using platform::HttpResponse;
 using platform::Result;
 
-/// The requests that are under way, each on a thread of its own.
-///
-/// At an exit of the process they are cancelled and waited for, and no other ones begin: the
-/// library below them must not be cleaned up while they use it. What an exit does is done in the
-/// opposite order of the beginnings, so the library is started first. The object itself stays:
-/// other threads may come here while the process ends.
+/// The running requests and their threads. All operations may be called from any thread.
 class BackgroundRequests {
   public:
     static BackgroundRequests& ofThisProcess() {
@@ -37,7 +40,8 @@ class BackgroundRequests {
         return requests;
     }
 
-    /// Throws `std::system_error` when there can be no further thread.
+    /// Runs `work` on a new thread, or drops it if the process is exiting. Throws
+    /// `std::system_error` if no thread can be started.
     void start(std::function<void(const std::stop_token&)> work) {
         const std::lock_guard lock(_mutex);
         if (_hasEnded) {
@@ -75,6 +79,7 @@ class BackgroundRequests {
             _hasEnded = true;
             requests.swap(_requests);
         }
+        // Stop all of them before the list's destructor joins them one by one.
         for (Request& request : requests) {
             request.thread.request_stop();
         }
@@ -85,14 +90,14 @@ class BackgroundRequests {
     std::list<Request> _requests;
 };
 
-/// The answer, or why there is none: on a thread of its own nothing may be thrown.
-Result<HttpResponse> answerTo(const HttpRequest& request, const HttpOptions& options,
-                              const std::stop_token& stop) {
+/// Turns exceptions into errors: an exception that leaves a thread terminates the process.
+Result<HttpResponse> responseTo(const HttpRequest& request, const HttpOptions& options,
+                                const std::stop_token& stop) {
     try {
         return sendHttpRequest(request, options, stop);
     } catch (const std::exception& failure) {
         return platform::httpError(platform::HttpError::unknown,
-                                   std::string("The request was given up: ") + failure.what());
+                                   std::string("The request failed: ") + failure.what());
     }
 }
 
@@ -102,14 +107,14 @@ void sendHttpRequestInBackground(HttpRequest request, HttpOptions options,
                                  std::function<void(const Result<HttpResponse>&)> complete) {
     platform::Application& application = platform::Application::sharedApplication();
     const auto finish = [&application,
-                         complete = std::move(complete)](Result<HttpResponse> answer) {
+                         complete = std::move(complete)](Result<HttpResponse> response) {
         application.dispatchAsyncOnMainQueue(
-            [complete, answer = std::move(answer)] { complete(answer); });
+            [complete, response = std::move(response)] { complete(response); });
     };
     try {
         BackgroundRequests::ofThisProcess().start(
             [request = std::move(request), options, finish](const std::stop_token& stop) {
-                finish(answerTo(request, options, stop));
+                finish(responseTo(request, options, stop));
             });
     } catch (const std::exception& failure) {
         finish(platform::httpError(

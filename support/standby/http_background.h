@@ -7,9 +7,10 @@
 
 namespace teravolant {
 
-/// Like `platform::sendHttpRequest`, but on a new thread: returns at once. `complete` receives the
-/// result on the main queue of the shared application object, which the program must have created.
-/// When the process exits, it cancels the request and does not wait for the server.
+/// Runs `platform::sendHttpRequest` on a new thread and returns at once. `complete` receives the
+/// result on the main thread, from the main queue of the shared application object, which must
+/// exist. A failure to start is such a result, too. When the process exits, the request is
+/// cancelled without waiting for the server, and `complete` is not called.
 void sendHttpRequestInBackground(
     platform::HttpRequest request, platform::HttpOptions options,
     std::function<void(const platform::Result<platform::HttpResponse>&)> complete);

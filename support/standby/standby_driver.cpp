@@ -1,5 +1,5 @@
-// What the tests run as a program of its own: says its process id, posts an event to a service and
-// runs the application's loop, or ends at once with that many threads that still post.
+// Test program: prints its process id, posts an event to the service at HOST and runs the
+// application loop. With THREADS, ends at once while that many threads still post events.
 //
 // Usage: standby_driver HOST [THREADS]
 

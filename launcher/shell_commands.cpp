@@ -1,0 +1,43 @@
+#include <cstdio>
+
+#include "launcher/teravolant_app.h"
+#include "platform/system/process.h"
+#include "support/logger.h"
+
+namespace teravolant {
+
+bool TeravolantApp::formatCommandFrom(const char* format, std::va_list arguments) {
+    const int length = std::vsnprintf(commandBuffer.get(), kCommandSize, format, arguments);
+    if (length >= 0 && static_cast<std::size_t>(length) < kCommandSize) {
+        return true;
+    }
+    Logger::sharedInstance().logMessage("ERROR: a command longer than " +
+                                        std::to_string(kCommandSize - 1) +
+                                        " characters is not run: " + commandBuffer.get());
+    return false;
+}
+
+bool TeravolantApp::formatCommand(const char* format, ...) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    const bool fits = formatCommandFrom(format, arguments);
+    va_end(arguments);
+    return fits;
+}
+
+void TeravolantApp::runCommand(const char* format, ...) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    const bool fits = formatCommandFrom(format, arguments);
+    va_end(arguments);
+    if (fits) {
+        logCommand();
+        platform::runShellCommand(commandBuffer.get());
+    }
+}
+
+void TeravolantApp::logCommand() const {
+    Logger::sharedInstance().logMessage(std::string("Cmd: ") + commandBuffer.get());
+}
+
+}  // namespace teravolant
