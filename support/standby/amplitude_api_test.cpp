@@ -61,7 +61,10 @@ class AnalyticsService : public testing::Test {
 TEST_F(AnalyticsService, ReceivesCompleteEvent) {
     respondWith({.body = "success"});
     const std::time_t before = std::time(nullptr);
+    // Two programs at once on a new device must agree on its identifier.
+    auto other = std::async(std::launch::async, [this] { return consoleLine(); });
     consoleLine();
+    other.wait();
     const auto requests = _server->requests();
     ASSERT_EQ(requests.size(), 2U) << "a null event must not be posted";
     EXPECT_EQ(requests[0].method + " " + requests[0].target, "POST /2/httpapi");
@@ -73,7 +76,10 @@ TEST_F(AnalyticsService, ReceivesCompleteEvent) {
         R"re("event_properties":\{"a":"é"\},"event_type":"sent","os_name":"osx",)re"
         R"re("os_version":"(\d+\.\d+)","platform":"osx","time":"(\d{13})"\}\]\})re");
     std::smatch event;
+    std::smatch otherEvent;
     ASSERT_TRUE(std::regex_match(requests[0].body, event, form)) << requests[0].body;
+    ASSERT_TRUE(std::regex_match(requests[1].body, otherEvent, form)) << requests[1].body;
+    EXPECT_EQ(event[1], otherEvent[1]);
     utsname system{};
     ASSERT_EQ(uname(&system), 0);
     EXPECT_TRUE(std::string_view(system.release).starts_with(event[2].str() + ".")) << event[2];
@@ -97,7 +103,9 @@ TEST_F(AnalyticsService, LogsEveryResponse) {
     for (const auto& [response, shown] : table) {
         respondWith(response);
         const auto release = std::async(std::launch::async, [&, late = response.isSilent] {
-            late ? _server->waitForStall() : void();
+            if (late) {
+                _server->waitForStall();
+            }
             _server->release();
         });
         const std::regex form(".*\\] AmplitudeApi::answerReceived " + shown);
