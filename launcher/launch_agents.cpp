@@ -1,7 +1,6 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <optional>
 #include <string_view>
 
 #include "launcher/task_runner.h"

@@ -56,10 +56,10 @@ class TeravolantApp {
 
     void buildClientPaths();
 
-    /// Copies the launcher's own arguments into the argument buffer, each followed by a blank, up
-    /// to the first one that does not fit.
+    /// Copies the launcher's own arguments into the argument buffer, each followed by a blank,
+    /// until an argument does not fit.
     void joinClientArguments(int argc, const char* const* argv);
-    /// Appends the launcher's path and the launch flags. Skips each one that does not fit.
+    /// Appends the launcher's path and the launch flags. Skips a piece that does not fit.
     void appendLaunchArguments();
     /// Appends the whole text, or returns false if it does not fit.
     bool appendClientArgument(const std::string& text);

@@ -52,7 +52,7 @@ int fail(const fs::path& bundle, std::string_view reason) {
 
 /// Removes this program's folder from PATH. The launcher puts it there for itself, not for the
 /// client.
-void takeOwnFolderOffPath() {
+void removeOwnFolderFromPath() {
     const char* path = std::getenv("PATH");
     const std::string front = executablePathOfThisProcess().parent_path().string() + ":";
     if (path != nullptr && std::string_view(path).starts_with(front)) {
@@ -82,7 +82,7 @@ int openBundle(const Request& request) {
     if (!processesRunning(executable).empty()) {
         return EXIT_SUCCESS;
     }
-    takeOwnFolderOffPath();
+    removeOwnFolderFromPath();
     if (const auto error = launchDetached(executable, request.arguments)) {
         return fail(request.bundle, error->localizedDescription);
     }

@@ -22,9 +22,9 @@ struct ArchiveFacts {
 platform::Result<ArchiveFacts> factsOf(const std::filesystem::path& archive,
                                        const std::stop_token& stop);
 
-/// Returns the offer in the feed document `body` if an updater accepts it that requested `feedUrl`
-/// (whose query contains the running version), has this identifier and trusts these keys. The error
-/// states the reason and the member of the document.
+/// Returns the offer in the feed document `body` if an updater with this identifier and these keys
+/// accepts it as the response to its request for `feedUrl`, whose query contains the running
+/// version. The error states the reason and the member of the document.
 platform::Result<platform::SQRLUpdate> acceptedOffer(const std::string& body,
                                                      const std::string& feedUrl,
                                                      const std::string& identifier,

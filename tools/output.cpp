@@ -19,8 +19,9 @@ Status refusalOfOutput(const std::string& output, const std::vector<std::string>
     std::error_code unknown;
     const fs::file_status status = fs::status(output, unknown);
     if (fs::exists(status) && !fs::is_regular_file(status)) {
-        return platform::errorFromErrno(EEXIST, FileAccess::Write,
-                                        quoted(output) + " is no regular file and is not replaced");
+        return platform::errorFromErrno(
+            EEXIST, FileAccess::Write,
+            quoted(output) + " is not a regular file and is not replaced");
     }
     const fs::path target = fs::weakly_canonical(output, unknown);
     for (const std::string& input : inputs) {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>

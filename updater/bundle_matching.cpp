@@ -35,7 +35,7 @@ std::optional<Bundle> openBundle(const fs::path& path) {
 }
 
 /// Returns the item's bundle if it has the identifier of the running one; else logs the reason,
-/// except for items that are no packages.
+/// except for items that are not packages.
 std::optional<Bundle> matchingBundle(const DirectoryEnumerator::Item& item) {
     if (item.typeError) {
         log(filled("Error retrieving UTI for item at %@: %@",

@@ -1,6 +1,5 @@
 #include "updater/feed_response.h"
 
-#include <memory>
 #include <string_view>
 
 #include "platform/core/error.h"
@@ -114,15 +113,18 @@ Result<SQRLUpdate> makeUpdate(const Value& offer, const URLRequest& request) {
     return update;
 }
 
-/// Compares the versions as the running updater does: with a log line if the offer is newer.
-Result<SQRLUpdate> updateFromFeedWithLog(const std::string& body, const URLRequest& request) {
+/// `isVersionNewer` or `ClientUpdater::checkUpdaterVersionNewer`, which differ in the log line.
+using VersionCheck = bool(const std::string& current, const std::string& updateTo,
+                          platform::Status& error);
+
+Result<SQRLUpdate> updateIn(const std::string& body, const URLRequest& request,
+                            VersionCheck& isNewer) {
     const auto offer = readOffer(body);
     if (!offer) {
         return offer.error();
     }
     platform::Status error;
-    if (!ClientUpdater::checkUpdaterVersionNewer(currentVersion(request),
-                                                 offeredVersion(*offer->dictionary()), error)) {
+    if (!isNewer(currentVersion(request), offeredVersion(*offer->dictionary()), error)) {
         return error;
     }
     return makeUpdate(*offer, request);
@@ -131,15 +133,7 @@ Result<SQRLUpdate> updateFromFeedWithLog(const std::string& body, const URLReque
 }  // namespace
 
 Result<SQRLUpdate> updateFromFeed(const std::string& body, const URLRequest& request) {
-    const auto offer = readOffer(body);
-    if (!offer) {
-        return offer.error();
-    }
-    platform::Status error;
-    if (!isVersionNewer(currentVersion(request), offeredVersion(*offer->dictionary()), error)) {
-        return error;
-    }
-    return makeUpdate(*offer, request);
+    return updateIn(body, request, isVersionNewer);
 }
 
 platform::RACSignal<SQRLUpdate> ClientUpdater::updateFromJSONData(std::string body) const {
@@ -147,7 +141,7 @@ platform::RACSignal<SQRLUpdate> ClientUpdater::updateFromJSONData(std::string bo
     return platform::RACSignal<SQRLUpdate>::defer(
         platform::filled("%@ -updateFromJSONData:", {description()}),
         [body = std::move(body), request = updateRequest()] {
-            return updateFromFeedWithLog(body, request);
+            return updateIn(body, request, checkUpdaterVersionNewer);
         });
 }
 

@@ -13,7 +13,6 @@
 #include <charconv>
 #include <chrono>
 #include <climits>
-#include <cstdlib>
 #include <ctime>
 #include <thread>
 

@@ -9,7 +9,6 @@
 #include <iostream>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "examples/client/instance.h"
 #include "platform/core/error.h"

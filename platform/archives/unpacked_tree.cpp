@@ -7,6 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <filesystem>
+#include <span>
 
 // How it works: every item is created with a call relative to the descriptor of its parent folder
 // (mkdirat, openat, symlinkat, linkat), and each of these calls fails if the name exists. The
@@ -76,14 +77,12 @@ std::span<const std::string> parentOf(const PathComponents& path) {
 int writeAllAt(int descriptor, std::string_view bytes, off_t offset) {
     while (!bytes.empty()) {
         const ssize_t written = pwrite(descriptor, bytes.data(), bytes.size(), offset);
-        if (written < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
+        if (written < 0 && errno != EINTR) {
             return errno;
         }
-        bytes.remove_prefix(static_cast<std::size_t>(written));
-        offset += written;
+        const ssize_t count = written < 0 ? 0 : written;
+        bytes.remove_prefix(static_cast<std::size_t>(count));
+        offset += count;
     }
     return 0;
 }

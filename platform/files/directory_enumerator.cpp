@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstddef>
+#include <memory>
 
 #include "platform/core/deleter.h"
 #include "platform/core/error.h"

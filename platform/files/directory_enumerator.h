@@ -1,9 +1,7 @@
 #pragma once
 
-#include <cstddef>
 #include <filesystem>
 #include <functional>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>

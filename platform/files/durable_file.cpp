@@ -61,8 +61,8 @@ int moveOver(const std::string& temporary, const fs::path& path) {
     return rename(temporary.c_str(), path.c_str()) == 0 ? 0 : errno;
 }
 
-/// Returns 0 or an `errno` value. Network file systems do not support RENAME_NOREPLACE, and some
-/// other file systems do not support hard links.
+/// Returns 0 or an `errno` value. Falls back to a hard link: network file systems do not support
+/// RENAME_NOREPLACE, and some other file systems do not support hard links.
 int moveToFreePlace(const std::string& temporary, const fs::path& path) {
     if (renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) == 0) {
         return 0;

@@ -11,12 +11,11 @@
 #include "platform/http/http_address.h"
 #include "platform/http/http_error.h"
 #include "platform/http/http_exchange.h"
-#include "platform/http/http_failures.h"
 
 // How it works: a request is a sequence of exchanges on one multi handle, which keeps connections
 // alive for the next exchange. Each exchange ends with a response or with the location of a
 // redirect. `HttpAddress` decides whether the location may be contacted, `followRedirect` adapts
-// method, body and headers, and the loop goes on with the next exchange. Both public operations
+// method, body and headers, and the loop continues with the next exchange. Both public operations
 // stream the body to a receiver; `sendHttpRequest` collects it in a string.
 namespace teravolant::platform {
 namespace {
@@ -32,7 +31,7 @@ bool describesTheBody(const HttpHeader& header) {
     return equalIgnoringCase(header.name.substr(0, 8), "Content-");
 }
 
-/// Changes the request to the one that follows a redirect (RFC 9110, section 15.4).
+/// Adapts the request to the redirect that it follows (RFC 9110, section 15.4).
 void followRedirect(HttpRequest& request, int status, bool sameOrigin) {
     if (status != 307 && status != 308 && request.method == HttpMethod::Post) {
         request.method = HttpMethod::Get;

@@ -9,7 +9,6 @@
 #include "platform/core/error.h"
 #include "platform/core/text.h"
 #include "platform/http/http_error.h"
-#include "platform/http/http_failures.h"
 
 namespace teravolant::platform {
 namespace {
@@ -74,9 +73,9 @@ Result<HttpAddress> HttpAddress::checked(Handle handle) {
         return httpError(HttpError::badUrl, "The address does not contain a host.");
     }
     if (!address._isSecure && !address._isLoopback) {
-        return httpError(
-            HttpError::unsupportedUrl,
-            quoted(address._displayedHost) + " is not asked over plain http: only https is safe.");
+        return httpError(HttpError::unsupportedUrl,
+                         quoted(address._displayedHost) +
+                             " is not contacted over plain http: only https is safe.");
     }
     return address;
 }

@@ -2,7 +2,6 @@
 
 #include <memory>
 #include <string>
-#include <string_view>
 
 #include "platform/core/result.h"
 
@@ -11,12 +10,12 @@ namespace teravolant::platform {
 /// A URL that may be contacted: https to any host, http to a loopback host.
 class HttpAddress {
   public:
-    /// Fails with `badUrl` for a malformed URL, and with `unsupportedUrl` for one that must not be
-    /// contacted.
+    /// Fails with `badUrl` for a malformed URL, and with `unsupportedUrl` for a URL that must not
+    /// be contacted.
     static Result<HttpAddress> parse(const std::string& url);
 
     /// Returns the target of a redirect (RFC 9110, section 10.2.2). Fails for a target that must
-    /// not be contacted: a redirect from https to http, for one.
+    /// not be contacted, for example http after https.
     [[nodiscard]] Result<HttpAddress> redirectedTo(const std::string& location) const;
 
     /// May contain credentials: not for messages.

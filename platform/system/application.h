@@ -60,8 +60,7 @@ class ApplicationDelegate {
 /// - The main bundle's Helpers folder comes first on `PATH`. Empty entries, which stand for the
 ///   working directory, are removed. If no other entry remains, the system's default ones follow.
 /// - `DESKTOP_AUTOSTART_ID`, with which a session manager marks a start at login, is read and
-/// removed
-///   from the environment, so that child processes do not inherit the mark.
+///   removed from the environment, so that child processes do not inherit the mark.
 class Application {
   public:
     static Application& sharedApplication();

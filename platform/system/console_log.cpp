@@ -22,6 +22,7 @@ const std::string& nameOfThisProcess() {
 void logToConsole(std::string_view message) {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
+    // With leading zeros. The first digit is not printed.
     const std::string milliseconds = std::to_string(1000 + now.tv_nsec / 1'000'000);
     std::string line;
     line.reserve(message.size() + 128);

@@ -3,7 +3,6 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
-#include <string>
 #include <string_view>
 
 #include "platform/core/result.h"

@@ -10,6 +10,7 @@
 #include <charconv>
 #include <csignal>
 #include <cstdlib>
+#include <optional>
 #include <string_view>
 #include <system_error>
 
@@ -25,8 +26,8 @@
 // of its own.
 //
 // `runShellCommand` uses `system`, which ignores SIGINT and SIGQUIT in the caller while it waits.
-// The terminal sends an interrupt to both processes, so the caller would miss it: the status of the
-// command tells, directly or as the shell's 128 + SIGINT, that an interrupt ended it.
+// Ctrl-C sends SIGINT to both processes, and the caller misses it. The status of the command shows
+// whether SIGINT ended it: directly, or as the shell's exit status 128 + SIGINT.
 //
 // `ProcessListing` changes the environment, standard output and the signal mask of this process,
 // because the children of `system` and `popen` inherit them.

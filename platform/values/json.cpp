@@ -1,12 +1,13 @@
 #include "platform/values/json.h"
-#include "platform/core/error.h"
 
 #include <algorithm>
 #include <cmath>
-#include <optional>
 #include <utility>
+#include <vector>
 
 #include <nlohmann/json.hpp>
+
+#include "platform/core/error.h"
 
 // How it works: nlohmann's SAX parser reports a document as a sequence of events and does not
 // recurse. `JsonBuilder` turns the events into a `Value` and keeps a stack of the open containers,

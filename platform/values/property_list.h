@@ -21,7 +21,7 @@ inline constexpr std::size_t kLargestPropertyList = std::size_t{16} << 20U;
 ///
 /// - An integer is decimal, or hexadecimal after "0x", and fits a signed 64-bit integer.
 /// - A date has the form 2001-02-03T04:05:06Z, with a year from 0001 to 9999.
-/// - A key that a dictionary holds twice has its last value.
+/// - If a dictionary holds a key twice, the last value wins.
 ///
 /// Fails with `NSFileReadCorruptFileError` for everything else, and for a larger or deeper property
 /// list than the limits above. The description names the fault and its line. The binary form is not

@@ -1,5 +1,5 @@
 // How it works: expat reports each tag and each piece of text of a document, and `Reader` checks
-// that it may stand where it does. The reader keeps the open arrays and dictionaries in a vector
+// that it may occur there. The reader keeps the open arrays and dictionaries in a vector
 // instead of recursing, so that the input cannot exhaust the stack. Every other element ("leaf")
 // collects its text until its end tag, which makes the value. The first fault stops the parser.
 
@@ -38,7 +38,7 @@ std::string_view trimmed(std::string_view text) {
     return text.substr(0, text.find_last_not_of(kWhiteSpace) + 1);
 }
 
-/// The number that the whole text stands for; `format` is a base or a `std::chars_format`.
+/// Returns the number that the whole text represents. `format` is a base or a `std::chars_format`.
 template <typename Number, typename Format>
 std::optional<Number> numberIn(std::string_view text, Format format) {
     Number number{};
@@ -101,8 +101,11 @@ Parsed dataIn(std::string_view text) {
             ++paddings;
         } else if (digit != kDigits.npos && paddings == 0) {
             bits = bits << 6U | static_cast<std::uint32_t>(digit);
-            if (const std::size_t left = 6 - digits++ % 4 * 2; left < 6) {
-                data.push_back(static_cast<std::uint8_t>(bits >> left));
+            // In a group of four digits, each digit after the first one completes a byte. Its
+            // remaining bits belong to the next byte.
+            const std::size_t position = digits++ % 4;
+            if (position > 0) {
+                data.push_back(static_cast<std::uint8_t>(bits >> (6 - 2 * position)));
             }
         } else if (kWhiteSpace.find(character) == kWhiteSpace.npos) {
             return std::nullopt;
@@ -194,7 +197,8 @@ class Reader {
         }
     }
 
-    /// Why a key, or else a value, must not begin here, or null.
+    /// Returns why a key, or a value if `isKey` is false, must not begin here. Returns null if it
+    /// may.
     [[nodiscard]] const char* faultOfPlace(bool isKey) const {
         const bool isInDictionary = !_open.empty() && _open.back().isDictionary;
         if (_leaf != nullptr) {
@@ -273,8 +277,8 @@ class Reader {
     std::unique_ptr<XML_ParserStruct, Deleter<XML_ParserFree>> _parser{XML_ParserCreate(nullptr)};
     bool _isAtBegin = true;
     std::vector<Container> _open;
-    const Leaf* _leaf = nullptr;  ///< The open one.
-    std::string _text;            ///< Of the leaf.
+    const Leaf* _leaf = nullptr;  ///< The open leaf, or null.
+    std::string _text;            ///< The text of the open leaf so far.
     std::optional<Value> _root;
     std::string _fault;
 };

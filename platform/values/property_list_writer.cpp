@@ -81,7 +81,7 @@ std::string element(const std::string& name, const std::string& content) {
     return content.empty() ? "<" + name + "/>\n" : "<" + name + ">" + content + "</" + name + ">\n";
 }
 
-/// The value as an element that ends its line. The indentation is that of its first line.
+/// Returns the value as an element with a final line feed. Its first line has `indentation`.
 std::string elementOf(const Value& value, const std::string& indentation) {
     if (const auto* text = value.text()) {
         return element("string", escaped(*text));

@@ -13,7 +13,6 @@
 #include "platform/http/http.h"
 #include "platform/http/http_error.h"
 #include "platform/http/http_exchange.h"
-#include "platform/http/http_failures.h"
 #include "platform/system/application.h"
 
 // How it works: every request runs on a thread of its own, which queues the result on the main

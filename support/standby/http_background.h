@@ -9,8 +9,8 @@ namespace teravolant {
 
 /// Runs `platform::sendHttpRequest` on a new thread and returns at once. `complete` receives the
 /// result on the main thread, from the main queue of the shared application object, which must
-/// exist. A failure to start is such a result, too. When the process exits, the request is
-/// cancelled without waiting for the server, and `complete` is not called.
+/// exist. If the request cannot be started, the result is that error. When the process exits, the
+/// request is cancelled without waiting for the server, and `complete` is not called.
 void sendHttpRequestInBackground(
     platform::HttpRequest request, platform::HttpOptions options,
     std::function<void(const platform::Result<platform::HttpResponse>&)> complete);
