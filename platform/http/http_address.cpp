@@ -73,9 +73,9 @@ Result<HttpAddress> HttpAddress::checked(Handle handle) {
         return httpError(HttpError::badUrl, "The address does not contain a host.");
     }
     if (!address._isSecure && !address._isLoopback) {
-        return httpError(HttpError::unsupportedUrl,
-                         quoted(address._displayedHost) +
-                             " is not contacted over plain http: only https is safe.");
+        return httpError(
+            HttpError::unsupportedUrl,
+            quoted(address._displayedHost) + " is not asked over plain http: only https is safe.");
     }
     return address;
 }

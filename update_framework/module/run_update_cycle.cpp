@@ -90,7 +90,7 @@ Error refusedBundle(const std::string& reason) {
 Status checkBundle(const Bundle& bundle, const SQRLUpdate& offer) {
     const auto version = bundle.shortVersion();
     if (version != offer.version) {
-        return refusedBundle("its version is " + version.value_or(kMissingValueMark) + ", but " +
+        return refusedBundle("its version is " + version.value_or(kMissingValueMark) + " where " +
                              offer.version + " was offered.");
     }
     if (!bundle.canRun()) {
