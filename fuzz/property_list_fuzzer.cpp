@@ -7,6 +7,7 @@
 
 #include "fuzz/require.h"
 #include "platform/core/error.h"
+#include "platform/core/file_error.h"
 #include "platform/values/printed_form.h"
 
 namespace {

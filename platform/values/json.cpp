@@ -1,5 +1,6 @@
 #include "platform/values/json.h"
 #include "platform/core/error.h"
+#include "platform/core/file_error.h"
 
 #include <algorithm>
 #include <cmath>
@@ -17,7 +18,7 @@ namespace {
 
 using nlohmann::json;
 
-Error notJson(std::string_view reason, std::size_t position) {
+Status notJson(std::string_view reason, std::size_t position) {
     return Error{
         .domain = std::string(NSCocoaErrorDomain),
         .code = NSPropertyListReadCorruptError,

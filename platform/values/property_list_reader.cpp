@@ -17,6 +17,7 @@
 
 #include "platform/core/deleter.h"
 #include "platform/core/error.h"
+#include "platform/core/file_error.h"
 #include "platform/files/files.h"
 
 namespace teravolant::platform {
@@ -27,7 +28,7 @@ using Parsed = std::optional<Value>;
 
 constexpr std::string_view kWhiteSpace = " \t\r\n";
 
-Error corrupt(std::string_view reason) {
+Status corrupt(std::string_view reason) {
     return Error{.domain = std::string(NSCocoaErrorDomain),
                  .code = NSFileReadCorruptFileError,
                  .localizedDescription = std::string(reason)};
