@@ -16,7 +16,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "platform/core/error.h"
 #include "support/logger.h"
 #include "support/standby/crypto.h"
 #include "updater/client_updater.h"

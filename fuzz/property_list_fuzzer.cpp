@@ -7,6 +7,7 @@
 
 #include "fuzz/require.h"
 #include "platform/core/error.h"
+#include "platform/core/file_error.h"
 #include "platform/values/printed_form.h"
 
 namespace {
@@ -37,7 +38,10 @@ std::ptrdiff_t lineBreaksOf(const Value& value) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const auto read = parsePropertyList({reinterpret_cast<const char*>(data), size});
     if (!read) {
-        require(read.error().code == NSFileReadCorruptFileError,
+        const bool isBinary = size >= 6 && std::string_view("bplist").starts_with(
+                                               {reinterpret_cast<const char*>(data), 6});
+        require(read.error().code == (isBinary ? NSPropertyListReadUnknownVersionError
+                                               : NSFileReadCorruptFileError),
                 "malformed data is reported as a corrupt file");
         return 0;
     }

@@ -6,6 +6,7 @@
 #include "launcher/task_runner.h"
 #include "launcher/teravolant_app.h"
 #include "platform/core/error.h"
+#include "platform/core/file_error.h"
 #include "platform/files/files.h"
 #include "platform/files/paths.h"
 #include "platform/system/bundle.h"

@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "platform/core/error.h"
+#include "platform/core/file_error.h"
 #include "platform/core/text.h"
 #include "platform/files/files.h"
 #include "platform/files/paths.h"
@@ -20,7 +21,7 @@ namespace fs = std::filesystem;
 
 constexpr std::string_view kPropertyListKey = "\nX-Teravolant-PropertyList=";
 
-Error unusable(std::string description) {
+Status unusable(std::string description) {
     return Error{.domain = std::string(NSCocoaErrorDomain),
                  .code = NSFileReadCorruptFileError,
                  .localizedDescription = std::move(description)};

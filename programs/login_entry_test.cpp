@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/core/error.h"
 #include "platform/files/files.h"
 #include "platform/values/property_list.h"
 #include "tests/fixtures/temporary_folder.h"
@@ -32,7 +31,7 @@ TEST(LoginEntry, QuotesArgumentsAndNamesItsPropertyList) {
                   folder.path().string() + R"(/with\\back\nslash.plist)" + "\nNoDisplay=true\n");
     folder.write("autostart/some.label.desktop", text);
     const auto again = agentOfLoginEntry("some.label");
-    ASSERT_TRUE(again) << again.error().localizedDescription;
+    ASSERT_TRUE(again) << printedForm(again.error());
     EXPECT_EQ(again->programArguments, agent->programArguments);
 }
 

@@ -7,7 +7,6 @@
 #include <iostream>
 #include <limits>
 
-#include "platform/core/error.h"
 #include "platform/files/paths.h"
 #include "update_framework/module/run_update_cycle.h"
 #include "updater/client_updater.h"

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include "platform/archives/archives.h"
-#include "platform/core/error.h"
 #include "platform/crypto/digests.h"
 #include "platform/crypto/encodings.h"
 #include "platform/crypto/signatures.h"

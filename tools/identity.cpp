@@ -1,5 +1,6 @@
 #include "tools/identity.h"
 
+#include "platform/core/error.h"
 #include "platform/core/text.h"
 #include "platform/core/url.h"
 #include "update_framework/updater_error.h"
@@ -14,7 +15,7 @@ using platform::quoted;
 using platform::Result;
 using platform::Status;
 
-Error refusedBundle(std::string reason) {
+Status refusedBundle(std::string reason) {
     return platform::updaterError(platform::SQRLUpdaterErrorRefusedBundle, std::move(reason));
 }
 

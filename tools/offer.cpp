@@ -1,5 +1,6 @@
 #include "tools/offer.h"
 
+#include "platform/core/error.h"
 #include "platform/core/url.h"
 #include "platform/crypto/digests.h"
 #include "platform/crypto/encodings.h"

@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <iostream>
 
-#include "platform/core/error.h"
+#include "platform/core/file_error.h"
 #include "platform/core/text.h"
 #include "platform/files/paths.h"
 

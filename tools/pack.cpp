@@ -54,7 +54,7 @@ class ProgressBar {
     int _percent = -1;
 };
 
-Error refused(const fs::path& path, std::string_view reason) {
+Status refused(const fs::path& path, std::string_view reason) {
     return platform::updaterError(
         platform::SQRLUpdaterErrorRefusedBundle,
         platform::quoted(path.string()) + " " + std::string(reason) + ".");

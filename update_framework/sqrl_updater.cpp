@@ -28,7 +28,7 @@
 namespace teravolant::platform {
 namespace {
 
-Error checkNotPossible(std::string description) {
+Status checkNotPossible(std::string description) {
     return updaterError(SQRLUpdaterErrorCheckNotPossible, std::move(description));
 }
 
@@ -53,14 +53,14 @@ Status checkNotReplaced(const Bundle& running) {
 void SQRLUpdater::checkForUpdates(const Failed& failed) {
     UpdaterState expected = UpdaterState::idle;
     if (!_state.compare_exchange_strong(expected, UpdaterState::checking)) {
-        failed(checkNotPossible("An update check is running or has already found an update."));
+        failed(*checkNotPossible("An update check is running or has already found an update."));
         return;
     }
     try {
         std::thread([self = shared_from_this(), failed] { self->checkAndStage(failed); }).detach();
     } catch (const std::system_error& exception) {
-        failed(checkNotPossible(std::string("The update check could not be started: ") +
-                                exception.what()));
+        failed(*checkNotPossible(std::string("The update check could not be started: ") +
+                                 exception.what()));
         _state = UpdaterState::idle;
     }
 }

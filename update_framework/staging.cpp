@@ -16,6 +16,7 @@
 #include <system_error>
 
 #include "platform/core/error.h"
+#include "platform/core/file_error.h"
 #include "platform/core/text.h"
 #include "platform/files/durable_file.h"
 #include "platform/files/exchange.h"
@@ -35,12 +36,12 @@ fs::path recordPath(const fs::path& cacheFolder) { return cacheFolder / "staged.
 /// Where the old bundle is between the two renames.
 fs::path asidePath(const fs::path& target) { return stagingFolderFor(target) / ".previous.app"; }
 
-Error notInstalled(const StagedUpdate& update, int errorNumber) {
+Status notInstalled(const StagedUpdate& update, int errorNumber) {
     const std::string attempt = "The update to version " + update.version +
                                 " could not be installed at " + quoted(update.target.string());
     return updaterError(
         SQRLUpdaterErrorInstallationFailed,
-        errorFromErrno(errorNumber, FileAccess::Write, attempt).localizedDescription);
+        errorFromErrno(errorNumber, FileAccess::Write, attempt)->localizedDescription);
 }
 
 /// Returns 0 or an `errno` value.

@@ -4,7 +4,7 @@
 #include <string>
 #include <utility>
 
-#include "platform/core/error.h"
+#include "platform/core/result.h"
 
 namespace teravolant::platform {
 
@@ -27,10 +27,7 @@ enum SQRLUpdaterErrorCode : std::int64_t {
 inline constexpr const char* SQRLUpdaterServerDataErrorKey = "SQRLUpdaterServerDataErrorKey";
 inline constexpr const char* SQRLUpdaterJSONObjectErrorKey = "SQRLUpdaterJSONObjectErrorKey";
 
-[[nodiscard]] inline Error updaterError(SQRLUpdaterErrorCode code, std::string description) {
-    return Error{.domain = SQRLUpdaterErrorDomain,
-                 .code = code,
-                 .localizedDescription = std::move(description)};
-}
+/// Returns an error of `SQRLUpdaterErrorDomain`.
+[[nodiscard]] Status updaterError(SQRLUpdaterErrorCode code, std::string description);
 
 }  // namespace teravolant::platform

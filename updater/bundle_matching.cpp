@@ -1,6 +1,5 @@
 #include <system_error>
 
-#include "platform/core/error.h"
 #include "platform/core/text.h"
 #include "platform/core/url.h"
 #include "platform/files/directory_enumerator.h"

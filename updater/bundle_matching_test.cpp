@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/core/error.h"
+#include "platform/core/file_error.h"
 #include "platform/core/url.h"
 #include "tests/fixtures/log_reader.h"
 #include "tests/fixtures/temporary_folder.h"

@@ -1,6 +1,5 @@
 #include <atomic>
 
-#include "platform/core/error.h"
 #include "platform/system/application.h"
 #include "support/logger.h"
 #include "updater/client_updater.h"

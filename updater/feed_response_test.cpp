@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/core/error.h"
+#include "platform/core/file_error.h"
 #include "platform/values/json.h"
 #include "tests/fixtures/log_reader.h"
 #include "update_framework/updater_error.h"

@@ -8,7 +8,6 @@
 #include <limits>
 #include <string_view>
 
-#include "platform/core/error.h"
 #include "platform/core/text.h"
 #include "platform/values/printed_form.h"
 #include "support/logger.h"
@@ -61,8 +60,8 @@ std::string printed(const ParsedVersion& version) {
                                                              {"build", version.build}});
 }
 
-platform::Error versionError(std::string_view format,
-                             std::initializer_list<std::string_view> values) {
+platform::Status versionError(std::string_view format,
+                              std::initializer_list<std::string_view> values) {
     return platform::updaterError(
         platform::SQRLUpdaterErrorMissingUpdateBundle,
         platform::filled(platform::Bundle::mainBundle().localizedStringForKey(format), values));

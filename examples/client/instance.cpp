@@ -16,7 +16,7 @@
 #include <ctime>
 #include <thread>
 
-#include "platform/core/error.h"
+#include "platform/core/file_error.h"
 #include "platform/core/local_time.h"
 #include "platform/core/text.h"
 #include "platform/files/files.h"
@@ -90,7 +90,7 @@ void awaitEnd(pid_t process) {
     }
 }
 
-platform::Error failure(int number, std::string_view attempt) {
+platform::Status failure(int number, std::string_view attempt) {
     return platform::errorFromErrno(number, platform::FileAccess::Write, attempt);
 }
 

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/core/error.h"
+#include "platform/core/file_error.h"
 #include "platform/files/files.h"
 #include "platform/system/process.h"
 #include "tests/fixtures/temporary_folder.h"

@@ -15,6 +15,7 @@
 #include "platform/core/deleter.h"
 #include "platform/core/error.h"
 #include "platform/core/file_descriptor.h"
+#include "platform/core/file_error.h"
 #include "platform/core/text.h"
 #include "platform/files/durable_file.h"
 #include "platform/files/files.h"
@@ -82,17 +83,17 @@ struct Item {
     time_t modificationTime = kFixedTime;
 };
 
-Error readFailure(const fs::path& path, int errorNumber) {
+Status readFailure(const fs::path& path, int errorNumber) {
     return errorFromErrno(errorNumber, FileAccess::Read,
                           quoted(path.string()) + " could not be packed");
 }
 
-Error refusal(const fs::path& path, std::string_view reason) {
+Status refusal(const fs::path& path, std::string_view reason) {
     return archiveError(NSFileReadUnknownError, quoted(path.string()) + " " + std::string(reason) +
                                                     ": it can't be packed.");
 }
 
-Error writeFailure(const fs::path& archive, int errorNumber) {
+Status writeFailure(const fs::path& archive, int errorNumber) {
     return errorFromErrno(errorNumber, FileAccess::Write,
                           "The archive " + quoted(archive.string()) + " could not be written");
 }
@@ -177,7 +178,7 @@ class Packer {
     }
 
     /// The error of the libarchive call that failed last, which may have no `errno` value.
-    [[nodiscard]] Error failure() const {
+    [[nodiscard]] Status failure() const {
         const int number = archive_errno(_writer.get());
         return writeFailure(_target, number > 0 ? number : EIO);
     }

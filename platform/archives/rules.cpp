@@ -1,6 +1,7 @@
 #include "platform/archives/rules.h"
 
 #include "platform/core/error.h"
+#include "platform/core/file_error.h"
 #include "platform/core/text.h"
 
 namespace teravolant::platform {
@@ -16,13 +17,13 @@ std::string_view takeComponent(std::string_view& path) {
     return component;
 }
 
-Error refusal(std::string reason) {
+Status refusal(std::string reason) {
     return archiveError(NSFileReadCorruptFileError, std::move(reason));
 }
 
 }  // namespace
 
-Error archiveError(std::int64_t code, std::string description) {
+Status archiveError(std::int64_t code, std::string description) {
     return Error{.domain = std::string(NSCocoaErrorDomain),
                  .code = code,
                  .localizedDescription = std::move(description)};

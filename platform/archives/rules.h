@@ -51,6 +51,6 @@ class Utf8Names {
 };
 
 /// Returns an error of `NSCocoaErrorDomain`.
-Error archiveError(std::int64_t code, std::string description);
+Status archiveError(std::int64_t code, std::string description);
 
 }  // namespace teravolant::platform

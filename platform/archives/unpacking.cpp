@@ -12,6 +12,7 @@
 #include "platform/core/deleter.h"
 #include "platform/core/error.h"
 #include "platform/core/file_descriptor.h"
+#include "platform/core/file_error.h"
 #include "platform/core/text.h"
 
 // How it works: libarchive detects the format and the compression and returns one entry after the
@@ -55,9 +56,9 @@ class ArchiveReader {
     Status unpackHardLink(std::string_view target, const PathComponents& path);
     [[nodiscard]] bool lacksItsEnd() const;
 
-    [[nodiscard]] Error refusal(std::string_view reason) const;
-    [[nodiscard]] Error damage() const;
-    [[nodiscard]] Error errorOf(const TreeFailure& failure) const;
+    [[nodiscard]] Status refusal(std::string_view reason) const;
+    [[nodiscard]] Status damage() const;
+    [[nodiscard]] Status errorOf(const TreeFailure& failure) const;
     [[nodiscard]] Status statusOf(const TreeStatus& status) const {
         return status ? Status(errorOf(*status)) : Status();
     }
@@ -72,17 +73,17 @@ class ArchiveReader {
 
 std::string titleOf(const std::string& name) { return quoted(name) + " in the archive"; }
 
-Error ArchiveReader::refusal(std::string_view reason) const {
+Status ArchiveReader::refusal(std::string_view reason) const {
     return archiveError(NSFileReadCorruptFileError, _entryTitle + " " + std::string(reason) +
                                                         ": the archive can't be unpacked.");
 }
 
-Error ArchiveReader::damage() const {
+Status ArchiveReader::damage() const {
     return archiveError(NSFileReadCorruptFileError,
                         _entryTitle + " is damaged: " + messageOf(_reader) + ".");
 }
 
-Error ArchiveReader::errorOf(const TreeFailure& failure) const {
+Status ArchiveReader::errorOf(const TreeFailure& failure) const {
     using Reason = TreeFailure::Reason;
     switch (failure.reason) {
         case Reason::Exists:

@@ -8,29 +8,6 @@
 
 namespace teravolant::platform {
 
-inline constexpr std::string_view NSCocoaErrorDomain = "NSCocoaErrorDomain";
-
-/// The codes of `NSCocoaErrorDomain` that the platform's operations return.
-enum CocoaErrorCode : std::int64_t {
-    NSFileNoSuchFileError = 4,
-    NSFileLockingError = 255,
-    NSFileReadUnknownError = 256,
-    NSFileReadNoPermissionError = 257,
-    NSFileReadInvalidFileNameError = 258,
-    NSFileReadCorruptFileError = 259,
-    NSFileReadNoSuchFileError = 260,
-    NSFileReadTooLargeError = 263,
-    NSFileWriteUnknownError = 512,
-    NSFileWriteNoPermissionError = 513,
-    NSFileWriteInvalidFileNameError = 514,
-    NSFileWriteFileExistsError = 516,
-    NSFileWriteOutOfSpaceError = 640,
-    NSFileWriteVolumeReadOnlyError = 642,
-    NSUserCancelledError = 3072,
-    NSPropertyListReadCorruptError = 3840,  ///< Also for JSON.
-    NSPropertyListWriteInvalidError = 3852,
-};
-
 /// Keys of an error's user information. The entry `NSLocalizedDescriptionKey` is the error's own
 /// field.
 inline constexpr const char* NSLocalizedRecoverySuggestionErrorKey =
@@ -67,21 +44,5 @@ struct Error {
         return userInformation<Error>(NSUnderlyingErrorKey);
     }
 };
-
-/// Returns domain, code and description, then those of the underlying error if there is one.
-[[nodiscard]] std::string printedForm(const Error& error);
-
-enum class FileAccess { Read, Write };
-
-/// Returns the error in `NSCocoaErrorDomain` of a file operation that failed with `errorNumber`, an
-/// `errno` value.
-///
-/// The description is `attempt`, as in "“/a/b” could not be opened", and the system's explanation
-/// of the number.
-[[nodiscard]] Error errorFromErrno(int errorNumber, FileAccess access, std::string_view attempt);
-
-/// The same for a file that could not be read or written.
-[[nodiscard]] Error readError(int errorNumber, const std::string& path);
-[[nodiscard]] Error writeError(int errorNumber, const std::string& path);
 
 }  // namespace teravolant::platform

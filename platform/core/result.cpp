@@ -17,4 +17,14 @@ Status& Status::operator=(const Status& other) {
 
 void Status::Delete::operator()(const Error* error) const { delete error; }
 
+std::string printedForm(const Error& error) {
+    std::string text = "Error Domain=" + error.domain + " Code=" + std::to_string(error.code) +
+                       " \"" + error.localizedDescription + "\"";
+    if (const Error* const underlying = error.underlyingError()) {
+        text += " UserInfo={" + std::string(NSUnderlyingErrorKey) + "=" + printedForm(*underlying) +
+                "}";
+    }
+    return text;
+}
+
 }  // namespace teravolant::platform

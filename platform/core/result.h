@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cassert>
 #include <memory>
 #include <optional>
+#include <string>
 #include <utility>
 #include <variant>
 
@@ -10,6 +12,9 @@
 namespace teravolant::platform {
 
 struct Error;
+
+/// Returns domain, code and description, then those of the underlying error if there is one.
+[[nodiscard]] std::string printedForm(const Error& error);
 
 /// An error or nothing: the result of an operation that returns no value.
 ///
@@ -48,7 +53,9 @@ class [[nodiscard]] Result {
     Result(const Error& error) : _content(std::in_place_index<1>, error) {}
     Result(Error&& error) : _content(std::in_place_index<1>, std::move(error)) {}
     /// `error` must hold an error.
-    Result(Status error) : _content(std::in_place_index<1>, std::move(error)) {}
+    Result(Status error) : _content(std::in_place_index<1>, std::move(error)) {
+        assert(*std::get_if<1>(&_content));
+    }
 
     explicit operator bool() const { return _content.index() == 0; }
 

@@ -27,7 +27,7 @@ const unsigned char* octets(std::string_view bytes) {
     return reinterpret_cast<const unsigned char*>(bytes.data());
 }
 
-Error securityError(CryptoError::Code code, std::string description) {
+Status securityError(CryptoError::Code code, std::string description) {
     // An entry left in OpenSSL's per-thread queue looks like the failure of a later operation.
     ERR_clear_error();
     return Error{.domain = std::string(kCryptoErrorDomain),

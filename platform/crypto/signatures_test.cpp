@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/core/error.h"
 #include "platform/crypto/encodings.h"
 
 namespace teravolant::platform {
@@ -30,7 +29,7 @@ TEST(Base64, RefusesNonCanonicalText) {
 
 TEST(Signatures, MatchRfc8032AndRefuseMalformedInput) {
     const auto signer = SigningKey::fromPem(kPrivateKey);
-    ASSERT_TRUE(signer) << signer.error().localizedDescription;
+    ASSERT_TRUE(signer) << printedForm(signer.error());
     EXPECT_EQ(*signer->pem(), kPrivateKey);
     EXPECT_EQ(*signer->publicKey(), kPublicKey);
     EXPECT_EQ(*signer->sign(kMessage), kSignature);

@@ -9,8 +9,8 @@
 #include <memory>
 
 #include "platform/core/deleter.h"
-#include "platform/core/error.h"
 #include "platform/core/file_descriptor.h"
+#include "platform/core/file_error.h"
 #include "platform/core/text.h"
 
 namespace teravolant::platform {
@@ -62,7 +62,7 @@ void DirectoryEnumerator::open(int parent, const char* name) {
         openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     DIR* const folder = descriptor ? fdopendir(descriptor.get()) : nullptr;
     if (folder == nullptr) {
-        _errorHandler(_path, readError(errno, _path));
+        _errorHandler(_path, *readError(errno, _path));
         return;
     }
     (void)descriptor.release();
@@ -81,7 +81,7 @@ bool DirectoryEnumerator::readItem(Level& level) {
         entry = readdir(level.folder.get());
         if (entry == nullptr) {
             if (errno != 0) {
-                _errorHandler(_path, readError(errno, _path));
+                _errorHandler(_path, *readError(errno, _path));
             }
             return false;
         }

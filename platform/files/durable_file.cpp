@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <string>
 
-#include "platform/core/error.h"
 #include "platform/core/file_descriptor.h"
+#include "platform/core/file_error.h"
 #include "platform/files/file_lock.h"
 
 // How it works: a write goes through one temporary file beside the target, whose name is fixed. The

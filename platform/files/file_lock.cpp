@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "platform/core/error.h"
+#include "platform/core/file_error.h"
 #include "platform/core/text.h"
 
 namespace teravolant::platform {
@@ -42,7 +43,7 @@ int lockWithin(int descriptor, std::chrono::milliseconds patience) {
     return 0;
 }
 
-Error lockError(int errorNumber, const fs::path& path) {
+Status lockError(int errorNumber, const fs::path& path) {
     if (errorNumber != EWOULDBLOCK) {
         return writeError(errorNumber, path.native());
     }

@@ -18,7 +18,7 @@ inline constexpr std::chrono::milliseconds kLockPatience = std::chrono::seconds(
 [[nodiscard]] int lockWithin(int descriptor, std::chrono::milliseconds patience);
 
 /// The error of `lockWithin` for the file at `path`: `NSFileLockingError` for EWOULDBLOCK.
-[[nodiscard]] Error lockError(int errorNumber, const std::filesystem::path& path);
+[[nodiscard]] Status lockError(int errorNumber, const std::filesystem::path& path);
 
 /// An exclusive lock between processes, held from creation to destruction.
 ///

@@ -10,8 +10,8 @@
 #include <memory>
 #include <system_error>
 
-#include "platform/core/error.h"
 #include "platform/core/file_descriptor.h"
+#include "platform/core/file_error.h"
 #include "platform/core/text.h"
 
 namespace teravolant::platform {

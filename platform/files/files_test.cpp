@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/core/error.h"
+#include "platform/core/file_error.h"
 #include "tests/fixtures/temporary_folder.h"
 
 namespace teravolant::platform {

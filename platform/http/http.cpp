@@ -6,7 +6,6 @@
 #include <curl/curl.h>
 
 #include "platform/core/deleter.h"
-#include "platform/core/error.h"
 #include "platform/core/text.h"
 #include "platform/http/http_address.h"
 #include "platform/http/http_error.h"

@@ -31,7 +31,7 @@ enum Code : std::int64_t {
 };
 }  // namespace HttpError
 
-/// Returns an error of `kHttpErrorDomain`. The caller includes platform/core/error.h.
-[[nodiscard]] Error httpError(HttpError::Code code, std::string description);
+/// Returns an error of `kHttpErrorDomain`.
+[[nodiscard]] Status httpError(HttpError::Code code, std::string description);
 
 }  // namespace teravolant::platform

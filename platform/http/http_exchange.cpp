@@ -9,7 +9,6 @@
 #include <curl/curl.h>
 
 #include "platform/core/deleter.h"
-#include "platform/core/error.h"
 #include "platform/core/text.h"
 #include "platform/http/http_error.h"
 #include "platform/http/http_failures.h"
@@ -102,9 +101,9 @@ class Exchange {
     [[nodiscard]] std::optional<std::string> header(const char* name) const;
     static std::size_t receiveBytes(char* bytes, std::size_t size, std::size_t count, void* self);
     Status receive(std::string_view bytes);
-    [[nodiscard]] Error tooLarge() const;
-    [[nodiscard]] Error cancelled() const;
-    [[nodiscard]] Error failure(CURLcode code) const;
+    [[nodiscard]] Status tooLarge() const;
+    [[nodiscard]] Status cancelled() const;
+    [[nodiscard]] Status failure(CURLcode code) const;
     [[nodiscard]] std::string host() const { return quoted(_address.displayedHost()); }
 
     const HttpAddress& _address;
@@ -344,17 +343,17 @@ Status Exchange::receive(std::string_view bytes) {
     return error;
 }
 
-Error Exchange::tooLarge() const {
+Status Exchange::tooLarge() const {
     return httpError(HttpError::bodyTooLarge, "The response of " + host() + " is larger than the " +
                                                   std::to_string(*_options.maximumBodySize) +
                                                   " bytes allowed.");
 }
 
-Error Exchange::cancelled() const {
+Status Exchange::cancelled() const {
     return httpError(HttpError::cancelled, "The transfer from " + host() + " was cancelled.");
 }
 
-Error Exchange::failure(CURLcode code) const {
+Status Exchange::failure(CURLcode code) const {
     long verdict = 0;
     curl_easy_getinfo(_easy.get(), CURLINFO_SSL_VERIFYRESULT, &verdict);
     return errorOfTransfer(

@@ -14,7 +14,7 @@
 namespace teravolant::platform {
 namespace {
 
-Error certificateError(const FailedTransfer& failed, const std::string& host) {
+Status certificateError(const FailedTransfer& failed, const std::string& host) {
     if (failed.certificateVerdict == X509_V_ERR_CERT_HAS_EXPIRED ||
         failed.certificateVerdict == X509_V_ERR_CERT_NOT_YET_VALID) {
         return httpError(HttpError::certificateHasBadDate,
@@ -29,7 +29,7 @@ Error certificateError(const FailedTransfer& failed, const std::string& host) {
 
 }  // namespace
 
-Error httpError(HttpError::Code code, std::string description) {
+Status httpError(HttpError::Code code, std::string description) {
     return Error{.domain = std::string(kHttpErrorDomain),
                  .code = code,
                  .localizedDescription = std::move(description)};
@@ -42,7 +42,7 @@ std::string secondsText(std::chrono::milliseconds time) {
     return {text.data(), end.ptr};
 }
 
-Error errorOfTransfer(const FailedTransfer& failed) {
+Status errorOfTransfer(const FailedTransfer& failed) {
     const std::string host = quoted(failed.host);
     const std::string reason = " (" + failed.explanation + ").";
     switch (failed.code) {

@@ -21,6 +21,6 @@ struct FailedTransfer {
 
 /// Returns the error of the transfer. Its code and text distinguish failures of the network, of the
 /// server's certificate and of its response.
-[[nodiscard]] Error errorOfTransfer(const FailedTransfer& failed);
+[[nodiscard]] Status errorOfTransfer(const FailedTransfer& failed);
 
 }  // namespace teravolant::platform

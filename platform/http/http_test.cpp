@@ -131,7 +131,7 @@ TEST_F(Http, FollowsRedirectsExceptToPlainHttp) {
 
     const HttpServer upwards(always(redirectTo(secure.url("/a/b"))));
     const auto response = sendHttpRequest({.url = upwards.url("/")});
-    ASSERT_TRUE(response) << response.error().localizedDescription;
+    ASSERT_TRUE(response) << printedForm(response.error());
     EXPECT_EQ(response->body, "reached /d?e");
     EXPECT_EQ(response->url, secure.url("/d?e", "localhost"));
 }

@@ -3,6 +3,7 @@
 #include <system_error>
 
 #include "platform/core/error.h"
+#include "platform/core/file_error.h"
 #include "platform/core/text.h"
 #include "platform/files/durable_file.h"
 #include "platform/files/file_lock.h"

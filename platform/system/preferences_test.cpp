@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "platform/core/error.h"
+#include "platform/core/file_error.h"
 #include "platform/files/files.h"
 #include "tests/fixtures/temporary_folder.h"
 

@@ -14,8 +14,8 @@
 #include <string_view>
 #include <system_error>
 
-#include "platform/core/error.h"
 #include "platform/core/file_descriptor.h"
+#include "platform/core/file_error.h"
 #include "platform/core/text.h"
 #include "platform/files/files.h"
 #include "platform/system/bundle.h"

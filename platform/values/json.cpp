@@ -8,6 +8,8 @@
 #include <nlohmann/json.hpp>
 
 #include "platform/core/error.h"
+#include "platform/core/file_error.h"
+
 
 // How it works: nlohmann's SAX parser reports a document as a sequence of events and does not
 // recurse. `JsonBuilder` turns the events into a `Value` and keeps a stack of the open containers,
@@ -18,7 +20,7 @@ namespace {
 
 using nlohmann::json;
 
-Error notJson(std::string_view reason, std::size_t position) {
+Status notJson(std::string_view reason, std::size_t position) {
     return Error{
         .domain = std::string(NSCocoaErrorDomain),
         .code = NSPropertyListReadCorruptError,
@@ -115,7 +117,7 @@ bool hasJsonForm(const Value& value, std::size_t deepest = kDeepestJson) {
     const auto* array = value.array();
     const auto* object = value.dictionary();
     if (array == nullptr && object == nullptr) {
-        return true;
+        return value.date() == nullptr && value.data() == nullptr;
     }
     const auto holds = [deepest](const Value& inner) { return hasJsonForm(inner, deepest - 1); };
     return deepest > 0 &&
@@ -170,7 +172,7 @@ Result<std::string> serialiseJson(const Value& value) {
             .localizedDescription = std::string("The value can't be written as JSON: ") + reason};
     };
     if (!hasJsonForm(value)) {
-        return notSerialisable("a number in it is not finite, or its nesting is too deep.");
+        return notSerialisable("it contains a date, data or a number that is not finite, or its nesting is too deep.");
     }
     try {
         return jsonOf(value).dump();

@@ -24,7 +24,7 @@ inline constexpr std::size_t kDeepestJson = 512;
 /// Returns the compact form in UTF-8, with members in the order of their names.
 ///
 /// Fails with `NSPropertyListWriteInvalidError` for a string that is not UTF-8, a number that is
-/// not finite, and nesting deeper than `kDeepestJson`.
+/// not finite, a date or data, and nesting deeper than `kDeepestJson`.
 Result<std::string> serialiseJson(const Value& value);
 
 }  // namespace teravolant::platform

@@ -5,6 +5,8 @@
 #include <ctime>
 #include <sstream>
 
+#include "platform/core/text.h"
+
 namespace teravolant::platform {
 namespace {
 
@@ -93,7 +95,10 @@ std::string printed(const Value& value, std::size_t indentation) {
     if (const auto* array = value.array()) {
         return printedArray(*array, indentation);
     }
-    return printedDictionary(*value.dictionary(), indentation);
+    if (const auto* dictionary = value.dictionary()) {
+        return printedDictionary(*dictionary, indentation);
+    }
+    return kMissingValueMark;
 }
 
 }  // namespace

@@ -25,13 +25,14 @@ inline constexpr std::size_t kLargestPropertyList = std::size_t{16} << 20U;
 ///
 /// Fails with `NSFileReadCorruptFileError` for everything else, and for a larger or deeper property
 /// list than the limits above. The description names the fault and its line. The binary form is not
-/// supported. A document type is never loaded and must not have an internal subset, so that the
+/// supported: `NSPropertyListReadUnknownVersionError`, so that no caller takes a sound file for a
+/// damaged one. A document type is never loaded and must not have an internal subset, so that the
 /// only entities are the five that XML predefines.
 Result<Value> parsePropertyList(std::string_view bytes);
 
-/// Returns the dictionary that is the value of the property list in `file`. Fails with
-/// `NSFileReadCorruptFileError` if `parsePropertyList` does or the value has another type, else
-/// like `contentsOfFile`.
+/// Returns the dictionary that is the value of the property list in `file`. Fails
+/// like `contentsOfFile` and `parsePropertyList`, and with `NSFileReadCorruptFileError` if the value
+/// has another type.
 Result<Value::Dictionary> dictionaryInFile(const std::filesystem::path& file);
 
 /// Returns the XML form, in UTF-8. The same value always has the same form.

@@ -17,6 +17,7 @@
 
 #include "platform/core/deleter.h"
 #include "platform/core/error.h"
+#include "platform/core/file_error.h"
 #include "platform/files/files.h"
 
 namespace teravolant::platform {
@@ -27,11 +28,13 @@ using Parsed = std::optional<Value>;
 
 constexpr std::string_view kWhiteSpace = " \t\r\n";
 
-Error corrupt(std::string_view reason) {
+Status refused(CocoaErrorCode code, std::string_view reason) {
     return Error{.domain = std::string(NSCocoaErrorDomain),
-                 .code = NSFileReadCorruptFileError,
+                 .code = code,
                  .localizedDescription = std::string(reason)};
 }
+
+Status corrupt(std::string_view reason) { return refused(NSFileReadCorruptFileError, reason); }
 
 std::string_view trimmed(std::string_view text) {
     text.remove_prefix(std::min(text.find_first_not_of(kWhiteSpace), text.size()));
@@ -290,7 +293,8 @@ Result<Value> parsePropertyList(std::string_view bytes) {
         return corrupt("The property list is larger than 16 MiB.");
     }
     if (bytes.starts_with("bplist")) {
-        return corrupt(
+        return refused(
+            NSPropertyListReadUnknownVersionError,
             "The file is a binary property list, which is not supported. Convert it with plistutil "
             "of the package libplist-utils: plistutil -i FILE -o FILE.xml -f xml");
     }

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/core/error.h"
+#include "platform/core/file_error.h"
 
 namespace teravolant::platform {
 namespace {
@@ -33,7 +34,7 @@ void expectRefused(const std::string& bytes, const std::string& message) {
     ASSERT_FALSE(read) << message << ": " << bytes.substr(0, 100);
     EXPECT_EQ(read.error().code, NSFileReadCorruptFileError);
     EXPECT_NE(read.error().localizedDescription.find(message), std::string::npos)
-        << message << ": " << read.error().localizedDescription;
+        << message << ": " << printedForm(read.error());
 }
 
 template <typename Number>
@@ -55,7 +56,7 @@ TEST(PropertyList, KeepsEveryValueWhenWrittenAndRead) {
     };
     const std::string written = serialisePropertyList(value);
     const auto read = parsePropertyList(written);
-    ASSERT_TRUE(read) << read.error().localizedDescription;
+    ASSERT_TRUE(read) << printedForm(read.error());
     EXPECT_EQ(*read, value) << written;
 
     const auto reals = parsePropertyList(serialisePropertyList(Array{-0.0, std::nan("")}));
@@ -67,7 +68,7 @@ TEST(PropertyList, WritesNothingThatCanNotBeRead) {
     const auto read = parsePropertyList(serialisePropertyList(
         Array{std::string("a\0\x01\x1F\x7F\xFF\uFFFE\uFFFF\xED\xA0\x80\xC3", 16) + "z",
               Date(Date::duration::min()), Date(Date::duration::max())}));
-    ASSERT_TRUE(read) << read.error().localizedDescription;
+    ASSERT_TRUE(read) << printedForm(read.error());
     EXPECT_EQ(*read, Value(Array{"a\x7Fz", Date(std::chrono::seconds(-62'135'596'800)),
                                  Date(std::chrono::seconds(253'402'300'799))}));
 }
@@ -89,7 +90,7 @@ TEST(PropertyList, ReadsTheFormsOfOtherWriters) {
         {xml("<dict><key>a</key><true/><key>a</key><false/></dict>"), Dictionary{{"a", false}}}};
     for (const auto& [bytes, value] : cases) {
         const auto read = parsePropertyList(bytes);
-        ASSERT_TRUE(read) << bytes << ": " << read.error().localizedDescription;
+        ASSERT_TRUE(read) << bytes << ": " << printedForm(read.error());
         EXPECT_EQ(*read, value) << bytes;
     }
     EXPECT_TRUE(parsePropertyList(nested(kDeepestPropertyList)));

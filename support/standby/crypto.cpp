@@ -11,13 +11,13 @@ namespace teravolant {
 std::optional<std::string> Crypto::MD5HashOfFile(const std::filesystem::path& path) {
     constexpr std::size_t kChunkSize = 4096;
     platform::Digest digest(platform::DigestAlgorithm::Md5);
-    const auto failure =
+    const auto error =
         platform::readInPieces(path, kChunkSize, [&digest](std::string_view chunk) {
             digest.update(chunk);
             return platform::Status();
         });
     const auto raw = digest.finish();
-    return failure || !raw ? std::nullopt : std::optional(platform::hexText(*raw));
+    return error || !raw ? std::nullopt : std::optional(platform::hexText(*raw));
 }
 
 }  // namespace teravolant

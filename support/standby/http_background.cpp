@@ -9,7 +9,6 @@
 #include <thread>
 #include <utility>
 
-#include "platform/core/error.h"
 #include "platform/http/http.h"
 #include "platform/http/http_error.h"
 #include "platform/http/http_exchange.h"

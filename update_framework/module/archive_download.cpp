@@ -20,6 +20,7 @@
 
 #include "platform/core/error.h"
 #include "platform/core/file_descriptor.h"
+#include "platform/core/file_error.h"
 #include "platform/core/text.h"
 #include "platform/crypto/digests.h"
 #include "platform/crypto/encodings.h"
@@ -37,7 +38,7 @@ namespace fs = std::filesystem;
 fs::path archivePath(const fs::path& folder) { return folder / "archive.part"; }
 fs::path originPath(const fs::path& folder) { return folder / "archive.plist"; }
 
-Error refused(std::string reason) {
+Status refused(std::string reason) {
     return updaterError(SQRLUpdaterErrorRefusedArchive,
                         "The update's archive is refused: " + std::move(reason));
 }
@@ -193,7 +194,7 @@ class Download {
         return std::nullopt;
     }
 
-    [[nodiscard]] Error writeFailure(int errorNumber) const {
+    [[nodiscard]] Status writeFailure(int errorNumber) const {
         return writeError(errorNumber, archivePath(_folder).string());
     }
 

@@ -9,7 +9,7 @@
 namespace teravolant::platform {
 namespace {
 
-Error refused(std::string reason) {
+Status refused(std::string reason) {
     return updaterError(SQRLUpdaterErrorRefusedOffer,
                         "The update is refused: " + std::move(reason));
 }

@@ -17,6 +17,7 @@
 
 #include "platform/archives/archives.h"
 #include "platform/core/error.h"
+#include "platform/core/file_error.h"
 #include "platform/core/text.h"
 #include "platform/files/exchange.h"
 #include "platform/files/private_directory.h"
@@ -81,7 +82,7 @@ Status makeStagingFolder(const UpdateCycle& cycle) {
                                              " can't be replaced by this user");
 }
 
-Error refusedBundle(const std::string& reason) {
+Status refusedBundle(const std::string& reason) {
     return updaterError(SQRLUpdaterErrorRefusedBundle, "The update's bundle is refused: " + reason);
 }
 

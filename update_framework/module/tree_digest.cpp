@@ -4,7 +4,7 @@
 #include <system_error>
 #include <vector>
 
-#include "platform/core/error.h"
+#include "platform/core/file_error.h"
 #include "platform/crypto/digests.h"
 #include "platform/crypto/encodings.h"
 #include "platform/files/files.h"

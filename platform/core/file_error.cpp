@@ -1,8 +1,9 @@
-#include "platform/core/error.h"
+#include "platform/core/file_error.h"
 
 #include <cerrno>
 #include <system_error>
 
+#include "platform/core/error.h"
 #include "platform/core/text.h"
 
 namespace teravolant::platform {
@@ -45,17 +46,7 @@ CocoaErrorCode writeCode(int errorNumber) {
 
 }  // namespace
 
-std::string printedForm(const Error& error) {
-    std::string text = "Error Domain=" + error.domain + " Code=" + std::to_string(error.code) +
-                       " \"" + error.localizedDescription + "\"";
-    if (const Error* const underlying = error.underlyingError()) {
-        text += " UserInfo={" + std::string(NSUnderlyingErrorKey) + "=" + printedForm(*underlying) +
-                "}";
-    }
-    return text;
-}
-
-Error errorFromErrno(int errorNumber, FileAccess access, std::string_view attempt) {
+Status errorFromErrno(int errorNumber, FileAccess access, std::string_view attempt) {
     return Error{
         .domain = std::string(NSCocoaErrorDomain),
         .code = access == FileAccess::Read ? readCode(errorNumber) : writeCode(errorNumber),
@@ -63,11 +54,11 @@ Error errorFromErrno(int errorNumber, FileAccess access, std::string_view attemp
             std::string(attempt) + ": " + std::generic_category().message(errorNumber) + "."};
 }
 
-Error readError(int errorNumber, const std::string& path) {
+Status readError(int errorNumber, const std::string& path) {
     return errorFromErrno(errorNumber, FileAccess::Read, quoted(path) + " could not be read");
 }
 
-Error writeError(int errorNumber, const std::string& path) {
+Status writeError(int errorNumber, const std::string& path) {
     return errorFromErrno(errorNumber, FileAccess::Write, quoted(path) + " could not be written");
 }
 

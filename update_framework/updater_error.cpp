@@ -1,0 +1,15 @@
+#include "update_framework/updater_error.h"
+
+#include <utility>
+
+#include "platform/core/error.h"
+
+namespace teravolant::platform {
+
+Status updaterError(SQRLUpdaterErrorCode code, std::string description) {
+    return Error{.domain = SQRLUpdaterErrorDomain,
+                 .code = code,
+                 .localizedDescription = std::move(description)};
+}
+
+}  // namespace teravolant::platform
