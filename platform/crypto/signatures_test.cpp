@@ -6,7 +6,6 @@
 #include "platform/crypto/encodings.h"
 
 namespace teravolant::platform {
-namespace {
 
 /// The second test vector of RFC 8032, section 7.1, with its key in the form of RFC 8410.
 const std::string kMessage = "\x72";
@@ -51,5 +50,4 @@ TEST(Signatures, MatchRfc8032AndRefuseMalformedInput) {
     }
 }
 
-}  // namespace
 }  // namespace teravolant::platform

@@ -101,11 +101,9 @@ TEST(PropertyList, RefusesDamageAndNamesItsLine) {
         "<!ENTITY a \"aaaaaaaaaa\"><!ENTITY b \"&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;\">";
     const std::vector<std::pair<std::string, std::string>> cases = {
         {"", "line 1: no element found"},
-        {"damaged", "line 1: syntax error"},
         {"bplist00" + std::string(50, '\0'), "plistutil -i FILE -o FILE.xml -f xml"},
         {"<true/>" + std::string(kLargestPropertyList - 6, ' '), "larger than 16 MiB"},
         {nested(kDeepestPropertyList + 1), "line 2: arrays and dictionaries nest too deep"},
-        {nested(400'000), "line 2: arrays and dictionaries nest too deep"},
         {"<!DOCTYPE plist [" + entities + "]><string>&b;</string>", "line 1: the document type"},
         {"<!DOCTYPE plist SYSTEM \"file:///none\">\n<string>&b;</string>", "line 2: an entity"},
         {xml("<string>&b;</string>"), "line 2: undefined entity"},
@@ -115,7 +113,6 @@ TEST(PropertyList, RefusesDamageAndNamesItsLine) {
         {xml("<true/>\n<true/>"), "line 3: there is more than one value"},
         {xml("<true/>") + "\n<true/>", "line 3: junk"},
         {xml("<dict>\n<key>a</key>\n<string>b"), "line 4: mismatched tag"},
-        {"<plist><dict><key>a</key>", "line 1: no element found"},
         {xml("<unknown/>"), "line 2: an element is unknown"},
         {xml("<plist/>"), "line 2: <plist> is not the outermost element"},
         {xml("<string><true/></string>"), "line 2: an element stands inside"},
