@@ -8,7 +8,6 @@
 #include "tests/fixtures/temporary_folder.h"
 
 namespace teravolant::platform {
-namespace {
 
 using Dictionary = Value::Dictionary;
 using Array = Value::Array;
@@ -52,5 +51,4 @@ TEST(LoginEntry, RefusesAnUnusablePropertyList) {
     }
 }
 
-}  // namespace
 }  // namespace teravolant::platform

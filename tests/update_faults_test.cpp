@@ -86,7 +86,7 @@ struct Update {
             {url, installed, kIdentifier, "1.0.0.1", keys, cache, read, find, [] {}});
     }
 
-    /// A cycle must fail with an error that names the reason, and leave everything as it was.
+    /// A cycle must fail with an error that contains `reason`, and change nothing.
     void expectRefused(const std::string& reason) {
         const std::string before = *digestOfTree(installed);
         const auto outcome = run();
@@ -199,13 +199,11 @@ TEST(HostileArchive, IsRefusedAndChangesNothing) {
     constexpr const char* kNotRun = "its executable is not there or can't be run";
     expectEachRefused({
         {"older", after("sed -i s/1.0.0.2/0.9.0.0/ ../Info.plist"), "is 0.9.0.0 where"},
-        {"other product", after("sed -i s/com.zelto/other/ ../Info.plist"),
-         "Could not locate update bundle for"},
+        {"other product", after("sed -i s/com.zelto/other/ ../Info.plist"), "Could not locate"},
         {"no executable", after("rm Teravolant"), kNotRun},
         {"text", after("chmod 400 Teravolant"), kNotRun},
         {"folder", after("rm Teravolant; mkdir Teravolant"), kNotRun},
-        {"outside of the bundle", after("mv Teravolant ../../..; ln -s ../../../Teravolant"),
-         kNotRun},
+        {"outside", after("mv Teravolant ../../..; ln -s ../../../Teravolant"), kNotRun},
     });
 }
 
@@ -220,7 +218,6 @@ TEST(CutDownload, GoesOnWhereItEndedIfTheRestFits) {
     const std::string date = "Sun, 06 Nov 1994 08:49:37 GMT";
     const Cut table[] = {
         {"at the start", 0, {"ETag", kTag}, false},
-        {"after a byte", 1, {"ETag", kTag}, true},
         {"before the end", Update().archive.size() - 1, {"ETag", kTag}, true},
         {"another tag, same content", 1000, {"ETag", "\"x\""}, true},
         {"another tag, other content", 1000, {"ETag", "\"x\""}, true, true},

@@ -21,8 +21,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr time_t kSomeTime = 1234567890;
-
 struct ArchiveEntry {
     std::string name;
     mode_t mode = S_IFREG | 0644;
@@ -72,7 +70,7 @@ void writeArchive(const fs::path& path, const Format& format,
         archive_entry* entry = archive_entry_new();
         archive_entry_set_pathname(entry, described.name.c_str());
         archive_entry_set_mode(entry, described.mode);
-        archive_entry_set_mtime(entry, kSomeTime, 0);
+        archive_entry_set_mtime(entry, 1234567890, 0);
         if (described.isHardLink) {
             archive_entry_set_hardlink(entry, contents.c_str());
         } else if (S_ISLNK(described.mode)) {
@@ -124,7 +122,7 @@ class Archives : public testing::Test {
             << error->localizedDescription;
         entries.pop_back();
         writeArchive(archive, format, entries);
-        EXPECT_FALSE(unpackArchive(archive, target, limits)) << "without its last entry";
+        EXPECT_TRUE(entries.empty() || !unpackArchive(archive, target, limits)) << "an earlier one";
     }
 
     fixtures::TemporaryFolder root;

@@ -2,11 +2,11 @@
 
 #include <cmath>
 #include <limits>
-#include <sstream>
 
 #include <gtest/gtest.h>
 
 #include "platform/core/error.h"
+#include "platform/core/text.h"
 
 namespace teravolant::platform {
 namespace {
@@ -142,9 +142,7 @@ TEST(PropertyList, RefusesMalformedContents) {
                "2023-01-01T00:00:00", "+023-01-01T00:00:00Z"}},
              {"data", {"A", "AP8", "AP8==", "A===", "AA==AA==", "A*P8"}}}) {
         for (const std::string& content : contents) {
-            std::ostringstream element;
-            element << "<" << name << ">" << content << "</" << name << ">";
-            expectRefused(xml(element.str()),
+            expectRefused(xml(filled("<%1$@>%2$@</%1$@>", {name, content})),
                           "line 2: the content of <" + name + "> is malformed or out of range");
         }
     }

@@ -17,7 +17,6 @@
 #include "tests/fixtures/temporary_folder.h"
 
 namespace teravolant {
-namespace {
 
 using namespace fixtures;
 
@@ -124,5 +123,4 @@ TEST(HttpBackground, CallsBackOnTheMainThread) {
     EXPECT_EXIT(send(), testing::ExitedWithCode(7), "");
 }
 
-}  // namespace
 }  // namespace teravolant

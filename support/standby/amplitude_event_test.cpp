@@ -9,7 +9,6 @@
 #include "tests/fixtures/temporary_folder.h"
 
 namespace teravolant {
-namespace {
 
 using platform::Value;
 
@@ -75,5 +74,4 @@ TEST_F(Analytics, MakeOneIdentifierForConcurrentCallers) {
     }
 }
 
-}  // namespace
 }  // namespace teravolant
