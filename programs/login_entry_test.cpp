@@ -7,7 +7,6 @@
 #include "tests/fixtures/temporary_folder.h"
 
 namespace teravolant::platform {
-namespace {
 
 using Dictionary = Value::Dictionary;
 using Array = Value::Array;
@@ -51,5 +50,4 @@ TEST(LoginEntry, RefusesAnUnusablePropertyList) {
     }
 }
 
-}  // namespace
 }  // namespace teravolant::platform

@@ -13,7 +13,6 @@
 #include "tests/fixtures/temporary_folder.h"
 
 namespace teravolant {
-namespace {
 
 namespace fs = std::filesystem;
 
@@ -127,5 +126,4 @@ TEST_F(LoggerTest, KeepsConcurrentEntriesWhole) {
     EXPECT_EQ(next, (std::map<char, int>{{'a', kEntries}, {'b', kEntries}, {'c', kEntries}}));
 }
 
-}  // namespace
 }  // namespace teravolant

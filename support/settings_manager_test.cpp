@@ -6,7 +6,6 @@
 #include "tests/fixtures/temporary_folder.h"
 
 namespace teravolant {
-namespace {
 
 TEST(SettingsManager, RemovesKeyFromClientDomainOnly) {
     const fixtures::TemporaryFolder folder;
@@ -23,5 +22,4 @@ TEST(SettingsManager, RemovesKeyFromClientDomainOnly) {
     EXPECT_EQ(settings.getUserSetting("key", std::nullopt), SettingsManager::Value("own"));
 }
 
-}  // namespace
 }  // namespace teravolant

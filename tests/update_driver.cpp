@@ -1,8 +1,5 @@
-// The executable of the bundles that the tests of whole updates run: one update cycle and its
-// installation, on the main thread and without the timer. It says its version first and waits for
-// its standard input to end; then it says what came of it.
-//
-// Usage: Teravolant FEED
+// The executable of a test's bundle: Teravolant FEED prints its version, waits for the end of its
+// standard input, runs one update cycle with its installation, and prints the result.
 
 #include <iostream>
 #include <limits>

@@ -6,6 +6,7 @@
 #include "platform/crypto/encodings.h"
 #include "platform/crypto/signatures.h"
 #include "platform/files/files.h"
+#include "platform/system/process.h"
 #include "platform/values/json.h"
 #include "platform/values/property_list.h"
 #include "tests/fixtures/http_server.h"
@@ -36,14 +37,12 @@ struct Update {
         publish();
     }
 
-    void makeBundle(const fs::path& path, const std::string& version,
-                    const std::string& identifier = kIdentifier) const {
+    void makeBundle(const fs::path& path, const std::string& version) const {
         folder.write(path / "Contents/Info.plist", serialisePropertyList(Value::Dictionary{
-                                                       {"CFBundleIdentifier", identifier},
+                                                       {"CFBundleIdentifier", kIdentifier},
                                                        {"CFBundleShortVersionString", version}}));
         fs::create_directory(path / "Contents/MacOS");
-        fs::copy("/bin/true", path / "Contents/MacOS/Teravolant",
-                 fs::copy_options::overwrite_existing);
+        fs::copy("/bin/true", path / "Contents/MacOS/Teravolant");
     }
 
     void publish() {
@@ -72,10 +71,10 @@ struct Update {
             if (request.target != "/archive") {
                 return feedAnswer.value_or(ServerAnswer{.body = *serialiseJson(offer)});
             }
-            ranges.push_back(request.header("range"));
+            ranges.push_back(request.header("Range"));
             return archiveAnswer.value_or(answerWithRange(request, archive, kTag));
         });
-        const std::string url = otherServer.value_or(server.url("")) + "/feed?1.0.0.1";
+        const std::string url = server.url("/feed?1.0.0.1");
         const ClientUpdater updater(URLRequest{URL(url)});
         const auto read = [&](const auto& body) { return updater.updateFromJSONData(body); };
         const auto find = [&](const auto& unpacked) {
@@ -86,7 +85,7 @@ struct Update {
             {url, installed, kIdentifier, "1.0.0.1", keys, cache, read, find, [] {}});
     }
 
-    /// A cycle must fail with an error that names the reason, and leave everything as it was.
+    /// A cycle must fail with an error that contains `reason`, and change nothing.
     void expectRefused(const std::string& reason) {
         const std::string before = *digestOfTree(installed);
         const auto outcome = run();
@@ -115,7 +114,6 @@ struct Update {
     Value::Dictionary offer;
     std::string archive;
     std::optional<ServerAnswer> feedAnswer, archiveAnswer;  ///< Instead of the right ones.
-    std::optional<std::string> otherServer;
     std::vector<std::string> ranges;  ///< Asked for of the archive so far; empty for all of it.
 };
 
@@ -125,13 +123,11 @@ struct Row {
     const char* reason;
 };
 
-void expectEachRefused(
-    const std::vector<Row>& table, void (*andThen)(Update&) = [](Update&) {}) {
+void expectEachRefused(const std::vector<Row>& table) {
     for (const auto& [situation, change, reason] : table) {
         SCOPED_TRACE(situation);
         Update update;
         change(update);
-        andThen(update);
         update.expectRefused(reason);
     }
 }
@@ -140,24 +136,16 @@ TEST(FaultyServer, IsAnErrorThatNamesTheFault) {
     const auto feed = [](const ServerAnswer& answer) {
         return [=](Update& update) { update.feedAnswer = answer; };
     };
-    const std::string large(std::size_t{2} << 20U, '\0');
     expectEachRefused({
         {"404", feed({404}), "status 404"},
         {"empty", feed({200}), "status 200 and an empty body"},
         {"HTML", feed({.body = "<!DOCTYPE html>"}), "Update check failed"},
-        {"2 MiB", feed({.body = large}), "larger than the 1048576"},
-        {"2 MiB in chunks", feed({.body = large, .chunked = true}), "larger than the 1048576"},
-        {"plain http", feed({302, {{"Location", "http://u.example"}}}),
-         "not asked over plain http"},
+        {"2 MiB", feed({.body = std::string(2'097'152, ' '), .chunked = true}), "larger than"},
         {"redirect loop", feed({302, {{"Location", "feed"}}}), "redirect"},
-        {"cut", feed({.body = "{}", .chunked = true, .cutAfter = 1}), "was lost"},
         {"no archive", [](Update& u) { u.archiveAnswer = {404}; }, "status 404"},
-        {"longer", [](Update& u) { u.archive += '\n'; }, "the server has more than"},
         {"longer, not announced",
          [](Update& u) { u.archiveAnswer = {.body = u.archive + '\n', .chunked = true}; },
          "sends more than"},
-        {"shorter", [](Update& u) { u.archive.pop_back(); }, "it ends after"},
-        {"none", [](Update& u) { u.otherServer = "http://127.0.0.1:1"; }, "could not be connected"},
     });
 }
 
@@ -177,27 +165,18 @@ TEST(HostileOffer, IsRefusedAndChangesNothing) {
     constexpr const char* kNoKey = "made by none of this bundle's keys";
     const SigningKey* const key = &kPublisher;
     const SigningKey stranger = *SigningKey::generate();
-    std::string pairs;
-    while (pairs.size() < 1'000'000) {
-        pairs += "0.";
-    }
     expectEachRefused({
         {"same version", offer("version", "1.0.0.1"), "is not older than"},
-        {"older version", offer("version", "0.9.9.9"), "is not older than"},
         {"no version", offer("version", {}), "(null) is illegal version"},
         {"number", offer("version", 2.5), "2.5 is illegal version"},
-        {"list", offer("version", Value::Array{"5.0.0.0"}), "\"] is illegal version"},
         {"two lines", offer("version", "1.0.0.2\nsize=1.0.0.2"), "line feed"},
         {"many digits", offer("version", std::string(1'000'000, '0')), "0 is illegal version"},
         {"many stops", offer("version", std::string(1'000'000, '.')), ". is illegal version"},
-        {"alternating", offer("version", pairs), "0. is illegal version"},
         {"another version", offer("version", "1.0.0.3"), kNoKey},
         {"plain http", offer("url", "http://updates.example/archive"), "“url”"},
-        {"another size", offer("size", 7), kNoKey},
         {"too small", offer("size", 7, key), "the server has more than the 7"},
         {"too large", offer("size", 10'000'000, key), "it ends after"},
         {"far too large", offer("size", 1'000'000'000'000'000'000, key), "more bytes"},
-        {"another digest", offer("sha256", std::string(64, '0')), kNoKey},
         {"wrong digest", offer("sha256", std::string(64, '0'), key), "is not the one"},
         {"no size", offer("size", {}), "no \"size\""},
         {"no digest", offer("sha256", {}), "no \"sha256\""},
@@ -208,27 +187,23 @@ TEST(HostileOffer, IsRefusedAndChangesNothing) {
 }
 
 TEST(HostileArchive, IsRefusedAndChangesNothing) {
-    constexpr const char* kNotRun = "its executable is not there or can't be run";
-    const std::vector<Row> table = {
-        {"older", [](Update& u) { u.makeBundle(u.published, "0.9.0.0"); }, "is 0.9.0.0 where"},
-        {"other product", [](Update& u) { u.makeBundle(u.published, "1.0.0.2", "other"); },
-         "Could not locate update bundle for"},
-        {"no executable", [](Update& u) { fs::remove(u.executable); }, kNotRun},
-        {"text", [](Update& u) { fs::permissions(u.executable, fs::perms::owner_read); }, kNotRun},
-        {"folder",
-         [](Update& u) {
-             fs::remove(u.executable);
-             fs::create_directory(u.executable);
-         },
-         kNotRun},
-        {"outside of the bundle",
-         [](Update& u) {
-             fs::rename(u.executable, u.published.parent_path() / "Teravolant");
-             fs::create_symlink("../../../Teravolant", u.executable);
-         },
-         kNotRun},
+    // Runs a shell command beside the executable of the published bundle.
+    const auto after = [](const char* command) {
+        return [=](Update& update) {
+            const fs::path folder = update.executable.parent_path();
+            runToEndOfOutput("/bin/sh", {"-c", std::string("cd \"$0\" && ") + command, folder});
+            update.publish();
+        };
     };
-    expectEachRefused(table, [](Update& update) { update.publish(); });
+    constexpr const char* kNotRun = "its executable is not there or can't be run";
+    expectEachRefused({
+        {"older", after("sed -i s/1.0.0.2/0.9.0.0/ ../Info.plist"), "is 0.9.0.0 where"},
+        {"other product", after("sed -i s/com.zelto/other/ ../Info.plist"), "Could not locate"},
+        {"no executable", after("rm Teravolant"), kNotRun},
+        {"text", after("chmod 400 Teravolant"), kNotRun},
+        {"folder", after("rm Teravolant; mkdir Teravolant"), kNotRun},
+        {"outside", after("mv Teravolant ../../..; ln -s ../../../Teravolant"), kNotRun},
+    });
 }
 
 TEST(CutDownload, GoesOnWhereItEndedIfTheRestFits) {
@@ -242,7 +217,6 @@ TEST(CutDownload, GoesOnWhereItEndedIfTheRestFits) {
     const std::string date = "Sun, 06 Nov 1994 08:49:37 GMT";
     const Cut table[] = {
         {"at the start", 0, {"ETag", kTag}, false},
-        {"after a byte", 1, {"ETag", kTag}, true},
         {"before the end", Update().archive.size() - 1, {"ETag", kTag}, true},
         {"another tag, same content", 1000, {"ETag", "\"x\""}, true},
         {"another tag, other content", 1000, {"ETag", "\"x\""}, true, true},

@@ -12,7 +12,6 @@
 #include "updater/client_updater.h"
 
 namespace teravolant {
-namespace {
 
 using namespace std::chrono_literals;
 using platform::Application;
@@ -32,7 +31,6 @@ class FakeUpdater : public ClientUpdater {
 
     void beginDownload() { _cycle.get_future().get()->downloadBegins(); }
 
-    /// Blocks while the updater checks.
     void endCycle(Outcome outcome) {
         _outcome.set_value(std::move(outcome));
         while (state() == UpdaterState::checking) {
@@ -118,5 +116,4 @@ TEST(UpdateCycle, ReportsErrorBeforeIdle) {
     }
 }
 
-}  // namespace
 }  // namespace teravolant

@@ -7,7 +7,6 @@
 #include "updater/teravolant_app_delegate.h"
 
 namespace teravolant {
-namespace {
 
 using platform::Value;
 using Dictionary = Value::Dictionary;
@@ -74,5 +73,4 @@ TEST(FeedRequest, TerminatesIfNoCheckCanStart) {
     EXPECT_EQ(entries[5], "[TeravolantAppDelegate::applicationWillTerminate]");
 }
 
-}  // namespace
 }  // namespace teravolant

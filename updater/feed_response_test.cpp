@@ -64,15 +64,11 @@ TEST(FeedResponse, RefusesBodyThatIsNotJson) {
 }
 
 TEST(FeedResponse, RefusesInvalidDocumentAndNamesMember) {
-    struct Row {
-        std::string wrongMember;
-        std::string before;  ///< The document up to the value; a brace follows the value.
-        std::vector<std::string> values;
-    };
     const std::string digest = '"' + std::string(63, 'a');
     const std::string named = R"({"version":"4.30.2.5","name":"u.zip",)";
     const std::string unnamed = R"({"version":"4.30.2.5",)";
-    const Row table[] = {
+    // The wrong member, the document up to its value, and the values, which a brace follows.
+    const std::tuple<std::string, std::string, std::vector<std::string>> table[] = {
         {"", R"([{"version":"4.30.2.5")", {"}]"}},
         {"url", unnamed + R"("other":)", {"1"}},
         {"url", named + R"("url":)", {"null", "\"u.zip\"", "\"http://a.example/u.zip\""}},
@@ -80,24 +76,21 @@ TEST(FeedResponse, RefusesInvalidDocumentAndNamesMember) {
         {"name", unnamed + R"("name":)", {"null", "7", "{}"}},
         {"size", named + R"("size":)", {"null", "0", "-1", "10.0", "\"10\"", "true"}},
         {"sha256", named + R"("sha256":)", {"null", digest + '"', digest + "aa\"", digest + "g\""}},
-        {"signature",
-         named + R"("signature":)",
-         {"null", "\"\"", "\"ABC\"", "\"A===\"", "\"AB -\""}},
+        {"signature", named + R"("signature":)", {"null", "\"\"", "\"ABC\"", "\"AB -\""}},
     };
-    for (const Row& row : table) {
-        for (const std::string& value : row.values) {
-            const std::string body = row.before + value + (row.wrongMember.empty() ? "" : "}");
+    for (const auto& [wrongMember, before, values] : table) {
+        for (const std::string& value : values) {
+            const std::string body = before + value + (wrongMember.empty() ? "" : "}");
             const auto error =
                 failure(body, platform::SQRLUpdaterErrorInvalidJSON,
                         "The server sent an invalid JSON response. Try again later.");
             // The error holds the document as received, without the address made from the name.
             EXPECT_EQ(*error.userInformation<Value>(platform::SQRLUpdaterJSONObjectErrorKey),
                       *platform::parseJson(body));
-            const platform::Error* const underlying = error.underlyingError();
-            ASSERT_EQ(underlying == nullptr, row.wrongMember.empty()) << body;
-            const std::string told =
-                underlying == nullptr ? "“”" : platform::printedForm(*underlying);
-            EXPECT_NE(told.find("“" + row.wrongMember + "”"), told.npos) << body << told;
+            const platform::Error* const cause = error.underlyingError();
+            ASSERT_EQ(cause == nullptr, wrongMember.empty()) << body;
+            const std::string told = cause == nullptr ? "“”" : printedForm(*cause);
+            EXPECT_NE(told.find("“" + wrongMember + "”"), told.npos) << body << told;
         }
     }
 }

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 namespace teravolant::platform {
-namespace {
 
 TEST(Text, AcceptsOnlyWellFormedUtf8) {
     for (const char* text :
@@ -23,5 +22,4 @@ TEST(FilledFormat, NeverReadsAValueAsAFormat) {
     EXPECT_EQ(filled("%@ %@ %3$@ %0$@ 100% %", {"a"}), "a %@ %3$@ %0$@ 100% %");
 }
 
-}  // namespace
 }  // namespace teravolant::platform

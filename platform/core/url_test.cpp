@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 namespace teravolant::platform {
-namespace {
 
 TEST(URLComponents, BuildsAURLFromThePresentParts) {
     const std::pair<URLComponents, std::string> table[] = {
@@ -51,5 +50,4 @@ TEST(URL, IsSecureWithHttpsOrALoopbackHost) {
     EXPECT_FALSE(isSecureOrLoopbackURL(std::string_view("https://a.example/\0b", 20)));
 }
 
-}  // namespace
 }  // namespace teravolant::platform

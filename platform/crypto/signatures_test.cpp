@@ -5,7 +5,6 @@
 #include "platform/crypto/encodings.h"
 
 namespace teravolant::platform {
-namespace {
 
 /// The second test vector of RFC 8032, section 7.1, with its key in the form of RFC 8410.
 const std::string kMessage = "\x72";
@@ -50,5 +49,4 @@ TEST(Signatures, MatchRfc8032AndRefuseMalformedInput) {
     }
 }
 
-}  // namespace
 }  // namespace teravolant::platform

@@ -8,7 +8,6 @@
 #include "tests/fixtures/temporary_folder.h"
 
 namespace teravolant::platform {
-namespace {
 
 namespace fs = std::filesystem;
 
@@ -40,5 +39,4 @@ TEST_F(Files, LocksExcludeOthersUntilReleased) {
     EXPECT_TRUE(*FileLock::tryAcquire(path("lock")));
 }
 
-}  // namespace
 }  // namespace teravolant::platform

@@ -10,12 +10,17 @@
 #include "platform/system/process.h"
 
 namespace teravolant::platform {
-namespace {
 
 /// Prints the calls that it receives, and runs a function of the test at launch.
 class PrintingDelegate : public ApplicationDelegate {
   public:
     explicit PrintingDelegate(std::function<void()> atLaunch) : _atLaunch(std::move(atLaunch)) {}
+
+    [[noreturn]] static void run(const std::function<void()>& atLaunch) {
+        Application& application = Application::sharedApplication();
+        application.setDelegate(std::make_unique<PrintingDelegate>(atLaunch));
+        application.run();
+    }
 
     void applicationDidFinishLaunching(const LaunchNotification& /*notification*/) override {
         std::fputs("launch ", stderr);
@@ -26,12 +31,6 @@ class PrintingDelegate : public ApplicationDelegate {
   private:
     std::function<void()> _atLaunch;
 };
-
-[[noreturn]] void runWith(const std::function<void()>& atLaunch) {
-    Application& application = Application::sharedApplication();
-    application.setDelegate(std::make_unique<PrintingDelegate>(atLaunch));
-    application.run();
-}
 
 TEST(Application, FirstSignalTerminatesAndSecondSignalKills) {
     struct Row {
@@ -58,7 +57,7 @@ TEST(Application, FirstSignalTerminatesAndSecondSignalKills) {
         const auto start = [&row] {
             Application::sharedApplication();
             std::ranges::for_each(row.before, raise);
-            runWith([&row] {
+            PrintingDelegate::run([&row] {
                 std::ranges::for_each(row.during, raise);
                 std::ranges::for_each(row.commands, runShellCommand);
             });
@@ -76,7 +75,7 @@ TEST(Application, KeepsIgnoredSignalsAndUnblocksItsOwn) {
         sigset_t all;
         sigfillset(&all);
         sigprocmask(SIG_BLOCK, &all, nullptr);
-        runWith([] {
+        PrintingDelegate::run([] {
             sigset_t blocked;
             sigprocmask(SIG_BLOCK, nullptr, &blocked);
             for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGCHLD}) {
@@ -88,5 +87,4 @@ TEST(Application, KeepsIgnoredSignalsAndUnblocksItsOwn) {
     EXPECT_EXIT(start(), ::testing::ExitedWithCode(0), "^launch open open open open terminate$");
 }
 
-}  // namespace
 }  // namespace teravolant::platform

@@ -7,7 +7,6 @@
 #include "tests/fixtures/temporary_folder.h"
 
 namespace teravolant::platform {
-namespace {
 
 using Dictionary = Value::Dictionary;
 
@@ -35,5 +34,4 @@ TEST(Bundle, LocalizesForTheUserElseInEnglish) {
     EXPECT_EQ(bundle->localizedStringForKey("%@ is unknown"), "%@ is unknown");
 }
 
-}  // namespace
 }  // namespace teravolant::platform

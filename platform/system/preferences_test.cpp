@@ -10,7 +10,6 @@
 #include "tests/fixtures/temporary_folder.h"
 
 namespace teravolant::platform {
-namespace {
 
 class Preferences : public ::testing::Test {
   protected:
@@ -72,5 +71,4 @@ TEST_F(Preferences, NeverReplaceAnUnreadableFile) {
     EXPECT_TRUE(UserDefaults::forAnyUser("some.domain").setObject("x", "key"));
 }
 
-}  // namespace
 }  // namespace teravolant::platform

@@ -6,7 +6,6 @@
 #include "tests/fixtures/temporary_folder.h"
 
 namespace teravolant::platform {
-namespace {
 
 TEST(Process, ReturnsAllOutputWithoutWaitingForTheEnd) {
     const fixtures::TemporaryFolder folder;
@@ -32,5 +31,4 @@ TEST(Process, LaunchedDetachedInheritsNoOpenFile) {
     close(ends[0]);
 }
 
-}  // namespace
 }  // namespace teravolant::platform
