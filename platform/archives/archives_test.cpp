@@ -1,16 +1,13 @@
 #include "platform/archives/archives.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <sstream>
 
 #include <archive.h>
 #include <archive_entry.h>
 #include <gtest/gtest.h>
 
-#include "platform/archives/unpacked_tree.h"
 #include "platform/core/error.h"
 #include "platform/core/file_error.h"
 #include "platform/files/files.h"
@@ -22,6 +19,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr time_t kSomeTime = 1234567890;
+
 struct ArchiveEntry {
     std::string name;
     mode_t mode = S_IFREG | 0644;
@@ -29,18 +28,12 @@ struct ArchiveEntry {
     bool isHardLink = false;
 };
 
-/// Returns the entry of a folder NAME/, a link NAME>TARGET, a hard link NAME=ORIGINAL, a pipe
-/// NAME|, a set-user-id program NAME! or a file NAME.
-ArchiveEntry entryOf(const std::string& item) {
-    const std::size_t mark = item.find_first_of(">=|!");
-    if (mark == item.npos) {
-        return {item, item.ends_with('/') ? S_IFDIR | 0755U : S_IFREG | 0644U, "text"};
-    }
-    const std::map<char, mode_t> modes = {{'>', S_IFLNK | 0777},
-                                          {'=', S_IFREG | 0644},
-                                          {'|', S_IFIFO | 0644},
-                                          {'!', S_IFREG | 04755}};
-    return {item.substr(0, mark), modes.at(item[mark]), item.substr(mark + 1), item[mark] == '='};
+ArchiveEntry link(std::string name, std::string target) {
+    return {std::move(name), S_IFLNK | 0777, std::move(target)};
+}
+
+ArchiveEntry hardLink(std::string name, std::string target) {
+    return {std::move(name), S_IFREG | 0644, std::move(target), true};
 }
 
 struct Format {
@@ -71,7 +64,7 @@ void writeArchive(const fs::path& path, const Format& format,
         archive_entry* entry = archive_entry_new();
         archive_entry_set_pathname(entry, described.name.c_str());
         archive_entry_set_mode(entry, described.mode);
-        archive_entry_set_mtime(entry, 1234567890, 0);
+        archive_entry_set_mtime(entry, kSomeTime, 0);
         if (described.isHardLink) {
             archive_entry_set_hardlink(entry, contents.c_str());
         } else if (S_ISLNK(described.mode)) {
@@ -108,74 +101,64 @@ class Archives : public testing::Test {
         fs::create_directory(target);
     }
 
-    void expectLastRefused(std::vector<ArchiveEntry> entries, const Format& format,
-                           const UnpackLimits& limits, const std::string& reason) const {
-        writeArchive(archive, format, entries);
-        emptyTarget();
-        const std::string before = treeOf(root.path());
-        const auto error = unpackArchive(archive, target, limits);
-        emptyTarget();
-        EXPECT_EQ(treeOf(root.path()), before);
-        ASSERT_TRUE(error);
-        EXPECT_EQ(error->code, reason.starts_with("more") ? NSFileReadTooLargeError
-                                                          : NSFileReadCorruptFileError);
-        EXPECT_NE(error->localizedDescription.find(reason), std::string::npos)
-            << error->localizedDescription;
-        entries.pop_back();
-        writeArchive(archive, format, entries);
-        EXPECT_TRUE(entries.empty() || !unpackArchive(archive, target, limits)) << "an earlier one";
-    }
-
     fixtures::TemporaryFolder root;
     fs::path target = root.path() / "target";
     fs::path outside = root.path() / "outside";
     fs::path archive = root.path() / "archive";
 };
 
-TEST_F(Archives, AreRefusedForAHostileLastEntry) {
-    const std::tuple<std::string, std::vector<const char*>, UnpackLimits> table[] = {
-        {"“..” component", {"../outside/new", "d/ d/../../outside/new"}, {}},
-        {"absolute", {"/tmp/new", "l>/etc/passwd"}, {}},
-        {"out of the folder", {"l>../outside/secret", "d/up>.. d/out>up/../outside"}, {}},
-        {"malformed target", {"l>", "l>\xFF"}, {}},
-        {"hard link that leads out", {"h=../outside/secret"}, {}},
-        {"hard link whose target is not", {"h=f", "l>f f h=l", "d/f l>d h=l/f"}, {}},
-        {"is not a file, a folder", {"p|"}, {}},
-        {"set-user-id", {"s!"}, {}},
-        {"twice", {"f ./f", "l>new l", "d/f d/ d/", "d/ d", "f f/", "f f>x", "f g g=f"}, {}},
-        {"below a file or a link", {"d/ l>d l/new", "f f/new"}, {}},
-        {"not UTF-8", {"\xFF\xFE"}, {}},
-        {"folder itself", {"."}, {}},
-        {"too long", {"name"}, {.pathLength = 3}},
-        {"too deep", {"d/d/d/d"}, {.pathDepth = 3}},
-        {"more than 2 items", {"1 2 3", "f h=f g", "d/ f l>d", "f g h=f", "1/2/3"}, {.items = 2}},
-        {"more than 7", {"f g"}, {.bytes = 7}},
-    };
-    for (const auto& [reason, lists, limits] : table) {
-        for (const std::string list : lists) {
-            std::istringstream items(list);
-            std::vector<ArchiveEntry> entries;
-            for (std::string item; items >> item;) {
-                entries.push_back(entryOf(item));
-            }
-            // Zip has neither hard links nor special files.
-            const bool isTarOnly = list.find_first_of("=|") != list.npos;
-            for (const Format& format : {kPlainTar, isTarOnly ? kPlainTar : kZip}) {
-                SCOPED_TRACE(list + " as " + format.name);
-                expectLastRefused(entries, format, limits, reason);
-            }
-        }
-    }
-}
+struct HostileArchive {
+    const char* situation;
+    std::vector<ArchiveEntry> entries;
+    const char* reason;
+    UnpackLimits limits = {};
+    bool tarOnly = false;  ///< Zip has neither hard links nor special files.
+};
 
-TEST_F(Archives, CountWrittenBytesAndHoles) {
-    for (const char* name : {"written", "extended"}) {
-        UnpackedTree tree(FileDescriptor(open(target.c_str(), O_RDONLY)), {.bytes = 15});
-        EXPECT_FALSE(tree.createFile({name}, 0));
-        EXPECT_FALSE(tree.writeToFile("text", 2));
-        const auto failure =
-            name[0] == 'w' ? tree.writeToFile("text", 12) : tree.finishFile(16, {.mode = 0644});
-        EXPECT_TRUE(failure && failure->reason == TreeFailure::Reason::TooManyBytes) << name;
+TEST_F(Archives, WithHostileEntriesAreRefused) {
+    const ArchiveEntry folder{"d", S_IFDIR | 0755};
+    const ArchiveEntry file{"f", S_IFREG | 0644, "text"};
+    const HostileArchive table[] = {
+        {"parent", {{"../outside/new"}}, "“..” component"},
+        {"parent later", {folder, {"d/../../outside/new"}}, "“..” component"},
+        {"absolute", {{"/tmp/new"}}, "absolute"},
+        {"absolute link", {link("l", "/etc/passwd")}, "absolute"},
+        {"link out", {link("l", "../outside/secret")}, "out of the folder"},
+        {"link out by a link", {link("d/up", ".."), link("d/out", "up/../outside")}, "out of"},
+        {"empty link", {link("l", "")}, "malformed target"},
+        {"hard link out",
+         {hardLink("h", "../outside/secret")},
+         "hard link that leads out",
+         {},
+         true},
+        {"hard link to nothing", {hardLink("h", "f")}, "hard link whose target is not", {}, true},
+        {"pipe", {{"p", S_IFIFO | 0644}}, "is not a file, a folder", {}, true},
+        {"set-user-id file", {{"s", S_IFREG | 04755}}, "set-user-id"},
+        {"file twice by another name", {file, {"./f"}}, "twice"},
+        {"name that is not UTF-8", {{"\xFF\xFE"}}, "not UTF-8"},
+        {"link target that is not UTF-8", {link("l", "\xFF")}, "malformed target"},
+        {"the folder itself as a file", {{"."}}, "folder itself"},
+        {"long name", {{"name"}}, "too long", {.pathLength = 3}},
+        {"deep name", {{"d/d/d/d"}}, "too deep", {.pathDepth = 3}},
+        {"too many files", {{"1"}, {"2"}, {"3"}}, "more than 2 items", {.items = 2}},
+        {"large together", {file, {"2", S_IFREG | 0644, "more"}}, "more than 7", {.bytes = 7}},
+    };
+    for (const HostileArchive& hostile : table) {
+        for (const Format& format : {kPlainTar, hostile.tarOnly ? kPlainTar : kZip}) {
+            SCOPED_TRACE(std::string(hostile.situation) + " as " + format.name);
+            writeArchive(archive, format, hostile.entries);
+            emptyTarget();
+            const std::string before = treeOf(root.path());
+            const auto error = unpackArchive(archive, target, hostile.limits);
+            emptyTarget();
+            EXPECT_EQ(treeOf(root.path()), before);
+            ASSERT_TRUE(error);
+            EXPECT_EQ(error->code, std::string_view(hostile.reason).starts_with("more")
+                                       ? NSFileReadTooLargeError
+                                       : NSFileReadCorruptFileError);
+            EXPECT_NE(error->localizedDescription.find(hostile.reason), std::string::npos)
+                << error->localizedDescription;
+        }
     }
 }
 
@@ -188,14 +171,14 @@ TEST_F(Archives, KeepModesLinksAndTimes) {
                                                {"sealed", S_IFDIR | 0555},
                                                {"sealed/run", S_IFREG | 0751, "program"},
                                                {"a/b/é e\xCC\x81", S_IFREG | 0400, ""},
-                                               entryOf("a/b/l>../../sealed/./run"),
+                                               link("a/b/l", "../../sealed/./run"),
                                                {"a", S_IFDIR | 0710}};
     for (const Format& format : kFormats) {
         SCOPED_TRACE(format.name);
         emptyTarget();
         auto written = entries;
         if (format.format != ARCHIVE_FORMAT_ZIP) {
-            written.push_back(entryOf("twin=sealed/run"));
+            written.push_back(hardLink("twin", "sealed/run"));
         }
         writeArchive(archive, format, written);
         const auto error = unpackArchive(archive, target);
