@@ -62,6 +62,9 @@ TEST_F(Preferences, MoveEachDamagedFileToANewName) {
 
 TEST_F(Preferences, NeverReplaceAnUnreadableFile) {
     using std::filesystem::perms;
+    _folder.write("Zelto/some.domain.plist", "bplist00");
+    EXPECT_TRUE(defaults().setObject("new", "key"));
+    EXPECT_EQ(*contentsOfFile(_file), "bplist00");
     _folder.write("Zelto/some.domain.plist", "secret");
     std::filesystem::permissions(_file, perms::none);
     EXPECT_FALSE(defaults().objectForKey("key"));
