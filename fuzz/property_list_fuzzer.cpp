@@ -40,8 +40,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (!read) {
         const bool isBinary = size >= 6 && std::string_view("bplist").starts_with(
                                                {reinterpret_cast<const char*>(data), 6});
-        require(read.error().code == (isBinary ? NSPropertyListReadUnknownVersionError
-                                               : NSFileReadCorruptFileError),
+        require(read.error().code ==
+                    (isBinary ? NSPropertyListReadUnknownVersionError : NSFileReadCorruptFileError),
                 "malformed data is reported as a corrupt file");
         return 0;
     }

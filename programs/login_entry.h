@@ -19,11 +19,10 @@ struct LaunchAgent {
 Result<LaunchAgent> readLaunchAgent(const std::filesystem::path& propertyList);
 
 /// Returns the path of the login entry of the job with that label, which need not exist: a desktop
-/// entry in the autostart directory of freedesktop.org's Desktop Application Autostart
-/// Specification.
+/// entry in the autostart directory that freedesktop.org defines.
 [[nodiscard]] std::filesystem::path loginEntryPath(std::string_view label);
 
-/// Returns the text of the login entry (freedesktop.org's Desktop Entry Specification 1.5). It
+/// Returns the text of the login entry (a Desktop Entry 1.5 of freedesktop.org). It
 /// starts the job's program with `DESKTOP_AUTOSTART_ID` set to the label. The session ignores it if
 /// the program is not installed. It names the property list, from which `agentOfLoginEntry` reads
 /// the job.

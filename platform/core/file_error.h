@@ -27,7 +27,7 @@ enum CocoaErrorCode : std::int64_t {
     NSFileWriteOutOfSpaceError = 640,
     NSFileWriteVolumeReadOnlyError = 642,
     NSUserCancelledError = 3072,
-    NSPropertyListReadCorruptError = 3840,  ///< Also for JSON.
+    NSPropertyListReadCorruptError = 3840,         ///< Also for JSON.
     NSPropertyListReadUnknownVersionError = 3841,  ///< The binary form.
     NSPropertyListWriteInvalidError = 3852,
 };

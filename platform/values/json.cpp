@@ -10,7 +10,6 @@
 #include "platform/core/error.h"
 #include "platform/core/file_error.h"
 
-
 // How it works: nlohmann's SAX parser reports a document as a sequence of events and does not
 // recurse. `JsonBuilder` turns the events into a `Value` and keeps a stack of the open containers,
 // so that deep nesting costs heap memory, not call stack, up to `kDeepestJson`. Writing recurses,
@@ -172,7 +171,8 @@ Result<std::string> serialiseJson(const Value& value) {
             .localizedDescription = std::string("The value can't be written as JSON: ") + reason};
     };
     if (!hasJsonForm(value)) {
-        return notSerialisable("it contains a date, data or a number that is not finite, or its nesting is too deep.");
+        return notSerialisable(
+            "it contains a date, data or a number that is not finite, or its nesting is too deep.");
     }
     try {
         return jsonOf(value).dump();

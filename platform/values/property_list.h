@@ -31,8 +31,8 @@ inline constexpr std::size_t kLargestPropertyList = std::size_t{16} << 20U;
 Result<Value> parsePropertyList(std::string_view bytes);
 
 /// Returns the dictionary that is the value of the property list in `file`. Fails
-/// like `contentsOfFile` and `parsePropertyList`, and with `NSFileReadCorruptFileError` if the value
-/// has another type.
+/// like `contentsOfFile` and `parsePropertyList`, and with `NSFileReadCorruptFileError` if the
+/// value has another type.
 Result<Value::Dictionary> dictionaryInFile(const std::filesystem::path& file);
 
 /// Returns the XML form, in UTF-8. The same value always has the same form.

@@ -11,11 +11,10 @@ namespace teravolant {
 std::optional<std::string> Crypto::MD5HashOfFile(const std::filesystem::path& path) {
     constexpr std::size_t kChunkSize = 4096;
     platform::Digest digest(platform::DigestAlgorithm::Md5);
-    const auto error =
-        platform::readInPieces(path, kChunkSize, [&digest](std::string_view chunk) {
-            digest.update(chunk);
-            return platform::Status();
-        });
+    const auto error = platform::readInPieces(path, kChunkSize, [&digest](std::string_view chunk) {
+        digest.update(chunk);
+        return platform::Status();
+    });
     const auto raw = digest.finish();
     return error || !raw ? std::nullopt : std::optional(platform::hexText(*raw));
 }
