@@ -15,7 +15,6 @@
 namespace teravolant {
 namespace {
 
-using platform::Error;
 using platform::Status;
 using std::filesystem::path;
 

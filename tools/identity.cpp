@@ -10,7 +10,6 @@ namespace teravolant::release {
 namespace {
 
 using platform::Bundle;
-using platform::Error;
 using platform::quoted;
 using platform::Result;
 using platform::Status;

@@ -17,7 +17,6 @@ namespace teravolant::release {
 namespace {
 
 namespace fs = std::filesystem;
-using platform::Error;
 using platform::Status;
 
 struct Options {
