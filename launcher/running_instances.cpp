@@ -30,7 +30,7 @@ bool isDirectory(const char* path) {
 /// Runs the command and returns the number at the start of its first output line, or 0 if there is
 /// none. Returns nothing if the pipe can't be opened.
 std::optional<int> firstNumberFrom(const char* command) {
-    const platform::ProcessListing listing;
+    const platform::BlockedSignals blocked;
     const std::unique_ptr<std::FILE, platform::Deleter<pclose>> pipe(popen(command, "r"));
     if (!pipe) {
         return std::nullopt;
@@ -42,14 +42,15 @@ std::optional<int> firstNumberFrom(const char* command) {
 
 }  // namespace
 
-// The "exe" column is the real path of the executable. It still lists a client whose file was
-// deleted, and it never lists the shell and grep, which have the path in their arguments only.
+// `ps` is the program of the bundle. Its "exe" column is the real path of the executable: it still
+// lists a client whose file was deleted, and it does not list the shell and grep, which have the
+// path in their arguments only.
 void TeravolantApp::detectClientState() {
     clientState = isDirectory(clientFolder.get()) ? kFolderExists : 0;
-    if (!formatCommand("%s '%s'", "ps -ax -o exe= | grep", clientExecPath.get())) {
+    if (!formatCommand("%s '%s'", "ps -ax -o exe= | grep -aFq", clientExecPath.get())) {
         return;
     }
-    const platform::ProcessListing listing;
+    const platform::BlockedSignals blocked;
     if (platform::runShellCommand(commandBuffer.get()) == 0) {
         clientState |= kInstanceRuns;
     }
@@ -60,7 +61,7 @@ bool TeravolantApp::resolveClientState(bool checkAndUpdateOnly) {
     switch (clientState) {
         case 0:
             if (!checkAndUpdateOnly) {
-                logger.logMessage("INFO: brisklink can be launched!.");
+                logger.logMessage("INFO: brisklink can be launched!");
             }
             return !checkAndUpdateOnly;
         case kInstanceRuns:
@@ -89,7 +90,7 @@ bool TeravolantApp::resolveClientState(bool checkAndUpdateOnly) {
 
 bool TeravolantApp::killFirstInstance() {
     Logger& logger = Logger::sharedInstance();
-    if (!formatCommand("ps -ax -o pid=,exe= | grep '%s' | awk '{print($1)}'",
+    if (!formatCommand("ps -ax -o pid=,exe= | grep -aF '%s' | awk '{print($1)}'",
                        clientExecPath.get())) {
         return true;
     }

@@ -11,6 +11,7 @@
 
 #include <sysexits.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -24,6 +25,7 @@
 #include "platform/files/durable_file.h"
 #include "platform/files/files.h"
 #include "platform/system/process.h"
+#include "platform/system/process_list.h"
 #include "programs/login_entry.h"
 
 namespace {
@@ -41,20 +43,26 @@ int fail(const std::string& subject, const std::string& reason, int status = EXI
     return status;
 }
 
-/// Returns the processes that run the program of the job with exactly its arguments.
-std::vector<RunningProcess> processesOf(const LaunchAgent& agent) {
+/// Returns the ids of the processes that run the program of the job with exactly its arguments.
+std::vector<int> processesOf(const LaunchAgent& agent) {
     std::error_code missing;
     const fs::path program = fs::canonical(agent.programArguments.front(), missing);
-    std::vector<RunningProcess> processes;
-    if (!missing) {
-        processes = processesRunning(program);
-        std::erase_if(processes, [&agent](const RunningProcess& process) {
-            return !std::equal(process.arguments.begin() + (process.arguments.empty() ? 0 : 1),
-                               process.arguments.end(), agent.programArguments.begin() + 1,
-                               agent.programArguments.end());
-        });
+    const auto processes = runningProcesses();
+    std::vector<int> identifiers;
+    if (missing || !processes) {
+        return identifiers;
     }
-    return processes;
+    for (const RunningProcess& process : *processes) {
+        const auto arguments = process.executable == program
+                                   ? argumentsOf(process.processIdentifier)
+                                   : std::vector<std::string>();
+        if (!arguments.empty() &&
+            std::equal(arguments.begin() + 1, arguments.end(), agent.programArguments.begin() + 1,
+                       agent.programArguments.end())) {
+            identifiers.push_back(process.processIdentifier);
+        }
+    }
+    return identifiers;
 }
 
 int load(const std::string& path) {
@@ -96,8 +104,8 @@ int start(const LaunchAgent& agent) {
 }
 
 int stop(const LaunchAgent& agent) {
-    for (const RunningProcess& process : processesOf(agent)) {
-        kill(process.processIdentifier, SIGTERM);
+    for (const int process : processesOf(agent)) {
+        kill(process, SIGTERM);
     }
     return EXIT_SUCCESS;
 }

@@ -5,6 +5,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
@@ -20,6 +21,7 @@
 #include "platform/system/bundle.h"
 #include "platform/system/executable_path.h"
 #include "platform/system/process.h"
+#include "platform/system/process_list.h"
 
 namespace {
 
@@ -79,7 +81,9 @@ int openBundle(const Request& request) {
     // Concurrent calls must not both start the executable. The lock is not on the executable
     // itself, because a file that is open for writing cannot be executed.
     const auto lock = FileLock::acquire(request.bundle / "Contents" / "Info.plist");
-    if (!processesRunning(executable).empty()) {
+    const auto processes = runningProcesses();
+    if (processes &&
+        std::ranges::count(*processes, executable.native(), &RunningProcess::executable) > 0) {
         return EXIT_SUCCESS;
     }
     removeOwnFolderFromPath();

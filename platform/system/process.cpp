@@ -7,12 +7,8 @@
 
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <csignal>
 #include <cstdlib>
-#include <optional>
-#include <string_view>
-#include <system_error>
 
 #include "platform/core/file_descriptor.h"
 #include "platform/core/file_error.h"
@@ -20,20 +16,15 @@
 #include "platform/files/files.h"
 #include "platform/system/bundle.h"
 
-// How it works: `runToEndOfOutput` and `launchDetached` start programs with posix_spawn, which
+// How it works: `runToEndOfOutput` and `launchDetached` start programs with posix_spawnp, which
 // needs no shell, does not copy the address space and reports a failed exec to the caller. The
 // first gives the program a pipe as its standard output, the second a session and standard streams
 // of its own.
 //
 // `runShellCommand` uses `system`, which ignores SIGINT and SIGQUIT in the caller while it waits.
-// Ctrl-C sends SIGINT to both processes, and the caller misses it. The status of the command shows
-// whether SIGINT ended it: directly, or as the shell's exit status 128 + SIGINT.
-//
-// `ProcessListing` changes the environment, standard output and the signal mask of this process,
-// because the children of `system` and `popen` inherit them.
-//
-// `processesRunning` compares the link /proc/PID/exe, which the kernel keeps up to date when the
-// file is moved, with the path of the executable, and reads the arguments from /proc/PID/cmdline.
+// Ctrl-C sends SIGINT to both processes, and the caller misses it. The status of the shell shows
+// it: Ctrl-C kills the shell too. A command that exits with status 130 (128 + SIGINT) by itself is
+// not an interrupted one, and the shell then exits instead of being killed.
 namespace teravolant::platform {
 namespace {
 
@@ -64,8 +55,8 @@ Status spawn(const fs::path& executable, const std::vector<std::string>& argumen
         argumentVector.push_back(const_cast<char*>(argument.c_str()));
     }
     argumentVector.push_back(nullptr);
-    const int failure = posix_spawn(&child, executable.c_str(), &settings.actions,
-                                    &settings.attributes, argumentVector.data(), environ);
+    const int failure = posix_spawnp(&child, executable.c_str(), &settings.actions,
+                                     &settings.attributes, argumentVector.data(), environ);
     if (failure == 0) {
         return std::nullopt;
     }
@@ -96,36 +87,6 @@ std::string readToEnd(int descriptor) {
     }
 }
 
-std::vector<std::string> splitAtNul(std::string_view text) {
-    std::vector<std::string> parts;
-    while (!text.empty()) {
-        const std::size_t end = text.find('\0');
-        parts.emplace_back(text.substr(0, end));
-        text.remove_prefix(end == text.npos ? text.size() : end + 1);
-    }
-    return parts;
-}
-
-std::optional<std::string> environmentValue(const char* name) {
-    const char* value = std::getenv(name);
-    return value == nullptr ? std::nullopt : std::optional<std::string>(value);
-}
-
-void restoreEnvironment(const char* name, const std::optional<std::string>& value) {
-    if (value) {
-        setenv(name, value->c_str(), 1);
-    } else {
-        unsetenv(name);
-    }
-}
-
-bool endedByInterrupt(int status) {
-    constexpr int kShellStatusOfSignals = 128;
-    return WIFSIGNALED(status)
-               ? WTERMSIG(status) == SIGINT
-               : WIFEXITED(status) && WEXITSTATUS(status) == kShellStatusOfSignals + SIGINT;
-}
-
 }  // namespace
 
 TaskResult runToEndOfOutput(const fs::path& executable, const std::vector<std::string>& arguments) {
@@ -151,47 +112,41 @@ TaskResult runToEndOfOutput(const fs::path& executable, const std::vector<std::s
     return {std::move(text), std::nullopt};
 }
 
+std::optional<int> runToExit(const fs::path& program, const std::vector<std::string>& arguments) {
+    SpawnSettings settings;
+    posix_spawn_file_actions_addopen(&settings.actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&settings.actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    pid_t child = 0;
+    int status = 0;
+    if (spawn(program, arguments, settings, child)) {
+        return std::nullopt;
+    }
+    while (waitpid(child, &status, 0) < 0) {
+        if (errno != EINTR) {
+            return std::nullopt;
+        }
+    }
+    return WIFEXITED(status) ? std::optional(WEXITSTATUS(status)) : std::nullopt;
+}
+
 int runShellCommand(const char* command) {
     const int status = std::system(command);
-    if (status != -1 && endedByInterrupt(status)) {
+    if (status != -1 && WIFSIGNALED(status) && WTERMSIG(status) == SIGINT) {
         (void)std::raise(SIGINT);
     }
     return status;
 }
 
-struct ProcessListing::Before {
-    std::optional<std::string> locale = environmentValue("LC_ALL");
-    std::optional<std::string> columns = environmentValue("COLUMNS");
-    FileDescriptor standardOutput{fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)};
-    sigset_t signals{};
-};
-
-ProcessListing::ProcessListing() : _before(std::make_unique<Before>()) {
-    // Outside a UTF-8 locale, `ps` replaces non-ASCII characters. With COLUMNS, it truncates lines
-    // even in a pipe.
-    setenv("LC_ALL", "C.UTF-8", 1);
-    unsetenv("COLUMNS");
-    if (const FileDescriptor null(open("/dev/null", O_WRONLY | O_CLOEXEC));
-        !null || !_before->standardOutput || dup2(null.get(), STDOUT_FILENO) < 0) {
-        _before->standardOutput.reset();
-    }
-    // A list that a signal cuts short would look as if no process was running.
-    sigset_t held;
-    sigemptyset(&held);
+BlockedSignals::BlockedSignals() {
+    sigset_t blocked;
+    sigemptyset(&blocked);
     for (const int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) {
-        sigaddset(&held, signal);
+        sigaddset(&blocked, signal);
     }
-    pthread_sigmask(SIG_BLOCK, &held, &_before->signals);
+    pthread_sigmask(SIG_BLOCK, &blocked, &_before);
 }
 
-ProcessListing::~ProcessListing() {
-    if (_before->standardOutput) {
-        dup2(_before->standardOutput.get(), STDOUT_FILENO);
-    }
-    restoreEnvironment("LC_ALL", _before->locale);
-    restoreEnvironment("COLUMNS", _before->columns);
-    pthread_sigmask(SIG_SETMASK, &_before->signals, nullptr);
-}
+BlockedSignals::~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &_before, nullptr); }
 
 Status launchDetached(const fs::path& executable, const std::vector<std::string>& arguments) {
     SpawnSettings settings;
@@ -210,29 +165,6 @@ Status launchDetached(const fs::path& executable, const std::vector<std::string>
                              POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
     pid_t child = 0;
     return spawn(executable, arguments, settings, child);
-}
-
-std::vector<RunningProcess> processesRunning(const fs::path& executable) {
-    std::vector<RunningProcess> running;
-    std::error_code failure;
-    std::error_code unreadable;
-    for (fs::directory_iterator entry("/proc", unreadable); !unreadable && entry != fs::end(entry);
-         entry.increment(unreadable)) {
-        const std::string name = entry->path().filename();
-        int identifier = 0;
-        const auto [end, error] =
-            std::from_chars(name.data(), name.data() + name.size(), identifier);
-        if (error != std::errc() || end != name.data() + name.size()) {
-            continue;
-        }
-        if (fs::read_symlink(entry->path() / "exe", failure) != executable) {
-            continue;
-        }
-        const auto commandLine = contentsOfFile(entry->path() / "cmdline");
-        running.push_back(
-            {identifier, commandLine ? splitAtNul(*commandLine) : std::vector<std::string>()});
-    }
-    return running;
 }
 
 }  // namespace teravolant::platform

@@ -1,7 +1,8 @@
 #pragma once
 
+#include <csignal>
 #include <filesystem>
-#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,44 +24,36 @@ struct TaskResult {
 TaskResult runToEndOfOutput(const std::filesystem::path& executable,
                             const std::vector<std::string>& arguments);
 
+/// Starts a program without a shell, with /dev/null as its standard input and output, and blocks
+/// until it ends. A name without a slash is searched for in `PATH`. Returns the exit status, or
+/// nothing if the program was not started or a signal killed it.
+std::optional<int> runToExit(const std::filesystem::path& program,
+                             const std::vector<std::string>& arguments);
+
 /// Runs a command with the shell, blocks until it ends and returns its status as `system` does.
 ///
-/// During the command, the caller ignores SIGINT. If SIGINT ends the command, raises SIGINT in the
-/// caller as well.
+/// During the command, the caller ignores SIGINT. If SIGINT kills the command, as Ctrl-C does,
+/// raises SIGINT in the caller as well. The command's exit status has no effect.
 int runShellCommand(const char* command);
 
-/// Prepares the process for shell commands that read the list of processes, for its lifetime:
-/// - `ps` prints complete paths in UTF-8 (`LC_ALL` is C.UTF-8, and `COLUMNS` is unset).
-/// - Standard output is /dev/null, so that a closed one does not make a command fail. It stays
-///   unchanged if no descriptor is free.
-/// - SIGINT, SIGQUIT, SIGTERM and SIGHUP are blocked, in this process and in the commands.
-///
-/// The destructor restores all of it. Main thread only, while no other thread runs.
-class ProcessListing {
+/// Blocks SIGINT, SIGQUIT, SIGTERM and SIGHUP, for its lifetime, in the calling thread and in the
+/// programs that it starts.
+class BlockedSignals {
   public:
-    ProcessListing();
-    ~ProcessListing();
-    ProcessListing(const ProcessListing&) = delete;
-    ProcessListing& operator=(const ProcessListing&) = delete;
+    BlockedSignals();
+    ~BlockedSignals();
+    BlockedSignals(const BlockedSignals&) = delete;
+    BlockedSignals& operator=(const BlockedSignals&) = delete;
 
   private:
-    struct Before;
-    std::unique_ptr<Before> _before;
+    sigset_t _before{};
 };
 
 /// Starts a program that outlives the caller: in a new session, with the working directory "/",
 /// with /dev/null as its standard streams, without other inherited descriptors, and with the
-/// default signal actions and mask. Fails if the program cannot be executed.
+/// default signal actions and mask. A name without a slash is searched for in `PATH`. Fails if the
+/// program cannot be executed.
 [[nodiscard]] Status launchDetached(const std::filesystem::path& executable,
                                     const std::vector<std::string>& arguments);
-
-struct RunningProcess {
-    int processIdentifier = 0;
-    std::vector<std::string> arguments;  ///< Including the program's name.
-};
-
-/// Returns the processes whose executable is `executable`, a real path. Skips processes that the
-/// user may not inspect.
-[[nodiscard]] std::vector<RunningProcess> processesRunning(const std::filesystem::path& executable);
 
 }  // namespace teravolant::platform
