@@ -1,5 +1,6 @@
 #include <unistd.h>
 
+#include "launcher/start_turn.h"
 #include "launcher/teravolant_app.h"
 #include "support/logger.h"
 #include "support/settings_manager.h"
@@ -16,6 +17,7 @@ void TeravolantApp::launchTeravolant() {
     if (!clientExecPath) {
         return;
     }
+    takeTurn();  // A command to a running client has ended it.
     if (clientState != 3) {
         runCommand("mkdir '%s'", clientFolder.get());
         runCommand("tar xzf '%s/../Resources/client.tar.gz' -C '%s'", launcherDir.get(),
@@ -24,6 +26,7 @@ void TeravolantApp::launchTeravolant() {
     }
     appendLaunchArguments();
     runCommand("open -a '%s' --args %s", clientAppPath.get(), clientArguments());
+    endTurn();
 }
 
 void TeravolantApp::sendTeravolantCommand(const char* command) {

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <string_view>
 
+#include "launcher/start_turn.h"
 #include "launcher/task_runner.h"
 #include "launcher/teravolant_app.h"
 #include "platform/core/error.h"
@@ -99,6 +100,7 @@ void TeravolantApp::storeLaunchAgent(LaunchAgentKind kind, bool reloadOnError) {
         Logger::sharedInstance().logMessage("INFO: root user is not allowed to store agent!.");
         return;
     }
+    takeTurn();  // Two starts that store an agent at once would report each other's files.
     const auto resource = platform::Bundle::mainBundle().pathForResource(labelOf(kind), "plist");
     if (!resource) {
         return;

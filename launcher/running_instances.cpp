@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 
+#include "launcher/start_turn.h"
 #include "launcher/teravolant_app.h"
 #include "platform/core/deleter.h"
 #include "platform/system/process.h"
@@ -81,6 +82,7 @@ bool TeravolantApp::resolveClientState(bool checkAndUpdateOnly) {
                 const auto setup =
                     SettingsManager::sharedInstance().getUserSetting("forceSetupInstall", "true");
                 const bool setupIsDone = setup == SettingsManager::Value("false");
+                endTurn();  // The command may run for hours.
                 sendTeravolantCommand(setupIsDone ? "--needrestart \"ApplyReleasesWaiting\""
                                                   : nullptr);
             }

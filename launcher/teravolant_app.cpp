@@ -7,10 +7,13 @@
 
 #include "launcher/command_line.h"
 #include "launcher/install_parameters.h"
+#include "launcher/start_turn.h"
+#include "platform/core/error.h"
 #include "platform/files/paths.h"
 #include "platform/system/application.h"
 #include "platform/system/bundle.h"
 #include "platform/system/executable_path.h"
+#include "platform/system/preferences.h"
 #include "support/logger.h"
 #include "support/settings_manager.h"
 #include "updater/teravolant_app_delegate.h"
@@ -89,6 +92,10 @@ int TeravolantApp::run(int argc, char* argv[]) {
 
     if (getuid() == 0) {
         Logger::sharedInstance().logMessage("Running as root");
+        if (const auto error = platform::UserDefaults::checkAnyUserDirectory()) {
+            Logger::sharedInstance().logMessage("ERROR: the choices are not stored: " +
+                                                error->localizedDescription);
+        }
         writeInstallParameters(arguments);
         return 0;
     }
@@ -97,6 +104,11 @@ int TeravolantApp::run(int argc, char* argv[]) {
     }
     buildClientPaths();
 
+    if (platform::Application::terminationIsRequested()) {
+        // No client will be opened: leave the folder and the instances of other starts alone.
+        return platform::applicationMain(argc, argv);
+    }
+    takeTurn();
     commandBuffer = std::make_unique<char[]>(kCommandSize);
     detectClientState();
     if (!resolveClientState(checkAndUpdateOnly)) {

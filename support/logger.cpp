@@ -6,20 +6,32 @@
 #include <exception>
 #include <string>
 
+#include "platform/core/error.h"
+#include "platform/core/file_error.h"
 #include "platform/core/local_time.h"
 #include "platform/files/file_lock.h"
 #include "platform/files/files.h"
 #include "platform/files/paths.h"
+#include "platform/files/private_directory.h"
 #include "platform/system/console_log.h"
 
 namespace teravolant {
 namespace {
 
+constexpr std::string_view kFolder = "Zelto/Teravolant App";
+
 std::filesystem::path logFolder() {
     if (geteuid() != 0) {
-        return platform::applicationSupportDirectory() / "Zelto/Teravolant App";
+        return platform::applicationSupportDirectory() / kFolder;
     }
-    return platform::machineLogDirectory() / "Zelto/Teravolant App";
+    return platform::machineLogDirectory() / kFolder;
+}
+
+/// Fails if another user could replace the superuser's log by a link or change its contents.
+platform::Status checkSuperusersFolder() {
+    return geteuid() == 0
+               ? platform::checkPrivateDirectories(platform::machineLogDirectory(), kFolder)
+               : platform::Status();
 }
 
 std::filesystem::path backupPath(const std::filesystem::path& logFile, std::uint64_t number) {
@@ -35,6 +47,11 @@ Logger& Logger::sharedInstance() {
 
 Logger::Logger() {
     try {
+        if (const auto error = checkSuperusersFolder()) {
+            logToConsole("WARNING: messages go to the console only: " +
+                         error->localizedDescription);
+            return;
+        }
         const std::filesystem::path folder = logFolder();
         if (!platform::fileExists(folder)) {
             // If this fails, every append fails and messages go to the console only.
@@ -66,7 +83,8 @@ void Logger::logToFile(std::string_view message) const {
     entry.reserve(message.size() + 32);
     entry.append(platform::localTimeText(std::time(nullptr))).append(": ");
     entry.append(message).append("\n");
-    (void)platform::appendToFile(_logFilePath, entry);
+    const auto links = geteuid() == 0 ? platform::Links::Refuse : platform::Links::Follow;
+    (void)platform::appendToFile(_logFilePath, entry, links);
 }
 
 void Logger::checkFileSizeAndBackupIfNeeded() const {
@@ -78,9 +96,13 @@ void Logger::checkFileSizeAndBackupIfNeeded() const {
         return;
     }
     // Two processes may find the log too large at the same time. The second one must not rotate the
-    // first one's backup away, so check the size again under the lock.
-    const auto lock = platform::FileLock::acquire(_logFilePath.parent_path() / "rotation.lock");
-    if (lock && tooLarge()) {
+    // first one's backup away, so check the size again under the lock. The log of a start that
+    // cannot have a lock file must not grow for ever, so rotate it without a lock.
+    constexpr std::chrono::milliseconds kPatience(100);
+    const auto lock =
+        platform::FileLock::acquire(_logFilePath.parent_path() / "rotation.lock", kPatience);
+    const bool isHeldElsewhere = !lock && lock.error().code == platform::NSFileLockingError;
+    if (!isHeldElsewhere && tooLarge()) {
         backupLogFile();
     }
 }

@@ -28,14 +28,14 @@ FileDescriptor openLockFile(const fs::path& path) {
 
 }  // namespace
 
-int lockWithin(int descriptor, std::chrono::milliseconds patience) {
+int lockWithin(int descriptor, std::chrono::milliseconds patience, bool (*isCancelled)()) {
     constexpr std::chrono::milliseconds kPause(5);
     const auto end = std::chrono::steady_clock::now() + patience;
     while (flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
         if (errno != EINTR && errno != EWOULDBLOCK) {
             return errno;
         }
-        if (std::chrono::steady_clock::now() >= end) {
+        if (std::chrono::steady_clock::now() >= end || (isCancelled != nullptr && isCancelled())) {
             return EWOULDBLOCK;
         }
         std::this_thread::sleep_for(kPause);
@@ -53,9 +53,10 @@ Status lockError(int errorNumber, const fs::path& path) {
                                          " could not be locked: another process holds its lock."};
 }
 
-Result<FileLock> FileLock::acquire(const fs::path& path, std::chrono::milliseconds patience) {
+Result<FileLock> FileLock::acquire(const fs::path& path, std::chrono::milliseconds patience,
+                                   bool (*isCancelled)()) {
     FileDescriptor file = openLockFile(path);
-    if (const int failure = file ? lockWithin(file.get(), patience) : errno) {
+    if (const int failure = file ? lockWithin(file.get(), patience, isCancelled) : errno) {
         return lockError(failure, path);
     }
     return FileLock(std::move(file));

@@ -14,8 +14,9 @@ namespace teravolant::platform {
 inline constexpr std::chrono::milliseconds kLockPatience = std::chrono::seconds(10);
 
 /// Locks an open file exclusively. Returns 0, EWOULDBLOCK if another process held the lock for all
-/// of `patience`, or another `errno` value.
-[[nodiscard]] int lockWithin(int descriptor, std::chrono::milliseconds patience);
+/// of `patience` or until `isCancelled` returned true, or another `errno` value.
+[[nodiscard]] int lockWithin(int descriptor, std::chrono::milliseconds patience,
+                             bool (*isCancelled)() = nullptr);
 
 /// The error of `lockWithin` for the file at `path`: `NSFileLockingError` for EWOULDBLOCK.
 [[nodiscard]] Status lockError(int errorNumber, const std::filesystem::path& path);
@@ -27,9 +28,11 @@ inline constexpr std::chrono::milliseconds kLockPatience = std::chrono::seconds(
 class FileLock {
   public:
     /// Locks the file at `path`; creates it, readable by its owner only, if it is missing. Blocks
-    /// for at most `patience` and then fails with `NSFileLockingError`.
+    /// for at most `patience`, or until `isCancelled` returns true, and then fails with
+    /// `NSFileLockingError`.
     static Result<FileLock> acquire(const std::filesystem::path& path,
-                                    std::chrono::milliseconds patience = kLockPatience);
+                                    std::chrono::milliseconds patience = kLockPatience,
+                                    bool (*isCancelled)() = nullptr);
 
     /// Like `acquire`, but returns nothing at once if another process holds the lock.
     static Result<std::optional<FileLock>> tryAcquire(const std::filesystem::path& path);

@@ -19,6 +19,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
+int flagFor(Links links) { return links == Links::Refuse ? O_NOFOLLOW : 0; }
+
 /// Copies the remaining contents of one file to another. Returns 0 or an `errno` value.
 int copyContents(int from, int to) {
     constexpr std::size_t kMost = 1U << 30U;
@@ -130,9 +132,10 @@ Status moveItem(const fs::path& source, const fs::path& target) {
     return std::nullopt;
 }
 
-Status appendToFile(const fs::path& path, std::string_view bytes) {
+Status appendToFile(const fs::path& path, std::string_view bytes, Links links) {
     const FileDescriptor file(open(
-        path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0666));
+        path.c_str(),
+        O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | flagFor(links), 0666));
     const int failure = file ? writeAll(file.get(), bytes) : errno;
     return failure == 0 ? Status() : writeError(failure, path.native());
 }
@@ -142,9 +145,8 @@ Status readInPieces(const fs::path& path, std::size_t pieceSize,
     if (path.native().find('\0') != fs::path::string_type::npos) {
         return readError(EINVAL, path.native());
     }
-    const int noLink = links == Links::Refuse ? O_NOFOLLOW : 0;
     const FileDescriptor file(
-        open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | noLink));
+        open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | flagFor(links)));
     struct stat status {};
     if (!file || fstat(file.get(), &status) != 0) {
         return readError(errno, path.native());

@@ -14,6 +14,8 @@
 // are done, and return failures as errors of `NSCocoaErrorDomain`. None throws on failure.
 namespace teravolant::platform {
 
+enum class Links : std::uint8_t { Follow, Refuse };
+
 struct FileAttributes {
     std::chrono::sys_time<std::chrono::nanoseconds> fileModificationDate;
     std::uint64_t fileSize = 0;  ///< Bytes.
@@ -47,10 +49,9 @@ Status moveItem(const std::filesystem::path& source, const std::filesystem::path
 
 /// Appends `bytes` with one write and creates the file if it is missing. Concurrent appends, of
 /// this process or another, do not mix their bytes. Fails instead of blocking on a named pipe
-/// without a reader.
-Status appendToFile(const std::filesystem::path& path, std::string_view bytes);
-
-enum class Links : std::uint8_t { Follow, Refuse };
+/// without a reader. With `Links::Refuse`, fails if `path` is a symbolic link.
+Status appendToFile(const std::filesystem::path& path, std::string_view bytes,
+                    Links links = Links::Follow);
 
 /// Reads a regular file through one buffer of `pieceSize` bytes and passes the result of each read
 /// to `receive`, whose error ends the reading and is returned. Fails for a directory, a device or a

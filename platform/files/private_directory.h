@@ -3,6 +3,8 @@
 #include <filesystem>
 #include <string>
 
+#include "platform/core/result.h"
+
 // Directories that only the current user can change. All operations may be called from any thread.
 namespace teravolant::platform {
 
@@ -16,6 +18,11 @@ namespace teravolant::platform {
 /// Whether `path` is a directory, not a link to one, that belongs to the current user and that
 /// neither its group nor others may write to.
 [[nodiscard]] bool isPrivateDirectory(const std::filesystem::path& path);
+
+/// Fails if a directory of `relative`, which stands below `base`, exists and is not private to the
+/// current user. `base` itself is not checked. Creates nothing.
+[[nodiscard]] Status checkPrivateDirectories(const std::filesystem::path& base,
+                                             const std::filesystem::path& relative);
 
 /// Returns 0 if the current user may write to the item, else an `errno` value.
 [[nodiscard]] int checkWritable(const std::filesystem::path& path);

@@ -3,8 +3,10 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -20,13 +22,17 @@
 // sets an atomic flag and writes, and both are safe in a signal handler. The loop then resets the
 // eventfd, takes the whole queue under the mutex and runs it without the mutex, so that work can
 // queue more work. It checks the flag after each round: the work of the round runs first, then the
-// termination. The handlers are installed with SA_RESETHAND, so that a second signal of the same
-// kind has its default action and kills a process whose work does not return.
+// termination. The handler notes the time of the first signal of each kind. On a later signal it
+// restores the default action and raises the signal again, which kills a process whose work does
+// not return.
 namespace teravolant::platform {
 namespace {
 
 std::atomic<bool> terminationRequested = false;
 std::atomic<int> wakeUpDescriptor = -1;
+std::atomic<Application::MonotonicClock> signalClock = std::chrono::steady_clock::now;
+/// The time of the first signal by its number, in the clock's units; 0 before it.
+std::array<std::atomic<std::int64_t>, SIGTERM + 1> firstSignals{};
 
 void wakeUp() {
     const std::uint64_t one = 1;
@@ -35,20 +41,34 @@ void wakeUp() {
     errno = saved;
 }
 
-void requestTermination(int /*signal*/) {
-    terminationRequested = true;
-    wakeUp();
-}
-
 void ignoreSignal(int /*signal*/) {}
 
 /// Child processes inherit a signal mask and ignored signals, but no handlers.
-void handle(int signal, void (*handler)(int), int flags) {
+void handle(int signal, void (*handler)(int)) {
     struct sigaction action {};
     action.sa_handler = handler;
-    action.sa_flags = SA_RESTART | flags;
+    action.sa_flags = SA_RESTART;
     sigemptyset(&action.sa_mask);
     sigaction(signal, &action, nullptr);
+}
+
+/// Whether an earlier signal of the same kind requested termination more than two seconds ago.
+bool isRepeated(int signal) {
+    constexpr std::chrono::steady_clock::duration kPair = std::chrono::seconds(2);
+    const std::int64_t now = signalClock.load()().time_since_epoch().count();
+    std::int64_t first = 0;
+    return !firstSignals[static_cast<std::size_t>(signal)].compare_exchange_strong(first, now) &&
+           now - first > kPair.count();
+}
+
+void requestTermination(int signal) {
+    if (isRepeated(signal)) {
+        handle(signal, SIG_DFL);
+        (void)std::raise(signal);  // Takes effect when the handler returns.
+        return;
+    }
+    terminationRequested = true;
+    wakeUp();
 }
 
 bool isIgnored(int signal) {
@@ -73,7 +93,7 @@ void putHelpersFirstOnPath() {
     const char* current = std::getenv("PATH");
     std::istringstream entries(current == nullptr ? "" : current);
     for (std::string entry; std::getline(entries, entry, ':');) {
-        if (!entry.empty() && entry != helpers) {
+        if (entry.starts_with('/') && entry != helpers) {
             path += ":" + entry;
         }
     }
@@ -83,18 +103,18 @@ void putHelpersFirstOnPath() {
 /// Sets the actions and the mask of signals, which the parent process may have left ignored or
 /// blocked.
 void readySignals() {
-    handle(SIGCHLD, SIG_DFL, 0);
+    handle(SIGCHLD, SIG_DFL);
     // A closed console or a file at its size limit makes the write fail and must not kill the
     // process.
-    handle(SIGPIPE, ignoreSignal, 0);
-    handle(SIGXFSZ, ignoreSignal, 0);
+    handle(SIGPIPE, ignoreSignal);
+    handle(SIGXFSZ, ignoreSignal);
     sigset_t wanted;
     sigemptyset(&wanted);
     sigaddset(&wanted, SIGCHLD);
     for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
         sigaddset(&wanted, signal);
         if (!isIgnored(signal)) {
-            handle(signal, requestTermination, SA_RESETHAND);
+            handle(signal, requestTermination);
         }
     }
     pthread_sigmask(SIG_UNBLOCK, &wanted, nullptr);
@@ -120,6 +140,9 @@ Application::Application() {
     wakeUpDescriptor = _wakeUp.get();
     readySignals();
     putHelpersFirstOnPath();
+    if (geteuid() == 0) {
+        umask(S_IWGRP | S_IWOTH);
+    }
     const bool loginItem = takeLoginMark();
     _notification.isDefaultLaunch = !loginItem;
     _event.eventID = kOpenApplicationEvent;
@@ -127,6 +150,10 @@ Application::Application() {
         _event.parameters[kPropertyData] = {kTypeDescriptor, kLoginItem};
     }
 }
+
+bool Application::terminationIsRequested() { return terminationRequested; }
+
+void Application::setSignalClock(MonotonicClock clock) { signalClock = clock; }
 
 void Application::dispatchAsyncOnMainQueue(std::function<void()> work) {
     {

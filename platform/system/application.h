@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -52,13 +53,17 @@ class ApplicationDelegate {
 ///
 /// The first call of `sharedApplication` creates it. Make that call at the program's start, on the
 /// main thread and before any other thread starts. The creation prepares the process:
-/// - SIGTERM, SIGINT and SIGHUP request termination, which the loop carries out. The second signal
-///   of the same kind kills the process. A signal that the process inherits ignored, as with
-///   `nohup`, stays ignored. Child processes start with the default actions.
+/// - SIGTERM, SIGINT and SIGHUP request termination, which the loop carries out. Another signal of
+///   the same kind has no effect within two seconds of the first, because service managers and
+///   closing terminals send pairs; a later one kills the process. A signal that the process
+///   inherits ignored, as with `nohup`, stays ignored. Child processes start with the default
+///   actions.
 /// - SIGPIPE and SIGXFSZ do not kill the process: the write fails instead.
 /// - SIGCHLD has its default action, so that child processes can be waited for.
-/// - The main bundle's Helpers folder comes first on `PATH`. Empty entries, which stand for the
-///   working directory, are removed. If no other entry remains, the system's default ones follow.
+/// - The main bundle's Helpers folder comes first on `PATH`. Relative and empty entries, which
+///   depend on the working directory, are removed. If no other entry remains, the system's default
+///   ones follow.
+/// - The superuser's umask is 022: no other user can write to what the process creates.
 /// - `DESKTOP_AUTOSTART_ID`, with which a session manager marks a start at login, is read and
 ///   removed from the environment, so that child processes do not inherit the mark.
 class Application {
@@ -69,6 +74,13 @@ class Application {
     void setDelegate(std::unique_ptr<ApplicationDelegate> delegate) {
         _delegate = std::move(delegate);
     }
+
+    /// Whether a signal has requested termination. May be called from any thread.
+    [[nodiscard]] static bool terminationIsRequested();
+
+    /// Replaces the clock that tells a pair of signals from a later signal. For tests.
+    using MonotonicClock = std::chrono::steady_clock::time_point (*)();
+    static void setSignalClock(MonotonicClock clock);
 
     /// Returns the open-application event of this start, marked if it is a start at login.
     [[nodiscard]] const AppleEvent& currentAppleEvent() const { return _event; }

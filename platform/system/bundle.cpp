@@ -9,6 +9,7 @@
 #include "platform/files/files.h"
 #include "platform/files/paths.h"
 #include "platform/system/executable_path.h"
+#include "platform/values/printed_form.h"
 
 namespace teravolant::platform {
 namespace {
@@ -83,7 +84,11 @@ std::optional<std::string> Bundle::bundleIdentifier() const {
 }
 
 std::optional<std::string> Bundle::shortVersion() const {
-    return textIn(_information, "CFBundleShortVersionString");
+    const Value* const version = objectForInfoDictionaryKey("CFBundleShortVersionString");
+    if (version == nullptr) {
+        return std::nullopt;
+    }
+    return version->text() != nullptr ? *version->text() : printedForm(*version);
 }
 
 bool Bundle::canRun() const {

@@ -9,6 +9,7 @@
 #include "platform/files/file_lock.h"
 #include "platform/files/files.h"
 #include "platform/files/paths.h"
+#include "platform/files/private_directory.h"
 #include "platform/system/bundle.h"
 #include "platform/system/console_log.h"
 
@@ -63,21 +64,22 @@ Status setAside(const fs::path& file, const Error& reason) {
 }
 
 /// Creates the directory of a domain. Makes that of an all-users domain readable by all users, also
-/// under a superuser's strict umask.
+/// if an earlier version created it under a strict umask.
 Status makeFolder(const fs::path& folder, unsigned fileMode) {
+    if (fileMode != kReadableByAll) {
+        return createDirectory(folder);
+    }
+    if (auto error = UserDefaults::checkAnyUserDirectory()) {
+        return error;
+    }
     if (auto error = createDirectory(folder)) {
         return error;
     }
-    if (fileMode == kReadableByAll) {
-        using fs::perms;
-        std::error_code refused;
-        for (const auto& path : {folder.parent_path(), folder}) {
-            fs::permissions(
-                path,
-                perms::group_read | perms::group_exec | perms::others_read | perms::others_exec,
-                fs::perm_options::add, refused);
-        }
-    }
+    using fs::perms;
+    std::error_code refused;
+    fs::permissions(folder,
+                    perms::group_read | perms::group_exec | perms::others_read | perms::others_exec,
+                    fs::perm_options::add, refused);
     return std::nullopt;
 }
 
@@ -99,6 +101,10 @@ UserDefaults UserDefaults::forDomain(std::string_view domain) {
 
 UserDefaults UserDefaults::forAnyUser(std::string_view domain) {
     return {fileOf(kMachineConfiguration, domain), kReadableByAll};
+}
+
+Status UserDefaults::checkAnyUserDirectory() {
+    return checkPrivateDirectories(kMachineConfiguration, kVendorFolder);
 }
 
 std::optional<Value> UserDefaults::objectForKey(std::string_view key) const {
