@@ -9,6 +9,7 @@
 #include <regex>
 #include <thread>
 
+#include "platform/files/file_lock.h"
 #include "platform/files/files.h"
 #include "tests/fixtures/temporary_folder.h"
 
@@ -59,8 +60,22 @@ TEST_F(LoggerTest, RotatesFileAboveThreshold) {
     }
 }
 
+constexpr std::uintmax_t kTooLarge = 10485761;
+
+TEST_F(LoggerTest, SkipsRotationOnlyWhileAnotherStartRotates) {
+    makeFile("updater.log", kTooLarge);
+    {
+        const auto lock = platform::FileLock::acquire(_folder / "rotation.lock");
+        Logger();
+        EXPECT_EQ(fs::file_size(_folder / "updater.log"), kTooLarge);
+    }
+    fs::remove(_folder / "rotation.lock");
+    fs::create_directory(_folder / "rotation.lock");
+    Logger();
+    EXPECT_EQ(fs::file_size(_folder / "updater.log"), 0U);
+}
+
 TEST_F(LoggerTest, RotatesOnceForSimultaneousStarts) {
-    constexpr std::uintmax_t kTooLarge = 10485761;
     for (int round = 0; round < 20; ++round) {
         makeFile("updater.log", kTooLarge);
         std::latch gate(4);

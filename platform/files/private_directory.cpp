@@ -32,10 +32,10 @@ Status checkPrivateDirectories(const std::filesystem::path& base,
         if (lstat(folder.c_str(), &status) == 0 && !isPrivateDirectory(folder)) {
             return Error{.domain = std::string(NSCocoaErrorDomain),
                          .code = NSFileWriteNoPermissionError,
-                         .localizedDescription =
-                             quoted(folder.native()) +
-                             " is not used: it must be a folder that only its owner, user " +
-                             userIdText() + ", can write to."};
+                         .localizedDescription = quoted(folder.native()) +
+                                                 " is not used: it must be a folder of user " +
+                                                 userIdText() +
+                                                 " that no other user can write to."};
         }
     }
     return std::nullopt;

@@ -32,38 +32,65 @@ class PrintingDelegate : public ApplicationDelegate {
     std::function<void()> _atLaunch;
 };
 
-TEST(Application, FirstSignalTerminatesAndSecondSignalKills) {
+std::chrono::steady_clock::time_point theTime(std::chrono::hours(1));
+
+TEST(Application, FirstSignalTerminatesAndLaterSignalKills) {
+    constexpr std::chrono::milliseconds kLater(2001);
     struct Row {
         const char* situation;
-        std::vector<int> before;            ///< Signals raised before launch.
-        std::vector<int> during;            ///< Signals raised at launch.
-        std::vector<const char*> commands;  ///< Shell commands run after these.
+        std::vector<int> before;                     ///< Signals raised before launch.
+        std::vector<int> during;                     ///< Signals raised at launch.
+        std::vector<const char*> commands;           ///< Shell commands run after these.
+        std::chrono::milliseconds between = kLater;  ///< The time that passes after each of them.
         bool isKilled = false;
         const char* printed = "^launch terminate$";
     };
+    constexpr std::chrono::milliseconds kPair(1000);
     const Row table[] = {
         {"termination", {}, {SIGTERM}, {}},
         {"interrupt", {}, {SIGINT}, {}},
         {"hang-up", {}, {SIGHUP}, {}},
-        {"before launch", {SIGTERM}, {}, {}, false, "^terminate$"},
-        {"twice", {}, {SIGINT, SIGINT}, {}, true, "^launch $"},
+        {"before launch", {SIGTERM}, {}, {}, kLater, false, "^terminate$"},
+        {"pair", {}, {SIGINT, SIGINT, SIGINT}, {}, kPair},
+        {"pair and a third",
+         {},
+         {SIGTERM, SIGTERM, SIGTERM, SIGTERM},
+         {},
+         kPair,
+         true,
+         "^launch $"},
+        {"of two kinds", {}, {SIGHUP, SIGTERM}, {}},
+        {"twice", {}, {SIGINT, SIGINT}, {}, kLater, true, "^launch $"},
         {"failed writes", {}, {SIGPIPE, SIGPIPE, SIGXFSZ, SIGXFSZ, SIGTERM}, {}},
         {"interrupted command", {}, {}, {"exit 1", "kill -INT $$"}},
-        {"interrupted command of a command", {}, {}, {"sh -c 'kill -INT $$'; exit $?"}},
-        {"two interrupted commands", {}, {}, {"kill -INT $$", "kill -INT $$"}, true, "^launch $"},
+        {"commands with status 130", {}, {SIGTERM}, {"exit 130", "exit 130"}},
+        {"two interrupted commands",
+         {},
+         {},
+         {"kill -INT $$", "kill -INT $$"},
+         kLater,
+         true,
+         "^launch $"},
     };
     for (const Row& row : table) {
         SCOPED_TRACE(row.situation);
         const auto start = [&row] {
             Application::sharedApplication();
+            Application::setSignalClock([] { return theTime; });
             std::ranges::for_each(row.before, raise);
             PrintingDelegate::run([&row] {
-                std::ranges::for_each(row.during, raise);
-                std::ranges::for_each(row.commands, runShellCommand);
+                for (const int signal : row.during) {
+                    raise(signal);
+                    theTime += row.between;
+                }
+                for (const char* command : row.commands) {
+                    runShellCommand(command);
+                    theTime += row.between;
+                }
             });
         };
         const auto isRight = [&row](int status) {
-            return row.isKilled ? WIFSIGNALED(status) && WTERMSIG(status) == SIGINT : status == 0;
+            return row.isKilled ? WIFSIGNALED(status) && WTERMSIG(status) != SIGABRT : status == 0;
         };
         EXPECT_EXIT(start(), isRight, row.printed);
     }

@@ -85,10 +85,7 @@ std::optional<std::string> Bundle::bundleIdentifier() const {
 
 std::optional<std::string> Bundle::shortVersion() const {
     const Value* const version = objectForInfoDictionaryKey("CFBundleShortVersionString");
-    if (version == nullptr) {
-        return std::nullopt;
-    }
-    return version->text() != nullptr ? *version->text() : printedForm(*version);
+    return version == nullptr ? std::nullopt : std::optional(printedForm(*version));
 }
 
 bool Bundle::canRun() const {

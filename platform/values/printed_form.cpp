@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <ctime>
-#include <sstream>
 
 #include "platform/core/text.h"
 
@@ -45,9 +45,9 @@ std::string printedDate(Value::Date date) {
 }
 
 std::string printedReal(double real) {
-    std::ostringstream text;
-    text << '"' << real << '"';
-    return text.str();
+    std::array<char, 32> text{};
+    return "\"" + std::string(text.data(), std::to_chars(text.begin(), text.end(), real).ptr) +
+           "\"";
 }
 
 std::string printed(const Value& value, std::size_t indentation);
@@ -103,6 +103,12 @@ std::string printed(const Value& value, std::size_t indentation) {
 
 }  // namespace
 
-std::string printedForm(const Value& value) { return printed(value, 0); }
+std::string printedForm(const Value& value) {
+    if (const auto* text = value.text()) {
+        return *text;
+    }
+    const std::string form = printed(value, 0);
+    return form.starts_with('"') ? form.substr(1, form.size() - 2) : form;
+}
 
 }  // namespace teravolant::platform

@@ -77,7 +77,7 @@ std::string AmplitudeEvent::getAmplitudeDeviceID() {
         }
         stored = *std::move(storedNow);
     }
-    return stored->text() != nullptr ? *stored->text() : printedForm(*stored);
+    return printedForm(*stored);
 }
 
 std::string AmplitudeEvent::getOSVersion() {
