@@ -40,8 +40,8 @@ HAND
 
 fill_client 1
 alternate 31 start by_hand
-row "start with a client of 1 MiB (s)" "≤ 1.15"
+row "start with a client of 1 MiB (s)" "≤ 1.10"
 fill_client 200
 alternate 7 start by_hand
-row "start with a client of 200 MiB (s)" "≤ 1.02"
+row "start with a client of 200 MiB (s)" "≤ 1.00"
 end_client

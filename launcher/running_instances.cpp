@@ -102,8 +102,9 @@ bool TeravolantApp::killFirstInstance() {
         logger.logMessage("ERROR: fail to open a pipe stream to a process!");
         return false;
     }
-    if (*process > 0) {
-        runCommand("kill -9 %d", *process);
+    if (*process > 0 && formatCommand("kill -9 %d", *process)) {
+        logCommand();
+        platform::runShellCommand(commandBuffer.get());  // `kill` is part of the shell.
     }
     return true;
 }

@@ -4,6 +4,9 @@
 #include "platform/system/process.h"
 #include "support/logger.h"
 
+// How it works: `runCommand` lets the program replace the shell. That saves a process, and the
+// status then tells a program that SIGINT killed from one that exits with status 130. The client's
+// arguments are shell text and can add further commands to a list; the shell then stays.
 namespace teravolant {
 
 bool TeravolantApp::formatCommandFrom(const char* format, std::va_list arguments) {
@@ -30,10 +33,13 @@ void TeravolantApp::runCommand(const char* format, ...) {
     va_start(arguments, format);
     const bool fits = formatCommandFrom(format, arguments);
     va_end(arguments);
-    if (fits) {
-        logCommand();
-        platform::runShellCommand(commandBuffer.get());
+    if (!fits) {
+        return;
     }
+    logCommand();
+    const std::string command = commandBuffer.get();
+    const bool isList = command.find_first_of(";&|\n") != std::string::npos;
+    platform::runShellCommand((isList ? command : "exec " + command).c_str());
 }
 
 void TeravolantApp::logCommand() const {

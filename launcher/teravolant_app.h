@@ -81,7 +81,8 @@ class TeravolantApp {
     [[gnu::format(printf, 2, 3)]] bool formatCommand(const char* format, ...);
     bool formatCommandFrom(const char* format, std::va_list arguments);
 
-    /// Formats, logs and runs a command. Blocks until it ends; ignores its exit status.
+    /// Formats, logs and runs a program with shell text as its arguments. Blocks until it ends;
+    /// ignores its exit status.
     [[gnu::format(printf, 2, 3)]] void runCommand(const char* format, ...);
     void logCommand() const;
 
