@@ -4,9 +4,9 @@
 #include "platform/system/process.h"
 #include "support/logger.h"
 
-// How it works: `runCommand` lets the program replace the shell. That saves a process, and the status
-// then shows whether SIGINT killed the program or the program exited with status 130. The client's
-// arguments are shell text and can add further commands to a list; the shell then stays.
+// How it works: `runCommand` lets the program replace the shell. That saves a process, and the
+// status then shows whether SIGINT killed the program or the program exited with status 130. The
+// client's arguments are shell text and can add further commands to a list; the shell then stays.
 namespace teravolant {
 
 bool TeravolantApp::formatCommandFrom(const char* format, std::va_list arguments) {
