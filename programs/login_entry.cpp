@@ -59,7 +59,7 @@ std::string loginEntryText(const LaunchAgent& agent, std::string_view switchedOf
         command += " " + quotedArgument(argument);
     }
     return std::string(kGroup) +
-           "\nType=Application\nVersion=1.5\nName=" + escapedString(agent.displayName) +
+           "\nType=Application\nVersion=1.0\nName=" + escapedString(agent.displayName) +
            "\nTryExec=" + escapedString(agent.programArguments.front()) +
            "\nExec=" + escapedString(command) + "\n" + propertyListLine(agent) +
            std::string(switchedOff);

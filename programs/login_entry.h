@@ -9,7 +9,7 @@
 
 namespace teravolant::platform {
 
-/// Returns the text of a login entry (a Desktop Entry 1.5 of freedesktop.org). It starts the job's
+/// Returns the text of a login entry (a Desktop Entry 1.0 of freedesktop.org). It starts the job's
 /// program with the mark of an automatic start. The session ignores it if the program is not
 /// installed. `switchedOff` holds the lines that switch it off.
 [[nodiscard]] std::string loginEntryText(const LaunchAgent& agent, std::string_view switchedOff);

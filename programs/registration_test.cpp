@@ -30,7 +30,7 @@ TEST(Registration, QuotesArgumentsAndNamesItsPropertyList) {
                                R"(/with\\back\nslash.plist)"
                                "\n";
     EXPECT_EQ(loginEntryText(*agent, "Hidden=true\n"),
-              "[Desktop Entry]\nType=Application\nVersion=1.5\nName=100% sure\nTryExec=/a b%\n"
+              "[Desktop Entry]\nType=Application\nVersion=1.0\nName=100% sure\nTryExec=/a b%\n"
               "Exec=env \"DESKTOP_AUTOSTART_ID=some.label\" \"/a b%%\" "
               R"("x\\"'\\`\\$\\\\%%u" "" ";" "ö\n)"
               "\x7f\"\n" +
