@@ -11,7 +11,7 @@
 #include "platform/files/paths.h"
 #include "platform/system/process.h"
 
-// How it works: a timer that exists without its link is one that the user disabled. So the link is
+// How it works: a timer that exists without its link was disabled by the user. So the link is
 // created before the timer unit and removed after it: a process that is killed in between never
 // leaves what looks like the user's choice. The service unit is written first and removed last,
 // because it records the job.
