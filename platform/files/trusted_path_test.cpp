@@ -13,7 +13,7 @@ namespace fs = std::filesystem;
 
 TEST(TrustedPath, NamesWhoElseCanChangeIt) {
     const fixtures::TemporaryFolder folder;
-    const fs::path root = folder.path();
+    const fs::path& root = folder.path();
     folder.write("bin/program", "");
     folder.write("open/program", "");
     folder.write("sticky/program", "");
