@@ -23,7 +23,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int kTimedOut = 124;           // the exit status of timeout(1)
 constexpr const char* kPatience = "10";  // seconds
 constexpr int kDelayDivisor = 16;        // The random delay is this part of the interval.
 
@@ -163,13 +162,12 @@ Status Timer::remove() {
 }
 
 bool Timer::systemctl(std::vector<std::string> arguments) {
-    if (!_replies || !hasServiceManager()) {
+    if (!_isUsable || !hasServiceManager()) {
         return false;
     }
     arguments.insert(arguments.begin(), {kPatience, "systemctl", "--user", "--quiet"});
-    const auto status = runToExit("timeout", arguments);
-    _replies = status != kTimedOut;
-    return status == EXIT_SUCCESS;
+    _isUsable = runToExit("timeout", arguments) == EXIT_SUCCESS;
+    return _isUsable;
 }
 
 }  // namespace teravolant::platform

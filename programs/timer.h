@@ -20,7 +20,9 @@ namespace teravolant::platform {
 /// The timer of a job in the user's service manager (systemd), which need not exist: a service unit
 /// and a timer unit in the user's configuration, and the link that enables the timer.
 ///
-/// Each operation that asks the service manager blocks for at most ten seconds.
+/// Each request to the service manager blocks for at most ten seconds. After one that fails, an
+/// object sends no more, because the manager blocks or does not know the units. systemctl writes
+/// the reason to standard error.
 class Timer {
   public:
     explicit Timer(const std::string& label);
@@ -48,7 +50,7 @@ class Timer {
     std::filesystem::path _service;
     std::filesystem::path _timer;
     std::filesystem::path _link;
-    bool _replies = true;  ///< False after the service manager failed to reply in time.
+    bool _isUsable = true;  ///< False after the service manager failed a request.
 };
 
 }  // namespace teravolant::platform
