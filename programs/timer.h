@@ -20,7 +20,7 @@ namespace teravolant::platform {
 /// The timer of a job in the user's service manager (systemd), which need not exist: a service unit
 /// and a timer unit in the user's configuration, and the link that enables the timer.
 ///
-/// Each request to the service manager blocks for at most ten seconds. After one that fails, an
+/// Each request to the service manager blocks for at most ten seconds. After a failed request, an
 /// object sends no more, because the manager blocks or does not know the units. systemctl writes
 /// the reason to standard error.
 class Timer {
