@@ -1,13 +1,18 @@
-// launchctl load|unload PATH: creates or removes the login entry of a launch-agent property list.
-// launchctl start|stop LABEL: starts or terminates the job of a loaded property list.
+// launchctl load|unload PATH: registers or removes the job of a launch-agent property list.
+// launchctl start|stop LABEL: starts or terminates a registered job.
 //
-// Exit status: 0 on success, 1 if the property list or the login entry cannot be used, 3 if no job
-// with that label is loaded, 64 on a usage error.
+// Exit status: 0 on success, 1 if the property list or the registration cannot be used or another
+// user can change the program, 3 if no job with that label is registered, 64 on a usage error.
 //
-// How it works: there is no service manager. A job is loaded if its login entry exists, and the
-// desktop session starts it at login. `start` starts the program detached, unless it runs already.
-// `stop` sends SIGTERM. The processes of a job are those whose executable and arguments are the
-// job's, since two jobs may share one program.
+// How it works: a job with a start interval is a timer of the user's service manager. Every other
+// job, and every job where there is no such manager, is a login entry. `load` replaces one form by
+// the other, and a job that the user has switched off stays off in both. It writes the new form
+// before it removes the old one: an interrupted `load` leaves both, and the next one removes the
+// old one. `unload` leaves the files of a job that is switched off, because they record that.
+//
+// `start` starts the program detached, unless it runs already. `stop` sends SIGTERM. The processes
+// of a job are those whose executable and arguments are the job's, since two jobs may share one
+// program.
 
 #include <sysexits.h>
 
@@ -22,11 +27,13 @@
 #include <vector>
 
 #include "platform/core/error.h"
-#include "platform/files/durable_file.h"
 #include "platform/files/files.h"
+#include "platform/files/trusted_path.h"
 #include "platform/system/process.h"
 #include "platform/system/process_list.h"
+#include "programs/launch_agent.h"
 #include "programs/login_entry.h"
+#include "programs/timer.h"
 
 namespace {
 
@@ -65,19 +72,36 @@ std::vector<int> processesOf(const LaunchAgent& agent) {
     return identifiers;
 }
 
+Status registerJob(const LaunchAgent& agent) {
+    const LoginEntry entry(agent.label);
+    Timer timer(agent.label);
+    const bool isSwitchedOff = entry.isSwitchedOff() || timer.isSwitchedOff();
+    if (canBeTimer(agent) && Timer::hasServiceManager() && timer.write(agent, isSwitchedOff)) {
+        return removeRegistration(entry.path());
+    }
+    auto error = entry.write(agent, isSwitchedOff);
+    return error ? error : timer.remove();
+}
+
 int load(const std::string& path) {
     const auto agent = readLaunchAgent(path);
     if (!agent) {
         return fail(path, agent.error().localizedDescription);
     }
-    std::error_code unknown;
-    const fs::path absolute = fs::absolute(path, unknown);
-    const fs::path entry = loginEntryPath(agent->label);
-    auto error = createDirectory(entry.parent_path());
-    if (!error) {
-        error = replaceFileDurably(entry, loginEntryText(*agent, absolute), 0644);
+    if (const auto error = checkTrustedPath(agent->programArguments.front())) {
+        return fail(path, "The program is not trusted: " + error->localizedDescription);
     }
+    const auto error = registerJob(*agent);
     return error ? fail(path, error->localizedDescription) : EXIT_SUCCESS;
+}
+
+/// Returns a file that registers the job with that label, or an empty path.
+fs::path recordOf(const std::string& label) {
+    std::vector<fs::path> records = Timer(label).records();
+    records.push_back(LoginEntry(label).path());
+    const auto record = std::ranges::find_if(
+        records, [](const fs::path& file) { return fileExists(file) && !isMasked(file); });
+    return record == records.end() ? fs::path() : *record;
 }
 
 int unload(const std::string& path) {
@@ -85,11 +109,17 @@ int unload(const std::string& path) {
     if (!agent) {
         return fail(path, agent.error().localizedDescription);
     }
-    const fs::path entry = loginEntryPath(agent->label);
-    if (!fileExists(entry)) {
+    if (recordOf(agent->label).empty()) {
         return fail(path, "the job is not loaded", kNoSuchJob);
     }
-    const auto error = removeItem(entry);
+    const LoginEntry entry(agent->label);
+    Timer timer(agent->label);
+    auto error = entry.isSwitchedOff() ? Status() : removeRegistration(entry.path());
+    if (timer.isSwitchedOff()) {
+        timer.stop();
+    } else if (!error) {
+        error = timer.remove();
+    }
     return error ? fail(path, error->localizedDescription) : EXIT_SUCCESS;
 }
 
@@ -111,13 +141,15 @@ int stop(const LaunchAgent& agent) {
 }
 
 int startOrStop(const std::string& label, int (*action)(const LaunchAgent&)) {
+    // The launcher passes the path of a property list after each `load` and before each `unload`.
     if (label.find('/') != label.npos) {
-        return fail(label, "the argument must be a label, not a path", kNoSuchJob);
+        return kNoSuchJob;
     }
-    if (!fileExists(loginEntryPath(label))) {
+    const fs::path record = recordOf(label);
+    if (record.empty()) {
         return fail(label, "no job with this label is loaded", kNoSuchJob);
     }
-    const auto agent = agentOfLoginEntry(label);
+    const auto agent = agentOfRegistration(record);
     return agent ? action(*agent) : fail(label, agent.error().localizedDescription);
 }
 

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <filesystem>
+
+#include "platform/core/result.h"
+
+namespace teravolant::platform {
+
+/// Fails with `NSFileWriteNoPermissionError` if another user than root can change what an absolute
+/// path leads to: the item, a folder above it, or a link on the way. The description names the
+/// first such item and who can change it.
+///
+/// Trusts root and its group, the current user, and the owner of "/", which is root under another
+/// id in a user namespace. Trusts the group of the process if the user is its only member. Checks
+/// the existing part of a path whose end is missing. Call it from one thread at a time: it reads
+/// the user database.
+Status checkTrustedPath(const std::filesystem::path& path);
+
+}  // namespace teravolant::platform
