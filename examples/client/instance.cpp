@@ -25,9 +25,14 @@
 // message is at most PIPE_BUF bytes, so concurrent senders never interleave. The sender polls once
 // per millisecond, because the running instance is unreachable at two moments: between taking the
 // lock and opening the pipe, and between its last read and its end. The sender succeeds when the
-// pipe is empty after its write, and becomes the instance itself when the lock is free and its
-// message was not read. The instance opens the pipe for reading and writing: it then always has a
-// writer, and a read blocks instead of returning end-of-file.
+// pipe is empty after its write. When the lock is free and its message was not read, it becomes the
+// instance itself, or, if it only sends a command, waits for an instance and then fails. The
+// instance opens the pipe for reading and writing: it then always has a writer, and a read blocks
+// instead of returning end-of-file.
+//
+// A process that only sends a command takes the lock too, for an instant, to learn whether an
+// instance runs. A start that finds the lock taken in that instant finds no reader of the pipe, and
+// tries again.
 //
 // An instance waits for a sender to end before it acts on the message. Otherwise the launcher,
 // which the instance may become, would still find the sender and count it as a running client.
@@ -38,6 +43,10 @@ namespace fs = std::filesystem;
 using platform::FileDescriptor;
 using platform::FileLock;
 using platform::quoted;
+
+constexpr const char* kLockName = "instance.lock";
+constexpr std::chrono::milliseconds kPause(1);
+constexpr int kAttempts = 5000;
 
 /// Returns a message: the sender's process id, a blank, the length of the payload (both in
 /// decimal), a line feed, and the payload: each argument followed by a NUL.
@@ -127,6 +136,42 @@ platform::Result<FileDescriptor> send(const std::string& message, const fs::path
     return end;
 }
 
+/// The delivery of a message to the instance that holds the lock.
+class Delivery {
+  public:
+    Delivery(const fs::path& folder, const Arguments& arguments)
+        : _pipe(folder / "commands"), _message(encode(arguments)) {
+        mkfifo(_pipe.c_str(), 0600);
+    }
+
+    [[nodiscard]] const fs::path& pipe() const { return _pipe; }
+    [[nodiscard]] bool isRead() const { return _sent && isEmpty(_sent); }
+
+    /// Writes the message unless it is in the pipe or no process reads the pipe now.
+    platform::Status trySend() {
+        if (_message.size() > PIPE_BUF) {
+            return failure(E2BIG, "The arguments could not be sent to the running instance");
+        }
+        if (!_sent) {
+            auto end = send(_message, _pipe);
+            if (!end) {
+                return end.error();
+            }
+            _sent = *std::move(end);
+        }
+        return std::nullopt;
+    }
+
+    /// Closes the pipe. The instance that did not read it has ended, so the kernel discards the
+    /// message.
+    void withdraw() { _sent.reset(); }
+
+  private:
+    fs::path _pipe;
+    std::string _message;
+    FileDescriptor _sent;
+};
+
 std::string shellQuoted(const std::string& argument) {
     if (!argument.empty() && argument.find_first_of(" \t\n'\"\\") == argument.npos) {
         return argument;
@@ -154,37 +199,52 @@ platform::Result<Instance> Instance::start(FileLock lock, const fs::path& pipe) 
 
 platform::Result<std::optional<Instance>> Instance::join(const fs::path& folder,
                                                          const Arguments& arguments) {
-    const std::string message = encode(arguments);
-    const fs::path pipe = folder / "commands";
-    mkfifo(pipe.c_str(), 0600);
-    FileDescriptor sent;
-    for (int attempt = 0; attempt < 5000; ++attempt) {
-        auto lock = FileLock::tryAcquire(folder / "instance.lock");
+    Delivery delivery(folder, arguments);
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        auto lock = FileLock::tryAcquire(folder / kLockName);
         if (!lock) {
             return lock.error();
         }
         // Check this even if the lock is free: the instance may have read the message and ended.
-        if (sent && isEmpty(sent)) {
+        if (delivery.isRead()) {
             return std::optional<Instance>();
         }
         if (*lock) {
-            auto instance = start(**std::move(lock), pipe);
+            auto instance = start(**std::move(lock), delivery.pipe());
             if (!instance) {
                 return instance.error();
             }
             return std::optional(*std::move(instance));
         }
-        if (message.size() > PIPE_BUF) {
-            return failure(E2BIG, "The arguments could not be sent to the running instance");
+        if (auto error = delivery.trySend()) {
+            return error;
         }
-        if (!sent) {
-            auto end = send(message, pipe);
-            if (!end) {
-                return end.error();
+        std::this_thread::sleep_for(kPause);
+    }
+    return failure(ETIMEDOUT, "The running instance does not read its pipe");
+}
+
+platform::Result<bool> Instance::command(const fs::path& folder, const Arguments& arguments,
+                                         std::chrono::milliseconds patience) {
+    Delivery delivery(folder, arguments);
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        auto lock = FileLock::tryAcquire(folder / kLockName);
+        if (!lock) {
+            return lock.error();
+        }
+        if (delivery.isRead()) {
+            return true;
+        }
+        if (*lock) {
+            lock->reset();
+            delivery.withdraw();
+            if (attempt * kPause >= patience) {
+                return false;
             }
-            sent = *std::move(end);
+        } else if (auto error = delivery.trySend()) {
+            return error;
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        std::this_thread::sleep_for(kPause);
     }
     return failure(ETIMEDOUT, "The running instance does not read its pipe");
 }

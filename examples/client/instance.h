@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -21,6 +22,13 @@ class Instance {
     /// does not read them.
     static platform::Result<std::optional<Instance>> join(const std::filesystem::path& folder,
                                                           const Arguments& arguments);
+
+    /// Sends the arguments to the running instance, blocks until it has read them, and returns
+    /// true. Returns false if no instance runs and none starts within `patience`. Fails after about
+    /// 5 s if the instance does not read them.
+    static platform::Result<bool> command(const std::filesystem::path& folder,
+                                          const Arguments& arguments,
+                                          std::chrono::milliseconds patience);
 
     /// Blocks until the arguments of the next start arrive and returns them. Returns nothing if the
     /// pipe can't be read.

@@ -1,11 +1,14 @@
 // The sample client: one instance per user. It logs every command line. A second start sends its
 // arguments to the running instance and exits. On `--needrestart ApplyReleasesWaiting` the running
-// instance becomes the launcher, whose path it got with `-unpackapp` when it was opened.
+// instance becomes the launcher, whose path it got with `-unpackapp` when it was opened. On
+// `--quit` it exits.
 
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <iostream>
 #include <optional>
 #include <string>
@@ -30,6 +33,16 @@ std::optional<std::string> valueOf(const std::string& option, const Arguments& a
     return *(found + 1);
 }
 
+bool isGiven(const std::string& option, const Arguments& arguments) {
+    return std::find(arguments.begin(), arguments.end(), option) != arguments.end();
+}
+
+/// Whether this process may become the instance. The launcher waits for a process that only
+/// delivers a command, so that process must not. The arguments do not tell the two apart:
+/// `-unpackapp` is missing if the launcher's own arguments are too long. `open` starts the leader
+/// of a session, the launcher's shell does not.
+bool mayServe() { return getsid(0) == getpid(); }
+
 /// Replaces this process by the launcher, so that the launcher finds no running client. Returns
 /// only on failure.
 void becomeLauncher(const std::string& launcher) {
@@ -47,6 +60,9 @@ int serve(Instance& instance, const CommandLog& log, const Arguments& ownArgumen
     Arguments arguments = ownArguments;
     while (true) {
         log.append(arguments);
+        if (isGiven("--quit", arguments)) {
+            return EXIT_SUCCESS;
+        }
         if (valueOf("--needrestart", arguments) == "ApplyReleasesWaiting") {
             if (launcher) {
                 becomeLauncher(*launcher);
@@ -63,6 +79,23 @@ int serve(Instance& instance, const CommandLog& log, const Arguments& ownArgumen
     }
 }
 
+/// Sends the arguments to the running instance; returns the exit status.
+int deliver(const std::filesystem::path& folder, const Arguments& arguments) {
+    // `open` may have started the instance an instant ago.
+    constexpr std::chrono::seconds kPatience(1);
+    const bool quits = isGiven("--quit", arguments);
+    const auto received =
+        Instance::command(folder, arguments, quits ? std::chrono::seconds(0) : kPatience);
+    if (!received) {
+        return fail(received.error());
+    }
+    if (!*received && !quits) {
+        std::cerr << "teravolant: no instance runs; setsid or open starts one\n";
+        return EXIT_FAILURE;
+    }
+    return EXIT_SUCCESS;
+}
+
 }  // namespace
 
 int main(int argc, char* argv[]) {
@@ -70,6 +103,9 @@ int main(int argc, char* argv[]) {
     const auto folder = applicationSupportDirectory() / "Zelto" / "Teravolant Client";
     if (const auto error = createDirectory(folder)) {
         return fail(*error);
+    }
+    if (!mayServe() || isGiven("--quit", arguments)) {
+        return deliver(folder, arguments);
     }
     auto joined = Instance::join(folder, arguments);
     if (!joined) {

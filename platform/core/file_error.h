@@ -27,6 +27,8 @@ enum CocoaErrorCode : std::int64_t {
     NSFileWriteOutOfSpaceError = 640,
     NSFileWriteVolumeReadOnlyError = 642,
     NSUserCancelledError = 3072,
+    NSExecutableNotLoadableError = 3584,
+    NSExecutableArchitectureMismatchError = 3585,
     NSPropertyListReadCorruptError = 3840,         ///< Also for JSON.
     NSPropertyListReadUnknownVersionError = 3841,  ///< The binary form.
     NSPropertyListWriteInvalidError = 3852,

@@ -22,9 +22,9 @@
 // of its own.
 //
 // `runShellCommand` uses `system`, which ignores SIGINT and SIGQUIT in the caller while it waits.
-// Ctrl-C sends SIGINT to all of them, and the caller misses it. So a shell that SIGINT killed counts
-// as Ctrl-C. A program that exits with status 130 (128 + SIGINT) does not: no signal killed the
-// shell.
+// Ctrl-C sends SIGINT to all of them, and the caller misses it. So a shell that SIGINT killed
+// counts as Ctrl-C. A program that exits with status 130 (128 + SIGINT) does not: no signal killed
+// the shell.
 namespace teravolant::platform {
 namespace {
 

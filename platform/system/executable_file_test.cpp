@@ -1,0 +1,125 @@
+#include "platform/system/executable_file.h"
+
+#include <elf.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+
+#include "platform/core/error.h"
+#include "platform/core/file_error.h"
+#include "platform/system/executable_path.h"
+#include "tests/fixtures/temporary_folder.h"
+
+namespace teravolant::platform {
+namespace {
+
+constexpr std::int64_t kWhole = 0;
+constexpr std::int64_t kForeign = NSExecutableArchitectureMismatchError;
+constexpr std::int64_t kUnusable = NSExecutableNotLoadableError;
+
+/// A program of this machine: the header, one segment that is the whole file, the name of the
+/// program interpreter, and one section.
+struct Program {
+    Elf64_Ehdr header{};
+    Elf64_Phdr loaded{};
+    Elf64_Phdr interpreter{};
+    char name[8] = "/bin/sh";
+    Elf64_Shdr section{};
+
+    Program() {
+        std::ifstream self(executablePathOfThisProcess());
+        self.read(reinterpret_cast<char*>(&header), sizeof header);
+        header.e_phoff = offsetof(Program, loaded);
+        header.e_phnum = 2;
+        header.e_shoff = offsetof(Program, section);
+        header.e_shnum = 1;
+        loaded.p_type = PT_LOAD;
+        loaded.p_filesz = sizeof *this;
+        interpreter.p_type = PT_INTERP;
+        interpreter.p_offset = offsetof(Program, name);
+        interpreter.p_filesz = sizeof name;
+    }
+};
+
+std::int64_t codeOf(const Status& status) {
+    const Error* const error = status.operator->();
+    return error != nullptr ? error->code : kWhole;
+}
+
+}  // namespace
+
+TEST(ExecutableFile, ReadsHeaders) {
+    const fixtures::TemporaryFolder folder;
+    const auto file = folder.path() / "program";
+    const auto check = [&](const auto& change, std::size_t size = sizeof(Program)) {
+        Program program;
+        change(program);
+        folder.write("program", std::string(reinterpret_cast<char*>(&program), size));
+        return codeOf(checkElfFile(file));
+    };
+    const struct {
+        int line;
+        std::int64_t code;
+        void (*change)(Program&);
+    } cases[] = {
+        {__LINE__, kWhole, [](Program&) {}},
+        {__LINE__, kWhole, [](Program& it) { it.header.e_type = ET_DYN; }},
+        {__LINE__, kWhole, [](Program& it) { it.header.e_shoff = it.header.e_shnum = 0; }},
+        {__LINE__, kWhole, [](Program& it) { it.header.e_shnum = 0, it.section.sh_size = 1; }},
+        {__LINE__, kForeign, [](Program& it) { it.header.e_ident[EI_MAG3] = 'E'; }},
+        {__LINE__, kForeign, [](Program& it) { it.header.e_ident[EI_CLASS] = ELFCLASS32; }},
+        {__LINE__, kForeign, [](Program& it) { it.header.e_ident[EI_DATA] = ELFDATA2MSB; }},
+        {__LINE__, kForeign, [](Program& it) { it.header.e_machine = EM_S390; }},
+        {__LINE__, kUnusable, [](Program& it) { it.header.e_type = ET_CORE; }},
+        {__LINE__, kUnusable, [](Program& it) { it.header.e_phnum = 0; }},
+        {__LINE__, kUnusable, [](Program& it) { it.header.e_phnum = 0xffff; }},
+        {__LINE__, kUnusable, [](Program& it) { it.header.e_phentsize = 0; }},
+        {__LINE__, kUnusable, [](Program& it) { it.header.e_phoff = UINT64_MAX; }},
+        {__LINE__, kUnusable, [](Program& it) { it.header.e_phoff = sizeof it - 1; }},
+        {__LINE__, kUnusable, [](Program& it) { it.header.e_shoff += 1; }},
+        {__LINE__, kUnusable, [](Program& it) { it.header.e_shoff = UINT64_MAX - 1; }},
+        {__LINE__, kUnusable, [](Program& it) { it.header.e_shoff += 1, it.header.e_shnum = 0; }},
+        {__LINE__, kUnusable,
+         [](Program& it) { it.header.e_shnum = 0, it.section.sh_size = 1UL << 58; }},
+        {__LINE__, kUnusable, [](Program& it) { it.loaded.p_type = PT_NOTE; }},
+        {__LINE__, kUnusable, [](Program& it) { it.loaded.p_filesz += 1; }},
+        {__LINE__, kUnusable, [](Program& it) { it.loaded.p_offset = UINT64_MAX; }},
+        {__LINE__, kUnusable, [](Program& it) { it.loaded.p_filesz = -(it.loaded.p_offset = 1); }},
+    };
+    for (const auto& [line, code, change] : cases) {
+        EXPECT_EQ(check(change), code) << "line " << line;
+    }
+    for (const std::size_t size : {0UL, 1UL, 4UL, 63UL, 64UL, sizeof(Program) - 1}) {
+        EXPECT_EQ(check([](Program&) {}, size), kUnusable) << size << " bytes";
+    }
+    EXPECT_EQ(codeOf(checkElfFile(folder.path())), NSFileReadUnknownError);
+}
+
+TEST(ExecutableFile, RefusesWhatCanNotStart) {
+    const fixtures::TemporaryFolder folder;
+    const auto file = folder.path() / "program";
+    const auto check = [&](const std::string& contents, int mode = 0500) {
+        std::filesystem::remove(file);
+        folder.write("program", contents);
+        permissions(file, static_cast<std::filesystem::perms>(mode));
+        return codeOf(checkExecutable(file));
+    };
+    const auto program = [](std::uint64_t offset, std::uint64_t size) {
+        Program changed;
+        changed.interpreter.p_offset += offset;
+        changed.interpreter.p_filesz = size;
+        return std::string(reinterpret_cast<char*>(&changed), sizeof changed);
+    };
+    EXPECT_EQ(check(program(0, 8)), kWhole);
+    EXPECT_EQ(check(program(1, 7)), kUnusable);  // "bin/sh" of the current directory
+    EXPECT_EQ(check(program(0, 5000) + std::string(5000, 0)), kUnusable);
+    EXPECT_EQ(check(program(1UL << 63, 8)), kUnusable);
+    EXPECT_EQ(check("#!"), kWhole);
+    EXPECT_EQ(check("#"), kForeign);
+    EXPECT_EQ(check("#", 0100), kWhole);  // unreadable
+    EXPECT_EQ(check(program(0, 8), 0400), NSFileReadNoPermissionError);
+    EXPECT_EQ(codeOf(checkExecutable("/proc/self/mounts")), kUnusable);  // mounted with noexec
+}
+
+}  // namespace teravolant::platform
