@@ -35,51 +35,38 @@ class PrintingDelegate : public ApplicationDelegate {
 std::chrono::steady_clock::time_point theTime(std::chrono::hours(1));
 
 TEST(Application, FirstSignalTerminatesAndLaterSignalKills) {
-    constexpr std::chrono::milliseconds kLater(2001);
-    struct Row {
-        const char* situation;
-        std::vector<int> before;                     ///< Signals raised before launch.
-        std::vector<int> during;                     ///< Signals raised at launch.
-        std::vector<const char*> commands;           ///< Shell commands run after these.
-        std::chrono::milliseconds between = kLater;  ///< The time that passes after each of them.
-        bool isKilled = false;
-        const char* printed = "^launch terminate$";
-    };
     constexpr std::chrono::milliseconds kPair(1000);
-    const Row table[] = {
-        {"termination", {}, {SIGTERM}, {}},
-        {"interrupt", {}, {SIGINT}, {}},
-        {"hang-up", {}, {SIGHUP}, {}},
-        {"before launch", {SIGTERM}, {}, {}, kLater, false, "^terminate$"},
-        {"pair", {}, {SIGINT, SIGINT, SIGINT}, {}, kPair},
-        {"pair and a third",
-         {},
-         {SIGTERM, SIGTERM, SIGTERM, SIGTERM},
-         {},
-         kPair,
-         true,
-         "^launch $"},
-        {"of two kinds", {}, {SIGHUP, SIGTERM}, {}},
-        {"twice", {}, {SIGINT, SIGINT}, {}, kLater, true, "^launch $"},
-        {"failed writes", {}, {SIGPIPE, SIGPIPE, SIGXFSZ, SIGXFSZ, SIGTERM}, {}},
-        {"interrupted command", {}, {}, {"exit 1", "kill -INT $$"}},
-        {"commands with status 130", {}, {SIGTERM}, {"exit 130", "exit 130"}},
-        {"two interrupted commands",
-         {},
-         {},
-         {"kill -INT $$", "kill -INT $$"},
-         kLater,
-         true,
-         "^launch $"},
+    constexpr std::chrono::milliseconds kLater(2001);
+    constexpr const char* kTerminates = "^launch terminate$";
+    constexpr const char* kKilled = "^launch $";
+    const struct Row {
+        std::chrono::milliseconds between;  ///< The time that passes after each step.
+        const char* printed;
+        std::vector<int> signals;                ///< Raised at launch.
+        std::vector<const char*> commands = {};  ///< Shell commands run after these.
+        std::vector<int> before = {};            ///< Signals raised before launch.
+    } table[] = {
+        {kLater, kTerminates, {SIGTERM}},
+        {kLater, kTerminates, {SIGINT}},
+        {kLater, kTerminates, {SIGHUP}},
+        {kLater, "^terminate$", {}, {}, {SIGTERM}},
+        {kPair, kTerminates, {SIGINT, SIGINT, SIGINT}},
+        {kPair, kKilled, {SIGTERM, SIGTERM, SIGTERM, SIGTERM}},
+        {kLater, kTerminates, {SIGHUP, SIGTERM}},
+        {kLater, kKilled, {SIGINT, SIGINT}},
+        {kLater, kTerminates, {SIGPIPE, SIGPIPE, SIGXFSZ, SIGXFSZ, SIGTERM}},
+        {kLater, kTerminates, {}, {"exit 1", "kill -INT $$"}},
+        {kLater, kTerminates, {SIGTERM}, {"exit 130", "exit 130"}},
+        {kLater, kKilled, {}, {"kill -INT $$", "kill -INT $$"}},
     };
     for (const Row& row : table) {
-        SCOPED_TRACE(row.situation);
+        SCOPED_TRACE(&row - table);
         const auto start = [&row] {
             Application::sharedApplication();
             Application::setSignalClock([] { return theTime; });
             std::ranges::for_each(row.before, raise);
             PrintingDelegate::run([&row] {
-                for (const int signal : row.during) {
+                for (const int signal : row.signals) {
                     raise(signal);
                     theTime += row.between;
                 }
@@ -89,8 +76,9 @@ TEST(Application, FirstSignalTerminatesAndLaterSignalKills) {
                 }
             });
         };
-        const auto isRight = [&row](int status) {
-            return row.isKilled ? WIFSIGNALED(status) && WTERMSIG(status) != SIGABRT : status == 0;
+        const auto isRight = [&](int status) {
+            return row.printed == kKilled ? WIFSIGNALED(status) && WTERMSIG(status) != SIGABRT
+                                          : status == 0;
         };
         EXPECT_EXIT(start(), isRight, row.printed);
     }
