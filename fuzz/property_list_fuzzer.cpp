@@ -52,7 +52,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // A value that contains a NaN does not equal itself.
     require(*again == value || *read != value, "a serialised value parses to the same value");
     const std::string printed = printedForm(value);
-    require(std::count(printed.begin(), printed.end(), '\n') == lineBreaksOf(value),
-            "the printed form breaks lines only between items");
+    require(value.text() != nullptr
+                ? printed == *value.text()
+                : std::count(printed.begin(), printed.end(), '\n') == lineBreaksOf(value),
+            "the printed form of a text is the text; others break lines only between items");
     return 0;
 }
