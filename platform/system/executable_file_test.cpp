@@ -42,7 +42,10 @@ struct Program {
     }
 };
 
-std::int64_t codeOf(const Status& status) { return status ? status->code : kWhole; }
+std::int64_t codeOf(const Status& status) {
+    const Error* const error = status.operator->();
+    return error != nullptr ? error->code : kWhole;
+}
 
 }  // namespace
 
