@@ -89,8 +89,8 @@ bool contains(const OpenFile& file, std::uint64_t offset, std::uint64_t count,
            (offset <= file.size && (size == 0 || count <= (file.size - offset) / size));
 }
 
-/// Reads bytes that `contains` has found within the file. Fails with "truncated" if the file has
-/// become shorter since.
+/// Reads all the bytes. Fails with "truncated" if the file ends before them. `offset` must be
+/// within the file.
 Status readBytes(const OpenFile& file, void* bytes, std::size_t count, std::uint64_t offset) {
     auto* next = static_cast<char*>(bytes);
     while (count > 0) {
@@ -133,9 +133,6 @@ Result<FileHeader> fileHeader(const OpenFile& file) {
     };
     if (!kElfMagic.starts_with(*magic)) {
         return foreign();
-    }
-    if (!contains(file, 0, sizeof header)) {
-        return truncated(file);
     }
     if (auto error = readBytes(file, &header, sizeof header, 0)) {
         return error;
