@@ -141,8 +141,11 @@ Result<FileHeader> fileHeader(const OpenFile& file) {
         header.e_machine != kMachine) {
         return foreign();
     }
-    if ((header.e_type != ET_EXEC && header.e_type != ET_DYN) || header.e_phnum == 0 ||
-        header.e_phentsize != sizeof(ProgramHeader)) {
+    if (header.e_type != ET_EXEC && header.e_type != ET_DYN) {
+        return failure(NSExecutableNotLoadableError, file.path,
+                       "is neither a program nor a shared library");
+    }
+    if (header.e_phnum == 0 || header.e_phentsize != sizeof(ProgramHeader)) {
         return damaged(file);
     }
     return header;

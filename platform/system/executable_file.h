@@ -8,7 +8,8 @@
 // called from any thread, and return errors of `NSCocoaErrorDomain`.
 namespace teravolant::platform {
 
-/// Checks that the file is a complete ELF program or library for this machine.
+/// Checks that the file is a complete ELF program or shared library for this machine. Refuses
+/// object files and core dumps.
 ///
 /// Fails with `NSExecutableArchitectureMismatchError` if the file has another format, or another
 /// class, byte order or machine than this build. Fails with `NSExecutableNotLoadableError` if the
