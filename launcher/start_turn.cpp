@@ -1,5 +1,7 @@
 #include "launcher/start_turn.h"
 
+#include <unistd.h>
+
 #include <chrono>
 #include <optional>
 
@@ -8,6 +10,7 @@
 #include "platform/files/file_lock.h"
 #include "platform/files/paths.h"
 #include "platform/system/application.h"
+#include "platform/system/console_log.h"
 #include "support/logger.h"
 
 // The lock file stands beside the client folder, because starts with other XDG variables use the
@@ -26,7 +29,8 @@ bool mayWait = true;
 }  // namespace
 
 void takeTurn() {
-    if (turn) {
+    // A lock file of root's would keep the user's own starts from taking turns.
+    if (turn || geteuid() == 0) {
         return;
     }
     auto lock = FileLock::acquire(platform::homeDirectoryForCurrentUser() / ".teravolant.lock",
@@ -34,12 +38,16 @@ void takeTurn() {
                                   platform::Application::terminationIsRequested);
     if (lock) {
         turn = *std::move(lock);
-    } else if (lock.error().code == platform::NSFileLockingError && mayWait &&
-               !platform::Application::terminationIsRequested()) {
+    } else if (mayWait && !platform::Application::terminationIsRequested()) {
         mayWait = false;
-        Logger::sharedInstance().logMessage(
-            "WARNING: another start of this user is still running; this one no longer waits for "
-            "it.");
+        if (lock.error().code == platform::NSFileLockingError) {
+            Logger::sharedInstance().logMessage(
+                "WARNING: another start of this user is still running; this one no longer waits "
+                "for it.");
+        } else {
+            platform::logToConsole("This start takes no turn: " +
+                                   lock.error().localizedDescription);
+        }
     }
 }
 

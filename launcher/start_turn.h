@@ -9,7 +9,7 @@ namespace teravolant {
 /// Takes the turn, unless this start has it already. Blocks while another start of this user has
 /// it, for at most 30 s or until termination is requested. After that time, logs a line and
 /// continues without the turn, also in later calls. Continues without the turn, too, if the lock
-/// file cannot be created.
+/// file cannot be created; the console tells why. Does nothing for the superuser.
 void takeTurn();
 
 /// Lets the next start continue. Does nothing if this start does not have the turn.

@@ -71,15 +71,8 @@ void removeOwnFolderFromPath() {
 /// Returns a lock that only this user can take, or an error: a start then goes on without a lock.
 Result<FileLock> lockStarts() {
     const fs::path folder = applicationSupportDirectory() / "Zelto" / "Teravolant App";
-    const fs::path file = folder / "open.lock";
-    constexpr fs::perms kOthers = fs::perms::group_all | fs::perms::others_all;
     (void)createDirectory(folder);
-    std::error_code unknown;
-    if ((fs::status(file, unknown).permissions() & kOthers) != fs::perms::none && !unknown) {
-        // Another user may hold the lock of this file even after its permissions are changed.
-        fs::remove(file, unknown);
-    }
-    return FileLock::acquire(file);
+    return FileLock::acquire(folder / "open.lock");
 }
 
 Status unusable(const fs::path& bundle, std::string_view reason) {

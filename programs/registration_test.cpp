@@ -73,14 +73,15 @@ TEST(Registration, RefusesAnUnusablePropertyList) {
 }
 
 TEST(Registration, MakesTimersOfWhatUnitsCanHold) {
-    const auto canBe = [](const char* label, const char* program) {
-        return canBeTimer(LaunchAgent{.propertyList = "/p",
+    const auto canBe = [](const char* label, const char* program, const char* list = "/p") {
+        return canBeTimer(LaunchAgent{.propertyList = list,
                                       .label = label,
                                       .displayName = "a",
                                       .programArguments = {program},
                                       .startInterval = std::chrono::seconds(1)});
     };
     EXPECT_TRUE(canBe("a-1.B_:", "/ö %/b"));
+    EXPECT_FALSE(canBe("a", "/b", "/h\xf6/p"));
     for (const char* label : {"a b", "a@b", "ö", "a\\b"}) {
         EXPECT_FALSE(canBe(label, "/b")) << label;
     }

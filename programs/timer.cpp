@@ -9,6 +9,7 @@
 #include "platform/files/durable_file.h"
 #include "platform/files/files.h"
 #include "platform/files/paths.h"
+#include "platform/files/private_directory.h"
 #include "platform/system/process.h"
 
 // How it works: a timer that exists without its link was disabled by the user. So the link is
@@ -75,8 +76,8 @@ std::string unitSection(const LaunchAgent& agent) {
 bool canBeTimer(const LaunchAgent& agent) {
     const std::string& program = agent.programArguments.front();
     return agent.startInterval && std::ranges::all_of(agent.label, isInUnitName) &&
-           isValidUtf8(program) && !program.ends_with(' ') &&
-           std::ranges::none_of(program, [](char character) {
+           isValidUtf8(program) && isValidUtf8(agent.propertyList.native()) &&
+           !program.ends_with(' ') && std::ranges::none_of(program, [](char character) {
                return isControl(character) ||
                       std::string_view("\"'\\$").find(character) != std::string_view::npos;
            });
@@ -112,7 +113,12 @@ Timer::Timer(const std::string& label) {
 
 bool Timer::hasServiceManager() {
     const char* const runtime = std::getenv("XDG_RUNTIME_DIR");
-    return runtime != nullptr && runtime[0] == '/' && fileExists(fs::path(runtime) / "systemd");
+    if (runtime == nullptr) {
+        // A start by cron or su: the user may have a session nevertheless.
+        setenv("XDG_RUNTIME_DIR", ("/run/user/" + userIdText()).c_str(), 1);
+        return hasServiceManager();
+    }
+    return runtime[0] == '/' && fileExists(fs::path(runtime) / "systemd");
 }
 
 bool Timer::isSwitchedOff() const {

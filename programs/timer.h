@@ -27,7 +27,8 @@ class Timer {
   public:
     explicit Timer(const std::string& label);
 
-    /// Whether the user seems to have a service manager.
+    /// Whether the user seems to have a service manager. Sets a missing `XDG_RUNTIME_DIR` to the
+    /// directory that systemd assigns.
     [[nodiscard]] static bool hasServiceManager();
 
     /// The files that can record the job.

@@ -2,6 +2,8 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <string>
@@ -16,12 +18,36 @@ namespace {
 
 namespace fs = std::filesystem;
 
-FileDescriptor openLockFile(const fs::path& path) {
-    constexpr int kFlags = O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
+
+/// Opens or creates the file, but does not follow a link.
+FileDescriptor openOrCreate(const fs::path& path) {
+    constexpr int kFlags = O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | O_NOFOLLOW;
     // Network file systems grant an exclusive lock only on a file that is open for writing.
-    FileDescriptor file(open(path.c_str(), O_RDWR | kFlags, 0600));
+    FileDescriptor file(open(path.c_str(), O_RDWR | kFlags, kOwnerOnly));
     if (!file && (errno == EACCES || errno == EPERM || errno == EROFS)) {
-        file = FileDescriptor(open(path.c_str(), O_RDONLY | kFlags, 0600));
+        file = FileDescriptor(open(path.c_str(), O_RDONLY | kFlags, kOwnerOnly));
+    }
+    return file;
+}
+
+/// Whether another user may have opened the file and hold its lock. Tightens its permissions. A
+/// file system without permissions keeps its own: such a file counts as the user's.
+bool isOpenToOthers(const FileDescriptor& file) {
+    struct stat status {};
+    if (fstat(file.get(), &status) != 0) {
+        return false;
+    }
+    return status.st_uid != geteuid() ||
+           ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0 && fchmod(file.get(), kOwnerOnly) == 0 &&
+            fstat(file.get(), &status) == 0 && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0);
+}
+
+FileDescriptor openLockFile(const fs::path& path) {
+    FileDescriptor file = openOrCreate(path);
+    const bool isReplaced = file ? isOpenToOthers(file) : errno == ELOOP;
+    if (isReplaced && unlink(path.c_str()) == 0) {
+        file = openOrCreate(path);
     }
     return file;
 }

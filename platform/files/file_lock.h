@@ -27,9 +27,10 @@ inline constexpr std::chrono::milliseconds kLockPatience = std::chrono::seconds(
 /// because other processes may wait for its lock.
 class FileLock {
   public:
-    /// Locks the file at `path`; creates it, readable by its owner only, if it is missing. Blocks
-    /// for at most `patience`, or until `isCancelled` returns true, and then fails with
-    /// `NSFileLockingError`.
+    /// Locks the file at `path`; creates it, readable by its owner only, if it is missing. Replaces
+    /// a link, a file of another user and a file that other users can open: they could hold its
+    /// lock, or make the caller create a file elsewhere. Blocks for at most `patience`, or until
+    /// `isCancelled` returns true, and then fails with `NSFileLockingError`.
     static Result<FileLock> acquire(const std::filesystem::path& path,
                                     std::chrono::milliseconds patience = kLockPatience,
                                     bool (*isCancelled)() = nullptr);

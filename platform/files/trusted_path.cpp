@@ -50,20 +50,23 @@ bool isPrimaryGroupOfOthers(gid_t group) {
     return found;
 }
 
+bool hasPrimaryGroup(uid_t user, gid_t group) {
+    const passwd* const entry = getpwuid(user);
+    return entry != nullptr ? entry->pw_gid == group : group == getegid();
+}
+
 /// Whether the group has no members except root and the current user. Requires the user's name for
-/// the group as well, because a database on a network may not list the members.
+/// the group as well, because a database on a network may not list the members. On some
+/// distributions, system accounts without a login have root's group as their primary one.
 bool isTrustedGroup(gid_t group) {
-    if (group == 0) {
-        return true;
-    }
-    if (group != getegid()) {
+    if (group != 0 && !hasPrimaryGroup(geteuid(), group)) {
         return false;
     }
     const ::group* const entry = getgrgid(group);
     if (entry == nullptr) {
         return true;
     }
-    if (!isNameOf(geteuid(), entry->gr_name)) {
+    if (group != 0 && !isNameOf(geteuid(), entry->gr_name)) {
         return false;
     }
     for (char** member = entry->gr_mem; *member != nullptr; ++member) {
@@ -71,7 +74,7 @@ bool isTrustedGroup(gid_t group) {
             return false;
         }
     }
-    return !isPrimaryGroupOfOthers(group);
+    return group == 0 || !isPrimaryGroupOfOthers(group);
 }
 
 std::string nameOfUser(uid_t user) {

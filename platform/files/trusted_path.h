@@ -10,8 +10,8 @@ namespace teravolant::platform {
 /// path leads to: the item, a folder above it, or a link on the way. The description names the
 /// first such item and who can change it.
 ///
-/// Trusts root and its group, the current user, and the owner of "/", which is root under another
-/// id in a user namespace. Trusts the group of the process if the user is its only member. Checks
+/// Trusts root, the current user, and the owner of "/", which is root under another id in a user
+/// namespace. Trusts root's group and the user's own group if they have no other members. Checks
 /// the existing part of a path whose end is missing. Call it from one thread at a time: it reads
 /// the user database.
 Status checkTrustedPath(const std::filesystem::path& path);

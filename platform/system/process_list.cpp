@@ -27,8 +27,6 @@ std::string processPath(int identifier, const char* name) {
     return "/proc/" + std::to_string(identifier) + "/" + name;
 }
 
-bool isOwnOrOfRoot(uid_t user) { return user == getuid() || user == 0; }
-
 /// Returns the real user id of the process.
 std::optional<uid_t> userOf(int identifier) {
     const auto status = contentsOfFile(processPath(identifier, "status"));
@@ -45,12 +43,12 @@ std::optional<uid_t> userOf(int identifier) {
 std::string firstArgumentOf(int identifier) {
     struct stat directory {};
     if (stat(processPath(identifier, "").c_str(), &directory) != 0 ||
-        !isOwnOrOfRoot(directory.st_uid)) {
+        (directory.st_uid != getuid() && directory.st_uid != 0)) {
         return {};
     }
     auto arguments = argumentsOf(identifier);
-    const auto user = arguments.empty() ? std::nullopt : userOf(identifier);
-    return user && isOwnOrOfRoot(*user) ? std::move(arguments.front()) : std::string();
+    const bool isOwn = !arguments.empty() && userOf(identifier) == getuid();
+    return isOwn ? std::move(arguments.front()) : std::string();
 }
 
 std::string executableOf(int identifier) {

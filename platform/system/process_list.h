@@ -17,9 +17,9 @@ struct RunningProcess {
 /// Returns the running processes, without those of the kernel.
 ///
 /// The executable's path of some processes is hidden, for example if the user may execute but not
-/// read the file. For such a process of this user or of root, `executable` is its first argument.
-/// Such a process of another user is left out, because its first argument could be a lie. Fails if
-/// the list cannot be read.
+/// read the file. For such a process of this user, `executable` is its first argument. Such a
+/// process of another user is left out, because its first argument could be a lie. Fails if the
+/// list cannot be read.
 Result<std::vector<RunningProcess>> runningProcesses();
 
 /// Returns the arguments of a process, including the program's name, or nothing if it has ended.
