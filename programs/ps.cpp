@@ -17,18 +17,32 @@
 #include "platform/core/error.h"
 #include "platform/system/process_list.h"
 
+namespace {
+
+constexpr const char* kUsage = "usage: ps -ax -o exe=\n       ps -ax -o pid=,exe=\n";
+
+int fail(const char* reason) {
+    std::fprintf(stderr, "ps: %s\n", reason);
+    return EXIT_FAILURE;
+}
+
+}  // namespace
+
 int main(int argc, char* argv[]) {
-    const std::vector<std::string_view> arguments(argv + 1, argv + argc);
-    const bool withIdentifiers =
-        arguments == std::vector<std::string_view>{"-ax", "-o", "pid=,exe="};
-    if (!withIdentifiers && arguments != std::vector<std::string_view>{"-ax", "-o", "exe="}) {
-        std::fputs("usage: ps -ax -o exe=\n       ps -ax -o pid=,exe=\n", stderr);
+    using Arguments = std::vector<std::string_view>;
+    const Arguments arguments(argv + 1, argv + argc);
+    if (arguments == Arguments{"--help"}) {
+        std::fputs(kUsage, stdout);
+        return EXIT_SUCCESS;
+    }
+    const bool withIdentifiers = arguments == Arguments{"-ax", "-o", "pid=,exe="};
+    if (!withIdentifiers && arguments != Arguments{"-ax", "-o", "exe="}) {
+        std::fputs(kUsage, stderr);
         return EX_USAGE;
     }
     const auto processes = teravolant::platform::runningProcesses();
     if (!processes) {
-        std::fprintf(stderr, "ps: %s\n", processes.error().localizedDescription.c_str());
-        return EXIT_FAILURE;
+        return fail(processes.error().localizedDescription.c_str());
     }
     std::string list;
     for (const auto& process : *processes) {
@@ -37,6 +51,7 @@ int main(int argc, char* argv[]) {
         }
         list += process.executable + "\n";
     }
-    const bool written = std::fwrite(list.data(), 1, list.size(), stdout) == list.size();
-    return written && std::fflush(stdout) == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+    const bool isWritten =
+        std::fwrite(list.data(), 1, list.size(), stdout) == list.size() && std::fflush(stdout) == 0;
+    return isWritten ? EXIT_SUCCESS : fail("the list could not be written");
 }
