@@ -1,8 +1,5 @@
 #include "support/standby/amplitude_event.h"
 
-#include <future>
-#include <latch>
-
 #include <gtest/gtest.h>
 
 #include "platform/system/preferences.h"
@@ -55,23 +52,6 @@ TEST_F(Analytics, KeepStoredDeviceIdentifier) {
     // If none can be stored, each call makes a new one.
     setenv("XDG_CONFIG_HOME", "/proc", 1);
     EXPECT_NE(AmplitudeEvent::getAmplitudeDeviceID(), AmplitudeEvent::getAmplitudeDeviceID());
-}
-
-TEST_F(Analytics, MakeOneIdentifierForConcurrentCallers) {
-    for (int round = 0; round < 20; ++round) {
-        ASSERT_FALSE(clientDefaults().removeObjectForKey("Amplitude-DeviceID"));
-        std::latch gate(4);
-        std::vector<std::future<std::string>> identifiers(4);
-        for (auto& identifier : identifiers) {
-            identifier = std::async(std::launch::async, [&gate] {
-                gate.arrive_and_wait();
-                return AmplitudeEvent::getAmplitudeDeviceID();
-            });
-        }
-        for (auto& identifier : identifiers) {
-            EXPECT_EQ(identifier.get(), AmplitudeEvent::getAmplitudeDeviceID());
-        }
-    }
 }
 
 }  // namespace teravolant
