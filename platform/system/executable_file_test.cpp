@@ -21,7 +21,7 @@ constexpr std::int64_t kUnusable = NSExecutableNotLoadableError;
 /// A program of this machine: the header, one segment that is the whole file, the name of the
 /// program interpreter, and one section.
 struct Program {
-    Elf64_Ehdr header{};
+    Elf64_Ehdr elf{};
     Elf64_Phdr loaded{};
     Elf64_Phdr interpreter{};
     char name[8] = "/bin/sh";
@@ -29,11 +29,11 @@ struct Program {
 
     Program() {
         std::ifstream self(executablePathOfThisProcess());
-        self.read(reinterpret_cast<char*>(&header), sizeof header);
-        header.e_phoff = offsetof(Program, loaded);
-        header.e_phnum = 2;
-        header.e_shoff = offsetof(Program, section);
-        header.e_shnum = 1;
+        self.read(reinterpret_cast<char*>(&elf), sizeof elf);
+        elf.e_phoff = offsetof(Program, loaded);
+        elf.e_phnum = 2;
+        elf.e_shoff = offsetof(Program, section);
+        elf.e_shnum = 1;
         loaded.p_type = PT_LOAD;
         loaded.p_filesz = sizeof *this;
         interpreter.p_type = PT_INTERP;
@@ -58,30 +58,27 @@ TEST(ExecutableFile, ReadsHeaders) {
         folder.write("program", std::string(reinterpret_cast<char*>(&program), size));
         return codeOf(checkElfFile(file));
     };
-    using Change = void (*)(Program&);
+    using P = Program&;
+    using Change = void (*)(P);
     const std::pair<std::int64_t, std::vector<Change>> table[] = {
         {kWhole,
-         {[](Program&) {}, [](Program& it) { it.header.e_type = ET_DYN; },
-          [](Program& it) { it.header.e_shoff = it.header.e_shnum = 0; },
-          [](Program& it) { it.header.e_shnum = 0, it.section.sh_size = 1; }}},
+         {[](P) {}, [](P it) { it.elf.e_type = ET_DYN; },
+          [](P it) { it.elf.e_shoff = it.elf.e_shnum = 0; },
+          [](P it) { it.elf.e_shnum = 0, it.section.sh_size = 1; }}},
         {kForeign,
-         {[](Program& it) { it.header.e_ident[EI_MAG3] = 'E'; },
-          [](Program& it) { it.header.e_ident[EI_CLASS] = ELFCLASS32; },
-          [](Program& it) { it.header.e_ident[EI_DATA] = ELFDATA2MSB; },
-          [](Program& it) { it.header.e_machine = EM_S390; }}},
+         {[](P it) { it.elf.e_ident[EI_MAG3] = 'E'; },
+          [](P it) { it.elf.e_ident[EI_CLASS] = ELFCLASS32; },
+          [](P it) { it.elf.e_ident[EI_DATA] = ELFDATA2MSB; },
+          [](P it) { it.elf.e_machine = EM_S390; }}},
         {kUnusable,
-         {[](Program& it) { it.header.e_type = ET_CORE; },
-          [](Program& it) { it.header.e_phnum = 0; },
-          [](Program& it) { it.header.e_phnum = 0xffff; },
-          [](Program& it) { it.header.e_phentsize = 0; },
-          [](Program& it) { it.header.e_phoff = UINT64_MAX; },
-          [](Program& it) { it.header.e_shoff += 1; },
-          [](Program& it) { it.header.e_shoff = UINT64_MAX - 1; },
-          [](Program& it) { it.header.e_shoff += 1, it.header.e_shnum = 0; },
-          [](Program& it) { it.header.e_shnum = 0, it.section.sh_size = 1UL << 58; },
-          [](Program& it) { it.loaded.p_type = PT_NOTE; },
-          [](Program& it) { it.loaded.p_filesz += 1; },
-          [](Program& it) { it.loaded.p_filesz = -(it.loaded.p_offset = 1); }}},
+         {[](P it) { it.elf.e_type = ET_CORE; }, [](P it) { it.elf.e_phnum = 0; },
+          [](P it) { it.elf.e_phnum = 0xffff; }, [](P it) { it.elf.e_phentsize = 0; },
+          [](P it) { it.elf.e_phoff = UINT64_MAX; }, [](P it) { it.elf.e_shoff += 1; },
+          [](P it) { it.elf.e_shoff = UINT64_MAX - 1; },
+          [](P it) { it.elf.e_shoff += 1, it.elf.e_shnum = 0; },
+          [](P it) { it.elf.e_shnum = 0, it.section.sh_size = 1UL << 58; },
+          [](P it) { it.loaded.p_type = PT_NOTE; }, [](P it) { it.loaded.p_filesz += 1; },
+          [](P it) { it.loaded.p_filesz = -(it.loaded.p_offset = 1); }}},
     };
     for (const auto& [code, changes] : table) {
         for (const Change& change : changes) {

@@ -6,12 +6,9 @@
 #include <csignal>
 #include <ctime>
 #include <regex>
-#include <thread>
 
 #include <gtest/gtest.h>
 
-#include "platform/system/application.h"
-#include "support/standby/http_background.h"
 #include "tests/fixtures/http_server.h"
 #include "tests/fixtures/program.h"
 #include "tests/fixtures/temporary_folder.h"
@@ -109,18 +106,6 @@ TEST_F(AnalyticsService, DoesNotDelayExit) {
     }
     // Longer than any program here takes, and shorter than a request to a silent server would last.
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
-}
-
-TEST(HttpBackground, CallsBackOnTheMainThread) {
-    auto& application = platform::Application::sharedApplication();
-    const auto send = [&application] {
-        sendHttpRequestInBackground(
-            {.url = "no address"}, {}, [main = std::this_thread::get_id()](const auto& response) {
-                std::_Exit(!response && std::this_thread::get_id() == main ? 7 : 1);
-            });
-        application.run();
-    };
-    EXPECT_EXIT(send(), testing::ExitedWithCode(7), "");
 }
 
 }  // namespace teravolant
