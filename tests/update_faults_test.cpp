@@ -217,7 +217,7 @@ TEST(CutDownload, GoesOnWhereItEndedIfTheRestFits) {
     const std::string date = "Sun, 06 Nov 1994 08:49:37 GMT";
     const Cut table[] = {
         {"at the start", 0, {"ETag", kTag}, false},
-        {"before the end", Update().archive.size() - 1, {"ETag", kTag}, true},
+        {"before the end", std::string::npos, {"ETag", kTag}, true},
         {"another tag, same content", 1000, {"ETag", "\"x\""}, true},
         {"another tag, other content", 1000, {"ETag", "\"x\""}, true, true},
         {"same tag, other content", 1000, {"ETag", kTag}, true, true},
@@ -225,9 +225,10 @@ TEST(CutDownload, GoesOnWhereItEndedIfTheRestFits) {
         {"a weak tag", 1000, {"ETag", "W/" + kTag}, false},
         {"no validator", 1000, {"Date", date}, false},
     };
-    for (const auto& [situation, place, validator, goesOn, hasOtherContent] : table) {
+    for (const auto& [situation, cut, validator, goesOn, hasOtherContent] : table) {
         SCOPED_TRACE(situation);
-        Update update;
+        Update update;  // The sizes of two archives can differ, because they contain times.
+        const std::size_t place = std::min(cut, update.archive.size() - 1);
         update.archiveAnswer = {.headers = {validator}, .body = update.archive, .cutAfter = place};
         update.expectRefused("was lost");
         update.archiveAnswer.reset();
