@@ -56,19 +56,23 @@ TEST(Registration, QuotesArgumentsAndNamesItsPropertyList) {
 
 TEST(Registration, RefusesAnUnusablePropertyList) {
     const fixtures::TemporaryFolder folder;
-    const Array program = {"/bin/true"};
-    for (const Dictionary& value :
-         {Dictionary{{"ProgramArguments", program}},
-          Dictionary{{"Label", "../up"}, {"ProgramArguments", program}},
-          Dictionary{{"Label", ""}, {"ProgramArguments", program}},
-          Dictionary{{"Label", true}, {"ProgramArguments", program}}, Dictionary{{"Label", "a"}},
-          Dictionary{{"Label", "a"}, {"ProgramArguments", Array{}}},
-          Dictionary{{"Label", "a"}, {"ProgramArguments", Array{"/a=b/c"}}},
-          Dictionary{{"Label", "a"}, {"ProgramArguments", Array{"true"}}},
-          Dictionary{{"Label", "a"}, {"ProgramArguments", program}, {"StartInterval", 0}},
-          Dictionary{{"Label", "a"}, {"ProgramArguments", program}, {"StartInterval", "1"}},
-          Dictionary{{"Label", "a"}, {"ProgramArguments", Array{true}}}}) {
-        EXPECT_FALSE(read(folder, value)) << serialisePropertyList(value);
+    const Dictionary usable = {{"Label", "a"}, {"ProgramArguments", Array{"/bin/true"}}};
+    EXPECT_TRUE(read(folder, usable));
+    for (const auto& [key, value] :
+         std::initializer_list<std::pair<std::string, Value>>{{"Label", "../up"},
+                                                              {"Label", ""},
+                                                              {"Label", true},
+                                                              {"ProgramArguments", Array{}},
+                                                              {"ProgramArguments", Array{"/a=b/c"}},
+                                                              {"ProgramArguments", Array{"true"}},
+                                                              {"ProgramArguments", Array{true}},
+                                                              {"StartInterval", 0},
+                                                              {"StartInterval", "1"}}) {
+        Dictionary changed = usable;
+        changed.insert_or_assign(key, value);
+        EXPECT_FALSE(read(folder, changed)) << serialisePropertyList(changed);
+        changed.erase(key);
+        EXPECT_EQ(static_cast<bool>(read(folder, changed)), key == "StartInterval") << key;
     }
 }
 

@@ -122,7 +122,7 @@ Status check(const fs::path& item, const struct stat& status,
                  .localizedDescription = quoted(item.native()) + " can be changed by " + who + "."};
 }
 
-/// Puts the components of a path in front of those that are still to be followed.
+/// Puts the components of a path in front of the remaining ones.
 void prepend(const fs::path& path, std::vector<fs::path>& reversed) {
     std::vector<fs::path> components(path.begin(), path.end());
     std::erase_if(components,

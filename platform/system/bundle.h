@@ -25,8 +25,8 @@ class Bundle {
 
     [[nodiscard]] const std::filesystem::path& bundlePath() const { return _path; }
     [[nodiscard]] std::optional<std::string> bundleIdentifier() const;
-    /// Returns "CFBundleShortVersionString", for example "1.0.0.1"; the printed form of a value that
-    /// is not a text.
+    /// Returns "CFBundleShortVersionString", for example "1.0.0.1"; the printed form of a value
+    /// that is not a text.
     [[nodiscard]] std::optional<std::string> shortVersion() const;
 
     /// Returns Contents/MacOS with the name in "CFBundleExecutable", or with the bundle's name

@@ -28,8 +28,8 @@ class UserDefaults {
     /// write.
     static UserDefaults forAnyUser(std::string_view domain);
 
-    /// Fails if the directory of the domains for all users exists and a user other than the superuser
-    /// can change it. Writes to these domains then fail as well.
+    /// Fails if the directory of the domains for all users exists and a user other than the
+    /// superuser can change it. Writes to these domains then fail as well.
     [[nodiscard]] static Status checkAnyUserDirectory();
 
     /// Returns the stored value, or nothing if there is none or the file cannot be read. Logs the

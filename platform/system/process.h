@@ -33,8 +33,8 @@ std::optional<int> runToExit(const std::filesystem::path& program,
 /// Runs a command with the shell, blocks until it ends and returns its status as `system` does.
 ///
 /// During the command, the caller ignores SIGINT. If SIGINT kills the shell, as Ctrl-C does, or the
-/// program that replaced the shell (`exec`), raises SIGINT in the caller as well. An exit status has
-/// no effect.
+/// program that replaced the shell (`exec`), raises SIGINT in the caller as well. An exit status
+/// has no effect.
 int runShellCommand(const char* command);
 
 /// Blocks SIGINT, SIGQUIT, SIGTERM and SIGHUP, for its lifetime, in the calling thread and in the

