@@ -4,7 +4,7 @@
 
 #include "platform/core/error.h"
 #include "platform/core/text.h"
-#include "platform/crypto/signatures.h"
+#include "platform/crypto/signing_key.h"
 #include "platform/files/durable_file.h"
 #include "platform/files/files.h"
 #include "platform/values/json.h"

@@ -2,7 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "platform/crypto/signatures.h"
+#include "platform/crypto/signing_key.h"
 #include "platform/files/durable_file.h"
 #include "platform/files/files.h"
 #include "tools/commands.h"

@@ -3,7 +3,6 @@
 #include "platform/core/error.h"
 #include "platform/core/url.h"
 #include "platform/crypto/digests.h"
-#include "platform/crypto/encodings.h"
 #include "platform/files/files.h"
 #include "update_framework/module/offer_verification.h"
 #include "update_framework/updater_error.h"
@@ -49,11 +48,7 @@ Result<ArchiveFacts> factsOf(const std::filesystem::path& archive, const std::st
     if (auto error = platform::readInPieces(archive, kPieceSize, add)) {
         return error;
     }
-    const auto sha256 = digest.finish();
-    if (!sha256) {
-        return sha256.error();
-    }
-    facts.sha256 = platform::hexText(*sha256);
+    facts.sha256 = digest.finish();
     return facts;
 }
 

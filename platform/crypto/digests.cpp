@@ -2,35 +2,32 @@
 
 #include <array>
 
-#include <openssl/evp.h>
+#include <sodium.h>
 
-#include "platform/core/deleter.h"
-#include "platform/core/error.h"
+#include "platform/crypto/encodings.h"
 
 namespace teravolant::platform {
 namespace {
 
-const EVP_MD* implementationOf(DigestAlgorithm algorithm) {
-    switch (algorithm) {
-        case DigestAlgorithm::Md5:
-            return EVP_md5();
-        case DigestAlgorithm::Sha256:
-            return EVP_sha256();
-    }
-    return nullptr;
+constexpr std::size_t kDigestSize = 32;
+
+const unsigned char* octets(std::string_view bytes) {
+    return reinterpret_cast<const unsigned char*>(bytes.data());
 }
 
 }  // namespace
 
-struct Digest::Context {
-    std::unique_ptr<EVP_MD_CTX, Deleter<EVP_MD_CTX_free>> handle{EVP_MD_CTX_new()};
-    bool works = false;
+struct Digest::State {
+    DigestAlgorithm algorithm;
+    crypto_hash_sha256_state sha256{};
+    crypto_generichash_blake2b_state blake2b{};
 };
 
-Digest::Digest(DigestAlgorithm algorithm) : _context(std::make_unique<Context>()) {
-    EVP_MD_CTX* handle = _context->handle.get();
-    _context->works =
-        handle != nullptr && EVP_DigestInit_ex(handle, implementationOf(algorithm), nullptr) == 1;
+Digest::Digest(DigestAlgorithm algorithm) : _state(new State{.algorithm = algorithm}) {
+    // Selects the fastest implementation for this processor. Digests work also if it fails.
+    [[maybe_unused]] const int selected = sodium_init();
+    crypto_hash_sha256_init(&_state->sha256);
+    crypto_generichash_blake2b_init(&_state->blake2b, nullptr, 0, kDigestSize);
 }
 
 Digest::Digest(Digest&&) noexcept = default;
@@ -38,23 +35,27 @@ Digest& Digest::operator=(Digest&&) noexcept = default;
 Digest::~Digest() = default;
 
 void Digest::update(std::string_view bytes) {
-    _context->works = _context->works &&
-                      EVP_DigestUpdate(_context->handle.get(), bytes.data(), bytes.size()) == 1;
+    switch (_state->algorithm) {
+        case DigestAlgorithm::Sha256:
+            crypto_hash_sha256_update(&_state->sha256, octets(bytes), bytes.size());
+            break;
+        case DigestAlgorithm::Blake2b256:
+            crypto_generichash_blake2b_update(&_state->blake2b, octets(bytes), bytes.size());
+            break;
+    }
 }
 
-Result<std::string> Digest::finish() {
-    std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
-    unsigned length = 0;
-    if (!_context->works ||
-        EVP_DigestFinal_ex(_context->handle.get(), digest.data(), &length) != 1) {
-        return Error{.domain = std::string(kCryptoErrorDomain),
-                     .code = CryptoError::internal,
-                     .localizedDescription =
-                         "The digest could not be computed: the system does not "
-                         "provide its algorithm."};
+std::string Digest::finish() {
+    std::array<unsigned char, kDigestSize> digest{};
+    switch (_state->algorithm) {
+        case DigestAlgorithm::Sha256:
+            crypto_hash_sha256_final(&_state->sha256, digest.data());
+            break;
+        case DigestAlgorithm::Blake2b256:
+            crypto_generichash_blake2b_final(&_state->blake2b, digest.data(), digest.size());
+            break;
     }
-    _context->works = false;
-    return std::string(reinterpret_cast<const char*>(digest.data()), length);
+    return hexText({reinterpret_cast<const char*>(digest.data()), digest.size()});
 }
 
 }  // namespace teravolant::platform

@@ -5,22 +5,13 @@
 #include <string>
 #include <string_view>
 
-#include "platform/core/result.h"
-
 namespace teravolant::platform {
 
-inline constexpr std::string_view kCryptoErrorDomain = "NSOSStatusErrorDomain";
+enum class DigestAlgorithm : std::uint8_t { Sha256, Blake2b256 };
 
-/// The codes of `kCryptoErrorDomain`.
-namespace CryptoError {
-enum Code : std::int64_t { internal = -2070, undecodable = -26275 };
-}  // namespace CryptoError
-
-enum class DigestAlgorithm : std::uint8_t { Md5, Sha256 };
-
-/// Computes a digest incrementally: MD5 (RFC 1321) or SHA-256 (FIPS 180-4).
+/// Computes a digest incrementally: SHA-256 (FIPS 180-4) or BLAKE2b with 32 bytes (RFC 7693).
 ///
-/// Used by one thread at a time. MD5 detects changes but not forgeries.
+/// Used by one thread at a time.
 class Digest {
   public:
     explicit Digest(DigestAlgorithm algorithm);
@@ -30,13 +21,12 @@ class Digest {
 
     void update(std::string_view bytes);
 
-    /// Returns the raw bytes of the digest: 16 for MD5, 32 for SHA-256. Called once, at the end.
-    /// Fails with an error of `kCryptoErrorDomain` if the system's policy forbids the algorithm.
-    Result<std::string> finish();
+    /// Returns the digest as 64 lower-case hexadecimal digits. Called once, at the end.
+    [[nodiscard]] std::string finish();
 
   private:
-    struct Context;
-    std::unique_ptr<Context> _context;
+    struct State;
+    std::unique_ptr<State> _state;
 };
 
 }  // namespace teravolant::platform

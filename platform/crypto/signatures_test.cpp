@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/crypto/encodings.h"
+#include "platform/crypto/signing_key.h"
 
 namespace teravolant::platform {
 

@@ -2,15 +2,15 @@
 
 #include <cstddef>
 
-#include "platform/crypto/digests.h"
 #include "platform/crypto/encodings.h"
+#include "platform/crypto/md5.h"
 #include "platform/files/files.h"
 
 namespace teravolant {
 
 std::optional<std::string> Crypto::MD5HashOfFile(const std::filesystem::path& path) {
     constexpr std::size_t kChunkSize = 4096;
-    platform::Digest digest(platform::DigestAlgorithm::Md5);
+    platform::Md5 digest;
     const auto error = platform::readInPieces(path, kChunkSize, [&digest](std::string_view chunk) {
         digest.update(chunk);
         return platform::Status();
