@@ -37,6 +37,22 @@ Sequence sequenceOf(std::uint8_t lead) {
     return {kNoSequence, 0, 0};
 }
 
+/// Returns the number of bytes of the first character, or 0 if it is malformed.
+std::size_t lengthOfCharacter(std::string_view bytes) {
+    const Sequence sequence = sequenceOf(static_cast<std::uint8_t>(bytes.front()));
+    if (sequence.following == kNoSequence || sequence.following >= bytes.size()) {
+        return 0;
+    }
+    for (std::size_t offset = 1; offset <= sequence.following; ++offset) {
+        const auto byte = static_cast<std::uint8_t>(bytes[offset]);
+        const bool first = offset == 1;
+        if (byte < (first ? sequence.lowest : 0x80) || byte > (first ? sequence.highest : 0xBF)) {
+            return 0;
+        }
+    }
+    return sequence.following + 1;
+}
+
 /// A placeholder in a format: its length, and the number of its value, where 0 means the next
 /// value. The length is 0 if there is no placeholder.
 struct Placeholder {
@@ -56,23 +72,34 @@ Placeholder placeholderAt(std::string_view format) {
 }  // namespace
 
 bool isValidUtf8(std::string_view bytes) {
-    std::size_t index = 0;
-    while (index < bytes.size()) {
-        const Sequence sequence = sequenceOf(static_cast<std::uint8_t>(bytes[index]));
-        if (sequence.following == kNoSequence || sequence.following >= bytes.size() - index) {
+    while (!bytes.empty()) {
+        const std::size_t length = lengthOfCharacter(bytes);
+        if (length == 0) {
             return false;
         }
-        for (std::size_t offset = 1; offset <= sequence.following; ++offset) {
-            const auto byte = static_cast<std::uint8_t>(bytes[index + offset]);
-            const bool first = offset == 1;
-            if (byte < (first ? sequence.lowest : 0x80) ||
-                byte > (first ? sequence.highest : 0xBF)) {
-                return false;
-            }
-        }
-        index += sequence.following + 1;
+        bytes.remove_prefix(length);
     }
     return true;
+}
+
+std::string escaped(std::string_view text) {
+    constexpr std::size_t kMost = 500;
+    constexpr std::string_view kHexDigits = "0123456789ABCDEF";
+    std::string result;
+    while (!text.empty()) {
+        if (result.size() >= kMost) {
+            return result + "…";
+        }
+        const auto byte = static_cast<std::uint8_t>(text.front());
+        const std::size_t length = lengthOfCharacter(text);
+        if (length == 0 || byte < ' ' || byte == 0x7F) {
+            result += {'\\', 'x', kHexDigits[byte >> 4U], kHexDigits[byte & 0xFU]};
+        } else {
+            result += text.substr(0, length);
+        }
+        text.remove_prefix(std::max<std::size_t>(length, 1));
+    }
+    return result;
 }
 
 bool isAscii(std::string_view bytes) {
@@ -81,6 +108,14 @@ bool isAscii(std::string_view bytes) {
 }
 
 std::string quoted(const std::string& text) { return "“" + text + "”"; }
+
+std::string lowerCase(std::string_view text) {
+    std::string lower(text);
+    for (char& letter : lower) {
+        letter = letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
+    }
+    return lower;
+}
 
 bool equalIgnoringCase(std::string_view left, std::string_view right) {
     return left.size() == right.size() && strncasecmp(left.data(), right.data(), left.size()) == 0;

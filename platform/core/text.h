@@ -18,6 +18,13 @@ inline constexpr const char* kMissingValueMark = "(null)";
 /// Returns the text between typographic quotation marks, for messages.
 [[nodiscard]] std::string quoted(const std::string& text);
 
+/// Returns untrusted text for a message: control characters and bytes that are not UTF-8 as \\xNN,
+/// truncated after about 500 bytes.
+[[nodiscard]] std::string escaped(std::string_view text);
+
+/// Changes ASCII letters to lower case.
+[[nodiscard]] std::string lowerCase(std::string_view text);
+
 /// Compares texts without regard to the case of ASCII letters.
 [[nodiscard]] bool equalIgnoringCase(std::string_view left, std::string_view right);
 

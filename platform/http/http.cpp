@@ -1,3 +1,7 @@
+// Performs a request as a sequence of exchanges on one easy handle, which keeps connections alive for
+// the next exchange. Each exchange ends with a response or with the location of a redirect.
+// `HttpAddress` decides whether the location may be contacted, `followRedirect` adapts method, body
+// and headers, and the loop continues with the next exchange.
 #include "platform/http/http.h"
 
 #include <memory>
@@ -6,20 +10,16 @@
 #include <curl/curl.h>
 
 #include "platform/core/deleter.h"
+#include "platform/core/http_error.h"
 #include "platform/core/text.h"
+#include "platform/http/curl_library.h"
 #include "platform/http/http_address.h"
-#include "platform/http/http_error.h"
 #include "platform/http/http_exchange.h"
 
-// How it works: a request is a sequence of exchanges on one multi handle, which keeps connections
-// alive for the next exchange. Each exchange ends with a response or with the location of a
-// redirect. `HttpAddress` decides whether the location may be contacted, `followRedirect` adapts
-// method, body and headers, and the loop continues with the next exchange. Both public operations
-// stream the body to a receiver; `sendHttpRequest` collects it in a string.
 namespace teravolant::platform {
 namespace {
 
-using MultiHandle = std::unique_ptr<CURLM, Deleter<curl_multi_cleanup>>;
+using EasyHandle = std::unique_ptr<CURL, Deleter<curl_easy_cleanup>>;
 
 bool carriesCredentials(const HttpHeader& header) {
     return equalIgnoringCase(header.name, "Authorization") ||
@@ -42,22 +42,22 @@ void followRedirect(HttpRequest& request, int status, bool sameOrigin) {
     }
 }
 
-Result<HttpResponse> perform(HttpRequest request, const HttpBodyReceiver& receiver,
-                             WantedBodies wanted, const HttpOptions& options,
-                             const std::stop_token& stop) {
-    const MultiHandle multi(startHttpLibrary() ? curl_multi_init() : nullptr);
-    if (!multi) {
-        return httpError(HttpError::unknown, "The system's network library can't be used.");
+}  // namespace
+
+Result<HttpResponse> transferOverHttp(const HttpRequest& original, const HttpBodyReceiver& receiver,
+                                      const HttpOptions& options) {
+    if (auto error = loadCurl()) {
+        return error;
     }
+    HttpRequest request = original;
     auto address = HttpAddress::parse(request.url);
     if (!address) {
         return std::move(address).error();
     }
-    const std::stop_callback wakeUp(stop, [&multi] { curl_multi_wakeup(multi.get()); });
+    const EasyHandle easy(curl_easy_init());
     HttpAddress current = *std::move(address);
-    for (int redirects = 0; redirects <= options.maximumRedirects; ++redirects) {
-        auto exchanged =
-            exchangeOverHttp(multi.get(), current, request, options, receiver, wanted, stop);
+    for (int redirects = 0; redirects <= kMaximumRedirects; ++redirects) {
+        auto exchanged = exchangeOverHttp(easy.get(), current, request, options, receiver);
         if (!exchanged) {
             return std::move(exchanged).error();
         }
@@ -73,32 +73,8 @@ Result<HttpResponse> perform(HttpRequest request, const HttpBodyReceiver& receiv
         current = *std::move(next);
     }
     return httpError(HttpError::tooManyRedirects,
-                     "More than " + std::to_string(options.maximumRedirects) +
-                         " redirects led to " + quoted(current.displayedHost()) +
-                         ": they probably form a loop.");
-}
-
-}  // namespace
-
-Result<HttpResponse> sendHttpRequest(const HttpRequest& request, const HttpOptions& options,
-                                     const std::stop_token& stop) {
-    std::string body;
-    const HttpBodyReceiver collector{.begin = {}, .receive = [&body](std::string_view bytes) {
-                                         body += bytes;
-                                         return Status();
-                                     }};
-    auto result = perform(request, collector, WantedBodies::All, options, stop);
-    if (!result) {
-        return result;
-    }
-    HttpResponse response = *std::move(result);
-    response.body = std::move(body);
-    return response;
-}
-
-Result<HttpResponse> streamHttpBody(const HttpRequest& request, const HttpBodyReceiver& receiver,
-                                    const HttpOptions& options) {
-    return perform(request, receiver, WantedBodies::Contents, options, {});
+                     "More than " + std::to_string(kMaximumRedirects) + " redirects led to " +
+                         quoted(current.displayedHost()) + ": they probably form a loop.");
 }
 
 }  // namespace teravolant::platform

@@ -7,8 +7,8 @@
 
 #include "platform/core/deleter.h"
 #include "platform/core/error.h"
+#include "platform/core/http_error.h"
 #include "platform/core/text.h"
-#include "platform/http/http_error.h"
 
 namespace teravolant::platform {
 namespace {
@@ -31,7 +31,8 @@ std::string partOf(CURLU* url, CURLUPart part, unsigned flags = 0) {
     return text;
 }
 
-/// `host` is the text that libcurl normalised, so that this check and the connection agree on it.
+}  // namespace
+
 bool isLoopbackHost(std::string_view host) {
     if (equalIgnoringCase(host, "localhost")) {
         return true;
@@ -47,8 +48,6 @@ bool isLoopbackHost(std::string_view host) {
     const std::string inner(host.substr(1, host.size() - 2));
     return inet_pton(AF_INET6, inner.c_str(), &six) == 1 && IN6_IS_ADDR_LOOPBACK(&six);
 }
-
-}  // namespace
 
 HttpAddress::HttpAddress(Handle handle)
     : _handle(std::move(handle)),

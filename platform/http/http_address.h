@@ -2,10 +2,15 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "platform/core/result.h"
 
 namespace teravolant::platform {
+
+/// Whether the host is "localhost" or a loopback address. `host` is the text that libcurl normalised,
+/// so that this check and the connection agree on it.
+[[nodiscard]] bool isLoopbackHost(std::string_view host);
 
 /// A URL that may be contacted: https to any host, http to a loopback host.
 class HttpAddress {
@@ -22,8 +27,8 @@ class HttpAddress {
     [[nodiscard]] const std::string& url() const { return _url; }
     /// For messages: the host, and the port if the URL contains one.
     [[nodiscard]] const std::string& displayedHost() const { return _displayedHost; }
+    [[nodiscard]] const std::string& host() const { return _host; }
     [[nodiscard]] bool isSecure() const { return _isSecure; }
-    [[nodiscard]] bool isLoopback() const { return _isLoopback; }
     /// Whether scheme, host and port are the same (RFC 6454).
     [[nodiscard]] bool hasSameOriginAs(const HttpAddress& other) const;
 

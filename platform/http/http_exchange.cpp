@@ -1,84 +1,97 @@
+// Performs one exchange with libcurl's easy interface, which calls back on the same thread.
+//
+// `receiveHeader` collects the headers of the last response that libcurl receives: earlier ones are
+// interim responses. `receiveBytes` gets the body. Its first bytes show that the head is complete:
+// `takeHead` checks it then, or at the end of a response without a body. A callback ends the transfer
+// when it returns an error, either after it left an error in `_error`, which takes precedence over
+// libcurl's result, or because the body is not wanted, which is a success. Redirects are not left to
+// libcurl, because each target has to pass `HttpAddress` before it is contacted.
+//
+// `checkProgress`, which libcurl calls at least once a second, compares the bytes of the body with
+// the lowest rate over windows of the stall timeout. libcurl's own low-speed limit also counts bytes
+// that are no part of the body.
 #include "platform/http/http_exchange.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
+#include <charconv>
+#include <map>
 #include <memory>
 #include <utility>
 
 #include <curl/curl.h>
 
 #include "platform/core/deleter.h"
+#include "platform/core/http_error.h"
 #include "platform/core/text.h"
-#include "platform/http/http_error.h"
+#include "platform/http/http_environment.h"
 #include "platform/http/http_failures.h"
-#include "platform/http/http_resumption.h"
 
-// How it works: an exchange adds one easy handle to a multi handle of libcurl and alternates
-// between curl_multi_perform, which moves bytes without blocking, and curl_multi_poll, which blocks
-// until a socket is ready, the poll time is over or a stop request calls curl_multi_wakeup.
-//
-// After each step, the loop compares the transfer's counters with their last values. If none of
-// them changes for the stall timeout, the transfer has stalled. libcurl's own low-speed limit has a
-// resolution of whole seconds.
-//
-// libcurl passes body bytes to `receiveBytes`, on the thread of the loop. The first bytes show that
-// the head is complete: `takeHead` checks it then, or at the end of a response without a body. A
-// callback ends the transfer when it returns CURL_WRITEFUNC_ERROR: either after an error, which it
-// leaves in `_error` and which takes precedence over libcurl's result, or because the body is not
-// wanted, which is a success. Redirects are not left to libcurl, because each target has to pass
-// `HttpAddress` before it is contacted: the exchange ends with the head of the redirect and
-// returns its location.
 namespace teravolant::platform {
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
 constexpr long kReceiveSize = 128L * 1024;
-constexpr std::chrono::milliseconds kLongestWait{1000};
+constexpr std::size_t kMostHeaderBytes = std::size_t{256} * 1024;
+/// Returned by a callback to end the transfer. Never the number of bytes that it received.
+constexpr std::size_t kEndTransfer = 0xFFFFFFFF;
 
-using EasyHandle = std::unique_ptr<CURL, Deleter<curl_easy_cleanup>>;
 using HeaderList = std::unique_ptr<curl_slist, Deleter<curl_slist_free_all>>;
-
-/// The counters of a transfer. They differ after any byte was sent or received.
-struct Progress {
-    curl_off_t connected = 0;  ///< Microseconds until the connection was ready; 0 before.
-    curl_off_t sent = 0;
-    curl_off_t received = 0;
-    long requestSize = 0;
-    long headerSize = 0;
-
-    bool operator==(const Progress&) const = default;
-};
-
-Progress progressOf(CURL* easy) {
-    Progress progress;
-    curl_easy_getinfo(easy, CURLINFO_PRETRANSFER_TIME_T, &progress.connected);
-    curl_easy_getinfo(easy, CURLINFO_SIZE_UPLOAD_T, &progress.sent);
-    curl_easy_getinfo(easy, CURLINFO_SIZE_DOWNLOAD_T, &progress.received);
-    curl_easy_getinfo(easy, CURLINFO_REQUEST_SIZE, &progress.requestSize);
-    curl_easy_getinfo(easy, CURLINFO_HEADER_SIZE, &progress.headerSize);
-    return progress;
-}
 
 bool isRedirect(int status) {
     return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
 }
 
+std::string_view trimmed(std::string_view text) {
+    constexpr std::string_view kBlanks = " \t\r\n";
+    const std::size_t first = std::min(text.find_first_not_of(kBlanks), text.size());
+    return text.substr(first, text.find_last_not_of(kBlanks) + 1 - first);
+}
+
+/// Returns FIRST of "bytes FIRST-LAST/LENGTH" (RFC 9110, section 14.4), or nothing if the header is
+/// malformed or has another unit.
+std::optional<std::uint64_t> startOfRange(std::string_view contentRange) {
+    constexpr std::string_view kUnit = "bytes ";
+    if (!equalIgnoringCase(contentRange.substr(0, kUnit.size()), kUnit)) {
+        return std::nullopt;
+    }
+    contentRange.remove_prefix(kUnit.size());
+    std::uint64_t first = 0;
+    const char* end = contentRange.data() + contentRange.size();
+    const auto parsed = std::from_chars(contentRange.data(), end, first);
+    if (parsed.ec != std::errc() || parsed.ptr == end || *parsed.ptr != '-') {
+        return std::nullopt;
+    }
+    return first;
+}
+
+bool isLoopbackAddress(const sockaddr* address) {
+    if (address->sa_family == AF_INET) {
+        const auto* four = reinterpret_cast<const sockaddr_in*>(address);
+        return ntohl(four->sin_addr.s_addr) >> 24U == IN_LOOPBACKNET;
+    }
+    const auto* six = reinterpret_cast<const sockaddr_in6*>(address);
+    return address->sa_family == AF_INET6 && IN6_IS_ADDR_LOOPBACK(&six->sin6_addr);
+}
+
 /// One request to one address and its response. The target of a redirect is another exchange.
 class Exchange {
   public:
-    Exchange(const HttpAddress& address, const HttpRequest& request, const HttpOptions& options,
-             const HttpBodyReceiver& receiver, WantedBodies wanted, const std::stop_token& stop)
-        : _address(address),
+    Exchange(CURL* easy, const HttpAddress& address, const HttpRequest& request,
+             const HttpOptions& options, const HttpBodyReceiver& receiver)
+        : _easy(easy),
+          _address(address),
           _request(request),
           _options(options),
-          _receiver(receiver),
-          _wanted(wanted),
-          _stop(stop) {}
+          _receiver(receiver) {}
 
     /// Blocks until the end of the response, or of its head if the body is not wanted.
-    Status run(CURLM* multi);
+    Status run();
 
     /// Called once, after `run` has succeeded.
     HttpExchange takeResult() { return {std::move(_response), std::move(_redirect)}; }
@@ -86,41 +99,48 @@ class Exchange {
   private:
     Status prepare();
     Status prepareHeaders();
+    void prepareCallbacks();
     void addLine(const std::string& line);
     void addHeader(const HttpHeader& header);
     template <typename Value>
     void set(CURLoption option, Value value) {
-        _prepared = _prepared && curl_easy_setopt(_easy.get(), option, value) == CURLE_OK;
+        _prepared = _prepared && curl_easy_setopt(_easy, option, value) == CURLE_OK;
     }
 
-    std::optional<CURLcode> waitForEnd(CURLM* multi);
-    [[nodiscard]] bool hasStalled();
-
+    static std::size_t receiveHeader(char* bytes, std::size_t size, std::size_t count, void* self);
+    Status addReceivedHeader(std::string_view line);
     Status takeHead();
     Status checkRange();
     [[nodiscard]] std::optional<std::string> header(const char* name) const;
     static std::size_t receiveBytes(char* bytes, std::size_t size, std::size_t count, void* self);
     Status receive(std::string_view bytes);
-    [[nodiscard]] Status tooLarge() const;
-    [[nodiscard]] Status cancelled() const;
-    [[nodiscard]] Status failure(CURLcode code) const;
-    [[nodiscard]] std::string host() const { return quoted(_address.displayedHost()); }
+    static int checkProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t);
+    bool hasStalled();
+    static curl_socket_t openSocket(void* self, curlsocktype purpose, curl_sockaddr* address);
 
+    [[nodiscard]] Status tooLarge() const;
+    [[nodiscard]] Status failure(CURLcode code) const;
+    [[nodiscard]] std::string host() const {
+        return quoted(_address.displayedHost()) +
+               (_proxy.empty() ? "" : " (through the proxy " + quoted(displayedProxy(_proxy)) + ")");
+    }
+
+    CURL* _easy;
     const HttpAddress& _address;
     const HttpRequest& _request;
     const HttpOptions& _options;
     const HttpBodyReceiver& _receiver;
-    WantedBodies _wanted;
-    const std::stop_token& _stop;
 
     HeaderList _headers;
+    std::string _proxy;
     std::array<char, CURL_ERROR_SIZE> _message{};
-    EasyHandle _easy{curl_easy_init()};
     bool _prepared = true;
 
-    Progress _progress;
-    Clock::time_point _lastProgress = Clock::now();
+    Clock::time_point _windowStart = Clock::now();
+    std::uint64_t _windowBytes = 0;  ///< Of the body, since the start of the window.
 
+    std::size_t _headerBytes = 0;                         ///< Of all responses.
+    std::map<std::string, std::string> _receivedHeaders;  ///< By lower-case name.
     bool _hasHead = false;
     bool _isBodyWanted = false;
     std::optional<std::string> _redirect;
@@ -162,35 +182,44 @@ Status Exchange::prepareHeaders() {
     return std::nullopt;
 }
 
-Status Exchange::prepare() {
-    if (!_easy) {
-        return httpError(HttpError::unknown, "The request could not be created: out of memory.");
+void Exchange::prepareCallbacks() {
+    set(CURLOPT_HEADERFUNCTION, &Exchange::receiveHeader);
+    set(CURLOPT_HEADERDATA, this);
+    set(CURLOPT_WRITEFUNCTION, &Exchange::receiveBytes);
+    set(CURLOPT_WRITEDATA, this);
+    set(CURLOPT_NOPROGRESS, 0L);
+    set(CURLOPT_XFERINFOFUNCTION, &Exchange::checkProgress);
+    set(CURLOPT_XFERINFODATA, this);
+    if (!_address.isSecure()) {
+        set(CURLOPT_OPENSOCKETFUNCTION, &Exchange::openSocket);
+        set(CURLOPT_OPENSOCKETDATA, this);
     }
+}
+
+Status Exchange::prepare() {
+    curl_easy_reset(_easy);
     set(CURLOPT_CURLU, static_cast<CURLU*>(_address.handle()));
-    set(CURLOPT_PROTOCOLS_STR, _address.isSecure() ? "https" : "http");
     set(CURLOPT_FOLLOWLOCATION, 0L);
     set(CURLOPT_ERRORBUFFER, _message.data());
     // Signal handlers belong to the program, not to a library.
     set(CURLOPT_NOSIGNAL, 1L);
-    // Do not wait for a pending DNS look-up when a transfer is cancelled.
-    set(CURLOPT_QUICK_EXIT, 1L);
     set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(_options.connectTimeout.count()));
     set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
     set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
     set(CURLOPT_BUFFERSIZE, kReceiveSize);
-    set(CURLOPT_WRITEFUNCTION, &Exchange::receiveBytes);
-    set(CURLOPT_WRITEDATA, this);
-    if (const char* file = std::getenv("SSL_CERT_FILE"); file != nullptr && *file != '\0') {
-        set(CURLOPT_CAINFO, file);
+    if (const auto file = certificateFile()) {
+        set(CURLOPT_CAINFO, file->c_str());
     }
-    if (_address.isLoopback()) {
-        set(CURLOPT_PROXY, "");
-    }
+    _proxy = _address.isSecure() ? proxyFor(_address.host()) : "";
+    set(CURLOPT_PROXY, _proxy.c_str());
+    // `proxyFor` has decided already.
+    set(CURLOPT_NOPROXY, "");
     if (_request.method == HttpMethod::Post) {
         set(CURLOPT_POST, 1L);
         set(CURLOPT_POSTFIELDS, _request.body.data());
         set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(_request.body.size()));
     }
+    prepareCallbacks();
     if (auto error = prepareHeaders()) {
         return error;
     }
@@ -199,71 +228,86 @@ Status Exchange::prepare() {
                                  "The request to " + host() + " could not be created.");
 }
 
-Status Exchange::run(CURLM* multi) {
+Status Exchange::run() {
     if (auto error = prepare()) {
         return error;
     }
-    if (curl_multi_add_handle(multi, _easy.get()) != CURLM_OK) {
-        return httpError(HttpError::unknown, "The request to " + host() + " could not be sent.");
-    }
-    const auto end = waitForEnd(multi);
-    curl_multi_remove_handle(multi, _easy.get());
+    const CURLcode end = curl_easy_perform(_easy);
     if (_error) {
         return _error;
-    }
-    if (_stop.stop_requested()) {
-        return cancelled();
-    }
-    if (!end) {
-        return httpError(HttpError::timedOut,
-                         host() + " stopped responding: nothing was transferred for " +
-                             secondsText(_options.stallTimeout) + " seconds.");
     }
     if (_hasHead && !_isBodyWanted) {
         return std::nullopt;
     }
-    return *end == CURLE_OK ? takeHead() : failure(*end);
+    return end == CURLE_OK ? takeHead() : failure(end);
 }
 
-/// Returns libcurl's result of the transfer, or nothing if it was cancelled or stalled.
-std::optional<CURLcode> Exchange::waitForEnd(CURLM* multi) {
-    while (true) {
-        int running = 0;
-        if (curl_multi_perform(multi, &running) != CURLM_OK) {
-            return CURLE_FAILED_INIT;
-        }
-        int left = 0;
-        while (const CURLMsg* message = curl_multi_info_read(multi, &left)) {
-            if (message->msg == CURLMSG_DONE) {
-                return message->data.result;
-            }
-        }
-        if (_stop.stop_requested() || hasStalled()) {
-            return std::nullopt;
-        }
-        const auto remaining = std::chrono::ceil<std::chrono::milliseconds>(
-            _lastProgress + _options.stallTimeout - Clock::now());
-        const auto wait = std::clamp(remaining, std::chrono::milliseconds(1), kLongestWait);
-        curl_multi_poll(multi, nullptr, 0, static_cast<int>(wait.count()), nullptr);
+std::size_t Exchange::receiveHeader(char* bytes, std::size_t size, std::size_t count, void* self) {
+    auto& exchange = *static_cast<Exchange*>(self);
+    exchange._error = exchange.addReceivedHeader({bytes, size * count});
+    return exchange._error ? kEndTransfer : size * count;
+}
+
+Status Exchange::addReceivedHeader(std::string_view line) {
+    _headerBytes += line.size();
+    if (_headerBytes > kMostHeaderBytes) {
+        return httpError(HttpError::badResponse, host() + " sent more than " +
+                                                     std::to_string(kMostHeaderBytes) +
+                                                     " bytes of headers.");
     }
+    if (line.starts_with("HTTP/")) {
+        _receivedHeaders.clear();
+    }
+    const std::size_t mark = line.find(':');
+    if (mark != line.npos) {
+        _receivedHeaders[lowerCase(line.substr(0, mark))] = trimmed(line.substr(mark + 1));
+    }
+    return std::nullopt;
+}
+
+int Exchange::checkProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+    auto& exchange = *static_cast<Exchange*>(self);
+    const bool isOver = !exchange._error && exchange.hasStalled();
+    if (isOver) {
+        exchange._error = httpError(
+            HttpError::timedOut, exchange.host() + " stopped responding: fewer than " +
+                                     std::to_string(kLowestRate) + " bytes a second arrived for " +
+                                     secondsText(exchange._options.stallTimeout) + " seconds.");
+    }
+    return isOver ? 1 : 0;
 }
 
 /// Until the connection is established, libcurl enforces the connect timeout instead.
 bool Exchange::hasStalled() {
-    const Progress now = progressOf(_easy.get());
-    if (now != _progress || now.connected == 0) {
-        _progress = now;
-        _lastProgress = Clock::now();
+    curl_off_t connected = 0;
+    curl_easy_getinfo(_easy, CURLINFO_PRETRANSFER_TIME_T, &connected);
+    const auto now = Clock::now();
+    if (connected != 0 && now - _windowStart < _options.stallTimeout) {
+        return false;
     }
-    return Clock::now() - _lastProgress >= _options.stallTimeout;
+    const auto needed = std::chrono::duration_cast<std::chrono::milliseconds>(
+                            _options.stallTimeout * kLowestRate) /
+                        std::chrono::seconds(1);
+    const bool isSlow = connected != 0 && _windowBytes < static_cast<std::uint64_t>(needed);
+    _windowStart = now;
+    _windowBytes = 0;
+    return isSlow;
+}
+
+curl_socket_t Exchange::openSocket(void* self, curlsocktype /*purpose*/, curl_sockaddr* address) {
+    auto& exchange = *static_cast<Exchange*>(self);
+    if (!isLoopbackAddress(&address->addr)) {
+        exchange._error = httpError(
+            HttpError::unsupportedUrl,
+            exchange.host() + " is not a loopback address on this computer: only https is safe.");
+        return CURL_SOCKET_BAD;
+    }
+    return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
 }
 
 std::optional<std::string> Exchange::header(const char* name) const {
-    curl_header* found = nullptr;
-    if (curl_easy_header(_easy.get(), name, 0, CURLH_HEADER, -1, &found) != CURLHE_OK) {
-        return std::nullopt;
-    }
-    return found->value;
+    const auto found = _receivedHeaders.find(name);
+    return found == _receivedHeaders.end() ? std::nullopt : std::optional(found->second);
 }
 
 /// Reads and checks the complete head of the response. Does nothing when called again.
@@ -273,8 +317,10 @@ Status Exchange::takeHead() {
     }
     long status = 0;
     curl_off_t length = -1;
-    curl_easy_getinfo(_easy.get(), CURLINFO_RESPONSE_CODE, &status);
-    curl_easy_getinfo(_easy.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+    curl_off_t retryAfter = 0;
+    curl_easy_getinfo(_easy, CURLINFO_RESPONSE_CODE, &status);
+    curl_easy_getinfo(_easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+    curl_easy_getinfo(_easy, CURLINFO_RETRY_AFTER, &retryAfter);
     if (status < 100 || status > 999) {
         return httpError(HttpError::badResponse,
                          host() + " sent a response that is not HTTP (its status is " +
@@ -282,17 +328,20 @@ Status Exchange::takeHead() {
     }
     _response.status = static_cast<int>(status);
     _response.url = _address.url();
-    _response.entityTag = header("ETag");
-    _response.lastModified = header("Last-Modified");
-    _response.contentRange = header("Content-Range");
+    _response.proxy = displayedProxy(_proxy);
+    _response.entityTag = header("etag");
+    _response.lastModified = header("last-modified");
     if (length >= 0) {
         _response.contentLength = static_cast<std::uint64_t>(length);
     }
+    if (retryAfter > 0) {
+        _response.retryAfter = std::chrono::seconds(retryAfter);
+    }
     if (isRedirect(_response.status)) {
-        _redirect = header("Location");
+        _redirect = header("location");
     }
     const bool isContent = _response.status == 200 || _response.status == 206;
-    _isBodyWanted = !_redirect && (_wanted == WantedBodies::All || isContent);
+    _isBodyWanted = !_redirect && (_request.wanted == WantedBodies::All || isContent);
     if (!_isBodyWanted) {
         return std::nullopt;
     }
@@ -306,11 +355,11 @@ Status Exchange::takeHead() {
 }
 
 Status Exchange::checkRange() {
-    if (_response.status != 206 || (_wanted == WantedBodies::All && !_request.resumption)) {
+    if (_response.status != 206 || (_request.wanted == WantedBodies::All && !_request.resumption)) {
         return std::nullopt;
     }
     const std::uint64_t offset = offsetToResumeAt(_request);
-    const auto start = startOfRange(_response.contentRange.value_or(""));
+    const auto start = startOfRange(header("content-range").value_or(""));
     if (offset == 0 || start != offset) {
         return httpError(HttpError::unexpectedRange,
                          host() + " sent a part of the body that was not requested.");
@@ -322,13 +371,10 @@ Status Exchange::checkRange() {
 std::size_t Exchange::receiveBytes(char* bytes, std::size_t size, std::size_t count, void* self) {
     auto& exchange = *static_cast<Exchange*>(self);
     exchange._error = exchange.receive({bytes, size * count});
-    return exchange._error || !exchange._isBodyWanted ? CURL_WRITEFUNC_ERROR : size * count;
+    return exchange._error || !exchange._isBodyWanted ? kEndTransfer : size * count;
 }
 
 Status Exchange::receive(std::string_view bytes) {
-    if (_stop.stop_requested()) {
-        return cancelled();
-    }
     auto error = takeHead();
     if (error || !_isBodyWanted) {
         return error;
@@ -337,9 +383,11 @@ Status Exchange::receive(std::string_view bytes) {
         return tooLarge();
     }
     _received += bytes.size();
+    _windowBytes += bytes.size();
+    const auto before = Clock::now();
     error = _receiver.receive(bytes);
     // Time that the receiver needs, as for a slow disk, does not count as a stall of the server.
-    _lastProgress = Clock::now();
+    _windowStart += Clock::now() - before;
     return error;
 }
 
@@ -349,16 +397,12 @@ Status Exchange::tooLarge() const {
                                                   " bytes allowed.");
 }
 
-Status Exchange::cancelled() const {
-    return httpError(HttpError::cancelled, "The transfer from " + host() + " was cancelled.");
-}
-
 Status Exchange::failure(CURLcode code) const {
     long verdict = 0;
-    curl_easy_getinfo(_easy.get(), CURLINFO_SSL_VERIFYRESULT, &verdict);
+    curl_easy_getinfo(_easy, CURLINFO_SSL_VERIFYRESULT, &verdict);
     return errorOfTransfer(
         {.code = code,
-         .host = _address.displayedHost(),
+         .host = host(),
          .explanation = _message.front() != '\0' ? _message.data() : curl_easy_strerror(code),
          .certificateVerdict = verdict,
          .connectTimeout = _options.connectTimeout});
@@ -366,17 +410,14 @@ Status Exchange::failure(CURLcode code) const {
 
 }  // namespace
 
-bool startHttpLibrary() {
-    static const bool started = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
-    return started;
-}
-
-Result<HttpExchange> exchangeOverHttp(void* connections, const HttpAddress& address,
+Result<HttpExchange> exchangeOverHttp(void* handle, const HttpAddress& address,
                                       const HttpRequest& request, const HttpOptions& options,
-                                      const HttpBodyReceiver& receiver, WantedBodies wanted,
-                                      const std::stop_token& stop) {
-    Exchange exchange(address, request, options, receiver, wanted, stop);
-    if (auto error = exchange.run(connections)) {
+                                      const HttpBodyReceiver& receiver) {
+    if (handle == nullptr) {
+        return httpError(HttpError::unknown, "The request could not be created: out of memory.");
+    }
+    Exchange exchange(handle, address, request, options, receiver);
+    if (auto error = exchange.run()) {
         return std::move(*error);
     }
     return exchange.takeResult();

@@ -2,21 +2,18 @@
 
 #include <array>
 #include <charconv>
-#include <utility>
 
 #include <curl/curl.h>
-#include <openssl/x509_vfy.h>
 
-#include "platform/core/error.h"
-#include "platform/core/text.h"
-#include "platform/http/http_error.h"
+#include "platform/core/http_error.h"
 
 namespace teravolant::platform {
 namespace {
 
 Status certificateError(const FailedTransfer& failed, const std::string& host) {
-    if (failed.certificateVerdict == X509_V_ERR_CERT_HAS_EXPIRED ||
-        failed.certificateVerdict == X509_V_ERR_CERT_NOT_YET_VALID) {
+    constexpr long kNotYetValid = 9;
+    constexpr long kHasExpired = 10;
+    if (failed.certificateVerdict == kNotYetValid || failed.certificateVerdict == kHasExpired) {
         return httpError(HttpError::certificateHasBadDate,
                          "The certificate of " + host +
                              " is not valid at this time: check this computer's clock (" +
@@ -29,12 +26,6 @@ Status certificateError(const FailedTransfer& failed, const std::string& host) {
 
 }  // namespace
 
-Status httpError(HttpError::Code code, std::string description) {
-    return Error{.domain = std::string(kHttpErrorDomain),
-                 .code = code,
-                 .localizedDescription = std::move(description)};
-}
-
 std::string secondsText(std::chrono::milliseconds time) {
     std::array<char, 32> text{};
     const auto end = std::to_chars(text.data(), text.data() + text.size(),
@@ -43,7 +34,7 @@ std::string secondsText(std::chrono::milliseconds time) {
 }
 
 Status errorOfTransfer(const FailedTransfer& failed) {
-    const std::string host = quoted(failed.host);
+    const std::string& host = failed.host;
     const std::string reason = " (" + failed.explanation + ").";
     switch (failed.code) {
         case CURLE_COULDNT_RESOLVE_HOST:

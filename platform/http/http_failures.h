@@ -13,9 +13,9 @@ namespace teravolant::platform {
 /// A transfer that libcurl ended with an error.
 struct FailedTransfer {
     int code = 0;  ///< A CURLcode.
-    std::string host;
+    std::string host;             ///< As messages show it.
     std::string explanation;      ///< libcurl's message.
-    long certificateVerdict = 0;  ///< OpenSSL's result (X509_V_...).
+    long certificateVerdict = 0;  ///< OpenSSL's result (X509_V_…).
     std::chrono::milliseconds connectTimeout{};
 };
 

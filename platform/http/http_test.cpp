@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/core/error.h"
-#include "platform/http/http_error.h"
+#include "platform/core/http_error.h"
 #include "platform/system/application.h"
 #include "tests/fixtures/http_server.h"
 #include "tests/fixtures/temporary_folder.h"
@@ -41,6 +41,10 @@ class Http : public testing::Test {
         EXPECT_EQ(result.error().domain, kHttpErrorDomain);
         EXPECT_EQ(result.error().code, code) << told;
         EXPECT_NE(told.find(host), told.npos) << told;
+    }
+
+    static Result<HttpResponse> get(const std::string& url) {
+        return sendHttpRequest({.url = url}, {}, transferOverHttp);
     }
 
     CertificateAuthority authority;
@@ -81,7 +85,7 @@ TEST_F(Http, FailsForFaultyResponses) {
                                     secure ? std::optional(authority.issue()) : std::nullopt);
             const auto response = sendHttpRequest(
                 {.url = server.url("/"), .resumption = HttpResumption{faulty.resumedAt, "\"v\""}},
-                {.stallTimeout = 200ms, .maximumBodySize = 1500});
+                {.stallTimeout = 200ms, .maximumBodySize = 1500}, transferOverHttp);
             expectFailure(response, faulty.code);
         }
     }
@@ -99,7 +103,7 @@ TEST_F(Http, ConnectsOnlyToHttpsAndLoopback) {
     for (const auto& [code, urls] : table) {
         for (const std::string& url : urls) {
             SCOPED_TRACE(url);
-            expectFailure(sendHttpRequest({.url = url}), code, "");
+            expectFailure(get(url), code, "");
         }
     }
 }
@@ -117,12 +121,12 @@ TEST_F(Http, FollowsRedirectsExceptToPlainHttp) {
         },
         authority.issue());
     for (const char* path : {"/down", "/file"}) {
-        expectFailure(sendHttpRequest({.url = secure.url(path)}), unsupportedUrl);
+        expectFailure(get(secure.url(path)), unsupportedUrl);
     }
     EXPECT_TRUE(plain.requests().empty());
 
     const HttpServer upwards(always(redirectTo(secure.url("/a/b"))));
-    const auto response = sendHttpRequest({.url = upwards.url("/")});
+    const auto response = get(upwards.url("/"));
     ASSERT_TRUE(response) << printedForm(response.error());
     EXPECT_EQ(response->body, "reached /d?e");
     EXPECT_EQ(response->url, secure.url("/d?e", "localhost"));
@@ -141,7 +145,8 @@ TEST_F(Http, DropsBodiesAndCredentialsOnRedirects) {
             {.url = first.url("/"),
              .method = HttpMethod::Post,
              .headers = {{"Authorization", "secret"}, {"Content-Type", "text/plain"}},
-             .body = "body"}));
+             .body = "body"},
+            {}, transferOverHttp));
         const bool staysAPost = status >= 307;
         const auto request = (sameOrigin ? first : other).requests().back();
         EXPECT_EQ(request.method, staysAPost ? "POST" : "GET");
@@ -161,12 +166,12 @@ TEST_F(Http, DistinguishesCertificateFailures) {
     };
     for (const auto& [identity, code] : table) {
         const HttpServer server(always({}), identity);
-        expectFailure(sendHttpRequest({.url = server.url("/")}), code);
+        expectFailure(get(server.url("/")), code);
         EXPECT_TRUE(server.requests().empty());
     }
     std::filesystem::remove(trusted);
     const HttpServer server(always({}), authority.issue());
-    expectFailure(sendHttpRequest({.url = server.url("/")}), secureConnectionFailed);
+    expectFailure(get(server.url("/")), secureConnectionFailed);
 }
 
 TEST_F(Http, UsesProxiesExceptForLoopback) {
@@ -174,8 +179,8 @@ TEST_F(Http, UsesProxiesExceptForLoopback) {
     const HttpServer server(always({.body = "direct"}));
     setenv("https_proxy", proxy.url("").c_str(), 1);
     setenv("http_proxy", proxy.url("").c_str(), 1);
-    EXPECT_EQ(sendHttpRequest({.url = server.url("/")})->body, "direct");
-    expectFailure(sendHttpRequest({.url = "https://update.example/"}), connectionLost,
+    EXPECT_EQ(get(server.url("/"))->body, "direct");
+    expectFailure(get("https://update.example/"), connectionLost,
                   "update.example");
     ASSERT_EQ(proxy.requests().size(), 1U);
     EXPECT_EQ(proxy.requests()[0].method, "CONNECT");
