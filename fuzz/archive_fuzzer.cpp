@@ -1,5 +1,6 @@
 // The input is an archive. It is unpacked into a folder that has a sibling.
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <array>
@@ -9,6 +10,7 @@
 
 #include "fuzz/require.h"
 #include "platform/archives/archives.h"
+#include "platform/archives/rules.h"
 #include "platform/core/error.h"
 #include "platform/files/paths.h"
 #include "tests/fixtures/temporary_folder.h"
@@ -109,7 +111,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     };
     const auto before = traces();
 
-    const auto error = platform::unpackArchive(around.path() / "archive", folder, kLimits);
+    const platform::Utf8Names utf8;
+    const platform::FileDescriptor file(open((around.path() / "archive").c_str(), O_RDONLY));
+    const auto error = platform::unpackArchive(
+        file.get(), platform::FileDescriptor(open(folder.c_str(), O_DIRECTORY)), kLimits);
 
     require(traces() == before, "nothing is written outside the folder");
     require(!error || !error->localizedDescription.empty(), "a failure has a description");

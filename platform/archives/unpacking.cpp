@@ -1,5 +1,3 @@
-#include <fcntl.h>
-
 #include <cerrno>
 #include <memory>
 
@@ -220,14 +218,8 @@ Status ArchiveReader::unpackHardLink(std::string_view target, const PathComponen
 
 Reader newReader() {
     Reader reader(archive_read_new());
-    // The seekable zip reader uses the central directory: only that holds modes and links, and it
-    // is missing from a zip that was cut short.
-    if (!reader || archive_read_support_format_zip_seekable(reader.get()) != ARCHIVE_OK ||
-        archive_read_support_format_tar(reader.get()) != ARCHIVE_OK ||
-        archive_read_support_filter_gzip(reader.get()) != ARCHIVE_OK ||
-        archive_read_support_filter_xz(reader.get()) != ARCHIVE_OK ||
-        archive_read_support_filter_zstd(reader.get()) != ARCHIVE_OK ||
-        archive_read_support_filter_bzip2(reader.get()) != ARCHIVE_OK) {
+    if (!reader || archive_read_support_format_tar(reader.get()) != ARCHIVE_OK ||
+        archive_read_support_filter_zstd(reader.get()) != ARCHIVE_OK) {
         return nullptr;
     }
     return reader;
@@ -235,33 +227,17 @@ Reader newReader() {
 
 }  // namespace
 
-Status unpackArchive(const std::filesystem::path& archive, const std::filesystem::path& folder,
-                     const UnpackLimits& limits) {
-    const Utf8Names utf8;
-    FileDescriptor root(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    const int openFailure = root ? 0 : errno;
-    std::error_code unreadable;
-    const bool empty = std::filesystem::is_empty(folder, unreadable);
-    if (!root || unreadable || !empty) {
-        const int reason = !root ? openFailure : unreadable ? unreadable.value() : ENOTEMPTY;
-        return errorFromErrno(reason, FileAccess::Write,
-                              "The archive could not be unpacked into " + quoted(folder.string()));
-    }
-    const FileDescriptor file(open(archive.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
-    if (!file) {
-        return readError(errno, archive.string());
-    }
+Status unpackArchive(int archive, FileDescriptor folder, const UnpackLimits& limits) {
     const Reader reader = newReader();
     if (!reader) {
-        return archiveError(NSFileReadUnknownError, "The system's archive library can't be used.");
+        return errorFromErrno(ENOMEM, FileAccess::Read, "The archive could not be read");
     }
-    if (archive_read_open_fd(reader.get(), file.get(), kArchiveReadSize) != ARCHIVE_OK) {
-        return archiveError(NSFileReadCorruptFileError,
-                            quoted(archive.filename().string()) +
-                                " is not an archive of a known format: " + messageOf(reader.get()) +
-                                ".");
+    if (archive_read_open_fd(reader.get(), archive, kArchiveReadSize) != ARCHIVE_OK) {
+        return archiveError(
+            NSFileReadCorruptFileError,
+            "The archive has no known format: " + messageOf(reader.get()) + ".");
     }
-    return ArchiveReader(reader.get(), std::move(root), limits).unpackAll();
+    return ArchiveReader(reader.get(), std::move(folder), limits).unpackAll();
 }
 
 }  // namespace teravolant::platform

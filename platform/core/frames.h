@@ -26,6 +26,9 @@ enum class FrameKind : char {
     End = 'Z',          ///< From the program, last: success.
 };
 
+/// The payload of `Confinement` if the kernel enforces every part of it.
+inline constexpr std::string_view kFullConfinement = "system-calls files";
+
 inline constexpr std::size_t kFrameHeaderSize = 9;
 inline constexpr std::size_t kLargestFrame = std::size_t{1} << 20U;  ///< Bytes of a payload.
 

@@ -1,7 +1,6 @@
 #include "platform/system/process.h"
 
 #include <fcntl.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,6 +14,7 @@
 #include "platform/core/text.h"
 #include "platform/files/files.h"
 #include "platform/system/bundle.h"
+#include "platform/system/spawn.h"
 
 // How it works: `runToEndOfOutput` and `launchDetached` start programs with posix_spawnp, which
 // needs no shell, does not copy the address space and reports a failed exec to the caller. The
@@ -29,40 +29,6 @@ namespace teravolant::platform {
 namespace {
 
 namespace fs = std::filesystem;
-
-/// The descriptors, the session, the signals and the working directory of a new process.
-class SpawnSettings {
-  public:
-    SpawnSettings() {
-        posix_spawn_file_actions_init(&actions);
-        posix_spawnattr_init(&attributes);
-    }
-    ~SpawnSettings() {
-        posix_spawn_file_actions_destroy(&actions);
-        posix_spawnattr_destroy(&attributes);
-    }
-    SpawnSettings(const SpawnSettings&) = delete;
-    SpawnSettings& operator=(const SpawnSettings&) = delete;
-
-    posix_spawn_file_actions_t actions{};
-    posix_spawnattr_t attributes{};
-};
-
-Status spawn(const fs::path& executable, const std::vector<std::string>& arguments,
-             const SpawnSettings& settings, pid_t& child) {
-    std::vector<char*> argumentVector = {const_cast<char*>(executable.c_str())};
-    for (const std::string& argument : arguments) {
-        argumentVector.push_back(const_cast<char*>(argument.c_str()));
-    }
-    argumentVector.push_back(nullptr);
-    const int failure = posix_spawnp(&child, executable.c_str(), &settings.actions,
-                                     &settings.attributes, argumentVector.data(), environ);
-    if (failure == 0) {
-        return std::nullopt;
-    }
-    return errorFromErrno(failure, FileAccess::Write,
-                          quoted(executable.native()) + " could not be started");
-}
 
 fs::path programOnThisMachine(const fs::path& executable) {
     if (!fileExists(executable)) {
@@ -100,7 +66,7 @@ TaskResult runToEndOfOutput(const fs::path& executable, const std::vector<std::s
     SpawnSettings settings;
     posix_spawn_file_actions_adddup2(&settings.actions, input.get(), STDOUT_FILENO);
     pid_t child = 0;
-    auto launchError = spawn(programOnThisMachine(executable), arguments, settings, child);
+    auto launchError = spawnProgram(programOnThisMachine(executable), arguments, settings, environ, child);
     input.reset();
     if (launchError) {
         return {{}, std::move(launchError)};
@@ -117,16 +83,11 @@ std::optional<int> runToExit(const fs::path& program, const std::vector<std::str
     posix_spawn_file_actions_addopen(&settings.actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_addopen(&settings.actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
     pid_t child = 0;
-    int status = 0;
-    if (spawn(program, arguments, settings, child)) {
+    if (spawnProgram(program, arguments, settings, environ, child)) {
         return std::nullopt;
     }
-    while (waitpid(child, &status, 0) < 0) {
-        if (errno != EINTR) {
-            return std::nullopt;
-        }
-    }
-    return WIFEXITED(status) ? std::optional(WEXITSTATUS(status)) : std::nullopt;
+    const auto status = waitForEnd(child);
+    return status && WIFEXITED(*status) ? std::optional(WEXITSTATUS(*status)) : std::nullopt;
 }
 
 int runShellCommand(const char* command) {
@@ -155,16 +116,9 @@ Status launchDetached(const fs::path& executable, const std::vector<std::string>
     posix_spawn_file_actions_adddup2(&settings.actions, STDOUT_FILENO, STDERR_FILENO);
     posix_spawn_file_actions_addclosefrom_np(&settings.actions, STDERR_FILENO + 1);
     posix_spawn_file_actions_addchdir_np(&settings.actions, "/");
-    sigset_t none;
-    sigset_t all;
-    sigemptyset(&none);
-    sigfillset(&all);
-    posix_spawnattr_setsigmask(&settings.attributes, &none);
-    posix_spawnattr_setsigdefault(&settings.attributes, &all);
-    posix_spawnattr_setflags(&settings.attributes,
-                             POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    settings.detach();
     pid_t child = 0;
-    return spawn(executable, arguments, settings, child);
+    return spawnProgram(executable, arguments, settings, environ, child);
 }
 
 }  // namespace teravolant::platform

@@ -1,0 +1,245 @@
+// The caller's end of a confined program.
+//
+// Both ends of one Unix-domain socket carry all data. The caller's end does not block: each send and
+// each read waits with poll for at most the patience. A program that ends closes its end, which the
+// caller sees as the end of the input. Only then, or after SIGKILL, the caller waits for the process,
+// so that a program which closes its end but continues to run cannot block the caller.
+#include "platform/system/confined_program.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include "platform/core/error.h"
+#include "platform/core/file_error.h"
+#include "platform/core/text.h"
+#include "platform/system/bundle.h"
+#include "platform/system/spawn.h"
+
+namespace teravolant::platform {
+namespace {
+
+constexpr int kFolderDescriptor = 3;
+
+std::atomic<bool> ranUnconfined = false;
+
+/// Whether the kernel sends the signal because of the program's own fault.
+bool isFault(int signal) {
+    for (const int fault : {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT, SIGSYS, SIGTRAP}) {
+        if (signal == fault) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/// Passes the variables of the caller with these names.
+std::vector<std::string> environmentWith(const std::vector<std::string>& names) {
+    std::vector<std::string> environment;
+    for (const std::string& name : names) {
+        if (const char* value = std::getenv(name.c_str())) {
+            environment.push_back(name + "=" + value);
+        }
+    }
+    return environment;
+}
+
+Result<pid_t> spawn(const ConfinedProgram::Settings& settings, int socket) {
+    SpawnSettings spawnSettings;
+    auto* const actions = &spawnSettings.actions;
+    posix_spawn_file_actions_adddup2(actions, socket, STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(actions, socket, STDOUT_FILENO);
+    posix_spawn_file_actions_addopen(actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    if (settings.folder >= 0) {
+        posix_spawn_file_actions_adddup2(actions, settings.folder, kFolderDescriptor);
+    }
+    posix_spawn_file_actions_addclosefrom_np(actions,
+                                             kFolderDescriptor + (settings.folder >= 0 ? 1 : 0));
+    posix_spawn_file_actions_addchdir_np(actions, "/");
+    spawnSettings.detach();
+
+    auto environment = environmentWith(settings.environment);
+    std::vector<char*> pointers;
+    for (std::string& variable : environment) {
+        pointers.push_back(variable.data());
+    }
+    pointers.push_back(nullptr);
+    pid_t child = -1;
+    // The program compares this number with its parent's, in case the parent is already gone.
+    if (auto error = spawnProgram(Bundle::mainBundle().helpersPath() / settings.name,
+                                  {std::to_string(getpid())}, spawnSettings, pointers.data(),
+                                  child)) {
+        return error;
+    }
+    return child;
+}
+
+}  // namespace
+
+Result<ConfinedProgram> ConfinedProgram::start(const Settings& settings) {
+    std::array<int, 2> ends{};
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
+        return errorFromErrno(errno, FileAccess::Write, "A socket could not be created");
+    }
+    FileDescriptor own(ends[0]);
+    const FileDescriptor theirs(ends[1]);
+    fcntl(own.get(), F_SETFL, O_NONBLOCK);
+    const auto child = spawn(settings, theirs.get());
+    if (!child) {
+        return child.error();
+    }
+    return ConfinedProgram(settings, std::move(own), *child);
+}
+
+ConfinedProgram::ConfinedProgram(Settings settings, FileDescriptor socket, pid_t child)
+    : _settings(std::move(settings)), _socket(std::move(socket)), _child(child) {}
+
+ConfinedProgram::ConfinedProgram(ConfinedProgram&& other) noexcept
+    : _settings(std::move(other._settings)),
+      _socket(std::move(other._socket)),
+      _child(std::exchange(other._child, -1)),
+      _payload(std::move(other._payload)) {}
+
+ConfinedProgram::~ConfinedProgram() {
+    if (_child > 0) {
+        kill(_child, SIGKILL);
+        waitForEnd(_child);
+    }
+}
+
+Status ConfinedProgram::waitUntilReady(short events) {
+    const auto end = std::chrono::steady_clock::now() + _settings.patience;
+    while (true) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(
+            end - std::chrono::steady_clock::now());
+        pollfd socket{.fd = _socket.get(), .events = events, .revents = 0};
+        const int ready = poll(&socket, 1, static_cast<int>(std::max(left.count(), 0L)));
+        if (ready > 0) {
+            return std::nullopt;
+        }
+        if (ready == 0) {
+            return error(ProgramError::hung,
+                         "did not respond within " +
+                             std::to_string(_settings.patience.count() / 1000) + " seconds");
+        }
+        if (errno != EINTR) {
+            return errorFromErrno(errno, FileAccess::Read, "A socket could not be read");
+        }
+    }
+}
+
+Status ConfinedProgram::send(std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t sent = ::send(_socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (sent >= 0) {
+            bytes.remove_prefix(static_cast<std::size_t>(sent));
+        } else if (errno == EAGAIN) {
+            if (auto error = waitUntilReady(POLLOUT)) {
+                return error;
+            }
+        } else if (errno != EINTR) {
+            return std::nullopt;
+        }
+    }
+    return std::nullopt;
+}
+
+void ConfinedProgram::endInput() { shutdown(_socket.get(), SHUT_WR); }
+
+Status ConfinedProgram::readExactly(char* bytes, std::size_t size) {
+    while (size > 0) {
+        const ssize_t count = read(_socket.get(), bytes, size);
+        if (count > 0) {
+            bytes += count;
+            size -= static_cast<std::size_t>(count);
+        } else if (count < 0 && errno == EAGAIN) {
+            if (auto error = waitUntilReady(POLLIN)) {
+                return error;
+            }
+        } else if (count == 0 || errno != EINTR) {
+            return endWithoutResult();
+        }
+    }
+    return std::nullopt;
+}
+
+Result<ConfinedProgram::Received> ConfinedProgram::receiveFrame() {
+    std::array<char, kFrameHeaderSize> header{};
+    if (auto error = readExactly(header.data(), header.size())) {
+        return error;
+    }
+    const auto frame = frameIn({header.data(), header.size()});
+    if (!frame) {
+        return falseOutput();
+    }
+    const auto& [kind, size] = *frame;
+    if (_payload.size() < size) {
+        _payload.resize(size);
+    }
+    if (auto error = readExactly(_payload.data(), size)) {
+        return error;
+    }
+    return Received{.kind = kind, .payload = {_payload.data(), size}};
+}
+
+Result<ConfinedProgram::Received> ConfinedProgram::receive() {
+    auto received = receiveFrame();
+    if (received && received->kind == FrameKind::Confinement) {
+        ranUnconfined = ranUnconfined || received->payload != kFullConfinement;
+        received = receiveFrame();
+    }
+    if (!received || received->kind != FrameKind::Failure) {
+        return received;
+    }
+    const auto ownError = decodedError(received->payload);
+    return ownError ? Result<Received>(*ownError) : Result<Received>(falseOutput());
+}
+
+/// The program has closed its end. Gives it a moment to end by itself, so that its status is known.
+Status ConfinedProgram::endWithoutResult() {
+    constexpr int kMoment = 1000;
+    int status = 0;
+    for (int waited = 0; waitpid(_child, &status, WNOHANG) == 0; waited += 10) {
+        if (waited >= kMoment) {
+            kill(_child, SIGKILL);
+            waitForEnd(std::exchange(_child, -1));
+            return error(ProgramError::ended, "closed its output without a result");
+        }
+        poll(nullptr, 0, 10);
+    }
+    _child = -1;
+    if (!WIFSIGNALED(status)) {
+        return error(ProgramError::ended, "exited with status " +
+                                              std::to_string(WEXITSTATUS(status)) +
+                                              " without a result");
+    }
+    const int signal = WTERMSIG(status);
+    return error(isFault(signal) ? ProgramError::crashed : ProgramError::killed,
+                 "was killed by signal " + std::to_string(signal) + " (" + strsignal(signal) + ")");
+}
+
+Status ConfinedProgram::falseOutput() const {
+    return error(ProgramError::falseOutput, "wrote output that it must not write");
+}
+
+Status ConfinedProgram::error(ProgramError::Code code, const std::string& what) const {
+    return Error{.domain = std::string(kProgramErrorDomain),
+                 .code = code,
+                 .localizedDescription =
+                     "The bundle's program " + quoted(_settings.name) + " " + what + "."};
+}
+
+bool ConfinedProgram::anyRanUnconfined() { return ranUnconfined; }
+
+}  // namespace teravolant::platform

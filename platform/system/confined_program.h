@@ -1,0 +1,92 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/core/file_descriptor.h"
+#include "platform/core/frames.h"
+#include "platform/core/result.h"
+
+namespace teravolant::platform {
+
+inline constexpr std::string_view kProgramErrorDomain = "TeravolantProgramErrorDomain";
+
+/// The codes of `kProgramErrorDomain`: how a confined program failed without an error of its own.
+namespace ProgramError {
+enum Code : std::int64_t {
+    ended = 1,        ///< It exited without a result.
+    crashed = 2,      ///< A signal of its own fault killed it, for example SIGSEGV.
+    killed = 3,       ///< Another signal killed it.
+    hung = 4,         ///< It neither read nor wrote in time.
+    falseOutput = 5,  ///< It wrote what it must not write.
+};
+}  // namespace ProgramError
+
+/// A program of the main bundle's Helpers folder that handles untrusted bytes, with one socket to
+/// the caller as its standard input and output.
+///
+/// Starts in a session of its own, with /dev/null as its standard error, with the environment
+/// variables that it needs only, and without other inherited descriptors. It confines itself before
+/// it reads a byte. The caller does not trust its output. Destroying the object kills the program.
+/// Used by one thread, which must outlive the program: the kernel kills the program when the thread
+/// that started it ends.
+class ConfinedProgram {
+  public:
+    struct Settings {
+        std::string name;
+        std::vector<std::string> environment = {};  ///< Names of variables to pass on.
+        int folder = -1;  ///< Its descriptor 3, unless negative. The caller keeps the ownership.
+        /// For each call of `send` and `receive`. Then the program counts as hung.
+        std::chrono::milliseconds patience = std::chrono::seconds(60);
+    };
+
+    struct Received {
+        FrameKind kind;
+        std::string_view payload;  ///< Valid until the next call.
+    };
+
+    static Result<ConfinedProgram> start(const Settings& settings);
+
+    ConfinedProgram(ConfinedProgram&& other) noexcept;
+    ConfinedProgram& operator=(ConfinedProgram&&) = delete;
+    ~ConfinedProgram();
+
+    /// Sends bytes. Also succeeds if the program does not read any more: `receive` returns why.
+    [[nodiscard]] Status send(std::string_view bytes);
+
+    /// Ends the program's input.
+    void endInput();
+
+    /// Returns the next frame other than `Confinement`. Fails with an error of `kProgramErrorDomain`,
+    /// or with the program's own error if the frame is `Failure`.
+    Result<Received> receive();
+
+    /// Returns an error for output that the program must not write.
+    [[nodiscard]] Status falseOutput() const;
+
+    /// Whether a program of this process has reported a kernel that lacks a part of its confinement.
+    /// May be called from any thread.
+    [[nodiscard]] static bool anyRanUnconfined();
+
+  private:
+    ConfinedProgram(Settings settings, FileDescriptor socket, pid_t child);
+
+    Status readExactly(char* bytes, std::size_t size);
+    Status waitUntilReady(short events);
+    Result<Received> receiveFrame();
+    Status endWithoutResult();
+    [[nodiscard]] Status error(ProgramError::Code code, const std::string& what) const;
+
+    Settings _settings;
+    FileDescriptor _socket;
+    pid_t _child = -1;
+    std::vector<char> _payload;
+};
+
+}  // namespace teravolant::platform

@@ -1,0 +1,61 @@
+#include "platform/system/spawn.h"
+
+#include <sys/wait.h>
+
+#include <cerrno>
+#include <csignal>
+
+#include "platform/core/file_error.h"
+#include "platform/core/text.h"
+
+namespace teravolant::platform {
+
+SpawnSettings::SpawnSettings() {
+    posix_spawn_file_actions_init(&actions);
+    posix_spawnattr_init(&attributes);
+}
+
+SpawnSettings::~SpawnSettings() {
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
+}
+
+void SpawnSettings::detach() {
+    sigset_t none;
+    sigset_t all;
+    sigemptyset(&none);
+    sigfillset(&all);
+    posix_spawnattr_setsigmask(&attributes, &none);
+    posix_spawnattr_setsigdefault(&attributes, &all);
+    posix_spawnattr_setflags(&attributes,
+                             POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+}
+
+Status spawnProgram(const std::filesystem::path& executable,
+                    const std::vector<std::string>& arguments, const SpawnSettings& settings,
+                    char* const* environment, pid_t& child) {
+    std::vector<char*> argumentVector = {const_cast<char*>(executable.c_str())};
+    for (const std::string& argument : arguments) {
+        argumentVector.push_back(const_cast<char*>(argument.c_str()));
+    }
+    argumentVector.push_back(nullptr);
+    const int failure = posix_spawnp(&child, executable.c_str(), &settings.actions,
+                                     &settings.attributes, argumentVector.data(), environment);
+    if (failure == 0) {
+        return std::nullopt;
+    }
+    return errorFromErrno(failure, FileAccess::Write,
+                          quoted(executable.native()) + " could not be started");
+}
+
+std::optional<int> waitForEnd(pid_t child) {
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0) {
+        if (errno != EINTR) {
+            return std::nullopt;
+        }
+    }
+    return status;
+}
+
+}  // namespace teravolant::platform

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <spawn.h>
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/core/result.h"
+
+namespace teravolant::platform {
+
+/// The descriptors, the session, the signals and the working directory of a new process.
+class SpawnSettings {
+  public:
+    SpawnSettings();
+    ~SpawnSettings();
+    SpawnSettings(const SpawnSettings&) = delete;
+    SpawnSettings& operator=(const SpawnSettings&) = delete;
+
+    /// Starts the process in a new session, with the default signal actions and mask.
+    void detach();
+
+    posix_spawn_file_actions_t actions{};
+    posix_spawnattr_t attributes{};
+};
+
+/// Starts a program, searched for in `PATH` if its name has no slash. `environment` is a vector of
+/// "NAME=VALUE" with a null at its end, like `environ`. Fails if the program cannot be executed.
+[[nodiscard]] Status spawnProgram(const std::filesystem::path& executable,
+                                  const std::vector<std::string>& arguments,
+                                  const SpawnSettings& settings, char* const* environment,
+                                  pid_t& child);
+
+/// Waits for the child process to end and reaps it. Returns its wait status, or nothing if it is not
+/// a child of the caller.
+std::optional<int> waitForEnd(pid_t child);
+
+}  // namespace teravolant::platform

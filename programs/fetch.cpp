@@ -1,0 +1,78 @@
+// fetch LAUNCHER: sends one HTTP request and writes its response, for the launcher with that process
+// id. Reads the request from standard input: a frame, then the request's body. Writes frames: the
+// confinement, the head of the response, its body in pieces, and the end or an error.
+//
+// The program confines itself first. Afterwards it can read files and use the network, but neither
+// change a file nor start a program.
+
+#include <unistd.h>
+
+#include <array>
+#include <string>
+
+#include "platform/core/http_error.h"
+#include "platform/http/http.h"
+#include "programs/confined_main.h"
+
+namespace {
+
+using namespace teravolant::platform;
+using teravolant::writeFrame;
+
+constexpr std::size_t kLargestRequest = std::size_t{4} << 20U;
+
+std::string readInput() {
+    std::string input;
+    std::array<char, 65536> piece{};
+    while (input.size() < kLargestRequest) {
+        const ssize_t count = read(STDIN_FILENO, piece.data(), piece.size());
+        if (count <= 0) {
+            break;
+        }
+        input.append(piece.data(), static_cast<std::size_t>(count));
+    }
+    return input;
+}
+
+Status serve() {
+    const std::string input = readInput();
+    const auto header = frameIn(std::string_view(input).substr(0, kFrameHeaderSize));
+    const std::size_t end = header ? kFrameHeaderSize + header->second : 0;
+    auto decoded = header && end <= input.size()
+                       ? decodedRequest(std::string_view(input).substr(kFrameHeaderSize, header->second))
+                       : std::nullopt;
+    if (!decoded) {
+        return httpError(HttpError::unknown, "The request is malformed.");
+    }
+    auto& [request, options] = *decoded;
+    request.body = input.substr(end);
+    bool hasBegun = false;
+    const auto begin = [&hasBegun](const HttpResponse& response) {
+        hasBegun = true;
+        writeFrame(FrameKind::Head, encodedResponse(response));
+        return Status();
+    };
+    const HttpBodyReceiver receiver{.begin = begin, .receive = [](std::string_view bytes) {
+                                        writeFrame(FrameKind::Bytes, bytes);
+                                        return Status();
+                                    }};
+    const auto response = transferOverHttp(request, receiver, options);
+    if (!response) {
+        return response.error();
+    }
+    if (!hasBegun) {
+        begin(*response);
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const auto launcher = teravolant::launcherIn(argc, argv);
+    if (!launcher) {
+        return 2;
+    }
+    teravolant::reportConfinement(confineFetch(*launcher));
+    teravolant::finish(serve());
+}
