@@ -11,7 +11,7 @@
 #include "platform/http/http_address.h"
 #include "platform/http/http_error.h"
 #include "platform/values/json.h"
-#include "update_framework/module/offer_verification.h"
+#include "update_framework/offer_verification.h"
 #include "updater/version_numbers.h"
 
 namespace {

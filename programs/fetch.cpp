@@ -61,7 +61,7 @@ Status serve() {
         return response.error();
     }
     if (!hasBegun) {
-        begin(*response);
+        (void)begin(*response);
     }
     return std::nullopt;
 }

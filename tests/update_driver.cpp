@@ -5,7 +5,7 @@
 #include <limits>
 
 #include "platform/files/paths.h"
-#include "update_framework/module/run_update_cycle.h"
+#include "update_framework/update_cycle.h"
 #include "updater/client_updater.h"
 
 namespace teravolant {

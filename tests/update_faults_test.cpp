@@ -11,8 +11,8 @@
 #include "platform/values/property_list.h"
 #include "tests/fixtures/http_server.h"
 #include "tests/fixtures/temporary_folder.h"
-#include "update_framework/module/run_update_cycle.h"
-#include "update_framework/module/tree_digest.h"
+#include "update_framework/update_cycle.h"
+#include "update_framework/tree_digest.h"
 #include "updater/client_updater.h"
 
 namespace teravolant {

@@ -3,14 +3,16 @@
 
 #include <CLI/CLI.hpp>
 
+#include "platform/core/build_version.h"
 #include "platform/core/text.h"
 #include "platform/core/url.h"
 #include "platform/files/files.h"
+#include "platform/http/http.h"
 #include "tools/commands.h"
 #include "tools/identity.h"
 #include "tools/offer.h"
 #include "tools/output.h"
-#include "update_framework/module/run_update_cycle.h"
+#include "update_framework/update_cycle.h"
 #include "update_framework/updater_error.h"
 
 namespace teravolant::release {
@@ -44,7 +46,15 @@ std::string withVersion(std::string url, const std::string& version) {
 }
 
 Result<Feed> fetch(const std::string& url, const std::stop_token& stop) {
-    auto body = platform::fetchFeed(url, stop);
+    auto response = platform::sendHttpRequest(
+        {.url = url,
+         .headers = {{"User-Agent",
+                      platform::userAgent("teravolant-release", platform::buildVersion())}}},
+        {.maximumBodySize = platform::kLargestFeed, .stop = stop}, platform::transferOverHttp);
+    if (!response) {
+        return response.error();
+    }
+    auto body = platform::feedIn(*std::move(response));
     if (!body) {
         return body.error();
     }

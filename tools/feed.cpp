@@ -12,7 +12,7 @@
 #include "tools/identity.h"
 #include "tools/offer.h"
 #include "tools/output.h"
-#include "update_framework/module/offer_verification.h"
+#include "update_framework/offer_verification.h"
 #include "update_framework/updater_error.h"
 
 namespace teravolant::release {

@@ -4,7 +4,7 @@
 #include "platform/core/url.h"
 #include "platform/crypto/digests.h"
 #include "platform/files/files.h"
-#include "update_framework/module/offer_verification.h"
+#include "update_framework/offer_verification.h"
 #include "update_framework/updater_error.h"
 #include "updater/feed_response.h"
 
@@ -57,7 +57,7 @@ Result<platform::SQRLUpdate> acceptedOffer(const std::string& body, const std::s
                                            const std::vector<std::string>& publicKeys) {
     auto offer = updateFromFeed(body, platform::URLRequest{platform::URL(feedUrl)});
     auto error =
-        offer ? platform::verifyOffer(*offer, identifier, publicKeys) : Status(offer.error());
+        offer ? platform::verifyOffer(*offer, feedUrl, identifier, publicKeys) : Status(offer.error());
     if (error) {
         return updaterError(platform::SQRLUpdaterErrorRefusedOffer, reasonOf(*error));
     }

@@ -7,8 +7,9 @@
 // application and sets the state to awaitingRelaunch; it keeps the locks, so that no other process
 // changes the staged update.
 //
-// The cycle runs under two locks, on a file in the cache folder and on the bundle itself. Neither
-// is waited for: if another process holds one, it is updating the bundle, and the cycle fails.
+// The cycle runs under two locks of this user, on a file in the cache folder and on one beside the
+// bundle. Neither is waited for: if another process holds one, it is updating the bundle, and the
+// cycle fails. The cycle releases them while it waits for the next attempt of a request.
 //
 // The registered installation runs on the main thread when the application terminates, possibly
 // before this cycle's thread sets the state. Whichever is first, the state after a failed
@@ -20,13 +21,19 @@
 #include <thread>
 
 #include "platform/core/text.h"
-#include "platform/files/files.h"
 #include "platform/files/paths.h"
+#include "platform/files/private_directory.h"
 #include "platform/system/application.h"
+#include "platform/system/confined_program.h"
+#include "support/logger.h"
 #include "update_framework/updater_error.h"
 
 namespace teravolant::platform {
 namespace {
+
+void log(const std::string& message) {
+    Logger::sharedInstance().logMessage("[SQRLUpdater] " + message);
+}
 
 Status checkNotPossible(std::string description) {
     return updaterError(SQRLUpdaterErrorCheckNotPossible, std::move(description));
@@ -83,8 +90,7 @@ void SQRLUpdater::checkAndStage(const Failed& failed) {
     if (!staged) {
         failed(staged.error());
     }
-    _bundleLock.reset();
-    _cacheLock.reset();
+    releaseLocks();
     _state = UpdaterState::idle;
 }
 
@@ -95,22 +101,34 @@ Result<std::optional<StagedUpdate>> SQRLUpdater::runCycle() {
             "This program is not in a bundle with an identifier and a version, so it can't be "
             "updated.");
     }
-    const std::filesystem::path folder = cacheFolderOf(bundle);
-    if (auto error = createDirectory(folder)) {
+    // Before any request: the answer could not be used.
+    if (auto error = checkReplaceable(bundle.bundlePath())) {
         return error;
     }
     // Other users must not be able to change the files after they are verified.
-    std::error_code refused;
-    std::filesystem::permissions(folder, std::filesystem::perms::owner_all, refused);
-    if (refused) {
-        return checkNotPossible("The cache folder " + quoted(folder.string()) +
-                                " does not belong to this user.");
+    if (auto error = preparePrivateDirectory(cacheFolderOf(bundle))) {
+        return error;
     }
-    auto cacheLock = FileLock::tryAcquire(folder / "update.lock");
+    if (auto error = acquireLocks()) {
+        return error;
+    }
+    auto staged = _runner(makeCycle());
+    static std::atomic<bool> told = false;
+    if (ConfinedProgram::anyRanUnconfined() && !told.exchange(true)) {
+        log("this kernel lacks seccomp or Landlock: programs that read untrusted bytes are confined "
+            "in part only");
+    }
+    return staged;
+}
+
+Status SQRLUpdater::acquireLocks() {
+    const Bundle& bundle = Bundle::mainBundle();
+    auto cacheLock = FileLock::tryAcquire(cacheFolderOf(bundle) / "update.lock");
     if (!cacheLock) {
         return cacheLock.error();
     }
-    auto bundleLock = FileLock::tryAcquireFolder(bundle.bundlePath());
+    auto bundleLock =
+        FileLock::tryAcquireTemporary(stagingFolderFor(bundle.bundlePath()).string() + ".lock");
     if (!bundleLock) {
         return bundleLock.error();
     }
@@ -120,10 +138,20 @@ Result<std::optional<StagedUpdate>> SQRLUpdater::runCycle() {
     _cacheLock = *std::move(cacheLock);
     _bundleLock = *std::move(bundleLock);
     // Checked under the lock: the process that held it before may have replaced the bundle.
-    if (auto error = checkNotReplaced(bundle)) {
-        return error;
+    return checkNotReplaced(bundle);
+}
+
+void SQRLUpdater::releaseLocks() {
+    _bundleLock.reset();
+    _cacheLock.reset();
+}
+
+Status SQRLUpdater::pauseUntil(Clock::Time time) {
+    releaseLocks();
+    if (!_clock->waitUntil(time, willDeallocSignal())) {
+        return checkNotPossible("The update check was stopped.");
     }
-    return _runner(makeCycle());
+    return acquireLocks();
 }
 
 UpdateCycle SQRLUpdater::makeCycle() {
@@ -142,6 +170,9 @@ UpdateCycle SQRLUpdater::makeCycle() {
                 return updateBundleMatchingCurrentApplicationInDirectory(std::move(folder));
             },
         .downloadBegins = [this] { _state = UpdaterState::downloading; },
+        .now = [this] { return _clock->now(); },
+        .pauseUntil = [this](Clock::Time time) { return pauseUntil(time); },
+        .log = log,
     };
 }
 
@@ -154,7 +185,12 @@ void SQRLUpdater::installAtTermination(const StagedUpdate& update, const Failed&
     }
     if (error) {
         failed(*error);
+    } else {
+        log("installed version " + escaped(update.version) + " at " +
+            quoted(update.target.string()));
     }
+    // The process ends without the destructor of this object.
+    releaseLocks();
     // After a failed installation the client must not be told to restart: the old launcher would
     // find the same update again, in an endless loop.
     _state = error ? UpdaterState::idle : UpdaterState::awaitingRelaunch;

@@ -16,7 +16,7 @@
 #include "platform/system/deferred_signal.h"
 #include "update_framework/sqrl_update.h"
 #include "update_framework/staging.h"
-#include "update_framework/update_module.h"
+#include "update_framework/update_cycle.h"
 
 namespace teravolant::platform {
 
@@ -39,8 +39,11 @@ class SQRLUpdater : public std::enable_shared_from_this<SQRLUpdater> {
 
     using CycleRunner = std::function<Result<std::optional<StagedUpdate>>(const UpdateCycle&)>;
 
-    explicit SQRLUpdater(URLRequest updateRequest, CycleRunner runner = runUpdateCycleInModule)
-        : _updateRequest(std::move(updateRequest)), _runner(std::move(runner)) {}
+    explicit SQRLUpdater(URLRequest updateRequest, CycleRunner runner = runUpdateCycle,
+                         std::shared_ptr<Clock> clock = systemClock())
+        : _updateRequest(std::move(updateRequest)),
+          _runner(std::move(runner)),
+          _clock(std::move(clock)) {}
     virtual ~SQRLUpdater() { _willDealloc.request_stop(); }
 
     SQRLUpdater(const SQRLUpdater&) = delete;
@@ -71,8 +74,8 @@ class SQRLUpdater : public std::enable_shared_from_this<SQRLUpdater> {
         std::filesystem::path folder) const = 0;
 
     /// Runs one cycle on the calling thread and returns the staged update, or nothing if none is
-    /// offered. Fails if another process is updating this bundle or has replaced it. Holds the
-    /// locks of the cycle until this updater is destroyed.
+    /// offered. Fails if this user can't replace the bundle, and if another process is updating it or
+    /// has replaced it. Holds the locks of the cycle until this updater is destroyed.
     Result<std::optional<StagedUpdate>> runCycle();
 
   private:
@@ -82,10 +85,17 @@ class SQRLUpdater : public std::enable_shared_from_this<SQRLUpdater> {
     [[nodiscard]] UpdateCycle makeCycle();
     void installAtTermination(const StagedUpdate& update, const Failed& failed);
 
+    /// Fails if another process has one of the locks, or has replaced the bundle.
+    Status acquireLocks();
+    void releaseLocks();
+    Status pauseUntil(Clock::Time time);
+
     URLRequest _updateRequest;
     CycleRunner _runner;
-    /// Held during a cycle and until its update is installed. Both are needed: a process with
-    /// another cache folder may update the same bundle.
+    std::shared_ptr<Clock> _clock;
+    /// Held during a cycle, except while it pauses, and until its update is installed. Both are
+    /// needed: another bundle may use the same cache folder, and a process with another cache folder
+    /// may update the same bundle.
     std::optional<FileLock> _cacheLock;
     std::optional<FileLock> _bundleLock;
     std::atomic<UpdaterState> _state = UpdaterState::idle;

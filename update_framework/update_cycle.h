@@ -1,13 +1,21 @@
 #pragma once
 
+#include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "platform/core/http_message.h"
+#include "platform/core/result.h"
 #include "platform/system/bundle.h"
 #include "platform/system/deferred_signal.h"
+#include "platform/system/scheduler.h"
 #include "update_framework/sqrl_update.h"
+#include "update_framework/staging.h"
 
 namespace teravolant::platform {
 
@@ -22,6 +30,39 @@ struct UpdateCycle {
     std::function<RACSignal<SQRLUpdate>(std::string body)> updateFromJSONData;
     std::function<RACSignal<Bundle>(std::filesystem::path folder)> matchingBundle;
     std::function<void()> downloadBegins;  ///< Called before the archive is downloaded.
+    /// Returns the time of the monotonic clock that `pauseUntil` uses.
+    std::function<Clock::Time()> now;
+    /// Blocks until `time`. Releases the locks of the cycle and acquires them again afterwards. Fails
+    /// if another process has a lock by then, or has replaced the bundle.
+    std::function<Status(Clock::Time time)> pauseUntil;
+    std::function<void(const std::string& message)> log;
 };
+
+/// In bytes.
+inline constexpr std::uint64_t kLargestFeed = std::uint64_t{1} << 20U;
+
+/// Returns the feed document in a response to a feed request, or nothing if the server offers no
+/// update (status 204). Fails, with an error that names status and address, for any other response
+/// than 200 with a body.
+Result<std::optional<std::string>> feedIn(HttpResponse response);
+
+/// Logs the failed attempt and pauses the cycle until `next`.
+[[nodiscard]] Status pauseBeforeRetry(const UpdateCycle& cycle, Clock::Time next,
+                                      const Error& error);
+
+/// Returns an error that names the status and the address of a response that is not the expected one.
+[[nodiscard]] Status unexpectedStatus(const std::string& what, const HttpResponse& response);
+
+/// Returns the value of the header "User-Agent": program, version and system.
+[[nodiscard]] std::string userAgent(const std::string& program, const std::string& version);
+
+/// Fetches the feed, verifies its offer, and downloads, unpacks, checks and stages the offered
+/// bundle. Returns nothing if the server offers no update. Blocks. Repeats requests that fail for
+/// reasons that can pass, for about three minutes.
+///
+/// Does not change the running bundle. Continues with the files of a killed cycle that are intact
+/// and removes the others. The caller ensures that only one cycle at a time uses the cache folder
+/// and the bundle.
+Result<std::optional<StagedUpdate>> runUpdateCycle(const UpdateCycle& cycle);
 
 }  // namespace teravolant::platform

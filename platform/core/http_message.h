@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -50,6 +51,8 @@ struct HttpOptions {
     std::chrono::milliseconds stallTimeout = std::chrono::seconds(60);
     /// Bytes of the response's body. Fails as soon as the body is known to be larger.
     std::optional<std::uint64_t> maximumBodySize = {};
+    /// Ends a transfer of `transferOverHttp` within about a second.
+    std::stop_token stop = {};
 };
 
 /// In bytes of the body a second. Headers, interim responses and chunk extensions do not count.

@@ -126,6 +126,30 @@ bool isLoopback(std::string_view host) {
     return true;
 }
 
+struct SchemeAndHost {
+    bool isSecure;
+    std::string_view host;
+};
+
+/// Returns nothing if the text is not a URL with the scheme https or http, or if it has a malformed
+/// part.
+std::optional<SchemeAndHost> partsOf(std::string_view text) {
+    constexpr std::string_view kBehindScheme = "://";
+    const std::size_t schemeEnd = std::min(text.find(kBehindScheme), text.size());
+    const std::string_view scheme = text.substr(0, schemeEnd);
+    const bool isSecure = equalIgnoringCase(scheme, "https");
+    if (schemeEnd == text.size() || (!isSecure && !equalIgnoringCase(scheme, "http"))) {
+        return std::nullopt;
+    }
+    text.remove_prefix(schemeEnd + kBehindScheme.size());
+    const std::size_t tail = std::min(text.find_first_of("/?#"), text.size());
+    const Authority authority = authorityIn(text.substr(0, tail));
+    if (!isHost(authority.host) || !isPort(authority.port) || !isValidTail(text.substr(tail))) {
+        return std::nullopt;
+    }
+    return SchemeAndHost{isSecure, authority.host};
+}
+
 }  // namespace
 
 std::string fileUrl(const std::filesystem::path& path) {
@@ -167,20 +191,13 @@ std::string percentEncodedForQuery(std::string_view text) {
 }
 
 bool isSecureOrLoopbackURL(std::string_view text) {
-    constexpr std::string_view kBehindScheme = "://";
-    const std::size_t schemeEnd = text.find(kBehindScheme);
-    if (schemeEnd == text.npos) {
-        return false;
-    }
-    const std::string_view scheme = text.substr(0, schemeEnd);
-    text.remove_prefix(schemeEnd + kBehindScheme.size());
-    const std::size_t tail = std::min(text.find_first_of("/?#"), text.size());
-    const Authority authority = authorityIn(text.substr(0, tail));
-    if (!isHost(authority.host) || !isPort(authority.port) || !isValidTail(text.substr(tail))) {
-        return false;
-    }
-    return equalIgnoringCase(scheme, "https") ||
-           (equalIgnoringCase(scheme, "http") && isLoopback(authority.host));
+    const auto parts = partsOf(text);
+    return parts && (parts->isSecure || isLoopback(parts->host));
+}
+
+bool isLoopbackURL(std::string_view text) {
+    const auto parts = partsOf(text);
+    return parts && isLoopback(parts->host);
 }
 
 std::string printedForm(const URLRequest& request) {

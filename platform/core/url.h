@@ -46,6 +46,9 @@ struct URLComponents {
 /// place, or with a host that is neither a plain name nor an address.
 [[nodiscard]] bool isSecureOrLoopbackURL(std::string_view text);
 
+/// The same, but only with a loopback host.
+[[nodiscard]] bool isLoopbackURL(std::string_view text);
+
 /// A GET request with the platform's default settings.
 struct URLRequest {
     std::optional<URL> url;

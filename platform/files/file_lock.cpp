@@ -52,6 +52,14 @@ FileDescriptor openLockFile(const fs::path& path) {
     return file;
 }
 
+/// Whether the path still leads to the open file.
+bool isAt(const FileDescriptor& file, const fs::path& path) {
+    struct stat opened {};
+    struct stat present {};
+    return fstat(file.get(), &opened) == 0 && lstat(path.c_str(), &present) == 0 &&
+           opened.st_dev == present.st_dev && opened.st_ino == present.st_ino;
+}
+
 }  // namespace
 
 int lockWithin(int descriptor, std::chrono::milliseconds patience, bool (*isCancelled)()) {
@@ -89,14 +97,7 @@ Result<FileLock> FileLock::acquire(const fs::path& path, std::chrono::millisecon
 }
 
 Result<std::optional<FileLock>> FileLock::tryAcquire(const fs::path& path) {
-    return tryLock(openLockFile(path), path);
-}
-
-Result<std::optional<FileLock>> FileLock::tryAcquireFolder(const fs::path& path) {
-    return tryLock(FileDescriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)), path);
-}
-
-Result<std::optional<FileLock>> FileLock::tryLock(FileDescriptor file, const fs::path& path) {
+    FileDescriptor file = openLockFile(path);
     const int failure = file ? lockWithin(file.get(), std::chrono::milliseconds(0)) : errno;
     if (failure == EWOULDBLOCK) {
         return std::optional<FileLock>();
@@ -105,6 +106,32 @@ Result<std::optional<FileLock>> FileLock::tryLock(FileDescriptor file, const fs:
         return lockError(failure, path);
     }
     return std::optional(FileLock(std::move(file)));
+}
+
+Result<std::optional<FileLock>> FileLock::tryAcquireTemporary(const fs::path& path) {
+    while (true) {
+        auto lock = tryAcquire(path);
+        // The process that held the lock may have removed the file since it was opened.
+        if (!lock || !*lock || isAt((*lock)->_descriptor, path)) {
+            if (lock && *lock) {
+                (*lock)->_removedPath = path;
+            }
+            return lock;
+        }
+    }
+}
+
+FileLock& FileLock::operator=(FileLock&& other) noexcept {
+    std::swap(_descriptor, other._descriptor);
+    _removedPath.swap(other._removedPath);
+    return *this;
+}
+
+FileLock::~FileLock() {
+    // Removed under the lock: nobody else holds it.
+    if (_descriptor && !_removedPath.empty()) {
+        unlink(_removedPath.c_str());
+    }
 }
 
 }  // namespace teravolant::platform

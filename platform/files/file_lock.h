@@ -23,8 +23,8 @@ inline constexpr std::chrono::milliseconds kLockPatience = std::chrono::seconds(
 
 /// An exclusive lock between processes, held from creation to destruction.
 ///
-/// The kernel releases the lock when the process ends, also when it is killed. The lock file stays,
-/// because other processes may wait for its lock.
+/// The kernel releases the lock when the process ends, also when it is killed. Unless it is a
+/// temporary one, the lock file stays, because other processes may wait for its lock.
 class FileLock {
   public:
     /// Locks the file at `path`; creates it, readable by its owner only, if it is missing. Replaces
@@ -38,17 +38,19 @@ class FileLock {
     /// Like `acquire`, but returns nothing at once if another process holds the lock.
     static Result<std::optional<FileLock>> tryAcquire(const std::filesystem::path& path);
 
-    /// Like `tryAcquire`, for an existing directory, in which it creates nothing. The lock belongs
-    /// to the directory, also after the directory is moved.
-    static Result<std::optional<FileLock>> tryAcquireFolder(const std::filesystem::path& path);
+    /// Like `tryAcquire`, but removes the file when the lock is released: for a folder in which a
+    /// user sees every file. All processes must lock the path with this operation.
+    static Result<std::optional<FileLock>> tryAcquireTemporary(const std::filesystem::path& path);
+
+    FileLock(FileLock&& other) noexcept = default;
+    FileLock& operator=(FileLock&& other) noexcept;
+    ~FileLock();
 
   private:
-    static Result<std::optional<FileLock>> tryLock(FileDescriptor file,
-                                                   const std::filesystem::path& path);
-
     explicit FileLock(FileDescriptor descriptor) : _descriptor(std::move(descriptor)) {}
 
     FileDescriptor _descriptor;
+    std::filesystem::path _removedPath;  ///< Empty for a file that stays. Empty after a move.
 };
 
 }  // namespace teravolant::platform

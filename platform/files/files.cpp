@@ -154,9 +154,15 @@ Status readInPieces(const fs::path& path, std::size_t pieceSize,
     if (!S_ISREG(status.st_mode)) {
         return readError(S_ISDIR(status.st_mode) ? EISDIR : EINVAL, path.native());
     }
+    return readOpenFile(file, path, pieceSize, receive);
+}
+
+Status readOpenFile(const FileDescriptor& file, const fs::path& path, std::size_t pieceSize,
+                    const std::function<Status(std::string_view)>& receive) {
     const auto buffer = std::make_unique_for_overwrite<char[]>(pieceSize);
+    off_t offset = 0;
     while (true) {
-        const ssize_t count = read(file.get(), buffer.get(), pieceSize);
+        const ssize_t count = pread(file.get(), buffer.get(), pieceSize, offset);
         if (count == 0) {
             return std::nullopt;
         }
@@ -166,6 +172,7 @@ Status readInPieces(const fs::path& path, std::size_t pieceSize,
         if (count < 0) {
             return readError(errno, path.native());
         }
+        offset += count;
         if (auto error = receive({buffer.get(), static_cast<std::size_t>(count)})) {
             return error;
         }

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/core/file_descriptor.h"
 #include "platform/core/result.h"
 
 // Operations on files and directories. All of them may be called from any thread, block until they
@@ -59,6 +60,11 @@ Status appendToFile(const std::filesystem::path& path, std::string_view bytes,
 Status readInPieces(const std::filesystem::path& path, std::size_t pieceSize,
                     const std::function<Status(std::string_view piece)>& receive,
                     Links links = Links::Follow);
+
+/// The same for an open file, from its beginning. `path` is for messages.
+Status readOpenFile(const FileDescriptor& file, const std::filesystem::path& path,
+                    std::size_t pieceSize,
+                    const std::function<Status(std::string_view piece)>& receive);
 
 /// Returns the contents of a regular file.
 Result<std::string> contentsOfFile(const std::filesystem::path& path);

@@ -15,6 +15,11 @@ namespace teravolant::platform {
 /// `path`.
 [[nodiscard]] int createPrivateDirectory(const std::filesystem::path& path);
 
+/// Makes `path` a directory of mode 0700 of the current user, and creates missing parents. Empties a
+/// directory that its group or others could open: they may have prepared its contents. Fails for a
+/// link and for a directory of another user.
+[[nodiscard]] Status preparePrivateDirectory(const std::filesystem::path& path);
+
 /// Whether `path` is a directory, not a link to one, that belongs to the current user and that
 /// neither its group nor others may write to.
 [[nodiscard]] bool isPrivateDirectory(const std::filesystem::path& path);
@@ -24,7 +29,8 @@ namespace teravolant::platform {
 [[nodiscard]] Status checkPrivateDirectories(const std::filesystem::path& base,
                                              const std::filesystem::path& relative);
 
-/// Returns 0 if the current user may write to the item, else an `errno` value.
-[[nodiscard]] int checkWritable(const std::filesystem::path& path);
+/// Whether the current user can move the directory `path` away and another one to its place. The
+/// error names what prevents it: the directory, the one around it, or their file system.
+[[nodiscard]] Status checkReplaceable(const std::filesystem::path& path);
 
 }  // namespace teravolant::platform

@@ -267,6 +267,10 @@ Status Exchange::addReceivedHeader(std::string_view line) {
 
 int Exchange::checkProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
     auto& exchange = *static_cast<Exchange*>(self);
+    if (exchange._options.stop.stop_requested()) {
+        exchange._error = httpError(HttpError::cancelled, "The transfer was cancelled.");
+        return 1;
+    }
     const bool isOver = !exchange._error && exchange.hasStalled();
     if (isOver) {
         exchange._error = httpError(

@@ -32,4 +32,9 @@ OperatingSystemVersion operatingSystemVersion() {
     return {majorVersion, takeNumber(release)};
 }
 
+std::string processorName() {
+    utsname system{};
+    return uname(&system) == 0 ? system.machine : "unknown";
+}
+
 }  // namespace teravolant::platform

@@ -3,7 +3,7 @@
 #include <string_view>
 
 #include "platform/core/result.h"
-#include "platform/http/http.h"
+#include "platform/core/http_message.h"
 #include "support/standby/amplitude_event.h"
 
 namespace teravolant {

@@ -1,12 +1,13 @@
-#include "update_framework/module/tree_digest.h"
+#include "update_framework/tree_digest.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <system_error>
 #include <vector>
 
 #include "platform/core/file_error.h"
+#include "platform/core/text.h"
 #include "platform/crypto/digests.h"
-#include "platform/crypto/encodings.h"
 #include "platform/files/files.h"
 
 namespace teravolant::platform {
@@ -32,16 +33,14 @@ class TreeDigest {
             addField(fs::read_symlink(path, failure).string());
             return failure ? Status(readError(failure.value(), path.string())) : Status();
         }
-        return fs::is_regular_file(status) ? addContents(path) : Status();
+        if (!fs::is_regular_file(status)) {
+            return errorFromErrno(EINVAL, FileAccess::Read,
+                                  quoted(path.string()) + " is not a file, a folder or a link");
+        }
+        return addContents(path);
     }
 
-    Result<std::string> finish() {
-        auto digest = _digest.finish();
-        if (!digest) {
-            return digest.error();
-        }
-        return hexText(*digest);
-    }
+    std::string finish() { return _digest.finish(); }
 
   private:
     Status addFolder(const fs::path& folder) {
@@ -86,7 +85,7 @@ class TreeDigest {
         _digest.update(std::to_string(text.size()) + ":" + text);
     }
 
-    Digest _digest{DigestAlgorithm::Sha256};
+    Digest _digest{DigestAlgorithm::Blake2b256};
 };
 
 }  // namespace

@@ -1,8 +1,9 @@
-#include "update_framework/module/offer_verification.h"
+#include "update_framework/offer_verification.h"
 
 #include <algorithm>
-#include <cctype>
 
+#include "platform/core/text.h"
+#include "platform/core/url.h"
 #include "platform/crypto/signatures.h"
 #include "update_framework/updater_error.h"
 
@@ -12,12 +13,6 @@ namespace {
 Status refused(std::string reason) {
     return updaterError(SQRLUpdaterErrorRefusedOffer,
                         "The update is refused: " + std::move(reason));
-}
-
-std::string lowerCase(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
-    return text;
 }
 
 }  // namespace
@@ -31,12 +26,16 @@ std::string signedText(std::string_view bundleIdentifier, std::string_view versi
         .append("\nsize=")
         .append(std::to_string(size))
         .append("\nsha256=")
-        .append(lowerCase(std::string(sha256)))
+        .append(lowerCase(sha256))
         .append("\n");
 }
 
-Status verifyOffer(const SQRLUpdate& offer, std::string_view bundleIdentifier,
-                   const std::vector<std::string>& publicKeys) {
+Status verifyOffer(const SQRLUpdate& offer, std::string_view feedURL,
+                   std::string_view bundleIdentifier, const std::vector<std::string>& publicKeys) {
+    const bool isSecure = equalIgnoringCase(std::string_view(offer.updateURL).substr(0, 6), "https:");
+    if (!isSecure && !isLoopbackURL(feedURL)) {
+        return refused("only a feed on this computer may name an archive over plain http.");
+    }
     if (publicKeys.empty()) {
         return refused("this bundle has no public key (TVUpdatePublicKeys).");
     }

@@ -1,0 +1,247 @@
+// Downloads the archive of an offer, with retries and resumption.
+//
+// The cache folder contains the downloaded bytes (archive.part) and a record (archive.plist) of the
+// SHA-256 of the archive that they belong to and of the server's validator (ETag or Last-Modified).
+// The record is written when the response begins, before its first byte, so that a killed process
+// leaves no part of an unknown archive.
+//
+// A new download removes a part whose recorded digest is not the offered one, and a file that another
+// user could open. Otherwise it hashes the part, and requests the bytes behind it on condition that
+// the validator still matches. A server whose content has changed, or that ignores the range, sends
+// the whole body, and the part is truncated. Size and digest are checked over all bytes, so a wrong
+// part can fail a download but never pass; it is then removed.
+//
+// During the pause before another attempt, another process may take the locks. So the part is opened
+// and hashed again unless it is the same file with the same size and times.
+#include "update_framework/archive_download.h"
+
+#include <system_error>
+
+#include "platform/core/error.h"
+#include "platform/core/file_error.h"
+#include "platform/core/http_error.h"
+#include "platform/core/text.h"
+#include "platform/crypto/digests.h"
+#include "platform/files/private_file.h"
+#include "platform/system/fetch_program.h"
+#include "update_framework/record.h"
+#include "update_framework/retry_schedule.h"
+#include "update_framework/updater_error.h"
+
+namespace teravolant::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+fs::path archivePath(const fs::path& folder) { return folder / "archive.part"; }
+fs::path originPath(const fs::path& folder) { return folder / "archive.plist"; }
+
+Status refused(std::string reason) {
+    return updaterError(SQRLUpdaterErrorRefusedArchive,
+                        "The update's archive is refused: " + std::move(reason));
+}
+
+/// Entries of the record. Without a validator the download can't be resumed.
+constexpr const char* kDigest = "sha256";
+constexpr const char* kValidator = "validator";
+
+/// The download of one archive.
+class Download {
+  public:
+    Download(const UpdateCycle& cycle, const SQRLUpdate& offer)
+        : _cycle(cycle),
+          _offer(offer),
+          _folder(cycle.cacheFolder),
+          _schedule(cycle.now()) {}
+
+    Result<DownloadedArchive> run(std::vector<NeededSpace> needs) {
+        auto error = openPart();
+        _furthest = _have;
+        needs.push_back({.folder = _folder, .bytes = *_offer.size - _have});
+        if (!error) {
+            error = checkFreeSpace(needs);
+        }
+        while (!error && _have < *_offer.size) {
+            error = attempt();
+        }
+        if (!error) {
+            error = compareDigest();
+        }
+        if (error) {
+            return error;
+        }
+        return DownloadedArchive{.file = _file.release(),
+                                 .size = *_offer.size,
+                                 .sha256 = *_offer.sha256,
+                                 .fetched = _fetched};
+    }
+
+  private:
+    /// Opens the part and hashes its bytes.
+    Status openPart() {
+        Record origin = readRecord(originPath(_folder));
+        const bool usable = equalIgnoringCase(origin[kDigest], *_offer.sha256);
+        if (!usable) {
+            removeDownloads(_folder);
+        }
+        _validator = usable ? origin[kValidator] : "";
+        auto file = PrivateFile::open(archivePath(_folder));
+        if (!file) {
+            return file.error();
+        }
+        _file = *std::move(file);
+        restartDigest();
+        auto error = _file.read([this](std::string_view piece) {
+            _digest.update(piece);
+            _have += piece.size();
+            return Status();
+        });
+        if (!error && (_have > *_offer.size || (_have < *_offer.size && _validator.empty()))) {
+            error = truncatePart();
+        }
+        return error;
+    }
+
+    void restartDigest() {
+        _have = 0;
+        _digest = Digest(DigestAlgorithm::Sha256);
+    }
+
+    Status truncatePart() {
+        restartDigest();
+        return _file.truncate();
+    }
+
+    /// Requests the missing bytes. After a failure that can pass, waits for the next attempt.
+    Status attempt() {
+        HttpRequest request{.url = _offer.updateURL,
+                            .headers = {{"User-Agent", userAgent("Teravolant",
+                                                                 _cycle.bundleVersion)}},
+                            .wanted = WantedBodies::Contents};
+        if (_have > 0) {
+            request.resumption = HttpResumption{.offset = _have, .validator = _validator};
+        }
+        const HttpBodyReceiver receiver{
+            .begin = [this](const HttpResponse& response) { return begin(response); },
+            .receive = [this](std::string_view bytes) { return receive(bytes); }};
+        const auto response = transferInProgram(request, receiver, {});
+        auto error = response ? errorOfResponse(*response) : Status(response.error());
+        if (!error) {
+            return error;
+        }
+        const bool wholeIsNeeded = response ? response->status == 416
+                                            : error->domain == kHttpErrorDomain &&
+                                                  error->code == HttpError::unexpectedRange;
+        if (wholeIsNeeded) {
+            // The same request would get the same response.
+            if (auto failure = truncatePart()) {
+                return failure;
+            }
+        }
+        if (!wholeIsNeeded && !(response ? isTransient(response->status) : isTransient(*error))) {
+            return error;
+        }
+        return pause(*error, response ? response->retryAfter : std::nullopt);
+    }
+
+    /// Returns `error` if there is no other attempt.
+    Status pause(const Error& error, std::optional<std::chrono::seconds> retryAfter) {
+        if (_have > _furthest) {
+            _furthest = _have;
+            _schedule.restart(_cycle.now());
+        }
+        const auto next = _schedule.next(_cycle.now(), retryAfter);
+        if (!next) {
+            return error;
+        }
+        if (auto failure = _file.note()) {
+            return failure;
+        }
+        if (auto failure = pauseBeforeRetry(_cycle, *next, error)) {
+            return failure;
+        }
+        return _file.isAsNoted() ? Status() : openPart();
+    }
+
+    Status errorOfResponse(const HttpResponse& response) {
+        if (response.status != 200 && response.status != 206) {
+            return unexpectedStatus("the update's archive", response);
+        }
+        if (_have < *_offer.size) {
+            removeDownloads(_folder);
+            return refused("it ends after " + std::to_string(_have) + " of " +
+                           std::to_string(*_offer.size) + " bytes.");
+        }
+        return std::nullopt;
+    }
+
+    Status begin(const HttpResponse& response) {
+        if (response.bodyOffset != _have) {
+            if (auto error = truncatePart()) {
+                return error;
+            }
+        }
+        if (response.contentLength && *response.contentLength > *_offer.size - _have) {
+            return refused("the server has more than the " + std::to_string(*_offer.size) +
+                           " offered bytes.");
+        }
+        // A response with a part may omit the validator that the request named.
+        const std::string validator = resumptionValidator(response);
+        if (response.bodyOffset == 0 || !validator.empty()) {
+            _validator = validator;
+        }
+        return writeRecord(originPath(_folder),
+                           {{kDigest, *_offer.sha256}, {kValidator, _validator}});
+    }
+
+    Status receive(std::string_view bytes) {
+        if (bytes.size() > *_offer.size - _have) {
+            removeDownloads(_folder);
+            return refused("the server sends more than the " + std::to_string(*_offer.size) +
+                           " offered bytes.");
+        }
+        if (auto error = _file.append(bytes)) {
+            return error->code == NSFileWriteOutOfSpaceError
+                       ? outOfSpaceError(_folder, *_offer.size - _have)
+                       : error;
+        }
+        _digest.update(bytes);
+        _have += bytes.size();
+        _fetched += bytes.size();
+        return std::nullopt;
+    }
+
+    Status compareDigest() {
+        if (!equalIgnoringCase(_digest.finish(), *_offer.sha256)) {
+            removeDownloads(_folder);
+            return refused("its SHA-256 is not the one in the offer.");
+        }
+        return std::nullopt;
+    }
+
+    const UpdateCycle& _cycle;
+    const SQRLUpdate& _offer;
+    const fs::path& _folder;
+    RetrySchedule _schedule;
+    PrivateFile _file;
+    std::string _validator;
+    std::uint64_t _have = 0;      ///< The bytes in the part, all of them hashed.
+    std::uint64_t _furthest = 0;  ///< The most bytes at the end of an earlier attempt.
+    std::uint64_t _fetched = 0;
+    Digest _digest{DigestAlgorithm::Sha256};
+};
+
+}  // namespace
+
+Result<DownloadedArchive> downloadArchive(const UpdateCycle& cycle, const SQRLUpdate& offer,
+                                          const std::vector<NeededSpace>& otherNeeds) {
+    return Download(cycle, offer).run(otherNeeds);
+}
+
+void removeDownloads(const fs::path& cacheFolder) {
+    std::error_code notThere;
+    fs::remove(archivePath(cacheFolder), notThere);
+    fs::remove(originPath(cacheFolder), notThere);
+}
+
+}  // namespace teravolant::platform

@@ -1,0 +1,57 @@
+#include "update_framework/archive_unpacking.h"
+
+#include <fcntl.h>
+
+#include <cerrno>
+
+#include "platform/core/error.h"
+#include "platform/core/file_error.h"
+#include "platform/core/text.h"
+#include "platform/crypto/digests.h"
+#include "platform/files/files.h"
+#include "platform/system/confined_program.h"
+#include "update_framework/updater_error.h"
+
+namespace teravolant::platform {
+
+Status unpackDownloadedArchive(const DownloadedArchive& archive,
+                               const std::filesystem::path& folder) {
+    constexpr std::size_t kPieceSize = std::size_t{256} * 1024;
+    const FileDescriptor root(
+        open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!root) {
+        return writeError(errno, folder.native());
+    }
+    auto program = ConfinedProgram::start({.name = "unpack", .folder = root.get()});
+    if (!program) {
+        return program.error();
+    }
+    Digest digest(DigestAlgorithm::Sha256);
+    const auto send = [&](std::string_view piece) {
+        digest.update(piece);
+        return program->send(piece);
+    };
+    if (auto error = readOpenFile(archive.file, folder, kPieceSize, send)) {
+        return error;
+    }
+    if (!equalIgnoringCase(digest.finish(), archive.sha256)) {
+        return updaterError(SQRLUpdaterErrorCheckNotPossible,
+                            "The update's archive changed after it was verified.");
+    }
+    program->endInput();
+    const auto result = program->receive();
+    if (!result) {
+        return result.error();
+    }
+    return result->kind == FrameKind::End ? Status() : program->falseOutput();
+}
+
+bool isFaultOfArchive(const Error& error) {
+    if (error.domain == kProgramErrorDomain) {
+        return error.code == ProgramError::crashed;
+    }
+    return error.domain == NSCocoaErrorDomain && (error.code == NSFileReadCorruptFileError ||
+                                                  error.code == NSFileReadTooLargeError);
+}
+
+}  // namespace teravolant::platform

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <filesystem>
+
+#include "platform/core/result.h"
+#include "update_framework/archive_download.h"
+
+namespace teravolant::platform {
+
+/// Unpacks the archive into the existing empty `folder` with the confined program `unpack`. Blocks.
+///
+/// Reads the archive from its descriptor and compares the digest of the bytes that the program gets
+/// before the program gets their end: the unpacked bytes are the verified ones. Fails with the error
+/// of the program (`kProgramErrorDomain`), or with its message about the archive.
+[[nodiscard]] Status unpackDownloadedArchive(const DownloadedArchive& archive,
+                                             const std::filesystem::path& folder);
+
+/// Whether the same archive would probably fail again: it is damaged, contains what must not be
+/// unpacked, or crashed the program.
+[[nodiscard]] bool isFaultOfArchive(const Error& error);
+
+}  // namespace teravolant::platform

@@ -1,0 +1,111 @@
+// The file is a record with one line for each digest: the kind of the refusal, how often the archive
+// was refused in a row, the seconds since 1970, and the reason.
+#include "update_framework/refusals.h"
+
+#include <algorithm>
+#include <ctime>
+#include <optional>
+#include <sstream>
+
+#include "platform/core/text.h"
+#include "update_framework/record.h"
+#include "update_framework/updater_error.h"
+
+namespace teravolant::platform {
+namespace {
+
+using std::chrono::hours;
+using std::chrono::sys_seconds;
+
+constexpr const char* kBad = "bad";
+constexpr const char* kOtherBytes = "other-bytes";
+
+struct Entry {
+    std::string kind;
+    int count = 0;
+    sys_seconds time;
+    std::string reason;
+};
+
+std::optional<Entry> entryIn(const std::string& line) {
+    Entry entry;
+    std::int64_t time = 0;
+    std::istringstream fields(line);
+    fields >> entry.kind >> entry.count >> time >> std::ws;
+    constexpr std::int64_t kLatest = 1'000'000'000'000;
+    if (!fields || entry.count < 1 || time < 0 || time > kLatest || (entry.kind != kBad && entry.kind != kOtherBytes)) {
+        return std::nullopt;
+    }
+    std::getline(fields, entry.reason);
+    entry.time = sys_seconds(std::chrono::seconds(time));
+    return entry;
+}
+
+hours pauseAfter(const Entry& entry) {
+    if (entry.kind == kBad) {
+        return hours(7 * 24);
+    }
+    return entry.count == 1 ? hours(1) : entry.count == 2 ? hours(4) : hours(24);
+}
+
+bool isOver(const Entry& entry, sys_seconds now) {
+    return now < entry.time || now >= entry.time + pauseAfter(entry);
+}
+
+/// Returns RFC 3339 in UTC.
+std::string textOf(sys_seconds time) {
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
+    std::tm parts{};
+    std::string text(sizeof "2026-01-01T00:00:00Z" - 1, '\0');
+    if (gmtime_r(&seconds, &parts) == nullptr) {
+        return "an unknown time";
+    }
+    text.resize(std::strftime(text.data(), text.size() + 1, "%Y-%m-%dT%H:%M:%SZ", &parts));
+    return text;
+}
+
+}  // namespace
+
+Refusals::Refusals(const std::filesystem::path& cacheFolder) : _file(cacheFolder / "refused.plist") {}
+
+Status Refusals::check(const std::string& digest, Time now) const {
+    const auto entry = entryIn(readRecord(_file)[digest]);
+    if (!entry || isOver(*entry, now)) {
+        return std::nullopt;
+    }
+    return updaterError(SQRLUpdaterErrorRefusedArchive,
+                        "The offered archive was refused on this computer at " +
+                            textOf(entry->time) + " and is not downloaded again before " +
+                            textOf(entry->time + pauseAfter(*entry)) + ". The reason was: " +
+                            escaped(entry->reason));
+}
+
+void Refusals::add(const std::string& digest, Refusal refusal, const std::string& reason,
+                   Time now) const {
+    // Publishers replace a refused archive: older entries are of no use.
+    constexpr hours kLongestUse(8 * 24);
+    constexpr std::size_t kMostEntries = 50;
+    Record record = readRecord(_file);
+    const std::string kind = refusal == Refusal::Bad ? kBad : kOtherBytes;
+    const auto before = entryIn(record[digest]);
+    const int count = before && before->kind == kind ? std::min(before->count, 3) + 1 : 1;
+    std::erase_if(record, [now, kLongestUse](const auto& item) {
+        const auto entry = entryIn(item.second);
+        return !entry || now < entry->time || now > entry->time + kLongestUse;
+    });
+    if (record.size() >= kMostEntries) {
+        record.clear();
+    }
+    record[digest] = kind + " " + std::to_string(count) + " " +
+                     std::to_string(now.time_since_epoch().count()) + " " + escaped(reason);
+    (void)writeRecord(_file, record);
+}
+
+void Refusals::remove(const std::string& digest) const {
+    Record record = readRecord(_file);
+    if (record.erase(digest) > 0) {
+        (void)writeRecord(_file, record);
+    }
+}
+
+}  // namespace teravolant::platform
