@@ -87,7 +87,7 @@ std::function<long()> connection() {
     auto* const general = reinterpret_cast<sockaddr*>(&address);
     socklen_t size = sizeof address;
     const int server = socket(AF_INET, SOCK_STREAM, 0);
-    bind(server, general, size);
+    static_cast<void>(bind(server, general, size));
     listen(server, 1);
     getsockname(server, general, &size);
     return [general] {
