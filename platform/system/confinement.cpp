@@ -12,6 +12,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
+#include <ctime>
 #include <initializer_list>
 #include <memory>
 #include <span>
@@ -251,39 +252,23 @@ bool filterCallsOfFetch() {
 
 bool filterCallsOfUnpack() {
     Filter filter(kDeny);
-    filter.add(kAllow, {SCMP_SYS(read),
-                        SCMP_SYS(readv),
-                        SCMP_SYS(pread64),
-                        SCMP_SYS(write),
-                        SCMP_SYS(writev),
-                        SCMP_SYS(pwrite64),
-                        SCMP_SYS(lseek),
-                        SCMP_SYS(close),
-                        SCMP_SYS(fstat),
-                        SCMP_SYS(newfstatat),
-                        SCMP_SYS(statx),
-                        SCMP_SYS(mkdirat),
-                        SCMP_SYS(symlinkat),
-                        SCMP_SYS(linkat),
-                        SCMP_SYS(ftruncate),
-                        SCMP_SYS(fchmod),
-                        SCMP_SYS(utimensat),
-                        SCMP_SYS(brk),
-                        SCMP_SYS(munmap),
-                        SCMP_SYS(mremap),
-                        SCMP_SYS(madvise),
-                        SCMP_SYS(futex),
-                        SCMP_SYS(getrandom),
-                        SCMP_SYS(sysinfo),
-                        SCMP_SYS(clock_gettime),
-                        SCMP_SYS(gettimeofday),
-                        SCMP_SYS(rt_sigprocmask),
-                        SCMP_SYS(rt_sigreturn),
-                        SCMP_SYS(restart_syscall),
-                        SCMP_SYS(getpid),
-                        SCMP_SYS(gettid),
-                        SCMP_SYS(exit),
-                        SCMP_SYS(exit_group)});
+    filter.add(kAllow, {SCMP_SYS(read),         SCMP_SYS(readv),
+                        SCMP_SYS(pread64),      SCMP_SYS(write),
+                        SCMP_SYS(writev),       SCMP_SYS(pwrite64),
+                        SCMP_SYS(lseek),        SCMP_SYS(close),
+                        SCMP_SYS(fstat),        SCMP_SYS(newfstatat),
+                        SCMP_SYS(statx),        SCMP_SYS(getdents64),
+                        SCMP_SYS(mkdirat),      SCMP_SYS(symlinkat),
+                        SCMP_SYS(linkat),       SCMP_SYS(ftruncate),
+                        SCMP_SYS(fchmod),       SCMP_SYS(utimensat),
+                        SCMP_SYS(brk),          SCMP_SYS(munmap),
+                        SCMP_SYS(mremap),       SCMP_SYS(madvise),
+                        SCMP_SYS(futex),        SCMP_SYS(getrandom),
+                        SCMP_SYS(sysinfo),      SCMP_SYS(clock_gettime),
+                        SCMP_SYS(gettimeofday), SCMP_SYS(rt_sigprocmask),
+                        SCMP_SYS(rt_sigreturn), SCMP_SYS(restart_syscall),
+                        SCMP_SYS(getpid),       SCMP_SYS(gettid),
+                        SCMP_SYS(exit),         SCMP_SYS(exit_group)});
     // A folder to walk through, or a new file.
     filter.add(kAllow, SCMP_SYS(openat), masked(2, O_DIRECTORY | O_ACCMODE | O_CREAT, O_DIRECTORY));
     filter.add(kAllow, SCMP_SYS(openat), masked(2, O_CREAT | O_EXCL, O_CREAT | O_EXCL));
@@ -301,7 +286,8 @@ bool filterCallsOfUnpack() {
                 .datum_b = 0});
     if (kSanitized) {
         filter.add(kAllow, {SCMP_SYS(sigaltstack), SCMP_SYS(rt_sigaction), SCMP_SYS(prlimit64),
-                            SCMP_SYS(nanosleep), SCMP_SYS(clock_nanosleep), SCMP_SYS(sched_yield)});
+                            SCMP_SYS(nanosleep), SCMP_SYS(clock_nanosleep), SCMP_SYS(sched_yield),
+                            SCMP_SYS(pipe), SCMP_SYS(pipe2), SCMP_SYS(readlink)});
     }
     return filter.load();
 }
@@ -318,6 +304,8 @@ Confinement confineFetch(pid_t launcher) {
 Confinement confineUnpack(pid_t launcher, const FileDescriptor& folder) {
     tieTo(launcher);
     applyLimits(kLimitsOfUnpack);
+    // A zip archive records local times. The C library opens the time zone's file only once.
+    tzset();
     const bool files = allowOnlyCreationBelow(folder.get());
     return {.systemCalls = filterCallsOfUnpack(), .files = files};
 }

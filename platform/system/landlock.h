@@ -12,9 +12,9 @@ int landlockVersion();
 /// to processes outside of the confinement. Returns false if the kernel does not enforce it.
 bool forbidChangesOfFiles();
 
-/// Forbids access to files, and TCP. Below `folder` it allows to open folders, and to create and
-/// write regular files, folders, symbolic links and hard links. Needs version 2. Returns false if
-/// the kernel does not enforce it.
+/// Forbids access to files, and TCP. Below `folder` it allows to open and list folders, and to
+/// create and write regular files, folders, symbolic links and hard links. Needs version 2. Returns
+/// false if the kernel does not enforce it.
 bool allowOnlyCreationBelow(int folder);
 
 }  // namespace teravolant::platform
