@@ -19,8 +19,7 @@ int drive(const std::string& feed) {
     std::cout << version << std::endl;
     std::cin.ignore(std::numeric_limits<std::streamsize>::max());
 
-    ClientUpdater updater{platform::URLRequest{platform::URL(feed + "?" + version)},
-                          platform::runUpdateCycle};
+    ClientUpdater updater{platform::URLRequest{platform::URL(feed + "?" + version)}};
     const auto found = updater.runCycle();
     const auto cache = platform::cachesDirectory() / bundle.bundleIdentifier().value_or("");
     platform::Status error;

@@ -3,8 +3,7 @@
 
 #include "platform/archives/archives.h"
 #include "platform/crypto/digests.h"
-#include "platform/crypto/encodings.h"
-#include "platform/crypto/signatures.h"
+#include "platform/crypto/signing_key.h"
 #include "platform/files/files.h"
 #include "platform/system/process.h"
 #include "platform/values/json.h"
@@ -21,6 +20,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace fixtures;
 using namespace platform;
+using namespace std::chrono_literals;
 
 const std::string kIdentifier = TEST_BUNDLE_IDENTIFIER;
 const std::string kTag = "\"tag\"";  ///< Of the archive.
@@ -53,7 +53,7 @@ struct Update {
         offer = {{"name", "archive"},
                  {"version", "1.0.0.2"},
                  {"size", std::ssize(archive)},
-                 {"sha256", hexText(*digest.finish())}};
+                 {"sha256", digest.finish()}};
         sign(kPublisher);
     }
 
@@ -65,24 +65,48 @@ struct Update {
         offer["signature"] = *key.sign(text);
     }
 
-    /// One cycle, with nothing installed at its end.
+    /// One cycle, with nothing installed at its end. Its pauses take no time.
     Result<std::optional<StagedUpdate>> run() {
         const HttpServer server([this](const ReceivedRequest& request) {
             if (request.target != "/archive") {
-                return feedAnswer.value_or(ServerAnswer{.body = *serialiseJson(offer)});
+                return take(feedAnswers, ServerAnswer{.body = *serialiseJson(offer)});
             }
             ranges.push_back(request.header("Range"));
-            return archiveAnswer.value_or(answerWithRange(request, archive, kTag));
+            return take(archiveAnswers, answerWithRange(request, archive, kTag));
         });
         const std::string url = server.url("/feed?1.0.0.1");
         const ClientUpdater updater(URLRequest{URL(url)});
-        const auto read = [&](const auto& body) { return updater.updateFromJSONData(body); };
-        const auto find = [&](const auto& unpacked) {
-            return updater.updateBundleMatchingCurrentApplicationInDirectory(unpacked);
-        };
-        const std::vector<std::string> keys = {"none", *kPublisher.publicKey()};
+        pauses.clear();
         return runUpdateCycle(
-            {url, installed, kIdentifier, "1.0.0.1", keys, cache, read, find, [] {}});
+            {.feedURL = url,
+             .bundlePath = installed,
+             .bundleIdentifier = kIdentifier,
+             .bundleVersion = "1.0.0.1",
+             .publicKeys = {"none", *kPublisher.publicKey()},
+             .cacheFolder = cache,
+             .updateFromJSONData = [&](auto body) { return updater.updateFromJSONData(body); },
+             .matchingBundle =
+                 [&](auto unpacked) {
+                     return updater.updateBundleMatchingCurrentApplicationInDirectory(unpacked);
+                 },
+             .downloadBegins = [] {},
+             .now = [this] { return time; },
+             .pauseUntil =
+                 [this](Clock::Time until) {
+                     pauses.push_back((until - time) / 1s);
+                     time = until;
+                     return Status();
+                 },
+             .log = [](const std::string&) {},
+             .wallTime = [this] { return wallTime; },
+             .transfer = {.stallTimeout = 300ms}});
+    }
+
+    /// Removes and returns the first of the faulty answers, if one is left, else returns `right`.
+    static ServerAnswer take(std::vector<ServerAnswer>& faulty, const ServerAnswer& right) {
+        const ServerAnswer answer = faulty.empty() ? right : faulty.front();
+        faulty.erase(faulty.begin(), faulty.begin() + (faulty.empty() ? 0 : 1));
+        return answer;
     }
 
     /// A cycle must fail with an error that contains `reason`, and change nothing.
@@ -102,7 +126,7 @@ struct Update {
         ASSERT_TRUE(outcome) << printedForm(outcome.error());
         EXPECT_FALSE(installStagedUpdate(cache, outcome->value()));
         EXPECT_EQ(*digestOfTree(installed), *digestOfTree(published));
-        EXPECT_TRUE(!fileExists(staging) && fs::is_empty(cache));
+        EXPECT_TRUE(!fileExists(staging) && (fs::remove(cache / "refused.plist"), fs::is_empty(cache)));
     }
 
     const TemporaryFolder folder;
@@ -113,8 +137,11 @@ struct Update {
     const fs::path staging = stagingFolderFor(installed);
     Value::Dictionary offer;
     std::string archive;
-    std::optional<ServerAnswer> feedAnswer, archiveAnswer;  ///< Instead of the right ones.
+    std::vector<ServerAnswer> feedAnswers, archiveAnswers;  ///< Before the right ones.
     std::vector<std::string> ranges;  ///< Asked for of the archive so far; empty for all of it.
+    Clock::Time time = {};
+    std::chrono::sys_seconds wallTime = std::chrono::sys_days(std::chrono::year(2026) / 11 / 23);
+    std::vector<std::int64_t> pauses;  ///< Of the last cycle, in seconds.
 };
 
 struct Row {
@@ -134,7 +161,7 @@ void expectEachRefused(const std::vector<Row>& table) {
 
 TEST(FaultyServer, IsAnErrorThatNamesTheFault) {
     const auto feed = [](const ServerAnswer& answer) {
-        return [=](Update& update) { update.feedAnswer = answer; };
+        return [=](Update& update) { update.feedAnswers = {answer}; };
     };
     expectEachRefused({
         {"404", feed({404}), "status 404"},
@@ -142,9 +169,9 @@ TEST(FaultyServer, IsAnErrorThatNamesTheFault) {
         {"HTML", feed({.body = "<!DOCTYPE html>"}), "Update check failed"},
         {"2 MiB", feed({.body = std::string(2'097'152, ' '), .chunked = true}), "larger than"},
         {"redirect loop", feed({302, {{"Location", "feed"}}}), "redirect"},
-        {"no archive", [](Update& u) { u.archiveAnswer = {404}; }, "status 404"},
+        {"no archive", [](Update& u) { u.archiveAnswers = {{404}}; }, "status 404: http://127"},
         {"longer, not announced",
-         [](Update& u) { u.archiveAnswer = {.body = u.archive + '\n', .chunked = true}; },
+         [](Update& u) { u.archiveAnswers = {{.body = u.archive + '\n', .chunked = true}}; },
          "sends more than"},
     });
 }
@@ -176,7 +203,7 @@ TEST(HostileOffer, IsRefusedAndChangesNothing) {
         {"plain http", offer("url", "http://updates.example/archive"), "“url”"},
         {"too small", offer("size", 7, key), "the server has more than the 7"},
         {"too large", offer("size", 10'000'000, key), "it ends after"},
-        {"far too large", offer("size", 1'000'000'000'000'000'000, key), "more bytes"},
+        {"far too large", offer("size", 1'000'000'000'000'000'000, key), "more bytes on the"},
         {"wrong digest", offer("sha256", std::string(64, '0'), key), "is not the one"},
         {"no size", offer("size", {}), "no \"size\""},
         {"no digest", offer("sha256", {}), "no \"sha256\""},
@@ -228,15 +255,14 @@ TEST(CutDownload, GoesOnWhereItEndedIfTheRestFits) {
     for (const auto& [situation, cut, validator, goesOn, hasOtherContent] : table) {
         SCOPED_TRACE(situation);
         Update update;  // The sizes of two archives can differ, because they contain times.
-        const std::size_t place = std::min(cut, update.archive.size() - 1);
-        update.archiveAnswer = {.headers = {validator}, .body = update.archive, .cutAfter = place};
-        update.expectRefused("was lost");
-        update.archiveAnswer.reset();
+        const std::string right = update.archive;
+        const std::size_t place = std::min(cut, right.size() - 1);
+        update.archiveAnswers = {{.headers = {validator}, .body = right, .cutAfter = place}};
         if (hasOtherContent) {
-            const std::string archive = update.archive;
-            update.archive.assign(archive.size(), '\0');
+            update.archive.assign(right.size(), '\0');
             update.expectRefused("SHA-256 is not the one");
-            update.archive = archive;
+            update.archive = right;
+            update.wallTime += 1h;
         }
         update.expectInstalled();
         std::vector<std::string> ranges(hasOtherContent ? 3 : 2);
@@ -245,19 +271,95 @@ TEST(CutDownload, GoesOnWhereItEndedIfTheRestFits) {
     }
 }
 
-TEST(CutDownload, GoesOnAfterAnAnswerWithoutAValidator) {
+TEST(CutDownload, FetchesNoByteTwice) {
     Update update;
-    const auto size = update.archive.size();
-    const auto range = "bytes 1000-" + std::to_string(size - 1) + "/" + std::to_string(size);
-    update.archiveAnswer = {.headers = {{"ETag", kTag}}, .body = update.archive, .cutAfter = 1000};
-    update.expectRefused("was lost");
-    update.archiveAnswer->status = 206;
-    update.archiveAnswer->headers = {{"Content-Range", range}};
-    update.archiveAnswer->body.erase(0, 1000);
-    update.expectRefused("was lost");
-    update.archiveAnswer.reset();
+    const std::size_t size = update.archive.size();
+    for (std::size_t start = 0; start < 5000; start += 1000) {
+        const auto range = "bytes " + std::to_string(start) + "-" + std::to_string(size - 1) + "/" +
+                           std::to_string(size);
+        // Only the first answer has a validator.
+        update.archiveAnswers.push_back(
+            {.status = start == 0 ? 200 : 206,
+             .headers = {start == 0 ? std::pair("ETag", kTag.c_str())
+                                    : std::pair("Content-Range", range.c_str())},
+             .body = update.archive.substr(start),
+             .cutAfter = 1000});
+    }
     update.expectInstalled();
-    EXPECT_EQ(update.ranges.back(), "bytes=2000-");
+    EXPECT_EQ(update.ranges,
+              (std::vector<std::string>{"", "bytes=1000-", "bytes=2000-", "bytes=3000-",
+                                        "bytes=4000-", "bytes=5000-"}));
+    EXPECT_EQ(update.pauses, (std::vector<std::int64_t>(5, 2)));
+}
+
+TEST(Retries, EndAfterThreeMinutesWithoutProgress) {
+    const ServerAnswer busy{503, {{"Retry-After", "7"}}};
+    struct Failure {
+        const char* situation;
+        std::vector<ServerAnswer> feed, archive;
+        std::vector<std::int64_t> pauses;
+        bool isInstalled = true;
+    };
+    const Failure table[] = {
+        {"busy", {busy, {429}, {408}}, {}, {7, 4, 8}},
+        {"silent", {{.isSilent = true}}, {}, {2}},
+        {"no HTTP at first", {}, {{.raw = ""}, {500}}, {2, 4}},
+        {"another part", {}, {{206, {{"Content-Range", "bytes 3-9/10"}}, "b"}}, {2}},
+        {"range refused", {}, {{416}}, {2}},
+        {"long pause", {{503, {{"Retry-After", "181"}}}}, {}, {}, false},
+        {"down", std::vector<ServerAnswer>(8, {502}), {}, {2, 4, 8, 16, 32, 60, 58}, false},
+        {"cut at one place",
+         {},
+         std::vector<ServerAnswer>(10, {.body = "b", .chunked = true, .cutAfter = 1}),
+         {2, 2, 4, 8, 16, 32, 60, 58},
+         false},
+    };
+    for (const Failure& failure : table) {
+        SCOPED_TRACE(failure.situation);
+        Update update;
+        update.feedAnswers = failure.feed;
+        update.archiveAnswers = failure.archive;
+        if (failure.isInstalled) {
+            update.expectInstalled();
+        } else {
+            EXPECT_FALSE(update.run());
+        }
+        EXPECT_EQ(update.pauses, failure.pauses);
+    }
+}
+
+TEST(RefusedArchive, IsNotFetchedAgainAtEveryStart) {
+    struct Refused {
+        const char* situation;
+        std::function<void(Update&)> change;
+        std::vector<std::chrono::hours> pauses;
+    };
+    const Refused table[] = {
+        {"not an update", [](Update& u) { fs::remove(u.executable), u.publish(); }, {168h, 168h}},
+        {"other bytes", [](Update& u) { u.archive.front() ^= 1; }, {1h, 4h, 24h, 24h}},
+        {"cut short", [](Update& u) { u.archive.pop_back(); }, {1h, 4h}},
+    };
+    for (const Refused& refused : table) {
+        SCOPED_TRACE(refused.situation);
+        Update update;
+        refused.change(update);
+        update.expectRefused("refused");
+        for (std::size_t fetched = 1; const auto pause : refused.pauses) {
+            EXPECT_EQ(update.ranges.size(), fetched++);
+            update.wallTime += pause - 1s;
+            update.expectRefused("was refused on this computer at 2026-1");
+            update.wallTime += 1s;
+            update.expectRefused("refused");
+        }
+        update.wallTime -= 1000h;  // A clock that was set back.
+        update.expectRefused("refused");
+        EXPECT_EQ(update.ranges.size(), refused.pauses.size() + 2);
+        // The repaired publication arrives at once.
+        fs::copy("/bin/true", update.executable, fs::copy_options::overwrite_existing);
+        fs::permissions(update.executable, fs::perms::others_exec, fs::perm_options::remove);
+        update.publish();
+        update.expectInstalled();
+    }
 }
 
 TEST(StagedUpdate, IsUsedOnlyWholeAndInItsPlace) {
@@ -293,16 +395,6 @@ TEST(StagedUpdate, IsUsedOnlyWholeAndInItsPlace) {
         EXPECT_EQ(update.ranges.size(), situation == table[0].situation ? 1U : 2U);
         update.expectInstalled();
     }
-}
-
-TEST(ClosedBundle, IsAnErrorBeforeTheDownload) {
-    Update update;
-    for (const fs::path& folder : {update.installed, update.installed.parent_path()}) {
-        fs::permissions(folder, fs::perms::owner_write, fs::perm_options::remove);
-        update.expectRefused("can't be replaced by this user");
-        fs::permissions(folder, fs::perms::owner_write, fs::perm_options::add);
-    }
-    EXPECT_TRUE(update.ranges.empty());
 }
 
 }  // namespace

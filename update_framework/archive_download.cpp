@@ -124,7 +124,7 @@ class Download {
         const HttpBodyReceiver receiver{
             .begin = [this](const HttpResponse& response) { return begin(response); },
             .receive = [this](std::string_view bytes) { return receive(bytes); }};
-        const auto response = transferInProgram(request, receiver, {});
+        const auto response = transferInProgram(request, receiver, _cycle.transfer);
         auto error = response ? errorOfResponse(*response) : Status(response.error());
         if (!error) {
             return error;

@@ -15,14 +15,16 @@
 namespace teravolant::platform {
 
 Status unpackDownloadedArchive(const DownloadedArchive& archive,
-                               const std::filesystem::path& folder) {
+                               const std::filesystem::path& folder,
+                               std::chrono::milliseconds patience) {
     constexpr std::size_t kPieceSize = std::size_t{256} * 1024;
     const FileDescriptor root(
         open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!root) {
         return writeError(errno, folder.native());
     }
-    auto program = ConfinedProgram::start({.name = "unpack", .folder = root.get()});
+    auto program = ConfinedProgram::start(
+        {.name = "unpack", .folder = root.get(), .patience = patience});
     if (!program) {
         return program.error();
     }

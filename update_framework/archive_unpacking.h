@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 
 #include "platform/core/result.h"
@@ -11,9 +12,11 @@ namespace teravolant::platform {
 ///
 /// Reads the archive from its descriptor and compares the digest of the bytes that the program gets
 /// before the program gets their end: the unpacked bytes are the verified ones. Fails with the error
-/// of the program (`kProgramErrorDomain`), or with its message about the archive.
+/// of the program (`kProgramErrorDomain`), or with its message about the archive. A program that
+/// neither reads nor ends within `patience` is killed.
 [[nodiscard]] Status unpackDownloadedArchive(const DownloadedArchive& archive,
-                                             const std::filesystem::path& folder);
+                                             const std::filesystem::path& folder,
+                                             std::chrono::milliseconds patience);
 
 /// Whether the same archive would probably fail again: it is damaged, contains what must not be
 /// unpacked, or crashed the program.

@@ -173,6 +173,10 @@ UpdateCycle SQRLUpdater::makeCycle() {
         .now = [this] { return _clock->now(); },
         .pauseUntil = [this](Clock::Time time) { return pauseUntil(time); },
         .log = log,
+        .wallTime =
+            [] {
+                return std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+            },
     };
 }
 

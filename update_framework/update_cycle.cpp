@@ -136,7 +136,7 @@ void openFoldersDownTo(const fs::path& staged, fs::path folder) {
 Result<Bundle> unpackAndCheck(const UpdateCycle& cycle, const SQRLUpdate& offer,
                               const DownloadedArchive& archive) {
     const fs::path folder = stagingFolderFor(cycle.bundlePath);
-    if (auto error = unpackDownloadedArchive(archive, folder)) {
+    if (auto error = unpackDownloadedArchive(archive, folder, cycle.unpackPatience)) {
         return error->code == NSFileWriteOutOfSpaceError
                    ? outOfSpaceError(folder, spaceForTree(cycle, offer).front().bytes)
                    : error;
@@ -175,15 +175,11 @@ Result<StagedUpdate> record(const UpdateCycle& cycle, const SQRLUpdate& offer,
     return update;
 }
 
-Refusals::Time currentTime() {
-    return std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
-}
-
 /// Remembers an archive that must not be downloaded again soon, and removes it.
 void refuse(const UpdateCycle& cycle, const SQRLUpdate& offer, Refusal refusal,
             const Error& error) {
     Refusals(cycle.cacheFolder)
-        .add(lowerCase(*offer.sha256), refusal, error.localizedDescription, currentTime());
+        .add(lowerCase(*offer.sha256), refusal, error.localizedDescription, cycle.wallTime());
     removeDownloads(cycle.cacheFolder);
     cycle.log("refused version " + escaped(offer.version) + ": " +
               escaped(error.localizedDescription));
@@ -220,7 +216,7 @@ Result<StagedUpdate> downloadAndStage(const UpdateCycle& cycle, const SQRLUpdate
     }
     discardStaging(cycle.cacheFolder, cycle.bundlePath);
     const Refusals refusals(cycle.cacheFolder);
-    if (auto error = refusals.check(lowerCase(*offer.sha256), currentTime())) {
+    if (auto error = refusals.check(lowerCase(*offer.sha256), cycle.wallTime())) {
         return error;
     }
     cycle.downloadBegins();
@@ -249,9 +245,10 @@ Result<HttpResponse> requestFeed(const UpdateCycle& cycle) {
     const HttpRequest request{
         .url = cycle.feedURL,
         .headers = {{"User-Agent", userAgent("Teravolant", cycle.bundleVersion)}}};
+    HttpOptions options = cycle.transfer;
+    options.maximumBodySize = kLargestFeed;
     while (true) {
-        auto response =
-            sendHttpRequest(request, {.maximumBodySize = kLargestFeed}, transferInProgram);
+        auto response = sendHttpRequest(request, options, transferInProgram);
         if (response ? !isTransient(response->status) : !isTransient(response.error())) {
             return response;
         }

@@ -36,6 +36,10 @@ struct UpdateCycle {
     /// if another process has a lock by then, or has replaced the bundle.
     std::function<Status(Clock::Time time)> pauseUntil;
     std::function<void(const std::string& message)> log;
+    std::function<std::chrono::sys_seconds()> wallTime;
+    HttpOptions transfer = {};  ///< Its time limits apply to every request.
+    /// How long `unpack` may take without a read or a result.
+    std::chrono::milliseconds unpackPatience = std::chrono::minutes(1);
 };
 
 /// In bytes.

@@ -14,13 +14,11 @@ using Clock = std::chrono::steady_clock;
 
 /// `fetch` enforces the time limits itself, with errors that name the host. The caller's limit is
 /// longer, for a program that does not.
-constexpr std::chrono::seconds kExtraPatience{10};
-
 ConfinedProgram::Settings settingsFor(const HttpOptions& options) {
     return {.name = "fetch",
             .environment = {"SSL_CERT_FILE", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY",
                             "no_proxy", "NO_PROXY"},
-            .patience = options.connectTimeout + options.stallTimeout + kExtraPatience};
+            .patience = options.connectTimeout + options.stallTimeout + options.stallTimeout / 6};
 }
 
 /// Receives one response and passes its body on.
