@@ -16,10 +16,10 @@ namespace teravolant {
 
 using platform::FrameKind;
 
-std::optional<pid_t> launcherIn(int argc, const char* const* argv) {
+std::optional<int> launcherIn(int argc, const char* const* argv) {
     constexpr int kArguments = 2;
     const std::string_view number = argc == kArguments ? argv[1] : "";
-    pid_t launcher = 0;
+    int launcher = 0;
     const auto [end, failure] =
         std::from_chars(number.data(), number.data() + number.size(), launcher);
     if (failure != std::errc() || end != number.data() + number.size()) {

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <optional>
 #include <string_view>
 
@@ -14,7 +12,7 @@ namespace teravolant {
 
 /// Returns the process id of the launcher, the program's one argument. Prints a usage error and
 /// returns nothing if a person started the program.
-std::optional<pid_t> launcherIn(int argc, const char* const* argv);
+std::optional<int> launcherIn(int argc, const char* const* argv);
 
 /// Ends the process if the launcher does not read any more.
 void writeFrame(platform::FrameKind kind, std::string_view payload);

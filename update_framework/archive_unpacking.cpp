@@ -1,9 +1,5 @@
 #include "update_framework/archive_unpacking.h"
 
-#include <fcntl.h>
-
-#include <cerrno>
-
 #include "platform/core/error.h"
 #include "platform/core/file_error.h"
 #include "platform/core/text.h"
@@ -18,13 +14,8 @@ Status unpackDownloadedArchive(const DownloadedArchive& archive,
                                const std::filesystem::path& folder,
                                std::chrono::milliseconds patience) {
     constexpr std::size_t kPieceSize = std::size_t{256} * 1024;
-    const FileDescriptor root(
-        open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!root) {
-        return writeError(errno, folder.native());
-    }
-    auto program = ConfinedProgram::start(
-        {.name = "unpack", .folder = root.get(), .patience = patience});
+    auto program =
+        ConfinedProgram::start({.name = "unpack", .folder = folder, .patience = patience});
     if (!program) {
         return program.error();
     }

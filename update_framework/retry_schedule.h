@@ -18,8 +18,9 @@ class RetrySchedule {
     /// The first attempt begins at `start`.
     explicit RetrySchedule(Clock::Time start) : _start(start) {}
 
-    /// Returns the time of the next attempt after one that failed at `now`, or nothing if it was the
-    /// last. The server may ask for a pause: if it would end after the last attempt, there is none.
+    /// Returns the time of the next attempt after an attempt that failed at `now`, or nothing if that
+    /// was the last. The server may ask for a pause (Retry-After): if the pause ends after the last
+    /// attempt, there is no other.
     std::optional<Clock::Time> next(Clock::Time now, std::optional<std::chrono::seconds> retryAfter);
 
     /// The attempt that failed at `now` has made progress: it counts as the first one.

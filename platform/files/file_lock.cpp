@@ -128,7 +128,7 @@ FileLock& FileLock::operator=(FileLock&& other) noexcept {
 }
 
 FileLock::~FileLock() {
-    // Removed under the lock: nobody else holds it.
+    // Removed while the lock is held: another process then locks a new file.
     if (_descriptor && !_removedPath.empty()) {
         unlink(_removedPath.c_str());
     }

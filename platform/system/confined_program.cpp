@@ -56,16 +56,22 @@ std::vector<std::string> environmentWith(const std::vector<std::string>& names) 
 }
 
 Result<pid_t> spawn(const ConfinedProgram::Settings& settings, int socket) {
+    const bool hasFolder = !settings.folder.empty();
+    const FileDescriptor folder(hasFolder ? open(settings.folder.c_str(), O_RDONLY | O_DIRECTORY |
+                                                                              O_NOFOLLOW | O_CLOEXEC)
+                                          : -1);
+    if (hasFolder && !folder) {
+        return writeError(errno, settings.folder.native());
+    }
     SpawnSettings spawnSettings;
     auto* const actions = &spawnSettings.actions;
     posix_spawn_file_actions_adddup2(actions, socket, STDIN_FILENO);
     posix_spawn_file_actions_adddup2(actions, socket, STDOUT_FILENO);
     posix_spawn_file_actions_addopen(actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    if (settings.folder >= 0) {
-        posix_spawn_file_actions_adddup2(actions, settings.folder, kFolderDescriptor);
+    if (hasFolder) {
+        posix_spawn_file_actions_adddup2(actions, folder.get(), kFolderDescriptor);
     }
-    posix_spawn_file_actions_addclosefrom_np(actions,
-                                             kFolderDescriptor + (settings.folder >= 0 ? 1 : 0));
+    posix_spawn_file_actions_addclosefrom_np(actions, kFolderDescriptor + (hasFolder ? 1 : 0));
     posix_spawn_file_actions_addchdir_np(actions, "/");
     spawnSettings.detach();
 
@@ -102,7 +108,7 @@ Result<ConfinedProgram> ConfinedProgram::start(const Settings& settings) {
     return ConfinedProgram(settings, std::move(own), *child);
 }
 
-ConfinedProgram::ConfinedProgram(Settings settings, FileDescriptor socket, pid_t child)
+ConfinedProgram::ConfinedProgram(Settings settings, FileDescriptor socket, int child)
     : _settings(std::move(settings)), _socket(std::move(socket)), _child(child) {}
 
 ConfinedProgram::ConfinedProgram(ConfinedProgram&& other) noexcept

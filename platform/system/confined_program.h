@@ -1,7 +1,5 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
@@ -41,7 +39,7 @@ class ConfinedProgram {
     struct Settings {
         std::string name;
         std::vector<std::string> environment = {};  ///< Names of variables to pass on.
-        int folder = -1;  ///< Its descriptor 3, unless negative. The caller keeps the ownership.
+        std::filesystem::path folder = {};  ///< Open as its descriptor 3, unless empty.
         /// For each call of `send` and `receive`. Then the program counts as hung.
         std::chrono::milliseconds patience = std::chrono::seconds(60);
     };
@@ -75,7 +73,7 @@ class ConfinedProgram {
     [[nodiscard]] static bool anyRanUnconfined();
 
   private:
-    ConfinedProgram(Settings settings, FileDescriptor socket, pid_t child);
+    ConfinedProgram(Settings settings, FileDescriptor socket, int child);
 
     Status readExactly(char* bytes, std::size_t size);
     Status waitUntilReady(short events);
@@ -85,7 +83,7 @@ class ConfinedProgram {
 
     Settings _settings;
     FileDescriptor _socket;
-    pid_t _child = -1;
+    int _child = -1;  ///< The process id. -1 after its end.
     std::vector<char> _payload;
 };
 
