@@ -54,6 +54,7 @@ HIDDEN int _dl_find_object(void* address, dl_find_object* result) noexcept {
 }
 
 // The XML parser salts its hash tables with it.
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): glibc's name is reserved.
 HIDDEN void arc4random_buf(void* buffer, std::size_t size) noexcept {
     auto* bytes = static_cast<std::byte*>(buffer);
     while (size > 0) {
