@@ -6,10 +6,9 @@
 
 #include "fuzz/require.h"
 #include "platform/core/error.h"
+#include "platform/core/http_error.h"
 #include "platform/core/text.h"
-#include "platform/http/http.h"
 #include "platform/http/http_address.h"
-#include "platform/http/http_error.h"
 #include "platform/values/json.h"
 #include "update_framework/offer_verification.h"
 #include "updater/version_numbers.h"
@@ -46,7 +45,7 @@ void checkOffer(const SQRLUpdate& offer) {
     const auto address = platform::HttpAddress::parse(offer.updateURL);
     require(address || address.error().code != platform::HttpError::unsupportedUrl,
             "the download accepts the scheme and host that the feed accepts");
-    const auto refusal = platform::verifyOffer(offer, "com.zelto.teravolant.updater", {kPublicKey});
+    const auto refusal = platform::verifyOffer(offer, "http://localhost/", "com.zelto.teravolant.updater", {kPublicKey});
     require(refusal || (offer.version == kSignedVersion && offer.size == kSignedSize &&
                         platform::equalIgnoringCase(*offer.sha256, kSignedSha256)),
             "only the signed offer is accepted");

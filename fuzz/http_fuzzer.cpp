@@ -16,7 +16,7 @@
 #include "fuzz/require.h"
 #include "platform/core/error.h"
 #include "platform/core/file_descriptor.h"
-#include "platform/http/http_error.h"
+#include "platform/core/http_error.h"
 
 namespace {
 
@@ -112,32 +112,31 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string_view input(reinterpret_cast<const char*>(data), size);
     const HttpOptions options{.connectTimeout = std::chrono::seconds(1),
                               .stallTimeout = std::chrono::milliseconds(500),
-                              .maximumBodySize = kLargestBody,
-                              .maximumRedirects = 2};
+                              .maximumBodySize = kLargestBody};
     const HttpRequest request{.url = server.url(), .resumption = HttpResumption{kOffset, "\"v\""}};
 
     server.respondWith(input);
-    const auto whole = sendHttpRequest(request, options);
+    const auto whole = sendHttpRequest(request, options, transferOverHttp);
     check(whole, whole ? whole->body : "", size);
 
     server.respondWith(input);
     std::string streamed;
     bool begun = false;
-    const auto result =
-        streamHttpBody(request,
-                       {.begin =
-                            [&](const HttpResponse&) {
-                                require(!begun, "a body begins once");
-                                begun = true;
-                                return Status();
-                            },
-                        .receive =
-                            [&](std::string_view bytes) {
-                                require(begun, "a body begins before its first byte");
-                                streamed += bytes;
-                                return Status();
-                            }},
-                       options);
+    HttpRequest contents = request;
+    contents.wanted = WantedBodies::Contents;
+    const HttpBodyReceiver receiver{.begin =
+                                        [&](const HttpResponse&) {
+                                            require(!begun, "a body begins once");
+                                            begun = true;
+                                            return Status();
+                                        },
+                                    .receive =
+                                        [&](std::string_view bytes) {
+                                            require(begun, "a body begins before its first byte");
+                                            streamed += bytes;
+                                            return Status();
+                                        }};
+    const auto result = transferOverHttp(contents, receiver, options);
     check(result, streamed, size);
     require(whole || !result || result->status != 200,
             "a body that can be streamed can be collected");
