@@ -8,6 +8,7 @@
 #include "platform/core/error.h"
 #include "platform/core/http_error.h"
 #include "platform/core/text.h"
+#include "platform/http/curl_library.h"
 #include "platform/http/http_address.h"
 #include "platform/values/json.h"
 #include "update_framework/offer_verification.h"
@@ -56,6 +57,8 @@ void checkOffer(const SQRLUpdate& offer) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const platform::URLRequest request{
         platform::URL("https://updates.teravolant.example/release/release.mac?version=4.30.1.17")};
+    static const auto unusable = platform::loadCurl();
+    require(!unusable, "libcurl, which reads addresses, can be loaded");
     const std::string body(reinterpret_cast<const char*>(data), size);
     checkJson(body);
     const auto offer = updateFromFeed(body, request);

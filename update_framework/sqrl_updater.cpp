@@ -112,7 +112,7 @@ Result<std::optional<StagedUpdate>> SQRLUpdater::runCycle() {
     if (auto error = acquireLocks()) {
         return error;
     }
-    auto staged = _runner(makeCycle());
+    auto staged = runUpdateCycle(makeCycle());
     static std::atomic<bool> told = false;
     if (ConfinedProgram::anyRanUnconfined() && !told.exchange(true)) {
         log("this kernel lacks seccomp or Landlock: programs that read untrusted bytes are confined "

@@ -37,13 +37,9 @@ class SQRLUpdater : public std::enable_shared_from_this<SQRLUpdater> {
     /// The model class that `updateFromJSONData` sends.
     using UpdateClass = SQRLUpdate;
 
-    using CycleRunner = std::function<Result<std::optional<StagedUpdate>>(const UpdateCycle&)>;
-
-    explicit SQRLUpdater(URLRequest updateRequest, CycleRunner runner = runUpdateCycle,
-                         std::shared_ptr<Clock> clock = systemClock())
-        : _updateRequest(std::move(updateRequest)),
-          _runner(std::move(runner)),
-          _clock(std::move(clock)) {}
+    /// The clock times the pauses between two attempts of a request.
+    explicit SQRLUpdater(URLRequest updateRequest, std::shared_ptr<Clock> clock = systemClock())
+        : _updateRequest(std::move(updateRequest)), _clock(std::move(clock)) {}
     virtual ~SQRLUpdater() { _willDealloc.request_stop(); }
 
     SQRLUpdater(const SQRLUpdater&) = delete;
@@ -76,13 +72,15 @@ class SQRLUpdater : public std::enable_shared_from_this<SQRLUpdater> {
     /// Runs one cycle on the calling thread and returns the staged update, or nothing if none is
     /// offered. Fails if this user can't replace the bundle, and if another process is updating it or
     /// has replaced it. Holds the locks of the cycle until this updater is destroyed.
-    Result<std::optional<StagedUpdate>> runCycle();
+    virtual Result<std::optional<StagedUpdate>> runCycle();
+
+  protected:
+    [[nodiscard]] virtual UpdateCycle makeCycle();
 
   private:
     using Failed = std::function<void(const Error&)>;
 
     void checkAndStage(const Failed& failed);
-    [[nodiscard]] UpdateCycle makeCycle();
     void installAtTermination(const StagedUpdate& update, const Failed& failed);
 
     /// Fails if another process has one of the locks, or has replaced the bundle.
@@ -91,7 +89,6 @@ class SQRLUpdater : public std::enable_shared_from_this<SQRLUpdater> {
     Status pauseUntil(Clock::Time time);
 
     URLRequest _updateRequest;
-    CycleRunner _runner;
     std::shared_ptr<Clock> _clock;
     /// Held during a cycle, except while it pauses, and until its update is installed. Both are
     /// needed: another bundle may use the same cache folder, and a process with another cache folder

@@ -23,13 +23,14 @@ using Outcome = platform::Result<std::optional<platform::StagedUpdate>>;
 /// An updater whose cycle runs until the test ends it.
 class FakeUpdater : public ClientUpdater {
   public:
-    FakeUpdater()
-        : ClientUpdater(platform::URLRequest(), [this](const platform::UpdateCycle& cycle) {
-              _cycle.set_value(&cycle);
-              return _outcome.get_future().get();
-          }) {}
+    FakeUpdater() : ClientUpdater(platform::URLRequest()) {}
 
-    void beginDownload() { _cycle.get_future().get()->downloadBegins(); }
+    Outcome runCycle() override {
+        _cycle.set_value(makeCycle());
+        return _outcome.get_future().get();
+    }
+
+    void beginDownload() { _cycle.get_future().get().downloadBegins(); }
 
     void endCycle(Outcome outcome) {
         _outcome.set_value(std::move(outcome));
@@ -39,7 +40,7 @@ class FakeUpdater : public ClientUpdater {
     }
 
   private:
-    std::promise<const platform::UpdateCycle*> _cycle;
+    std::promise<platform::UpdateCycle> _cycle;
     std::promise<Outcome> _outcome;
 };
 
