@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <string>
 
 #include "platform/core/http_error.h"
@@ -20,6 +21,31 @@ using namespace teravolant::platform;
 using teravolant::writeFrame;
 
 constexpr std::size_t kLargestRequest = std::size_t{4} << 20U;
+
+/// Collects small pieces of the body in one frame, for at most a second.
+class BodyWriter {
+  public:
+    void add(std::string_view bytes) {
+        constexpr std::size_t kEnough = std::size_t{128} * 1024;
+        _bytes += bytes;
+        if (_bytes.size() >= kEnough ||
+            std::chrono::steady_clock::now() - _lastFrame >= std::chrono::seconds(1)) {
+            flush();
+        }
+    }
+
+    void flush() {
+        if (!_bytes.empty()) {
+            writeFrame(FrameKind::Bytes, _bytes);
+        }
+        _bytes.clear();
+        _lastFrame = std::chrono::steady_clock::now();
+    }
+
+  private:
+    std::string _bytes;
+    std::chrono::steady_clock::time_point _lastFrame = std::chrono::steady_clock::now();
+};
 
 std::string readInput() {
     std::string input;
@@ -52,11 +78,13 @@ Status serve() {
         writeFrame(FrameKind::Head, encodedResponse(response));
         return Status();
     };
-    const HttpBodyReceiver receiver{.begin = begin, .receive = [](std::string_view bytes) {
-                                        writeFrame(FrameKind::Bytes, bytes);
+    BodyWriter body;
+    const HttpBodyReceiver receiver{.begin = begin, .receive = [&body](std::string_view bytes) {
+                                        body.add(bytes);
                                         return Status();
                                     }};
     const auto response = transferOverHttp(request, receiver, options);
+    body.flush();
     if (!response) {
         return response.error();
     }

@@ -1,5 +1,6 @@
-// The executable of a test's bundle: Teravolant FEED prints its version, waits for the end of its
-// standard input, runs one update cycle with its installation, and prints the result.
+// The executable of a test's bundle: Teravolant FEED [PATIENCE] prints its version, waits for the end
+// of its standard input, runs one update cycle with its installation, and prints the result. PATIENCE
+// is the time in milliseconds that a request and the unpacking of an archive may hang.
 
 #include <iostream>
 #include <limits>
@@ -13,13 +14,29 @@ namespace {
 
 using platform::Bundle;
 
-int drive(const std::string& feed) {
+class Updater : public ClientUpdater {
+  public:
+    Updater(const std::string& feed, int patience)
+        : ClientUpdater(platform::URLRequest{platform::URL(feed)}), _patience(patience) {}
+
+  private:
+    platform::UpdateCycle makeCycle() override {
+        auto cycle = ClientUpdater::makeCycle();
+        cycle.transfer = {.connectTimeout = _patience, .stallTimeout = _patience};
+        cycle.unpackPatience = _patience;
+        return cycle;
+    }
+
+    std::chrono::milliseconds _patience;
+};
+
+int drive(const std::string& feed, int patience) {
     const Bundle& bundle = Bundle::mainBundle();
     const auto version = bundle.shortVersion().value_or("none");
     std::cout << version << std::endl;
     std::cin.ignore(std::numeric_limits<std::streamsize>::max());
 
-    ClientUpdater updater{platform::URLRequest{platform::URL(feed + "?" + version)}};
+    Updater updater(feed + "?" + version, patience);
     const auto found = updater.runCycle();
     const auto cache = platform::cachesDirectory() / bundle.bundleIdentifier().value_or("");
     platform::Status error;
@@ -38,4 +55,6 @@ int drive(const std::string& feed) {
 }  // namespace
 }  // namespace teravolant
 
-int main(int argc, char** argv) { return teravolant::drive(argc > 1 ? argv[1] : ""); }
+int main(int, char** argv) {
+    return teravolant::drive(argv[1], argv[2] == nullptr ? 60000 : std::stoi(argv[2]));
+}
