@@ -72,7 +72,7 @@ class Download {
         }
         return DownloadedArchive{.file = _file.release(),
                                  .size = *_offer.size,
-                                 .sha256 = *_offer.sha256,
+                                 .digest = _digest.finish(),
                                  .fetched = _fetched};
     }
 
@@ -90,10 +90,9 @@ class Download {
             return file.error();
         }
         _file = *std::move(file);
-        restartDigest();
+        restartDigests();
         auto error = _file.read([this](std::string_view piece) {
-            _digest.update(piece);
-            _have += piece.size();
+            addToDigests(piece);
             return Status();
         });
         if (!error && (_have > *_offer.size || (_have < *_offer.size && _validator.empty()))) {
@@ -102,13 +101,20 @@ class Download {
         return error;
     }
 
-    void restartDigest() {
+    void restartDigests() {
         _have = 0;
-        _digest = Digest(DigestAlgorithm::Sha256);
+        _sha256 = Digest(DigestAlgorithm::Sha256);
+        _digest = Digest(DigestAlgorithm::Blake2b256);
+    }
+
+    void addToDigests(std::string_view bytes) {
+        _sha256.update(bytes);
+        _digest.update(bytes);
+        _have += bytes.size();
     }
 
     Status truncatePart() {
-        restartDigest();
+        restartDigests();
         return _file.truncate();
     }
 
@@ -205,14 +211,13 @@ class Download {
                        ? outOfSpaceError(_folder, *_offer.size - _have)
                        : error;
         }
-        _digest.update(bytes);
-        _have += bytes.size();
+        addToDigests(bytes);
         _fetched += bytes.size();
         return std::nullopt;
     }
 
     Status compareDigest() {
-        if (!equalIgnoringCase(_digest.finish(), *_offer.sha256)) {
+        if (!equalIgnoringCase(_sha256.finish(), *_offer.sha256)) {
             removeDownloads(_folder);
             return refused("its SHA-256 is not the one in the offer.");
         }
@@ -228,7 +233,8 @@ class Download {
     std::uint64_t _have = 0;      ///< The bytes in the part, all of them hashed.
     std::uint64_t _furthest = 0;  ///< The most bytes at the end of an earlier attempt.
     std::uint64_t _fetched = 0;
-    Digest _digest{DigestAlgorithm::Sha256};
+    Digest _sha256{DigestAlgorithm::Sha256};
+    Digest _digest{DigestAlgorithm::Blake2b256};
 };
 
 }  // namespace

@@ -19,7 +19,7 @@ Status unpackDownloadedArchive(const DownloadedArchive& archive,
     if (!program) {
         return program.error();
     }
-    Digest digest(DigestAlgorithm::Sha256);
+    Digest digest(DigestAlgorithm::Blake2b256);
     const auto send = [&](std::string_view piece) {
         digest.update(piece);
         return program->send(piece);
@@ -27,7 +27,7 @@ Status unpackDownloadedArchive(const DownloadedArchive& archive,
     if (auto error = readOpenFile(archive.file, folder, kPieceSize, send)) {
         return error;
     }
-    if (!equalIgnoringCase(digest.finish(), archive.sha256)) {
+    if (digest.finish() != archive.digest) {
         return updaterError(SQRLUpdaterErrorCheckNotPossible,
                             "The update's archive changed after it was verified.");
     }

@@ -14,6 +14,7 @@
 #include "update_framework/update_cycle.h"
 
 #include <algorithm>
+#include <future>
 #include <system_error>
 
 #include "platform/core/error.h"
@@ -156,11 +157,14 @@ Result<StagedUpdate> record(const UpdateCycle& cycle, const SQRLUpdate& offer,
     const fs::path folder = stagingFolderFor(cycle.bundlePath);
     const fs::path& staged = bundle.bundlePath();
     openFoldersDownTo(staged, folder);
+    // The disk writes while the processor computes the digest.
+    auto flushed = std::async([&folder] { return flushFileSystemOf(folder); });
     auto digest = digestOfTree(staged);
+    const int failure = flushed.get();
     if (!digest) {
         return digest.error();
     }
-    if (const int failure = flushFileSystemOf(folder)) {
+    if (failure != 0) {
         return errorFromErrno(failure, FileAccess::Write,
                               "The update in " + quoted(folder.string()) + " could not be flushed");
     }
