@@ -28,8 +28,13 @@ class BodyWriter {
     void add(std::string_view bytes) {
         constexpr std::size_t kEnough = std::size_t{128} * 1024;
         _bytes += bytes;
-        if (_bytes.size() >= kEnough ||
-            std::chrono::steady_clock::now() - _lastFrame >= std::chrono::seconds(1)) {
+        if (_bytes.size() >= kEnough) {
+            flush();
+        }
+    }
+
+    void flushIfOld() {
+        if (std::chrono::steady_clock::now() - _lastFrame >= std::chrono::seconds(1)) {
             flush();
         }
     }
@@ -79,10 +84,13 @@ Status serve() {
         return Status();
     };
     BodyWriter body;
-    const HttpBodyReceiver receiver{.begin = begin, .receive = [&body](std::string_view bytes) {
-                                        body.add(bytes);
-                                        return Status();
-                                    }};
+    const HttpBodyReceiver receiver{.begin = begin,
+                                    .receive =
+                                        [&body](std::string_view bytes) {
+                                            body.add(bytes);
+                                            return Status();
+                                        },
+                                    .tick = [&body] { body.flushIfOld(); }};
     const auto response = transferOverHttp(request, receiver, options);
     body.flush();
     if (!response) {

@@ -79,6 +79,8 @@ struct HttpBodyReceiver {
     std::function<Status(const HttpResponse&)> begin = {};
     /// Called with consecutive pieces of the body.
     std::function<Status(std::string_view bytes)> receive = {};
+    /// Called at least once a second, by `transferOverHttp` only. Optional.
+    std::function<void()> tick = {};
 };
 
 /// Performs a request and streams the wanted body to the receiver, on the calling thread. Returns

@@ -271,6 +271,9 @@ int Exchange::checkProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl
         exchange._error = httpError(HttpError::cancelled, "The transfer was cancelled.");
         return 1;
     }
+    if (exchange._receiver.tick) {
+        exchange._receiver.tick();
+    }
     const bool isOver = !exchange._error && exchange.hasStalled();
     if (isOver) {
         exchange._error = httpError(

@@ -60,6 +60,7 @@ TEST_F(Http, FailsForFaultyResponses) {
         std::uint64_t resumedAt = 0;
     };
     const std::string body(1000, 'b');
+    const std::string longHeader = "A: " + std::string(8000, 'b') + "\r\n";
     const auto part = [](const char* range) {
         return ServerAnswer{.status = 206, .headers = {{"Content-Range", range}}, .body = "b"};
     };
@@ -71,6 +72,13 @@ TEST_F(Http, FailsForFaultyResponses) {
         {"silent", {.isSilent = true}, timedOut},
         {"stalled", {.body = body, .stallAfter = 500}, timedOut},
         {"announced", {.raw = "HTTP/1.1 200 OK\r\nContent-Length: 1501\r\n\r\nb"}, bodyTooLarge},
+        {"endless headers", {.raw = "HTTP/1.1 200 OK\r\n", .repeated = longHeader}, badResponse},
+        {"endless interim responses",
+         {.raw = "", .repeated = "HTTP/1.1 102 Wait\r\n" + longHeader + "\r\n"},
+         badResponse},
+        {"an endless chunk extension",
+         {.raw = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n1", .repeated = ";a"},
+         timedOut},
         {"malformed redirect", redirectTo("https://:x:/"), badResponse},
         {"unrequested part", part("bytes 0-9/10"), unexpectedRange},
         {"another part", part("bytes 3-9/10"), unexpectedRange, 4},
