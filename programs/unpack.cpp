@@ -7,8 +7,12 @@
 
 #include <unistd.h>
 
+#include <cerrno>
+#include <new>
+
 #include "platform/archives/archives.h"
 #include "platform/archives/rules.h"
+#include "platform/core/file_error.h"
 #include "programs/confined_main.h"
 
 int main(int argc, char** argv) {
@@ -22,5 +26,10 @@ int main(int argc, char** argv) {
     // The confined program can't open the files of a locale.
     const platform::Utf8Names utf8;
     reportConfinement(platform::confineUnpack(*launcher, folder));
-    finish(platform::unpackArchive(STDIN_FILENO, std::move(folder)));
+    try {
+        finish(platform::unpackArchive(STDIN_FILENO, std::move(folder)));
+    } catch (const std::bad_alloc&) {
+        finish(platform::errorFromErrno(ENOMEM, platform::FileAccess::Read,
+                                        "The archive could not be unpacked"));
+    }
 }

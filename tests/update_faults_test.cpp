@@ -265,7 +265,9 @@ TEST(CutDownload, GoesOnWhereItEndedIfTheRestFits) {
             update.wallTime += 1h;
         }
         update.expectInstalled();
-        std::vector<std::string> ranges(hasOtherContent ? 3 : 2);
+        // A part that was mixed from two contents is fetched again as a whole.
+        const bool isMixed = hasOtherContent && validator.second == kTag;
+        std::vector<std::string> ranges(isMixed ? 4 : hasOtherContent ? 3 : 2);
         ranges[1] = goesOn ? "bytes=" + std::to_string(place) + "-" : "";
         EXPECT_EQ(update.ranges, ranges);
     }

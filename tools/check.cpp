@@ -8,6 +8,7 @@
 #include "platform/core/url.h"
 #include "platform/files/files.h"
 #include "platform/http/http.h"
+#include "platform/system/operating_system.h"
 #include "tools/commands.h"
 #include "tools/identity.h"
 #include "tools/offer.h"

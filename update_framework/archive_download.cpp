@@ -24,6 +24,7 @@
 #include "platform/crypto/digests.h"
 #include "platform/files/private_file.h"
 #include "platform/system/fetch_program.h"
+#include "platform/system/operating_system.h"
 #include "update_framework/record.h"
 #include "update_framework/retry_schedule.h"
 #include "update_framework/updater_error.h"
@@ -61,11 +62,8 @@ class Download {
         if (!error) {
             error = checkFreeSpace(needs);
         }
-        while (!error && _have < *_offer.size) {
-            error = attempt();
-        }
-        if (!error) {
-            error = compareDigest();
+        while (!error && (_have < *_offer.size || !isOffered())) {
+            error = _have < *_offer.size ? attempt() : startAgain();
         }
         if (error) {
             return error;
@@ -103,6 +101,7 @@ class Download {
 
     void restartDigests() {
         _have = 0;
+        _isFromOneResponse = false;
         _sha256 = Digest(DigestAlgorithm::Sha256);
         _digest = Digest(DigestAlgorithm::Blake2b256);
     }
@@ -131,7 +130,7 @@ class Download {
             .begin = [this](const HttpResponse& response) { return begin(response); },
             .receive = [this](std::string_view bytes) { return receive(bytes); }};
         const auto response = transferInProgram(request, receiver, _cycle.transfer);
-        auto error = response ? errorOfResponse(*response) : Status(response.error());
+        const auto error = response ? errorOfResponse(*response) : Status(response.error());
         if (!error) {
             return error;
         }
@@ -144,8 +143,11 @@ class Download {
                 return failure;
             }
         }
-        if (!wholeIsNeeded && !(response ? isTransient(response->status) : isTransient(*error))) {
-            return error;
+        const bool canPass = isTransient(*error) || (response && isTransient(response->status));
+        if (!wholeIsNeeded && !canPass) {
+            return error->code == NSFileWriteOutOfSpaceError
+                       ? outOfSpaceError(_folder, *_offer.size - _have)
+                       : error;
         }
         return pause(*error, response ? response->retryAfter : std::nullopt);
     }
@@ -173,6 +175,10 @@ class Download {
         if (response.status != 200 && response.status != 206) {
             return unexpectedStatus("the update's archive", response);
         }
+        if (_have < *_offer.size && !response.contentLength) {
+            return httpError(HttpError::connectionLost,
+                             "The connection was lost: the archive's end did not arrive.");
+        }
         if (_have < *_offer.size) {
             removeDownloads(_folder);
             return refused("it ends after " + std::to_string(_have) + " of " +
@@ -187,6 +193,7 @@ class Download {
                 return error;
             }
         }
+        _isFromOneResponse = _have == 0;
         if (response.contentLength && *response.contentLength > *_offer.size - _have) {
             return refused("the server has more than the " + std::to_string(*_offer.size) +
                            " offered bytes.");
@@ -207,21 +214,24 @@ class Download {
                            " offered bytes.");
         }
         if (auto error = _file.append(bytes)) {
-            return error->code == NSFileWriteOutOfSpaceError
-                       ? outOfSpaceError(_folder, *_offer.size - _have)
-                       : error;
+            return error;
         }
         addToDigests(bytes);
         _fetched += bytes.size();
         return std::nullopt;
     }
 
-    Status compareDigest() {
-        if (!equalIgnoringCase(_sha256.finish(), *_offer.sha256)) {
-            removeDownloads(_folder);
-            return refused("its SHA-256 is not the one in the offer.");
+    /// Called once for each complete part.
+    bool isOffered() { return equalIgnoringCase(_sha256.finish(), *_offer.sha256); }
+
+    /// After a complete part with another digest. If its bytes did not come in one response, a power
+    /// failure or a change on the server may have spoiled it: fetches the whole archive once.
+    Status startAgain() {
+        if (!_isFromOneResponse) {
+            return truncatePart();
         }
-        return std::nullopt;
+        removeDownloads(_folder);
+        return refused("its SHA-256 is not the one in the offer.");
     }
 
     const UpdateCycle& _cycle;
@@ -233,6 +243,7 @@ class Download {
     std::uint64_t _have = 0;      ///< The bytes in the part, all of them hashed.
     std::uint64_t _furthest = 0;  ///< The most bytes at the end of an earlier attempt.
     std::uint64_t _fetched = 0;
+    bool _isFromOneResponse = false;
     Digest _sha256{DigestAlgorithm::Sha256};
     Digest _digest{DigestAlgorithm::Blake2b256};
 };

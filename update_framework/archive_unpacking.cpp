@@ -14,8 +14,10 @@ Status unpackDownloadedArchive(const DownloadedArchive& archive,
                                const std::filesystem::path& folder,
                                std::chrono::milliseconds patience) {
     constexpr std::size_t kPieceSize = std::size_t{256} * 1024;
-    auto program =
-        ConfinedProgram::start({.name = "unpack", .folder = folder, .patience = patience});
+    auto program = ConfinedProgram::start({.name = "unpack",
+                                           .folder = folder,
+                                           .errorDomain = NSCocoaErrorDomain,
+                                           .patience = patience});
     if (!program) {
         return program.error();
     }

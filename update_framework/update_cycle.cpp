@@ -81,7 +81,8 @@ std::uint64_t sizeOfTree(const fs::path& folder) {
          walk.increment(unreadable)) {
         std::error_code unknown;
         const bool isFile = walk->symlink_status(unknown).type() == fs::file_type::regular;
-        sum += isFile ? fs::file_size(walk->path(), unknown) : 0;
+        const std::uint64_t size = isFile ? fs::file_size(walk->path(), unknown) : 0;
+        sum += unknown ? 0 : size;
     }
     return sum;
 }
@@ -138,9 +139,7 @@ Result<Bundle> unpackAndCheck(const UpdateCycle& cycle, const SQRLUpdate& offer,
                               const DownloadedArchive& archive) {
     const fs::path folder = stagingFolderFor(cycle.bundlePath);
     if (auto error = unpackDownloadedArchive(archive, folder, cycle.unpackPatience)) {
-        return error->code == NSFileWriteOutOfSpaceError
-                   ? outOfSpaceError(folder, spaceForTree(cycle, offer).front().bytes)
-                   : error;
+        return error;
     }
     auto bundle = cycle.matchingBundle(folder).subscribe();
     if (bundle) {
@@ -206,6 +205,10 @@ Result<StagedUpdate> stage(const UpdateCycle& cycle, const SQRLUpdate& offer,
         discardStaging(cycle.cacheFolder, cycle.bundlePath);
         if (isFaultOfArchive(staged.error()) || isRefusedBundle(staged.error())) {
             refuse(cycle, offer, Refusal::Bad, staged.error());
+        }
+        if (staged.error().code == NSFileWriteOutOfSpaceError) {
+            const auto needed = spaceForTree(cycle, offer).front();
+            return outOfSpaceError(needed.folder, needed.bytes);
         }
     }
     return staged;
@@ -286,12 +289,6 @@ Status unexpectedStatus(const std::string& what, const HttpResponse& response) {
             std::to_string(response.status) + (isEmpty ? " and an empty body: " : ": ") +
             escaped(response.url) +
             (response.proxy.empty() ? "" : " (through the proxy " + quoted(response.proxy) + ")"));
-}
-
-std::string userAgent(const std::string& program, const std::string& version) {
-    const auto [major, minor] = operatingSystemVersion();
-    return program + "/" + version + " (Linux " + std::to_string(major) + "." +
-           std::to_string(minor) + "; " + processorName() + ")";
 }
 
 Result<std::optional<std::string>> feedIn(HttpResponse response) {

@@ -57,9 +57,6 @@ Result<std::optional<std::string>> feedIn(HttpResponse response);
 /// Returns an error that names the status and the address of a response that is not the expected one.
 [[nodiscard]] Status unexpectedStatus(const std::string& what, const HttpResponse& response);
 
-/// Returns the value of the header "User-Agent": program, version and system.
-[[nodiscard]] std::string userAgent(const std::string& program, const std::string& version);
-
 /// Fetches the feed, verifies its offer, and downloads, unpacks, checks and stages the offered
 /// bundle. Returns nothing if the server offers no update. Blocks. Repeats requests that fail for
 /// reasons that can pass, for about three minutes.

@@ -1,5 +1,6 @@
 #include <atomic>
 
+#include "platform/core/text.h"
 #include "platform/system/application.h"
 #include "support/logger.h"
 #include "updater/client_updater.h"
@@ -25,8 +26,10 @@ void startCheck(ClientUpdater* updater) {
     Logger::sharedInstance().logMessage("[ClientUpdater::startChecksImmediately] do CheckUpdate");
     if (updater != nullptr) {
         updater->checkForUpdates([](const platform::Error& error) {
+            // The error may quote a feed that is not signed.
+            constexpr std::size_t kMost = 4000;
             Logger::sharedInstance().logMessage("Error checking for updates: " +
-                                                printedForm(error));
+                                                platform::escaped(printedForm(error), kMost));
         });
     }
 }

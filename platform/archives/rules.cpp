@@ -86,7 +86,12 @@ std::optional<std::string> refusalOfMode(unsigned mode) {
 }
 
 Utf8Names::Utf8Names()
-    : _locale(newlocale(LC_CTYPE_MASK, "C.UTF-8", locale_t{})), _previous(uselocale(_locale)) {}
+    : _locale(newlocale(LC_CTYPE_MASK, "C.UTF-8", locale_t{})) {
+    if (_locale == locale_t{}) {
+        _locale = newlocale(LC_CTYPE_MASK, "en_US.UTF-8", locale_t{});
+    }
+    _previous = uselocale(_locale);
+}
 
 Utf8Names::~Utf8Names() {
     uselocale(_previous);

@@ -48,7 +48,7 @@ class Utf8Names {
 
   private:
     locale_t _locale;
-    locale_t _previous;
+    locale_t _previous{};
 };
 
 /// Returns an error of `NSCocoaErrorDomain`.

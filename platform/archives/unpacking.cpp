@@ -77,6 +77,10 @@ Status ArchiveReader::refusal(std::string_view reason) const {
 }
 
 Status ArchiveReader::damage() const {
+    // libarchive has no common error number for it.
+    if (messageOf(_reader).find("memory") != std::string::npos) {
+        return errorFromErrno(ENOMEM, FileAccess::Read, _entryTitle + " could not be unpacked");
+    }
     return archiveError(NSFileReadCorruptFileError,
                         _entryTitle + " is damaged: " + messageOf(_reader) + ".");
 }

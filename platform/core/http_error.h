@@ -28,6 +28,7 @@ enum Code : std::int64_t {
     secureConnectionFailed = -1200,
     certificateHasBadDate = -1201,
     certificateUntrusted = -1202,
+    certificatesUnreadable = -1203,
     libraryMissing = -3001,  ///< libcurl can't be loaded.
 };
 }  // namespace HttpError

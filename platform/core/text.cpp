@@ -82,18 +82,20 @@ bool isValidUtf8(std::string_view bytes) {
     return true;
 }
 
-std::string escaped(std::string_view text) {
-    constexpr std::size_t kMost = 500;
+std::string escaped(std::string_view text, std::size_t most) {
     constexpr std::string_view kHexDigits = "0123456789ABCDEF";
     std::string result;
     while (!text.empty()) {
-        if (result.size() >= kMost) {
+        if (result.size() >= most) {
             return result + "…";
         }
         const auto byte = static_cast<std::uint8_t>(text.front());
         const std::size_t length = lengthOfCharacter(text);
-        if (length == 0 || byte < ' ' || byte == 0x7F) {
-            result += {'\\', 'x', kHexDigits[byte >> 4U], kHexDigits[byte & 0xFU]};
+        const bool isLateControl = length == 2 && byte == 0xC2 &&
+                                   static_cast<std::uint8_t>(text[1]) < 0xA0;  // U+0080 to U+009F
+        if (length == 0 || byte < ' ' || byte == 0x7F || isLateControl) {
+            const std::uint8_t shown = isLateControl ? static_cast<std::uint8_t>(text[1]) : byte;
+            result += {'\\', 'x', kHexDigits[shown >> 4U], kHexDigits[shown & 0xFU]};
         } else {
             result += text.substr(0, length);
         }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -18,9 +19,9 @@ inline constexpr const char* kMissingValueMark = "(null)";
 /// Returns the text between typographic quotation marks, for messages.
 [[nodiscard]] std::string quoted(const std::string& text);
 
-/// Returns untrusted text for a message: control characters and bytes that are not UTF-8 as \\xNN,
-/// truncated after about 500 bytes.
-[[nodiscard]] std::string escaped(std::string_view text);
+/// Returns untrusted text for a message: control characters and bytes that are not UTF-8 as \xNN,
+/// truncated after about `most` bytes.
+[[nodiscard]] std::string escaped(std::string_view text, std::size_t most = 500);
 
 /// Changes ASCII letters to lower case.
 [[nodiscard]] std::string lowerCase(std::string_view text);

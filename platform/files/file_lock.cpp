@@ -21,12 +21,12 @@ namespace fs = std::filesystem;
 constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
 
 /// Opens or creates the file, but does not follow a link.
-FileDescriptor openOrCreate(const fs::path& path) {
-    constexpr int kFlags = O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | O_NOFOLLOW;
+FileDescriptor openOrCreate(const fs::path& path, int creation = O_CREAT) {
+    const int flags = creation | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | O_NOFOLLOW;
     // Network file systems grant an exclusive lock only on a file that is open for writing.
-    FileDescriptor file(open(path.c_str(), O_RDWR | kFlags, kOwnerOnly));
+    FileDescriptor file(open(path.c_str(), O_RDWR | flags, kOwnerOnly));
     if (!file && (errno == EACCES || errno == EPERM || errno == EROFS)) {
-        file = FileDescriptor(open(path.c_str(), O_RDONLY | kFlags, kOwnerOnly));
+        file = FileDescriptor(open(path.c_str(), O_RDONLY | flags, kOwnerOnly));
     }
     return file;
 }
@@ -46,8 +46,12 @@ bool isOpenToOthers(const FileDescriptor& file) {
 FileDescriptor openLockFile(const fs::path& path) {
     FileDescriptor file = openOrCreate(path);
     const bool isReplaced = file ? isOpenToOthers(file) : errno == ELOOP;
-    if (isReplaced && unlink(path.c_str()) == 0) {
-        file = openOrCreate(path);
+    if (isReplaced) {
+        // Another user's file is never locked: that user could hold its lock for ever.
+        file.reset();
+        if (unlink(path.c_str()) == 0) {
+            file = openOrCreate(path, O_CREAT | O_EXCL);
+        }
     }
     return file;
 }

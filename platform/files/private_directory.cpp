@@ -64,18 +64,27 @@ Status preparePrivateDirectory(const std::filesystem::path& path) {
     if (!S_ISDIR(status.st_mode) || status.st_uid != geteuid()) {
         return failed(S_ISDIR(status.st_mode) ? EACCES : ENOTDIR);
     }
-    const bool wasOpen = (status.st_mode & (S_IRWXG | S_IRWXO)) != 0;
-    if ((status.st_mode & 07777U) != S_IRWXU && chmod(path.c_str(), S_IRWXU) != 0) {
+    constexpr mode_t kAllBits = 07777;
+    const mode_t before = status.st_mode & kAllBits;
+    if (before == S_IRWXU) {
+        return std::nullopt;
+    }
+    // The sticky bit marks a folder that is not yet empty, in case this process is killed.
+    if (chmod(path.c_str(), S_IRWXU | S_ISVTX) != 0 || lstat(path.c_str(), &status) != 0) {
         return failed(errno);
     }
+    if ((status.st_mode & kAllBits) == before && before != (S_IRWXU | S_ISVTX)) {
+        return std::nullopt;  // The file system has no permissions.
+    }
     std::error_code unreadable;
-    for (std::filesystem::directory_iterator walk(path, unreadable), end;
-         wasOpen && !unreadable && walk != end; walk.increment(unreadable)) {
+    for (std::filesystem::directory_iterator walk(path, unreadable), end; !unreadable && walk != end;
+         walk.increment(unreadable)) {
         if (auto error = removeTree(walk->path())) {
             return error;
         }
     }
-    return unreadable ? failed(unreadable.value()) : Status();
+    const bool isReady = !unreadable && chmod(path.c_str(), S_IRWXU) == 0;
+    return isReady ? Status() : failed(unreadable ? unreadable.value() : errno);
 }
 
 Status checkReplaceable(const std::filesystem::path& path) {

@@ -20,11 +20,17 @@ FileDescriptor openAt(const std::filesystem::path& path, int flags) {
                                  kOwnerOnly));
 }
 
+/// A file system without permissions keeps its own.
 bool isPrivate(const FileDescriptor& file) {
+    constexpr mode_t kOthers = S_IRWXG | S_IRWXO;
     struct stat status {};
-    return fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) &&
-           status.st_uid == geteuid() && status.st_nlink == 1 &&
-           (status.st_mode & (S_IRWXG | S_IRWXO)) == 0;
+    if (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
+        status.st_uid != geteuid() || status.st_nlink != 1) {
+        return false;
+    }
+    return (status.st_mode & kOthers) == 0 ||
+           (fchmod(file.get(), kOwnerOnly) == 0 && fstat(file.get(), &status) == 0 &&
+            (status.st_mode & kOthers) != 0);
 }
 
 std::array<std::int64_t, 5> traceOf(const struct stat& status) {

@@ -105,9 +105,12 @@ Status loadFunctions() {
 #undef FIND
     isComplete = isComplete && find(system_curl_easy_setopt, "curl_easy_setopt") &&
                  find(system_curl_easy_getinfo, "curl_easy_getinfo");
-    return isComplete && initialise(CURL_GLOBAL_DEFAULT) == CURLE_OK
+    if (!isComplete) {
+        return cannotBeUsed("it is older than version 7.63");
+    }
+    return initialise(CURL_GLOBAL_DEFAULT) == CURLE_OK
                ? Status()
-               : cannotBeUsed("it is older than version 7.63");
+               : cannotBeUsed("it could not be initialised");
 }
 
 }  // namespace

@@ -72,9 +72,10 @@ std::string proxyFor(const std::string& host) {
 
 std::string displayedProxy(const std::string& proxy) {
     const std::size_t scheme = proxy.find("://");
-    const std::string rest = scheme == proxy.npos ? proxy : proxy.substr(scheme + 3);
-    const std::string authority = rest.substr(0, rest.find('/'));
-    return authority.substr(authority.rfind('@') + 1);
+    std::string rest = scheme == proxy.npos ? proxy : proxy.substr(scheme + 3);
+    // A password may contain slashes.
+    rest = rest.substr(rest.rfind('@') + 1);
+    return rest.substr(0, rest.find('/'));
 }
 
 }  // namespace teravolant::platform

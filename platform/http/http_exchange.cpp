@@ -8,7 +8,7 @@
 // libcurl, because each target has to pass `HttpAddress` before it is contacted.
 //
 // `checkProgress`, which libcurl calls at least once a second, compares the bytes of the body with
-// the lowest rate over windows of the stall timeout. libcurl's own low-speed limit also counts bytes
+// the lowest rate, over the last six periods that make up the stall timeout. libcurl's own low-speed limit also counts bytes
 // that are no part of the body.
 #include "platform/http/http_exchange.h"
 
@@ -21,6 +21,7 @@
 #include <charconv>
 #include <map>
 #include <memory>
+#include <numeric>
 #include <utility>
 
 #include <curl/curl.h>
@@ -116,6 +117,7 @@ class Exchange {
     Status receive(std::string_view bytes);
     static int checkProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t);
     bool hasStalled();
+    void restartCount(Clock::time_point now);
     static curl_socket_t openSocket(void* self, curlsocktype purpose, curl_sockaddr* address);
 
     [[nodiscard]] Status tooLarge() const;
@@ -136,8 +138,10 @@ class Exchange {
     std::array<char, CURL_ERROR_SIZE> _message{};
     bool _prepared = true;
 
-    Clock::time_point _windowStart = Clock::now();
-    std::uint64_t _windowBytes = 0;  ///< Of the body, since the start of the window.
+    /// The bytes of the body in each of the last periods, the current one first.
+    std::array<std::uint64_t, 6> _bytesOfPeriods{};
+    std::size_t _periods = 0;  ///< The number of past periods.
+    Clock::time_point _periodStart = Clock::now();
 
     std::size_t _headerBytes = 0;                         ///< Of all responses.
     std::map<std::string, std::string> _receivedHeaders;  ///< By lower-case name.
@@ -284,21 +288,32 @@ int Exchange::checkProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl
     return isOver ? 1 : 0;
 }
 
-/// Until the connection is established, libcurl enforces the connect timeout instead.
+void Exchange::restartCount(Clock::time_point now) {
+    _bytesOfPeriods = {};
+    _periods = 0;
+    _periodStart = now;
+}
+
 bool Exchange::hasStalled() {
     curl_off_t connected = 0;
     curl_easy_getinfo(_easy, CURLINFO_PRETRANSFER_TIME_T, &connected);
     const auto now = Clock::now();
-    if (connected != 0 && now - _windowStart < _options.stallTimeout) {
+    if (connected == 0) {
+        // libcurl enforces the connect timeout.
+        restartCount(now);
         return false;
     }
-    const auto needed = std::chrono::duration_cast<std::chrono::milliseconds>(
-                            _options.stallTimeout * kLowestRate) /
-                        std::chrono::seconds(1);
-    const bool isSlow = connected != 0 && _windowBytes < static_cast<std::uint64_t>(needed);
-    _windowStart = now;
-    _windowBytes = 0;
-    return isSlow;
+    const auto count = _bytesOfPeriods.size();
+    if (now - _periodStart < _options.stallTimeout / count) {
+        return false;
+    }
+    const std::uint64_t received =
+        std::accumulate(_bytesOfPeriods.begin(), _bytesOfPeriods.end(), std::uint64_t{0});
+    const auto needed = _options.stallTimeout.count() * kLowestRate / 1000;
+    std::shift_right(_bytesOfPeriods.begin(), _bytesOfPeriods.end(), 1);
+    _bytesOfPeriods.front() = 0;
+    _periodStart = now;
+    return ++_periods >= count && received < static_cast<std::uint64_t>(needed);
 }
 
 curl_socket_t Exchange::openSocket(void* self, curlsocktype /*purpose*/, curl_sockaddr* address) {
@@ -342,7 +357,8 @@ Status Exchange::takeHead() {
         _response.contentLength = static_cast<std::uint64_t>(length);
     }
     if (retryAfter > 0) {
-        _response.retryAfter = std::chrono::seconds(retryAfter);
+        constexpr curl_off_t kOneDay = 86400;
+        _response.retryAfter = std::chrono::seconds(std::min(retryAfter, kOneDay));
     }
     if (isRedirect(_response.status)) {
         _redirect = header("location");
@@ -390,11 +406,11 @@ Status Exchange::receive(std::string_view bytes) {
         return tooLarge();
     }
     _received += bytes.size();
-    _windowBytes += bytes.size();
+    _bytesOfPeriods.front() += bytes.size();
     const auto before = Clock::now();
     error = _receiver.receive(bytes);
     // Time that the receiver needs, as for a slow disk, does not count as a stall of the server.
-    _windowStart += Clock::now() - before;
+    _periodStart += Clock::now() - before;
     return error;
 }
 
@@ -407,10 +423,15 @@ Status Exchange::tooLarge() const {
 Status Exchange::failure(CURLcode code) const {
     long verdict = 0;
     curl_easy_getinfo(_easy, CURLINFO_SSL_VERIFYRESULT, &verdict);
+    std::string explanation = _message.front() != '\0' ? _message.data() : curl_easy_strerror(code);
+    // It may contain the proxy with its password.
+    if (const std::size_t place = explanation.find(_proxy); !_proxy.empty() && place != _proxy.npos) {
+        explanation.replace(place, _proxy.size(), displayedProxy(_proxy));
+    }
     return errorOfTransfer(
         {.code = code,
          .host = host(),
-         .explanation = _message.front() != '\0' ? _message.data() : curl_easy_strerror(code),
+         .explanation = std::move(explanation),
          .certificateVerdict = verdict,
          .connectTimeout = _options.connectTimeout});
 }

@@ -52,10 +52,11 @@ Status errorOfTransfer(const FailedTransfer& failed) {
                                                       " seconds.");
         case CURLE_PEER_FAILED_VERIFICATION:
             return certificateError(failed, host);
-        case CURLE_SSL_CONNECT_ERROR:
         case CURLE_SSL_CACERT_BADFILE:
-        case CURLE_SSL_CIPHER:
-        case CURLE_SSL_CERTPROBLEM:
+            return httpError(HttpError::certificatesUnreadable,
+                             "The trusted certificates, which identify " + host +
+                                 ", could not be read" + reason);
+        case CURLE_SSL_CONNECT_ERROR:
             return httpError(
                 HttpError::secureConnectionFailed,
                 "A secure connection to " + host + " could not be established" + reason);

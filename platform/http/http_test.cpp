@@ -179,7 +179,7 @@ TEST_F(Http, DistinguishesCertificateFailures) {
     }
     std::filesystem::remove(trusted);
     const HttpServer server(always({}), authority.issue());
-    expectFailure(get(server.url("/")), secureConnectionFailed);
+    expectFailure(get(server.url("/")), certificatesUnreadable);
 }
 
 TEST_F(Http, UsesProxiesExceptForLoopback) {

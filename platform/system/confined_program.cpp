@@ -19,6 +19,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <utility>
 
 #include "platform/core/error.h"
@@ -34,14 +35,24 @@ constexpr int kFolderDescriptor = 3;
 
 std::atomic<bool> ranUnconfined = false;
 
-/// Whether the kernel sends the signal because of the program's own fault.
+/// Whether the kernel sends the signal because of a fault that the program's input causes. SIGBUS and
+/// SIGABRT can be the effect of a failing disk or of too little memory.
 bool isFault(int signal) {
-    for (const int fault : {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT, SIGSYS, SIGTRAP}) {
-        if (signal == fault) {
-            return true;
+    return signal == SIGSEGV || signal == SIGILL || signal == SIGFPE || signal == SIGSYS;
+}
+
+/// Waits a second for the process to end, and reaps it. Returns its wait status, or nothing if it still
+/// exists: even SIGKILL does not end a process that waits for a dead network file system.
+std::optional<int> statusOfEnded(pid_t child) {
+    constexpr int kTries = 100;
+    for (int tries = 0; tries < kTries; ++tries) {
+        int status = 0;
+        if (waitpid(child, &status, WNOHANG) != 0) {
+            return status;
         }
+        poll(nullptr, 0, 10);
     }
-    return false;
+    return std::nullopt;
 }
 
 /// Passes the variables of the caller with these names.
@@ -49,7 +60,10 @@ std::vector<std::string> environmentWith(const std::vector<std::string>& names) 
     std::vector<std::string> environment;
     for (const std::string& name : names) {
         if (const char* value = std::getenv(name.c_str())) {
-            environment.push_back(name + "=" + value);
+            // The program has another working directory.
+            const bool isRelativeFile = name == "SSL_CERT_FILE" && *value != '\0' && *value != '/';
+            environment.push_back(
+                name + "=" + (isRelativeFile ? std::filesystem::absolute(value).string() : value));
         }
     }
     return environment;
@@ -120,12 +134,11 @@ ConfinedProgram::ConfinedProgram(ConfinedProgram&& other) noexcept
 ConfinedProgram::~ConfinedProgram() {
     if (_child > 0) {
         kill(_child, SIGKILL);
-        waitForEnd(_child);
+        (void)statusOfEnded(_child);
     }
 }
 
-Status ConfinedProgram::waitUntilReady(short events) {
-    const auto end = std::chrono::steady_clock::now() + _settings.patience;
+Status ConfinedProgram::waitUntilReady(short events, Time end) {
     while (true) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(
             end - std::chrono::steady_clock::now());
@@ -146,16 +159,19 @@ Status ConfinedProgram::waitUntilReady(short events) {
 }
 
 Status ConfinedProgram::send(std::string_view bytes) {
+    const Time end = std::chrono::steady_clock::now() + _settings.patience;
     while (!bytes.empty()) {
         const ssize_t sent = ::send(_socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
         if (sent >= 0) {
             bytes.remove_prefix(static_cast<std::size_t>(sent));
         } else if (errno == EAGAIN) {
-            if (auto error = waitUntilReady(POLLOUT)) {
+            if (auto error = waitUntilReady(POLLOUT, end)) {
                 return error;
             }
-        } else if (errno != EINTR) {
+        } else if (errno == EPIPE || errno == ECONNRESET) {
             return std::nullopt;
+        } else if (errno != EINTR) {
+            return errorFromErrno(errno, FileAccess::Write, "A socket could not be written");
         }
     }
     return std::nullopt;
@@ -163,14 +179,14 @@ Status ConfinedProgram::send(std::string_view bytes) {
 
 void ConfinedProgram::endInput() { shutdown(_socket.get(), SHUT_WR); }
 
-Status ConfinedProgram::readExactly(char* bytes, std::size_t size) {
+Status ConfinedProgram::readExactly(char* bytes, std::size_t size, Time end) {
     while (size > 0) {
         const ssize_t count = read(_socket.get(), bytes, size);
         if (count > 0) {
             bytes += count;
             size -= static_cast<std::size_t>(count);
         } else if (count < 0 && errno == EAGAIN) {
-            if (auto error = waitUntilReady(POLLIN)) {
+            if (auto error = waitUntilReady(POLLIN, end)) {
                 return error;
             }
         } else if (count == 0 || errno != EINTR) {
@@ -180,9 +196,9 @@ Status ConfinedProgram::readExactly(char* bytes, std::size_t size) {
     return std::nullopt;
 }
 
-Result<ConfinedProgram::Received> ConfinedProgram::receiveFrame() {
+Result<ConfinedProgram::Received> ConfinedProgram::receiveFrame(Time end) {
     std::array<char, kFrameHeaderSize> header{};
-    if (auto error = readExactly(header.data(), header.size())) {
+    if (auto error = readExactly(header.data(), header.size(), end)) {
         return error;
     }
     const auto frame = frameIn({header.data(), header.size()});
@@ -193,44 +209,40 @@ Result<ConfinedProgram::Received> ConfinedProgram::receiveFrame() {
     if (_payload.size() < size) {
         _payload.resize(size);
     }
-    if (auto error = readExactly(_payload.data(), size)) {
+    if (auto error = readExactly(_payload.data(), size, end)) {
         return error;
     }
     return Received{.kind = kind, .payload = {_payload.data(), size}};
 }
 
 Result<ConfinedProgram::Received> ConfinedProgram::receive() {
-    auto received = receiveFrame();
+    const Time end = std::chrono::steady_clock::now() + _settings.patience;
+    auto received = receiveFrame(end);
     if (received && received->kind == FrameKind::Confinement) {
         ranUnconfined = ranUnconfined || received->payload != kFullConfinement;
-        received = receiveFrame();
+        received = receiveFrame(end);
     }
     if (!received || received->kind != FrameKind::Failure) {
         return received;
     }
     const auto ownError = decodedError(received->payload);
-    return ownError ? Result<Received>(*ownError) : Result<Received>(falseOutput());
+    return ownError && ownError->domain == _settings.errorDomain ? Result<Received>(*ownError)
+                                                                 : Result<Received>(falseOutput());
 }
 
 /// The program has closed its end. Gives it a moment to end by itself, so that its status is known.
 Status ConfinedProgram::endWithoutResult() {
-    constexpr int kMoment = 1000;
-    int status = 0;
-    for (int waited = 0; waitpid(_child, &status, WNOHANG) == 0; waited += 10) {
-        if (waited >= kMoment) {
-            kill(_child, SIGKILL);
-            waitForEnd(std::exchange(_child, -1));
-            return error(ProgramError::ended, "closed its output without a result");
-        }
-        poll(nullptr, 0, 10);
+    const auto status = statusOfEnded(_child);
+    if (!status) {
+        return error(ProgramError::ended, "closed its output without a result");
     }
     _child = -1;
-    if (!WIFSIGNALED(status)) {
+    if (!WIFSIGNALED(*status)) {
         return error(ProgramError::ended, "exited with status " +
-                                              std::to_string(WEXITSTATUS(status)) +
+                                              std::to_string(WEXITSTATUS(*status)) +
                                               " without a result");
     }
-    const int signal = WTERMSIG(status);
+    const int signal = WTERMSIG(*status);
     return error(isFault(signal) ? ProgramError::crashed : ProgramError::killed,
                  "was killed by signal " + std::to_string(signal) + " (" + strsignal(signal) + ")");
 }

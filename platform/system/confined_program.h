@@ -40,6 +40,7 @@ class ConfinedProgram {
         std::string name;
         std::vector<std::string> environment = {};  ///< Names of variables to pass on.
         std::filesystem::path folder = {};  ///< Open as its descriptor 3, unless empty.
+        std::string_view errorDomain = {};  ///< Of the program's own errors.
         /// For each call of `send` and `receive`. Then the program counts as hung.
         std::chrono::milliseconds patience = std::chrono::seconds(60);
     };
@@ -55,7 +56,7 @@ class ConfinedProgram {
     ConfinedProgram& operator=(ConfinedProgram&&) = delete;
     ~ConfinedProgram();
 
-    /// Sends bytes. Also succeeds if the program does not read any more: `receive` returns why.
+    /// Sends bytes. Also succeeds if the program has closed its end: `receive` returns why.
     [[nodiscard]] Status send(std::string_view bytes);
 
     /// Ends the program's input.
@@ -75,9 +76,11 @@ class ConfinedProgram {
   private:
     ConfinedProgram(Settings settings, FileDescriptor socket, int child);
 
-    Status readExactly(char* bytes, std::size_t size);
-    Status waitUntilReady(short events);
-    Result<Received> receiveFrame();
+    using Time = std::chrono::steady_clock::time_point;
+
+    Status readExactly(char* bytes, std::size_t size, Time end);
+    Status waitUntilReady(short events, Time end);
+    Result<Received> receiveFrame(Time end);
     Status endWithoutResult();
     [[nodiscard]] Status error(ProgramError::Code code, const std::string& what) const;
 

@@ -12,13 +12,14 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// `fetch` enforces the time limits itself, with errors that name the host. The caller's limit is
-/// longer, for a program that does not.
+/// `fetch` enforces the time limits itself, with errors that name the host. It notices a stall after at
+/// most 7/6 of the limit. The caller's limit is longer, for a program that does not.
 ConfinedProgram::Settings settingsFor(const HttpOptions& options) {
     return {.name = "fetch",
             .environment = {"SSL_CERT_FILE", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY",
                             "no_proxy", "NO_PROXY"},
-            .patience = options.connectTimeout + options.stallTimeout + options.stallTimeout / 6};
+            .errorDomain = kHttpErrorDomain,
+            .patience = options.connectTimeout + options.stallTimeout + options.stallTimeout / 3};
 }
 
 /// Receives one response and passes its body on.

@@ -32,9 +32,12 @@ OperatingSystemVersion operatingSystemVersion() {
     return {majorVersion, takeNumber(release)};
 }
 
-std::string processorName() {
+std::string userAgent(const std::string& program, const std::string& version) {
     utsname system{};
-    return uname(&system) == 0 ? system.machine : "unknown";
+    const std::string machine = uname(&system) == 0 ? system.machine : "unknown";
+    const auto [major, minor] = operatingSystemVersion();
+    return program + "/" + version + " (Linux " + std::to_string(major) + "." +
+           std::to_string(minor) + "; " + machine + ")";
 }
 
 }  // namespace teravolant::platform

@@ -13,7 +13,7 @@ struct OperatingSystemVersion {
 /// version of a distribution is not used, because it does not always have two numbers.
 [[nodiscard]] OperatingSystemVersion operatingSystemVersion();
 
-/// Returns the name of the processor's architecture, for example "x86_64".
-[[nodiscard]] std::string processorName();
+/// Returns the value of the header "User-Agent": program, version, system and architecture.
+[[nodiscard]] std::string userAgent(const std::string& program, const std::string& version);
 
 }  // namespace teravolant::platform

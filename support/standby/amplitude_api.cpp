@@ -7,6 +7,7 @@
 #include "platform/core/error.h"
 #include "platform/core/text.h"
 #include "platform/system/console_log.h"
+#include "platform/system/operating_system.h"
 #include "support/standby/http_background.h"
 
 namespace teravolant {
@@ -35,7 +36,9 @@ void AmplitudeApi::sendEvent(const AmplitudeEvent* event, std::string_view host)
     platform::HttpRequest request{
         .url = "https://" + std::string(host) + "/2/httpapi",
         .method = platform::HttpMethod::Post,
-        .headers = {{"Content-Type", "application/json"}, {"Accept", "application/json"}},
+        .headers = {{"Content-Type", "application/json"},
+                    {"Accept", "application/json"},
+                    {"User-Agent", platform::userAgent("Teravolant", AmplitudeEvent::getAppVersion())}},
         .body = event->dataValue().value_or("")};
     sendHttpRequestInBackground(std::move(request), {.maximumBodySize = kMaximumResponseSize},
                                 &AmplitudeApi::answerReceived);
