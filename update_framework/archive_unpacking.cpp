@@ -43,8 +43,8 @@ bool isFaultOfArchive(const Error& error) {
     if (error.domain == kProgramErrorDomain) {
         return error.code == ProgramError::crashed;
     }
-    return error.domain == NSCocoaErrorDomain && (error.code == NSFileReadCorruptFileError ||
-                                                  error.code == NSFileReadTooLargeError);
+    return error.domain == NSCocoaErrorDomain &&
+           (error.code == NSFileReadCorruptFileError || error.code == NSFileReadTooLargeError);
 }
 
 }  // namespace teravolant::platform

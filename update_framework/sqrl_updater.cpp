@@ -115,7 +115,8 @@ Result<std::optional<StagedUpdate>> SQRLUpdater::runCycle() {
     auto staged = runUpdateCycle(makeCycle());
     static std::atomic<bool> told = false;
     if (ConfinedProgram::anyRanUnconfined() && !told.exchange(true)) {
-        log("this kernel lacks seccomp or Landlock: programs that read untrusted bytes are confined "
+        log("this kernel lacks seccomp or Landlock: programs that read untrusted bytes are "
+            "confined "
             "in part only");
     }
     return staged;

@@ -32,8 +32,8 @@ struct UpdateCycle {
     std::function<void()> downloadBegins;  ///< Called before the archive is downloaded.
     /// Returns the time of the monotonic clock that `pauseUntil` uses.
     std::function<Clock::Time()> now;
-    /// Blocks until `time`. Releases the locks of the cycle and acquires them again afterwards. Fails
-    /// if another process has a lock by then, or has replaced the bundle.
+    /// Blocks until `time`. Releases the locks of the cycle and acquires them again afterwards.
+    /// Fails if another process has a lock by then, or has replaced the bundle.
     std::function<Status(Clock::Time time)> pauseUntil;
     std::function<void(const std::string& message)> log;
     std::function<std::chrono::sys_seconds()> wallTime;
@@ -54,7 +54,8 @@ Result<std::optional<std::string>> feedIn(HttpResponse response);
 [[nodiscard]] Status pauseBeforeRetry(const UpdateCycle& cycle, Clock::Time next,
                                       const Error& error);
 
-/// Returns an error that names the status and the address of a response that is not the expected one.
+/// Returns an error that names the status and the address of a response that is not the expected
+/// one.
 [[nodiscard]] Status unexpectedStatus(const std::string& what, const HttpResponse& response);
 
 /// Returns the value of the header "User-Agent": program, version and system.

@@ -27,8 +27,8 @@ void addIfPresent(Fields& fields, const char* name, const std::optional<std::str
     }
 }
 
-/// Reads the fields of one payload. A field that is missing or malformed makes it invalid, unless it
-/// is optional and missing.
+/// Reads the fields of one payload. A field that is missing or malformed makes it invalid, unless
+/// it is optional and missing.
 class FieldReader {
   public:
     explicit FieldReader(std::string_view payload) {

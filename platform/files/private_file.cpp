@@ -15,9 +15,8 @@ namespace {
 constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
 
 FileDescriptor openAt(const std::filesystem::path& path, int flags) {
-    return FileDescriptor(::open(path.c_str(),
-                                 O_RDWR | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | flags,
-                                 kOwnerOnly));
+    return FileDescriptor(::open(
+        path.c_str(), O_RDWR | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | flags, kOwnerOnly));
 }
 
 bool isPrivate(const FileDescriptor& file) {

@@ -19,9 +19,9 @@ class PrivateFile {
     /// No file.
     PrivateFile() = default;
 
-    /// Opens the file at `path` for reading and appending. Removes an item that another user may have
-    /// prepared, and creates a new file: a link, a file of another user, with another name, or open
-    /// to others.
+    /// Opens the file at `path` for reading and appending. Removes an item that another user may
+    /// have prepared, and creates a new file: a link, a file of another user, with another name, or
+    /// open to others.
     static Result<PrivateFile> open(const std::filesystem::path& path);
 
     /// Passes all bytes from the beginning to `receive`, whose error ends the reading.

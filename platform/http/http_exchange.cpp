@@ -2,14 +2,15 @@
 //
 // `receiveHeader` collects the headers of the last response that libcurl receives: earlier ones are
 // interim responses. `receiveBytes` gets the body. Its first bytes show that the head is complete:
-// `takeHead` checks it then, or at the end of a response without a body. A callback ends the transfer
-// when it returns an error, either after it left an error in `_error`, which takes precedence over
-// libcurl's result, or because the body is not wanted, which is a success. Redirects are not left to
-// libcurl, because each target has to pass `HttpAddress` before it is contacted.
+// `takeHead` checks it then, or at the end of a response without a body. A callback ends the
+// transfer when it returns an error, either after it left an error in `_error`, which takes
+// precedence over libcurl's result, or because the body is not wanted, which is a success.
+// Redirects are not left to libcurl, because each target has to pass `HttpAddress` before it is
+// contacted.
 //
 // `checkProgress`, which libcurl calls at least once a second, compares the bytes of the body with
-// the lowest rate over windows of the stall timeout. libcurl's own low-speed limit also counts bytes
-// that are no part of the body.
+// the lowest rate over windows of the stall timeout. libcurl's own low-speed limit also counts
+// bytes that are no part of the body.
 #include "platform/http/http_exchange.h"
 
 #include <arpa/inet.h>
@@ -122,7 +123,8 @@ class Exchange {
     [[nodiscard]] Status failure(CURLcode code) const;
     [[nodiscard]] std::string host() const {
         return quoted(_address.displayedHost()) +
-               (_proxy.empty() ? "" : " (through the proxy " + quoted(displayedProxy(_proxy)) + ")");
+               (_proxy.empty() ? ""
+                               : " (through the proxy " + quoted(displayedProxy(_proxy)) + ")");
     }
 
     CURL* _easy;
@@ -251,9 +253,9 @@ std::size_t Exchange::receiveHeader(char* bytes, std::size_t size, std::size_t c
 Status Exchange::addReceivedHeader(std::string_view line) {
     _headerBytes += line.size();
     if (_headerBytes > kMostHeaderBytes) {
-        return httpError(HttpError::badResponse, host() + " sent more than " +
-                                                     std::to_string(kMostHeaderBytes) +
-                                                     " bytes of headers.");
+        return httpError(
+            HttpError::badResponse,
+            host() + " sent more than " + std::to_string(kMostHeaderBytes) + " bytes of headers.");
     }
     if (line.starts_with("HTTP/")) {
         _receivedHeaders.clear();
@@ -289,9 +291,9 @@ bool Exchange::hasStalled() {
     if (connected != 0 && now - _windowStart < _options.stallTimeout) {
         return false;
     }
-    const auto needed = std::chrono::duration_cast<std::chrono::milliseconds>(
-                            _options.stallTimeout * kLowestRate) /
-                        std::chrono::seconds(1);
+    const auto needed =
+        std::chrono::duration_cast<std::chrono::milliseconds>(_options.stallTimeout * kLowestRate) /
+        std::chrono::seconds(1);
     const bool isSlow = connected != 0 && _windowBytes < static_cast<std::uint64_t>(needed);
     _windowStart = now;
     _windowBytes = 0;

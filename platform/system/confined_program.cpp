@@ -1,9 +1,9 @@
 // The caller's end of a confined program.
 //
-// Both ends of one Unix-domain socket carry all data. The caller's end does not block: each send and
-// each read waits with poll for at most the patience. A program that ends closes its end, which the
-// caller sees as the end of the input. Only then, or after SIGKILL, the caller waits for the process,
-// so that a program which closes its end but continues to run cannot block the caller.
+// Both ends of one Unix-domain socket carry all data. The caller's end does not block: each send
+// and each read waits with poll for at most the patience. A program that ends closes its end, which
+// the caller sees as the end of the input. Only then, or after SIGKILL, the caller waits for the
+// process, so that a program which closes its end but continues to run cannot block the caller.
 #include "platform/system/confined_program.h"
 
 #include <fcntl.h>
@@ -57,9 +57,9 @@ std::vector<std::string> environmentWith(const std::vector<std::string>& names) 
 
 Result<pid_t> spawn(const ConfinedProgram::Settings& settings, int socket) {
     const bool hasFolder = !settings.folder.empty();
-    const FileDescriptor folder(hasFolder ? open(settings.folder.c_str(), O_RDONLY | O_DIRECTORY |
-                                                                              O_NOFOLLOW | O_CLOEXEC)
-                                          : -1);
+    const FileDescriptor folder(
+        hasFolder ? open(settings.folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)
+                  : -1);
     if (hasFolder && !folder) {
         return writeError(errno, settings.folder.native());
     }
@@ -83,9 +83,9 @@ Result<pid_t> spawn(const ConfinedProgram::Settings& settings, int socket) {
     pointers.push_back(nullptr);
     pid_t child = -1;
     // The program compares this number with its parent's, in case the parent is already gone.
-    if (auto error = spawnProgram(Bundle::mainBundle().helpersPath() / settings.name,
-                                  {std::to_string(getpid())}, spawnSettings, pointers.data(),
-                                  child)) {
+    if (auto error =
+            spawnProgram(Bundle::mainBundle().helpersPath() / settings.name,
+                         {std::to_string(getpid())}, spawnSettings, pointers.data(), child)) {
         return error;
     }
     return child;
@@ -127,17 +127,17 @@ ConfinedProgram::~ConfinedProgram() {
 Status ConfinedProgram::waitUntilReady(short events) {
     const auto end = std::chrono::steady_clock::now() + _settings.patience;
     while (true) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(
-            end - std::chrono::steady_clock::now());
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
         pollfd socket{.fd = _socket.get(), .events = events, .revents = 0};
         const int ready = poll(&socket, 1, static_cast<int>(std::max(left.count(), 0L)));
         if (ready > 0) {
             return std::nullopt;
         }
         if (ready == 0) {
-            return error(ProgramError::hung,
-                         "did not respond within " +
-                             std::to_string(_settings.patience.count() / 1000) + " seconds");
+            return error(ProgramError::hung, "did not respond within " +
+                                                 std::to_string(_settings.patience.count() / 1000) +
+                                                 " seconds");
         }
         if (errno != EINTR) {
             return errorFromErrno(errno, FileAccess::Read, "A socket could not be read");
@@ -226,9 +226,9 @@ Status ConfinedProgram::endWithoutResult() {
     }
     _child = -1;
     if (!WIFSIGNALED(status)) {
-        return error(ProgramError::ended, "exited with status " +
-                                              std::to_string(WEXITSTATUS(status)) +
-                                              " without a result");
+        return error(
+            ProgramError::ended,
+            "exited with status " + std::to_string(WEXITSTATUS(status)) + " without a result");
     }
     const int signal = WTERMSIG(status);
     return error(isFault(signal) ? ProgramError::crashed : ProgramError::killed,

@@ -39,7 +39,7 @@ class ConfinedProgram {
     struct Settings {
         std::string name;
         std::vector<std::string> environment = {};  ///< Names of variables to pass on.
-        std::filesystem::path folder = {};  ///< Open as its descriptor 3, unless empty.
+        std::filesystem::path folder = {};          ///< Open as its descriptor 3, unless empty.
         /// For each call of `send` and `receive`. Then the program counts as hung.
         std::chrono::milliseconds patience = std::chrono::seconds(60);
     };
@@ -61,15 +61,15 @@ class ConfinedProgram {
     /// Ends the program's input.
     void endInput();
 
-    /// Returns the next frame other than `Confinement`. Fails with an error of `kProgramErrorDomain`,
-    /// or with the program's own error if the frame is `Failure`.
+    /// Returns the next frame other than `Confinement`. Fails with an error of
+    /// `kProgramErrorDomain`, or with the program's own error if the frame is `Failure`.
     Result<Received> receive();
 
     /// Returns an error for output that the program must not write.
     [[nodiscard]] Status falseOutput() const;
 
-    /// Whether a program of this process has reported a kernel that lacks a part of its confinement.
-    /// May be called from any thread.
+    /// Whether a program of this process has reported a kernel that lacks a part of its
+    /// confinement. May be called from any thread.
     [[nodiscard]] static bool anyRanUnconfined();
 
   private:

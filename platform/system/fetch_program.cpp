@@ -91,8 +91,10 @@ class ResponseReader {
         if (now - _windowStart < _patience) {
             return false;
         }
-        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(_options.stallTimeout);
-        const bool isSlow = _windowBytes < kLowestRate * static_cast<std::uint64_t>(seconds.count());
+        const auto seconds =
+            std::chrono::duration_cast<std::chrono::seconds>(_options.stallTimeout);
+        const bool isSlow =
+            _windowBytes < kLowestRate * static_cast<std::uint64_t>(seconds.count());
         _windowStart = now;
         _windowBytes = 0;
         return isSlow;

@@ -66,7 +66,8 @@ TaskResult runToEndOfOutput(const fs::path& executable, const std::vector<std::s
     SpawnSettings settings;
     posix_spawn_file_actions_adddup2(&settings.actions, input.get(), STDOUT_FILENO);
     pid_t child = 0;
-    auto launchError = spawnProgram(programOnThisMachine(executable), arguments, settings, environ, child);
+    auto launchError =
+        spawnProgram(programOnThisMachine(executable), arguments, settings, environ, child);
     input.reset();
     if (launchError) {
         return {{}, std::move(launchError)};

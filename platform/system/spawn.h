@@ -33,8 +33,8 @@ class SpawnSettings {
                                   const SpawnSettings& settings, char* const* environment,
                                   pid_t& child);
 
-/// Waits for the child process to end and reaps it. Returns its wait status, or nothing if it is not
-/// a child of the caller.
+/// Waits for the child process to end and reaps it. Returns its wait status, or nothing if it is
+/// not a child of the caller.
 std::optional<int> waitForEnd(pid_t child);
 
 }  // namespace teravolant::platform
