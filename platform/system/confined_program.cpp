@@ -81,14 +81,9 @@ Result<pid_t> spawn(const ConfinedProgram::Settings& settings, int socket) {
         pointers.push_back(variable.data());
     }
     pointers.push_back(nullptr);
-    pid_t child = -1;
     // The program compares this number with its parent's, in case the parent is already gone.
-    if (auto error =
-            spawnProgram(Bundle::mainBundle().helpersPath() / settings.name,
-                         {std::to_string(getpid())}, spawnSettings, pointers.data(), child)) {
-        return error;
-    }
-    return child;
+    return spawnProgram(Bundle::mainBundle().helpersPath() / settings.name,
+                        {std::to_string(getpid())}, spawnSettings, pointers.data());
 }
 
 }  // namespace
