@@ -89,6 +89,7 @@ Status serve() {
     if (!response) {
         return response.error();
     }
+    // The transfer does not announce a body that is not wanted.
     if (!hasBegun) {
         (void)begin(*response);
     }

@@ -151,13 +151,13 @@ class Download {
         if (!next) {
             return error;
         }
-        if (auto failure = _file.note()) {
+        if (auto failure = _file.recordState()) {
             return failure;
         }
         if (auto failure = pauseBeforeRetry(_cycle, *next, error)) {
             return failure;
         }
-        return _file.isAsNoted() ? Status() : openPart();
+        return _file.isUnchanged() ? Status() : openPart();
     }
 
     Status errorOfResponse(const HttpResponse& response) {

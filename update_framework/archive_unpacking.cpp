@@ -36,7 +36,7 @@ Status unpackDownloadedArchive(const DownloadedArchive& archive,
     if (!result) {
         return result.error();
     }
-    return result->kind == FrameKind::End ? Status() : program->falseOutput();
+    return result->kind == FrameKind::End ? Status() : program->invalidOutput();
 }
 
 bool isFaultOfArchive(const Error& error) {

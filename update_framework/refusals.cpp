@@ -53,7 +53,7 @@ bool isOver(const Entry& entry, sys_seconds now) {
     return now < entry.time || now >= entry.time + pauseAfter(entry);
 }
 
-/// Returns RFC 3339 in UTC.
+/// Returns the time in UTC as RFC 3339 writes it.
 std::string textOf(sys_seconds time) {
     const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
     std::tm parts{};

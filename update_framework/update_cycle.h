@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -25,7 +24,7 @@ struct UpdateCycle {
     std::filesystem::path bundlePath;  ///< The running bundle, which the update replaces.
     std::string bundleIdentifier;
     std::string bundleVersion;
-    std::vector<std::string> publicKeys;
+    std::vector<std::string> publicKeys;  ///< Ed25519, base64.
     std::filesystem::path cacheFolder;
     std::function<RACSignal<SQRLUpdate>(std::string body)> updateFromJSONData;
     std::function<RACSignal<Bundle>(std::filesystem::path folder)> matchingBundle;
@@ -36,7 +35,7 @@ struct UpdateCycle {
     /// Fails if another process has a lock by then, or has replaced the bundle.
     std::function<Status(Clock::Time time)> pauseUntil;
     std::function<void(const std::string& message)> log;
-    std::function<std::chrono::sys_seconds()> wallTime;
+    std::function<std::chrono::sys_seconds()> wallTime;  ///< Returns the computer's clock.
     HttpOptions transfer = {};  ///< Its time limits apply to every request.
     /// How long `unpack` may take without a read or a result.
     std::chrono::milliseconds unpackPatience = std::chrono::minutes(1);

@@ -24,7 +24,7 @@ struct HttpHeader {
 
 enum class HttpMethod : std::uint8_t { Get, Post };
 
-/// Which bodies the receiver gets: those of 200 and 206 only, or those of every status.
+/// Which bodies the receiver gets: those of every status, or those of 200 and 206 only.
 enum class WantedBodies : std::uint8_t { All, Contents };
 
 /// Requests the remainder of a partly downloaded body (RFC 9110, section 14).

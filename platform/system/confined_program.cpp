@@ -36,15 +36,11 @@ std::atomic<bool> ranUnconfined = false;
 
 /// Whether the kernel sends the signal because of the program's own fault.
 bool isFault(int signal) {
-    for (const int fault : {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT, SIGSYS, SIGTRAP}) {
-        if (signal == fault) {
-            return true;
-        }
-    }
-    return false;
+    constexpr std::array kFaults = {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT, SIGSYS, SIGTRAP};
+    return std::ranges::find(kFaults, signal) != kFaults.end();
 }
 
-/// Passes the variables of the caller with these names.
+/// Returns those variables of the caller's environment that are set.
 std::vector<std::string> environmentWith(const std::vector<std::string>& names) {
     std::vector<std::string> environment;
     for (const std::string& name : names) {
@@ -182,7 +178,7 @@ Result<ConfinedProgram::Received> ConfinedProgram::receiveFrame() {
     }
     const auto frame = frameIn({header.data(), header.size()});
     if (!frame) {
-        return falseOutput();
+        return invalidOutput();
     }
     const auto& [kind, size] = *frame;
     if (_payload.size() < size) {
@@ -204,15 +200,16 @@ Result<ConfinedProgram::Received> ConfinedProgram::receive() {
         return received;
     }
     const auto ownError = decodedError(received->payload);
-    return ownError ? Result<Received>(*ownError) : Result<Received>(falseOutput());
+    return ownError ? Result<Received>(*ownError) : Result<Received>(invalidOutput());
 }
 
-/// The program has closed its end. Gives it a moment to end by itself, so that its status is known.
+/// Returns the error of a program that has closed its end. Waits up to a second for it to exit, so
+/// that its status is known.
 Status ConfinedProgram::endWithoutResult() {
-    constexpr int kMoment = 1000;
+    constexpr int kLongestWait = 1000;  // milliseconds
     int status = 0;
     for (int waited = 0; waitpid(_child, &status, WNOHANG) == 0; waited += 10) {
-        if (waited >= kMoment) {
+        if (waited >= kLongestWait) {
             kill(_child, SIGKILL);
             waitForEnd(std::exchange(_child, -1));
             return error(ProgramError::ended, "closed its output without a result");
@@ -230,8 +227,8 @@ Status ConfinedProgram::endWithoutResult() {
                  "was killed by signal " + std::to_string(signal) + " (" + strsignal(signal) + ")");
 }
 
-Status ConfinedProgram::falseOutput() const {
-    return error(ProgramError::falseOutput, "wrote output that it must not write");
+Status ConfinedProgram::invalidOutput() const {
+    return error(ProgramError::invalidOutput, "wrote output that it must not write");
 }
 
 Status ConfinedProgram::error(ProgramError::Code code, const std::string& what) const {
