@@ -75,6 +75,7 @@ class SQRLUpdater : public std::enable_shared_from_this<SQRLUpdater> {
     virtual Result<std::optional<StagedUpdate>> runCycle();
 
   protected:
+    /// Returns the input of a cycle, whose operations use this updater.
     [[nodiscard]] virtual UpdateCycle makeCycle();
 
   private:

@@ -8,7 +8,7 @@ namespace teravolant::platform {
 /// called from several threads at once.
 ///
 /// Checks what the program writes: a body begins where it was requested, has at most the permitted
-/// and exactly the announced number of bytes, and arrives at the lowest rate. Passes the
+/// and exactly the announced number of bytes, and arrives at `kLowestRate` or faster. Passes the
 /// certificates and proxies of the environment to the program.
 HttpTransfer transferInProgram;
 
