@@ -64,8 +64,7 @@ TaskResult runToEndOfOutput(const fs::path& executable, const std::vector<std::s
 
     SpawnSettings settings;
     posix_spawn_file_actions_adddup2(&settings.actions, input.get(), STDOUT_FILENO);
-    const auto child =
-        spawnProgram(programOnThisMachine(executable), arguments, settings, environ);
+    const auto child = spawnProgram(programOnThisMachine(executable), arguments, settings, environ);
     input.reset();
     if (!child) {
         return {{}, child.error()};

@@ -32,8 +32,8 @@ void SpawnSettings::detach() {
 }
 
 Result<pid_t> spawnProgram(const std::filesystem::path& executable,
-                           const std::vector<std::string>& arguments,
-                           const SpawnSettings& settings, char* const* environment) {
+                           const std::vector<std::string>& arguments, const SpawnSettings& settings,
+                           char* const* environment) {
     std::vector<char*> argumentVector = {const_cast<char*>(executable.c_str())};
     for (const std::string& argument : arguments) {
         argumentVector.push_back(const_cast<char*>(argument.c_str()));

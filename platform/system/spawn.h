@@ -27,8 +27,8 @@ class SpawnSettings {
 };
 
 /// Starts a program, searched for in `PATH` if its name has no slash. `environment` is a vector of
-/// "NAME=VALUE" with a null at its end, like `environ`. Returns the process id of the child, which the
-/// caller reaps. Fails if the program cannot be executed.
+/// "NAME=VALUE" with a null at its end, like `environ`. Returns the process id of the child, which
+/// the caller reaps. Fails if the program cannot be executed.
 [[nodiscard]] Result<pid_t> spawnProgram(const std::filesystem::path& executable,
                                          const std::vector<std::string>& arguments,
                                          const SpawnSettings& settings, char* const* environment);
