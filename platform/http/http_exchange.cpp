@@ -115,7 +115,8 @@ class Exchange {
     [[nodiscard]] std::optional<std::string> header(const char* name) const;
     static std::size_t receiveBytes(char* bytes, std::size_t size, std::size_t count, void* self);
     Status receive(std::string_view bytes);
-    static int checkProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t);
+    static int checkProgress(void* self, curl_off_t /*size*/, curl_off_t /*got*/,
+                             curl_off_t /*toSend*/, curl_off_t /*sent*/);
     bool hasStalled();
     static curl_socket_t openSocket(void* self, curlsocktype purpose, curl_sockaddr* address);
 
@@ -267,7 +268,8 @@ Status Exchange::addReceivedHeader(std::string_view line) {
     return std::nullopt;
 }
 
-int Exchange::checkProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+int Exchange::checkProgress(void* self, curl_off_t /*size*/, curl_off_t /*got*/,
+                            curl_off_t /*toSend*/, curl_off_t /*sent*/) {
     auto& exchange = *static_cast<Exchange*>(self);
     if (exchange._options.stop.stop_requested()) {
         exchange._error = httpError(HttpError::cancelled, "The transfer was cancelled.");
@@ -424,7 +426,7 @@ Result<HttpExchange> exchangeOverHttp(void* handle, const HttpAddress& address,
     }
     Exchange exchange(handle, address, request, options, receiver);
     if (auto error = exchange.run()) {
-        return std::move(*error);
+        return error;
     }
     return exchange.takeResult();
 }

@@ -73,6 +73,7 @@ Result<pid_t> spawn(const ConfinedProgram::Settings& settings, int socket) {
 
     auto environment = environmentWith(settings.environment);
     std::vector<char*> pointers;
+    pointers.reserve(environment.size() + 1);
     for (std::string& variable : environment) {
         pointers.push_back(variable.data());
     }

@@ -185,7 +185,8 @@ void denyAdministration(Filter& filter) {
 
 void denyChangesOfFiles(Filter& filter) {
     filter.add(kAbsent, {SCMP_SYS(openat2)});
-    for (const std::uint64_t flag : {O_WRONLY, O_RDWR, O_CREAT, O_TRUNC}) {
+    for (const auto flag :
+         std::initializer_list<std::uint64_t>{O_WRONLY, O_RDWR, O_CREAT, O_TRUNC}) {
         filter.add(kDeny, SCMP_SYS(open), masked(1, flag, flag));
         filter.add(kDeny, SCMP_SYS(openat), masked(2, flag, flag));
     }
@@ -235,7 +236,8 @@ bool filterCallsOfUnpack() {
     // A folder to walk through, or a new file.
     filter.add(kAllow, SCMP_SYS(openat), masked(2, O_DIRECTORY | O_ACCMODE | O_CREAT, O_DIRECTORY));
     filter.add(kAllow, SCMP_SYS(openat), masked(2, O_CREAT | O_EXCL, O_CREAT | O_EXCL));
-    for (const std::uint32_t command : {F_DUPFD_CLOEXEC, F_GETFD, F_SETFD, F_GETFL}) {
+    for (const auto command :
+         std::initializer_list<std::uint32_t>{F_DUPFD_CLOEXEC, F_GETFD, F_SETFD, F_GETFL}) {
         filter.add(kAllow, SCMP_SYS(fcntl), is(1, command));
     }
     for (const int call : {SCMP_SYS(mmap), SCMP_SYS(mprotect)}) {
