@@ -46,7 +46,8 @@ void checkOffer(const SQRLUpdate& offer) {
     const auto address = platform::HttpAddress::parse(offer.updateURL);
     require(address || address.error().code != platform::HttpError::unsupportedUrl,
             "the download accepts the scheme and host that the feed accepts");
-    const auto refusal = platform::verifyOffer(offer, "http://localhost/", "com.zelto.teravolant.updater", {kPublicKey});
+    const auto refusal = platform::verifyOffer(offer, "http://localhost/",
+                                               "com.zelto.teravolant.updater", {kPublicKey});
     require(refusal || (offer.version == kSignedVersion && offer.size == kSignedSize &&
                         platform::equalIgnoringCase(*offer.sha256, kSignedSha256)),
             "only the signed offer is accepted");

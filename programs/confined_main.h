@@ -10,16 +10,17 @@
 // What the programs `fetch` and `unpack` share: they write frames to their standard output.
 namespace teravolant {
 
-/// Returns the process id of the launcher, the program's one argument. Prints a usage error and
-/// returns nothing if a person started the program.
+/// Returns the process id of the launcher, which is the only argument. Prints a usage error and
+/// returns nothing for other arguments.
 std::optional<int> launcherIn(int argc, const char* const* argv);
 
-/// Ends the process if the launcher does not read any more.
+/// Writes one frame. Exits with status 1 if the launcher does not read any more.
 void writeFrame(platform::FrameKind kind, std::string_view payload);
 
+/// Writes the first frame.
 void reportConfinement(const platform::Confinement& confinement);
 
-/// Writes the result and ends the process.
+/// Writes the end or the error as the last frame and exits with status 0.
 [[noreturn]] void finish(const platform::Status& result);
 
 }  // namespace teravolant

@@ -1,6 +1,6 @@
-// fetch LAUNCHER: sends one HTTP request and writes its response, for the launcher with that process
-// id. Reads the request from standard input: a frame, then the request's body. Writes frames: the
-// confinement, the head of the response, its body in pieces, and the end or an error.
+// fetch LAUNCHER: sends one HTTP request and writes its response, for the launcher with that
+// process id. Reads the request from standard input: a frame, then the request's body. Writes
+// frames: the confinement, the head of the response, its body in pieces, and the end or an error.
 //
 // The program confines itself first. Afterwards it can read files and use the network, but neither
 // change a file nor start a program.
@@ -69,9 +69,10 @@ Status serve() {
     const std::string input = readInput();
     const auto header = frameIn(std::string_view(input).substr(0, kFrameHeaderSize));
     const std::size_t end = header ? kFrameHeaderSize + header->second : 0;
-    auto decoded = header && end <= input.size()
-                       ? decodedRequest(std::string_view(input).substr(kFrameHeaderSize, header->second))
-                       : std::nullopt;
+    auto decoded =
+        header && end <= input.size()
+            ? decodedRequest(std::string_view(input).substr(kFrameHeaderSize, header->second))
+            : std::nullopt;
     if (!decoded) {
         return httpError(HttpError::unknown, "The request is malformed.");
     }
@@ -96,6 +97,7 @@ Status serve() {
     if (!response) {
         return response.error();
     }
+    // The transfer does not announce a body that is not wanted.
     if (!hasBegun) {
         (void)begin(*response);
     }

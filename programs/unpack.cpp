@@ -1,9 +1,9 @@
 // unpack LAUNCHER: unpacks the archive on standard input into the empty folder of descriptor 3, for
-// the launcher with that process id. Writes frames to standard output: the confinement, and the end or
-// an error.
+// the launcher with that process id. Writes frames to standard output: the confinement, and the end
+// or an error.
 //
-// The program confines itself first. Afterwards it can create items below the folder, but neither open
-// a file nor use the network nor start a program.
+// The program confines itself first. Afterwards it can create items below the folder, but neither
+// open a file nor use the network nor start a program.
 
 #include <unistd.h>
 

@@ -1,6 +1,6 @@
-// The executable of a test's bundle: Teravolant FEED [PATIENCE] prints its version, waits for the end
-// of its standard input, runs one update cycle with its installation, and prints the result. PATIENCE
-// is the time in milliseconds that a request and the unpacking of an archive may hang.
+// The executable of a test's bundle: Teravolant FEED [PATIENCE] prints its version, waits for the
+// end of its standard input, runs one update cycle with its installation, and prints the result.
+// PATIENCE is the time in milliseconds that a request and the unpacking of an archive may hang.
 
 #include <iostream>
 #include <limits>

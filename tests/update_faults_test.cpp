@@ -10,8 +10,8 @@
 #include "platform/values/property_list.h"
 #include "tests/fixtures/http_server.h"
 #include "tests/fixtures/temporary_folder.h"
-#include "update_framework/update_cycle.h"
 #include "update_framework/tree_digest.h"
+#include "update_framework/update_cycle.h"
 #include "updater/client_updater.h"
 
 namespace teravolant {
@@ -126,7 +126,8 @@ struct Update {
         ASSERT_TRUE(outcome) << printedForm(outcome.error());
         EXPECT_FALSE(installStagedUpdate(cache, outcome->value()));
         EXPECT_EQ(*digestOfTree(installed), *digestOfTree(published));
-        EXPECT_TRUE(!fileExists(staging) && (fs::remove(cache / "refused.plist"), fs::is_empty(cache)));
+        EXPECT_TRUE(!fileExists(staging) &&
+                    (fs::remove(cache / "refused.plist"), fs::is_empty(cache)));
     }
 
     const TemporaryFolder folder;

@@ -56,8 +56,8 @@ Result<platform::SQRLUpdate> acceptedOffer(const std::string& body, const std::s
                                            const std::string& identifier,
                                            const std::vector<std::string>& publicKeys) {
     auto offer = updateFromFeed(body, platform::URLRequest{platform::URL(feedUrl)});
-    auto error =
-        offer ? platform::verifyOffer(*offer, feedUrl, identifier, publicKeys) : Status(offer.error());
+    auto error = offer ? platform::verifyOffer(*offer, feedUrl, identifier, publicKeys)
+                       : Status(offer.error());
     if (error) {
         return updaterError(platform::SQRLUpdaterErrorRefusedOffer, reasonOf(*error));
     }

@@ -5,14 +5,14 @@
 // The record is written when the response begins, before its first byte, so that a killed process
 // leaves no part of an unknown archive.
 //
-// A new download removes a part whose recorded digest is not the offered one, and a file that another
-// user could open. Otherwise it hashes the part, and requests the bytes behind it on condition that
-// the validator still matches. A server whose content has changed, or that ignores the range, sends
-// the whole body, and the part is truncated. Size and digest are checked over all bytes, so a wrong
-// part can fail a download but never pass; it is then removed.
+// A new download removes a part whose recorded digest is not the offered one, and a file that
+// another user could open. Otherwise it hashes the part, and requests the bytes behind it on
+// condition that the validator still matches. A server whose content has changed, or that ignores
+// the range, sends the whole body, and the part is truncated. Size and digest are checked over all
+// bytes, so a wrong part can fail a download but never pass; it is then removed.
 //
-// During the pause before another attempt, another process may take the locks. So the part is opened
-// and hashed again unless it is the same file with the same size and times.
+// During the pause before another attempt, another process may take the locks. So the part is
+// opened and hashed again unless it is the same file with the same size and times.
 #include "update_framework/archive_download.h"
 
 #include <system_error>
@@ -50,10 +50,7 @@ constexpr const char* kValidator = "validator";
 class Download {
   public:
     Download(const UpdateCycle& cycle, const SQRLUpdate& offer)
-        : _cycle(cycle),
-          _offer(offer),
-          _folder(cycle.cacheFolder),
-          _schedule(cycle.now()) {}
+        : _cycle(cycle), _offer(offer), _folder(cycle.cacheFolder), _schedule(cycle.now()) {}
 
     Result<DownloadedArchive> run(std::vector<NeededSpace> needs) {
         auto error = openPart();
@@ -119,10 +116,10 @@ class Download {
 
     /// Requests the missing bytes. After a failure that can pass, waits for the next attempt.
     Status attempt() {
-        HttpRequest request{.url = _offer.updateURL,
-                            .headers = {{"User-Agent", userAgent("Teravolant",
-                                                                 _cycle.bundleVersion)}},
-                            .wanted = WantedBodies::Contents};
+        HttpRequest request{
+            .url = _offer.updateURL,
+            .headers = {{"User-Agent", userAgent("Teravolant", _cycle.bundleVersion)}},
+            .wanted = WantedBodies::Contents};
         if (_have > 0) {
             request.resumption = HttpResumption{.offset = _have, .validator = _validator};
         }
@@ -162,13 +159,13 @@ class Download {
         if (!next) {
             return error;
         }
-        if (auto failure = _file.note()) {
+        if (auto failure = _file.recordState()) {
             return failure;
         }
         if (auto failure = pauseBeforeRetry(_cycle, *next, error)) {
             return failure;
         }
-        return _file.isAsNoted() ? Status() : openPart();
+        return _file.isUnchanged() ? Status() : openPart();
     }
 
     Status errorOfResponse(const HttpResponse& response) {

@@ -38,15 +38,15 @@ Status unpackDownloadedArchive(const DownloadedArchive& archive,
     if (!result) {
         return result.error();
     }
-    return result->kind == FrameKind::End ? Status() : program->falseOutput();
+    return result->kind == FrameKind::End ? Status() : program->invalidOutput();
 }
 
 bool isFaultOfArchive(const Error& error) {
     if (error.domain == kProgramErrorDomain) {
         return error.code == ProgramError::crashed;
     }
-    return error.domain == NSCocoaErrorDomain && (error.code == NSFileReadCorruptFileError ||
-                                                  error.code == NSFileReadTooLargeError);
+    return error.domain == NSCocoaErrorDomain &&
+           (error.code == NSFileReadCorruptFileError || error.code == NSFileReadTooLargeError);
 }
 
 }  // namespace teravolant::platform

@@ -10,10 +10,9 @@ namespace teravolant::platform {
 
 /// Unpacks the archive into the existing empty `folder` with the confined program `unpack`. Blocks.
 ///
-/// Reads the archive from its descriptor and compares the digest of the bytes that the program gets
-/// before the program gets their end: the unpacked bytes are the verified ones. Fails with the error
-/// of the program (`kProgramErrorDomain`), or with its message about the archive. A program that
-/// neither reads nor ends within `patience` is killed.
+/// Sends the program the bytes of the archive's descriptor, and ends its input only if their digest
+/// is the verified one. Fails with the error of the program (`kProgramErrorDomain`), or with its
+/// message about the archive. A program that neither reads nor ends within `patience` is killed.
 [[nodiscard]] Status unpackDownloadedArchive(const DownloadedArchive& archive,
                                              const std::filesystem::path& folder,
                                              std::chrono::milliseconds patience);

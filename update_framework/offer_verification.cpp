@@ -32,7 +32,8 @@ std::string signedText(std::string_view bundleIdentifier, std::string_view versi
 
 Status verifyOffer(const SQRLUpdate& offer, std::string_view feedURL,
                    std::string_view bundleIdentifier, const std::vector<std::string>& publicKeys) {
-    const bool isSecure = equalIgnoringCase(std::string_view(offer.updateURL).substr(0, 6), "https:");
+    const bool isSecure =
+        equalIgnoringCase(std::string_view(offer.updateURL).substr(0, 6), "https:");
     if (!isSecure && !isLoopbackURL(feedURL)) {
         return refused("only a feed on this computer may name an archive over plain http.");
     }

@@ -19,9 +19,9 @@ namespace teravolant::platform {
 [[nodiscard]] std::string signedText(std::string_view bundleIdentifier, std::string_view version,
                                      std::uint64_t size, std::string_view sha256);
 
-/// Returns the reason to refuse the offer of the feed at `feedURL`, or nothing if it is complete and
-/// its signature over `signedText` is valid for one of the public keys. Only a feed on a loopback host
-/// may name an archive over plain http.
+/// Returns the reason to refuse the offer of the feed at `feedURL`, or nothing if it is complete
+/// and its signature over `signedText` is valid for one of the public keys. Only a feed on a
+/// loopback host may name an archive over plain http.
 [[nodiscard]] Status verifyOffer(const SQRLUpdate& offer, std::string_view feedURL,
                                  std::string_view bundleIdentifier,
                                  const std::vector<std::string>& publicKeys);

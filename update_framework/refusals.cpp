@@ -1,5 +1,5 @@
-// The file is a record with one line for each digest: the kind of the refusal, how often the archive
-// was refused in a row, the seconds since 1970, and the reason.
+// The file is a record with one line for each digest: the kind of the refusal, how often the
+// archive was refused in a row, the seconds since 1970, and the reason.
 #include "update_framework/refusals.h"
 
 #include <algorithm>
@@ -33,7 +33,8 @@ std::optional<Entry> entryIn(const std::string& line) {
     std::istringstream fields(line);
     fields >> entry.kind >> entry.count >> time >> std::ws;
     constexpr std::int64_t kLatest = 1'000'000'000'000;
-    if (!fields || entry.count < 1 || time < 0 || time > kLatest || (entry.kind != kBad && entry.kind != kOtherBytes)) {
+    if (!fields || entry.count < 1 || time < 0 || time > kLatest ||
+        (entry.kind != kBad && entry.kind != kOtherBytes)) {
         return std::nullopt;
     }
     std::getline(fields, entry.reason);
@@ -52,7 +53,7 @@ bool isOver(const Entry& entry, sys_seconds now) {
     return now < entry.time || now >= entry.time + pauseAfter(entry);
 }
 
-/// Returns RFC 3339 in UTC.
+/// Returns the time in UTC as RFC 3339 writes it.
 std::string textOf(sys_seconds time) {
     const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
     std::tm parts{};
@@ -66,7 +67,8 @@ std::string textOf(sys_seconds time) {
 
 }  // namespace
 
-Refusals::Refusals(const std::filesystem::path& cacheFolder) : _file(cacheFolder / "refused.plist") {}
+Refusals::Refusals(const std::filesystem::path& cacheFolder)
+    : _file(cacheFolder / "refused.plist") {}
 
 Status Refusals::check(const std::string& digest, Time now) const {
     const auto entry = entryIn(readRecord(_file)[digest]);
@@ -76,8 +78,8 @@ Status Refusals::check(const std::string& digest, Time now) const {
     return updaterError(SQRLUpdaterErrorRefusedArchive,
                         "The offered archive was refused on this computer at " +
                             textOf(entry->time) + " and is not downloaded again before " +
-                            textOf(entry->time + pauseAfter(*entry)) + ". The reason was: " +
-                            escaped(entry->reason));
+                            textOf(entry->time + pauseAfter(*entry)) +
+                            ". The reason was: " + escaped(entry->reason));
 }
 
 void Refusals::add(const std::string& digest, Refusal refusal, const std::string& reason,

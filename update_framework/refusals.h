@@ -18,21 +18,21 @@ enum class Refusal : std::uint8_t {
 /// The archives that were refused on this computer, by their offered digest, in a file of the cache
 /// folder.
 ///
-/// A bad archive is not downloaded again for 7 days; an archive with other bytes is tried again after
-/// 1, then 4, then every 24 hours. A repaired archive has another digest. All times are the computer's
-/// clock; a time in the future, as after a clock that was set back, counts as past.
+/// A bad archive is not downloaded again for 7 days; an archive with other bytes is tried again
+/// after 1, then 4, then every 24 hours. A repaired archive has another digest. All times are the
+/// computer's clock; a time in the future, as after a clock that was set back, counts as past.
 class Refusals {
   public:
     using Time = std::chrono::sys_seconds;
 
     explicit Refusals(const std::filesystem::path& cacheFolder);
 
-    /// Returns an error that says when and why the archive was refused, if it must not be downloaded
-    /// at `now`.
+    /// Returns an error that says when and why the archive was refused, if it must not be
+    /// downloaded at `now`.
     [[nodiscard]] Status check(const std::string& digest, Time now) const;
 
-    /// Remembers that the archive was refused with `reason`. A failure to write the file is ignored:
-    /// the next cycle downloads the archive again.
+    /// Remembers that the archive was refused with `reason`. A failure to write the file is
+    /// ignored: the next cycle downloads the archive again.
     void add(const std::string& digest, Refusal refusal, const std::string& reason, Time now) const;
 
     void remove(const std::string& digest) const;

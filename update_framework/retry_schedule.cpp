@@ -26,17 +26,11 @@ std::optional<Clock::Time> RetrySchedule::next(Clock::Time now, std::optional<se
 }
 
 bool isTransient(const Error& error) {
-    if (error.domain != kHttpErrorDomain) {
-        return false;
-    }
-    for (const auto code :
-         {HttpError::timedOut, HttpError::cannotFindHost, HttpError::cannotConnectToHost,
-          HttpError::connectionLost, HttpError::secureConnectionFailed}) {
-        if (error.code == code) {
-            return true;
-        }
-    }
-    return false;
+    constexpr std::array<std::int64_t, 5> kCodes = {
+        HttpError::timedOut, HttpError::cannotFindHost, HttpError::cannotConnectToHost,
+        HttpError::connectionLost, HttpError::secureConnectionFailed};
+    return error.domain == kHttpErrorDomain &&
+           std::ranges::find(kCodes, error.code) != kCodes.end();
 }
 
 bool isTransient(int status) {

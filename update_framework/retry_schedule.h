@@ -11,17 +11,18 @@ namespace teravolant::platform {
 
 /// Decides when a request that failed is sent again.
 ///
-/// The pauses are 2, 4, 8, 16, 32 and 60 seconds; the last attempt is three minutes after the first,
-/// or follows at once if the attempts before it took longer.
+/// The pauses are 2, 4, 8, 16, 32 and 60 seconds; the last attempt is three minutes after the
+/// first, or follows at once if the attempts before it took longer.
 class RetrySchedule {
   public:
     /// The first attempt begins at `start`.
     explicit RetrySchedule(Clock::Time start) : _start(start) {}
 
-    /// Returns the time of the next attempt after an attempt that failed at `now`, or nothing if that
-    /// was the last. The server may ask for a pause (Retry-After): if the pause ends after the last
-    /// attempt, there is no other.
-    std::optional<Clock::Time> next(Clock::Time now, std::optional<std::chrono::seconds> retryAfter);
+    /// Returns the time of the next attempt after an attempt that failed at `now`, or nothing if
+    /// that was the last. The server may ask for a pause (Retry-After): if the pause ends after the
+    /// last attempt, there is no other.
+    std::optional<Clock::Time> next(Clock::Time now,
+                                    std::optional<std::chrono::seconds> retryAfter);
 
     /// The attempt that failed at `now` has made progress: it counts as the first one.
     void restart(Clock::Time now) { *this = RetrySchedule(now); }

@@ -101,7 +101,7 @@ Result<std::optional<StagedUpdate>> SQRLUpdater::runCycle() {
             "This program is not in a bundle with an identifier and a version, so it can't be "
             "updated.");
     }
-    // Before any request: the answer could not be used.
+    // Check before any request: an update could not be installed.
     if (auto error = checkReplaceable(bundle.bundlePath())) {
         return error;
     }
@@ -113,9 +113,10 @@ Result<std::optional<StagedUpdate>> SQRLUpdater::runCycle() {
         return error;
     }
     auto staged = runUpdateCycle(makeCycle());
-    static std::atomic<bool> told = false;
-    if (ConfinedProgram::anyRanUnconfined() && !told.exchange(true)) {
-        log("this kernel lacks seccomp or Landlock: programs that read untrusted bytes are confined "
+    static std::atomic<bool> isLogged = false;
+    if (ConfinedProgram::anyRanUnconfined() && !isLogged.exchange(true)) {
+        log("this kernel lacks seccomp or Landlock: programs that read untrusted bytes are "
+            "confined "
             "in part only");
     }
     return staged;

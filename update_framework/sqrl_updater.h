@@ -70,11 +70,12 @@ class SQRLUpdater : public std::enable_shared_from_this<SQRLUpdater> {
         std::filesystem::path folder) const = 0;
 
     /// Runs one cycle on the calling thread and returns the staged update, or nothing if none is
-    /// offered. Fails if this user can't replace the bundle, and if another process is updating it or
-    /// has replaced it. Holds the locks of the cycle until this updater is destroyed.
+    /// offered. Fails if this user can't replace the bundle, and if another process is updating it
+    /// or has replaced it. Holds the locks of the cycle until this updater is destroyed.
     virtual Result<std::optional<StagedUpdate>> runCycle();
 
   protected:
+    /// Returns the input of a cycle, whose operations use this updater.
     [[nodiscard]] virtual UpdateCycle makeCycle();
 
   private:
@@ -91,8 +92,8 @@ class SQRLUpdater : public std::enable_shared_from_this<SQRLUpdater> {
     URLRequest _updateRequest;
     std::shared_ptr<Clock> _clock;
     /// Held during a cycle, except while it pauses, and until its update is installed. Both are
-    /// needed: another bundle may use the same cache folder, and a process with another cache folder
-    /// may update the same bundle.
+    /// needed: another bundle may use the same cache folder, and a process with another cache
+    /// folder may update the same bundle.
     std::optional<FileLock> _cacheLock;
     std::optional<FileLock> _bundleLock;
     std::atomic<UpdaterState> _state = UpdaterState::idle;

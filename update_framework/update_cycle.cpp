@@ -6,8 +6,8 @@
 // cycle returns it. Otherwise it downloads the archive to the cache folder, unless this archive was
 // refused before or the disk is too small, and compares its digest with the signed one. It has the
 // archive unpacked into a new staging folder. The updater selects the bundle there; its version and
-// its executable are checked. The tree is flushed before the record that makes it a staged update is
-// written, so that a record never names an incomplete tree.
+// its executable are checked. The tree is flushed before the record that makes it a staged update
+// is written, so that a record never names an incomplete tree.
 //
 // A refused archive is removed and remembered. After any other failure, a part or the whole of the
 // archive stays for the next cycle.
@@ -323,8 +323,7 @@ Result<std::optional<StagedUpdate>> runUpdateCycle(const UpdateCycle& cycle) {
         }
         return offer.error();
     }
-    if (auto error =
-            verifyOffer(*offer, cycle.feedURL, cycle.bundleIdentifier, cycle.publicKeys)) {
+    if (auto error = verifyOffer(*offer, cycle.feedURL, cycle.bundleIdentifier, cycle.publicKeys)) {
         cycle.log("refused version " + escaped(offer->version) + ": " +
                   escaped(error->localizedDescription));
         return error;

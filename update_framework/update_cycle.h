@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -25,18 +24,18 @@ struct UpdateCycle {
     std::filesystem::path bundlePath;  ///< The running bundle, which the update replaces.
     std::string bundleIdentifier;
     std::string bundleVersion;
-    std::vector<std::string> publicKeys;
+    std::vector<std::string> publicKeys;  ///< Ed25519, base64.
     std::filesystem::path cacheFolder;
     std::function<RACSignal<SQRLUpdate>(std::string body)> updateFromJSONData;
     std::function<RACSignal<Bundle>(std::filesystem::path folder)> matchingBundle;
     std::function<void()> downloadBegins;  ///< Called before the archive is downloaded.
     /// Returns the time of the monotonic clock that `pauseUntil` uses.
     std::function<Clock::Time()> now;
-    /// Blocks until `time`. Releases the locks of the cycle and acquires them again afterwards. Fails
-    /// if another process has a lock by then, or has replaced the bundle.
+    /// Blocks until `time`. Releases the locks of the cycle and acquires them again afterwards.
+    /// Fails if another process has a lock by then, or has replaced the bundle.
     std::function<Status(Clock::Time time)> pauseUntil;
     std::function<void(const std::string& message)> log;
-    std::function<std::chrono::sys_seconds()> wallTime;
+    std::function<std::chrono::sys_seconds()> wallTime;  ///< Returns the computer's clock.
     HttpOptions transfer = {};  ///< Its time limits apply to every request.
     /// How long `unpack` may take without a read or a result.
     std::chrono::milliseconds unpackPatience = std::chrono::minutes(1);
@@ -54,7 +53,8 @@ Result<std::optional<std::string>> feedIn(HttpResponse response);
 [[nodiscard]] Status pauseBeforeRetry(const UpdateCycle& cycle, Clock::Time next,
                                       const Error& error);
 
-/// Returns an error that names the status and the address of a response that is not the expected one.
+/// Returns an error that names the status and the address of a response that is not the expected
+/// one.
 [[nodiscard]] Status unexpectedStatus(const std::string& what, const HttpResponse& response);
 
 /// Fetches the feed, verifies its offer, and downloads, unpacks, checks and stages the offered

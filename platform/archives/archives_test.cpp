@@ -188,15 +188,14 @@ TEST_F(Archives, KeepModesLinksAndTimes) {
         writeArchive(archive, format, entries);
         const auto error = unpack(archive, target);
         ASSERT_FALSE(error) << error->localizedDescription;
-        EXPECT_EQ(treeOf(target),
-                  std::string("a drwx--x---  1234567890\n"
-                              "a/b drwxr-xr-x  now\n"
-                              "a/b/l lrwxrwxrwx ../../sealed/./run 1234567890\n"
-                              "a/b/é e\xCC\x81 -r--------  0 1234567890\n"
-                              "sealed dr-xr-xr-x  1234567890\n"
-                              "sealed/run -rwxr-x--x  7 1234567890\n"
-                              "shut drw-------  1234567890\n"
-                              "twin -rwxr-x--x  7 1234567890\n"));
+        EXPECT_EQ(treeOf(target), std::string("a drwx--x---  1234567890\n"
+                                              "a/b drwxr-xr-x  now\n"
+                                              "a/b/l lrwxrwxrwx ../../sealed/./run 1234567890\n"
+                                              "a/b/é e\xCC\x81 -r--------  0 1234567890\n"
+                                              "sealed dr-xr-xr-x  1234567890\n"
+                                              "sealed/run -rwxr-x--x  7 1234567890\n"
+                                              "shut drw-------  1234567890\n"
+                                              "twin -rwxr-x--x  7 1234567890\n"));
         EXPECT_EQ(*contentsOfFile(target / "a/b/l"), "program");
         fs::permissions(target / "shut", fs::perms::owner_all);
         EXPECT_EQ(fs::status(target / "shut/inner").permissions(), fs::perms(0710));

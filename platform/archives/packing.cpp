@@ -36,8 +36,8 @@ namespace fs = std::filesystem;
 constexpr time_t kFixedTime = 946684800;
 constexpr mode_t kArchiveMode = 0644;
 
-/// Zstandard unpacks more than twice as fast as gzip or the deflate of zip, at any level. At this
-/// level it also compresses better than both in about the time that gzip takes.
+/// Zstandard unpacks more than twice as fast as gzip, at any level. At this level it also
+/// compresses better in about the time that gzip takes.
 constexpr const char* kCompressionLevel = "12";
 
 using Writer = std::unique_ptr<archive, Deleter<archive_write_free>>;

@@ -237,9 +237,8 @@ Status unpackArchive(int archive, FileDescriptor folder, const UnpackLimits& lim
         return errorFromErrno(ENOMEM, FileAccess::Read, "The archive could not be read");
     }
     if (archive_read_open_fd(reader.get(), archive, kArchiveReadSize) != ARCHIVE_OK) {
-        return archiveError(
-            NSFileReadCorruptFileError,
-            "The archive has no known format: " + messageOf(reader.get()) + ".");
+        return archiveError(NSFileReadCorruptFileError,
+                            "The archive has no known format: " + messageOf(reader.get()) + ".");
     }
     return ArchiveReader(reader.get(), std::move(folder), limits).unpackAll();
 }

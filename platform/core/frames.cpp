@@ -27,8 +27,8 @@ void addIfPresent(Fields& fields, const char* name, const std::optional<std::str
     }
 }
 
-/// Reads the fields of one payload. A field that is missing or malformed makes it invalid, unless it
-/// is optional and missing.
+/// Reads the fields of one payload. A field that is missing or malformed makes it invalid, unless
+/// it is optional and missing.
 class FieldReader {
   public:
     explicit FieldReader(std::string_view payload) {
@@ -81,7 +81,7 @@ class FieldReader {
 
 std::string frameHeader(FrameKind kind, std::size_t size) {
     std::array<char, kFrameHeaderSize - 1> digits{};
-    const auto end = std::to_chars(digits.begin(), digits.end(), size, kHexadecimal).ptr;
+    auto* const end = std::to_chars(digits.begin(), digits.end(), size, kHexadecimal).ptr;
     const auto count = static_cast<std::size_t>(end - digits.begin());
     return static_cast<char>(kind) + std::string(digits.size() - count, '0') +
            std::string(digits.data(), count);

@@ -11,8 +11,8 @@
 #include "platform/core/http_message.h"
 
 // The frames that the launcher and its confined programs exchange: one character for the kind, the
-// size of the payload as eight hexadecimal digits, and the payload. A payload with fields consists of
-// lines "name=value".
+// size of the payload as eight hexadecimal digits, and the payload. A payload with fields consists
+// of lines "name=value".
 //
 // All decoders accept any bytes: they return nothing for a malformed payload.
 namespace teravolant::platform {
@@ -35,7 +35,8 @@ inline constexpr std::size_t kLargestFrame = std::size_t{1} << 20U;  ///< Bytes 
 [[nodiscard]] std::string frameHeader(FrameKind kind, std::size_t size);
 [[nodiscard]] std::string frame(FrameKind kind, std::string_view payload);
 
-/// Returns kind and payload size. Returns nothing for an unknown kind or a size over `kLargestFrame`.
+/// Returns kind and payload size. Returns nothing for an unknown kind or a size over
+/// `kLargestFrame`.
 [[nodiscard]] std::optional<std::pair<FrameKind, std::size_t>> frameIn(std::string_view header);
 
 /// Values must not contain a line feed.

@@ -24,7 +24,7 @@ struct HttpHeader {
 
 enum class HttpMethod : std::uint8_t { Get, Post };
 
-/// Which bodies the receiver gets: those of 200 and 206 only, or those of every status.
+/// Which bodies the receiver gets: those of every status, or those of 200 and 206 only.
 enum class WantedBodies : std::uint8_t { All, Contents };
 
 /// Requests the remainder of a partly downloaded body (RFC 9110, section 14).
@@ -89,11 +89,11 @@ struct HttpBodyReceiver {
 ///
 /// Follows up to `kMaximumRedirects` redirects and checks each target before it connects: https
 /// redirects to https only. A redirected POST stays a POST for the statuses 307 and 308 and becomes
-/// a GET for the others. A redirect to another origin drops headers with credentials. A 206 response
-/// that does not begin at the requested offset, and a body that ends early, are errors.
+/// a GET for the others. A redirect to another origin drops headers with credentials. A 206
+/// response that does not begin at the requested offset, and a body that ends early, are errors.
 ///
-/// Fails with an error of `kHttpErrorDomain` (http_error.h) that names the host, with the error of a
-/// callback, or with the error of the program that performs the request.
+/// Fails with an error of `kHttpErrorDomain` (http_error.h) that names the host, with the error of
+/// a callback, or with the error of the program that performs the request.
 using HttpTransfer = Result<HttpResponse>(const HttpRequest& request,
                                           const HttpBodyReceiver& receiver,
                                           const HttpOptions& options);

@@ -11,10 +11,6 @@ namespace {
 
 constexpr std::size_t kDigestSize = 32;
 
-const unsigned char* octets(std::string_view bytes) {
-    return reinterpret_cast<const unsigned char*>(bytes.data());
-}
-
 }  // namespace
 
 struct Digest::State {

@@ -9,10 +9,6 @@ namespace {
 
 constexpr int kVariant = sodium_base64_VARIANT_ORIGINAL;
 
-const unsigned char* octets(std::string_view bytes) {
-    return reinterpret_cast<const unsigned char*>(bytes.data());
-}
-
 }  // namespace
 
 std::string hexText(std::string_view bytes) {

@@ -6,6 +6,11 @@
 
 namespace teravolant::platform {
 
+/// Returns the address of the bytes in the type that cryptographic libraries take.
+inline const unsigned char* octets(std::string_view bytes) {
+    return reinterpret_cast<const unsigned char*>(bytes.data());
+}
+
 /// Returns two lower-case hexadecimal digits per byte.
 [[nodiscard]] std::string hexText(std::string_view bytes);
 

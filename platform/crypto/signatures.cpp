@@ -5,13 +5,6 @@
 #include "platform/crypto/encodings.h"
 
 namespace teravolant::platform {
-namespace {
-
-const unsigned char* octets(std::string_view bytes) {
-    return reinterpret_cast<const unsigned char*>(bytes.data());
-}
-
-}  // namespace
 
 bool isSignatureValid(std::string_view message, std::string_view signature,
                       std::string_view publicKey) {

@@ -22,10 +22,6 @@ using Key = std::unique_ptr<EVP_PKEY, Deleter<EVP_PKEY_free>>;
 using SignatureContext = std::unique_ptr<EVP_MD_CTX, Deleter<EVP_MD_CTX_free>>;
 using Bio = std::unique_ptr<BIO, Deleter<BIO_free_all>>;
 
-const unsigned char* octets(std::string_view bytes) {
-    return reinterpret_cast<const unsigned char*>(bytes.data());
-}
-
 Status securityError(CryptoError::Code code, std::string description) {
     // An entry left in OpenSSL's per-thread queue looks like the failure of a later operation.
     ERR_clear_error();

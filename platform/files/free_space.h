@@ -14,8 +14,9 @@ struct NeededSpace {
     std::uint64_t bytes = 0;
 };
 
-/// Fails with `NSFileWriteOutOfSpaceError` if a file system has less free space for the current user
-/// than the directories on it need together. Ignores a file system that does not report its space.
+/// Fails with `NSFileWriteOutOfSpaceError` if a file system has less free space for the current
+/// user than the directories on it need together. Ignores a file system that does not report its
+/// space.
 [[nodiscard]] Status checkFreeSpace(const std::vector<NeededSpace>& needs);
 
 /// Returns the error of a full file system. It names the directory, the space needed and the space

@@ -15,9 +15,9 @@ namespace teravolant::platform {
 /// `path`.
 [[nodiscard]] int createPrivateDirectory(const std::filesystem::path& path);
 
-/// Makes `path` a directory of mode 0700 of the current user, and creates missing parents. Empties a
-/// directory that its group or others could open: they may have prepared its contents. Fails for a
-/// link and for a directory of another user.
+/// Makes `path` a directory of mode 0700 of the current user, and creates missing parents. Empties
+/// a directory that its group or others could open: they may have prepared its contents. Fails for
+/// a link and for a directory of another user.
 [[nodiscard]] Status preparePrivateDirectory(const std::filesystem::path& path);
 
 /// Whether `path` is a directory, not a link to one, that belongs to the current user and that

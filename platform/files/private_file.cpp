@@ -15,9 +15,8 @@ namespace {
 constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
 
 FileDescriptor openAt(const std::filesystem::path& path, int flags) {
-    return FileDescriptor(::open(path.c_str(),
-                                 O_RDWR | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | flags,
-                                 kOwnerOnly));
+    return FileDescriptor(::open(
+        path.c_str(), O_RDWR | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | flags, kOwnerOnly));
 }
 
 /// A file system without permissions keeps its own.
@@ -33,7 +32,7 @@ bool isPrivate(const FileDescriptor& file) {
             (status.st_mode & kOthers) != 0);
 }
 
-std::array<std::int64_t, 5> traceOf(const struct stat& status) {
+std::array<std::int64_t, 5> stateOf(const struct stat& status) {
     return {static_cast<std::int64_t>(status.st_dev), static_cast<std::int64_t>(status.st_ino),
             status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
 }
@@ -70,18 +69,18 @@ Status PrivateFile::truncate() {
     return ftruncate(_file.get(), 0) == 0 ? Status() : Status(writeError(errno, _path.native()));
 }
 
-Status PrivateFile::note() {
+Status PrivateFile::recordState() {
     struct stat status {};
     if (fstat(_file.get(), &status) != 0) {
         return readError(errno, _path.native());
     }
-    _noted = traceOf(status);
+    _recorded = stateOf(status);
     return std::nullopt;
 }
 
-bool PrivateFile::isAsNoted() const {
+bool PrivateFile::isUnchanged() const {
     struct stat status {};
-    return lstat(_path.c_str(), &status) == 0 && traceOf(status) == _noted;
+    return lstat(_path.c_str(), &status) == 0 && stateOf(status) == _recorded;
 }
 
 }  // namespace teravolant::platform

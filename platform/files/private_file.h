@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <functional>
 #include <string_view>
+#include <utility>
 
 #include "platform/core/file_descriptor.h"
 #include "platform/core/result.h"
@@ -19,9 +20,9 @@ class PrivateFile {
     /// No file.
     PrivateFile() = default;
 
-    /// Opens the file at `path` for reading and appending. Removes an item that another user may have
-    /// prepared, and creates a new file: a link, a file of another user, with another name, or open
-    /// to others.
+    /// Opens the file at `path` for reading and appending, or creates it. First removes an item
+    /// that another user may have prepared: a link, or a file that belongs to another user, has
+    /// several hard links or permits access to others.
     static Result<PrivateFile> open(const std::filesystem::path& path);
 
     /// Passes all bytes from the beginning to `receive`, whose error ends the reading.
@@ -31,22 +32,22 @@ class PrivateFile {
 
     Status truncate();
 
-    /// Notes the size and the times of the file for `isAsNoted`.
-    Status note();
+    /// Records the size and the modification time of the file for `isUnchanged`.
+    Status recordState();
 
-    /// Whether the path still leads to this file, with the size and the times that were noted.
-    [[nodiscard]] bool isAsNoted() const;
+    /// Whether the path still leads to this file, and the file has the recorded state.
+    [[nodiscard]] bool isUnchanged() const;
 
     /// Returns the descriptor. The caller then owns it.
     [[nodiscard]] FileDescriptor release() { return std::move(_file); }
 
   private:
     /// Device, inode, size, and seconds and nanoseconds of the modification time.
-    using Trace = std::array<std::int64_t, 5>;
+    using State = std::array<std::int64_t, 5>;
 
     std::filesystem::path _path;
     FileDescriptor _file;
-    Trace _noted{};
+    State _recorded{};
 };
 
 }  // namespace teravolant::platform

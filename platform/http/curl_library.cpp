@@ -1,9 +1,9 @@
-// Defines the functions of libcurl that this folder calls. Each forwards to the function of the same
-// name in the system's library, which `loadCurl` opens.
+// Defines the functions of libcurl that this folder calls. Each forwards to the function of the
+// same name in the system's library, which `loadCurl` opens.
 //
 // An executable that is linked to libcurl names the symbol version of the distribution that it was
-// built on, for example CURL_OPENSSL_4, and other distributions' libraries lack it. A look-up by name
-// ignores versions. It also lets the program report a missing library itself.
+// built on, for example CURL_OPENSSL_4, and other distributions' libraries lack it. A look-up by
+// name ignores versions. It also lets the program report a missing library itself.
 #include "platform/http/curl_library.h"
 
 #include <dlfcn.h>
@@ -22,27 +22,27 @@ using SourceUrl = const CURLU;
 #endif
 
 // The functions with a fixed list of parameters.
-#define CURL_FUNCTIONS(FUNCTION)                                                                   \
-    FUNCTION(CURL*, curl_easy_init, (), ())                                                        \
-    FUNCTION(void, curl_easy_cleanup, (CURL * handle), (handle))                                   \
-    FUNCTION(void, curl_easy_reset, (CURL * handle), (handle))                                     \
-    FUNCTION(CURLcode, curl_easy_perform, (CURL * handle), (handle))                               \
-    FUNCTION(const char*, curl_easy_strerror, (CURLcode code), (code))                             \
-    FUNCTION(curl_slist*, curl_slist_append, (curl_slist * list, const char* line), (list, line))  \
-    FUNCTION(void, curl_slist_free_all, (curl_slist * list), (list))                               \
-    FUNCTION(void, curl_free, (void* memory), (memory))                                            \
-    FUNCTION(CURLU*, curl_url, (), ())                                                             \
+#define CURL_FUNCTIONS(FUNCTION)                                                                  \
+    FUNCTION(CURL*, curl_easy_init, (), ())                                                       \
+    FUNCTION(void, curl_easy_cleanup, (CURL * handle), (handle))                                  \
+    FUNCTION(void, curl_easy_reset, (CURL * handle), (handle))                                    \
+    FUNCTION(CURLcode, curl_easy_perform, (CURL * handle), (handle))                              \
+    FUNCTION(const char*, curl_easy_strerror, (CURLcode code), (code))                            \
+    FUNCTION(curl_slist*, curl_slist_append, (curl_slist * list, const char* line), (list, line)) \
+    FUNCTION(void, curl_slist_free_all, (curl_slist * list), (list))                              \
+    FUNCTION(void, curl_free, (void* memory), (memory))                                           \
+    FUNCTION(CURLU*, curl_url, (), ())                                                            \
     FUNCTION(CURLU*, curl_url_dup, (SourceUrl * url), (url))                                      \
-    FUNCTION(void, curl_url_cleanup, (CURLU * url), (url))                                         \
-    FUNCTION(CURLUcode, curl_url_get,                                                              \
+    FUNCTION(void, curl_url_cleanup, (CURLU * url), (url))                                        \
+    FUNCTION(CURLUcode, curl_url_get,                                                             \
              (SourceUrl * url, CURLUPart part, char** text, unsigned flags),                      \
-             (url, part, text, flags))                                                             \
-    FUNCTION(CURLUcode, curl_url_set,                                                              \
-             (CURLU * url, CURLUPart part, const char* text, unsigned flags),                      \
+             (url, part, text, flags))                                                            \
+    FUNCTION(CURLUcode, curl_url_set,                                                             \
+             (CURLU * url, CURLUPart part, const char* text, unsigned flags),                     \
              (url, part, text, flags))
 
-#define FORWARD(Returned, name, parameters, arguments)                      \
-    static Returned(*system_##name) parameters = nullptr;                   \
+#define FORWARD(Returned, name, parameters, arguments)    \
+    static Returned(*system_##name) parameters = nullptr; \
     CURL_EXTERN Returned name parameters { return system_##name arguments; }
 
 extern "C" {
@@ -52,7 +52,8 @@ CURL_FUNCTIONS(FORWARD)
 static CURLcode (*system_curl_easy_setopt)(CURL*, CURLoption, ...) = nullptr;
 static CURLcode (*system_curl_easy_getinfo)(CURL*, CURLINFO, ...) = nullptr;
 
-// Every value of an option is a long, a curl_off_t or a pointer, which 64-bit processors pass alike.
+// Every value of an option is a long, a curl_off_t or a pointer, which 64-bit processors pass
+// alike.
 #undef curl_easy_setopt
 CURL_EXTERN CURLcode curl_easy_setopt(CURL* handle, CURLoption option, ...) {
     static_assert(sizeof(long) == sizeof(void*) && sizeof(curl_off_t) == sizeof(void*));
@@ -77,10 +78,11 @@ namespace teravolant::platform {
 namespace {
 
 Status cannotBeUsed(const std::string& reason) {
-    return httpError(HttpError::libraryMissing,
-                     "The library libcurl.so.4 can't be used (" + reason +
-                         "): install the package libcurl4 (Debian, Ubuntu; libcurl4t64 since 2024), "
-                         "libcurl (Fedora, Alpine), curl (Arch) or libcurl4 (openSUSE).");
+    return httpError(
+        HttpError::libraryMissing,
+        "The library libcurl.so.4 can't be used (" + reason +
+            "): install the package libcurl4 (Debian, Ubuntu; libcurl4t64 since 2024), "
+            "libcurl (Fedora, Alpine), curl (Arch) or libcurl4 (openSUSE).");
 }
 
 Status loadFunctions() {
@@ -94,7 +96,8 @@ Status loadFunctions() {
         }
     }
     const auto find = [&](auto& function, const char* name) {
-        function = reinterpret_cast<std::remove_reference_t<decltype(function)>>(dlsym(library, name));
+        function =
+            reinterpret_cast<std::remove_reference_t<decltype(function)>>(dlsym(library, name));
         return function != nullptr;
     };
     CURLcode (*initialise)(long) = nullptr;

@@ -5,8 +5,8 @@
 namespace teravolant::platform {
 
 /// Loads and initialises the system's libcurl on the first call. Fails with an error of
-/// `kHttpErrorDomain` that names the library and the packages that contain it. Precedes every other
-/// use of libcurl in the process; not for several threads at once.
+/// `kHttpErrorDomain` that names the library and the packages that contain it. Must precede every
+/// other use of libcurl in the process. Not thread-safe.
 [[nodiscard]] Status loadCurl();
 
 }  // namespace teravolant::platform

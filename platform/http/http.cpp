@@ -1,5 +1,5 @@
-// Performs a request as a sequence of exchanges on one easy handle, which keeps connections alive for
-// the next exchange. Each exchange ends with a response or with the location of a redirect.
+// Performs a request as a sequence of exchanges on one easy handle, which keeps connections alive
+// for the next exchange. Each exchange ends with a response or with the location of a redirect.
 // `HttpAddress` decides whether the location may be contacted, `followRedirect` adapts method, body
 // and headers, and the loop continues with the next exchange.
 #include "platform/http/http.h"

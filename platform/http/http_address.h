@@ -8,8 +8,8 @@
 
 namespace teravolant::platform {
 
-/// Whether the host is "localhost" or a loopback address. `host` is the text that libcurl normalised,
-/// so that this check and the connection agree on it.
+/// Whether the host is "localhost" or a loopback address. `host` is the text that libcurl
+/// normalised, so that this check and the connection agree on it.
 [[nodiscard]] bool isLoopbackHost(std::string_view host);
 
 /// A URL that may be contacted: https to any host, http to a loopback host.

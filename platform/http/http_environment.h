@@ -6,9 +6,9 @@
 // What the computer's administrator and the user have set for HTTP requests.
 namespace teravolant::platform {
 
-/// Returns the file of trusted certificates: `$SSL_CERT_FILE`, else the first existing file of those
-/// in which the common distributions keep them. Returns nothing if there is none: libcurl then uses
-/// its own default.
+/// Returns the file of trusted certificates: `$SSL_CERT_FILE`, else the first existing file of
+/// those in which the common distributions keep them. Returns nothing if there is none: libcurl
+/// then uses its own default.
 [[nodiscard]] std::optional<std::string> certificateFile();
 
 /// Returns the proxy for https requests to the host, or an empty text: `https_proxy`, else

@@ -2,10 +2,11 @@
 //
 // `receiveHeader` collects the headers of the last response that libcurl receives: earlier ones are
 // interim responses. `receiveBytes` gets the body. Its first bytes show that the head is complete:
-// `takeHead` checks it then, or at the end of a response without a body. A callback ends the transfer
-// when it returns an error, either after it left an error in `_error`, which takes precedence over
-// libcurl's result, or because the body is not wanted, which is a success. Redirects are not left to
-// libcurl, because each target has to pass `HttpAddress` before it is contacted.
+// `takeHead` checks it then, or at the end of a response without a body. A callback ends the
+// transfer when it returns an error, either after it left an error in `_error`, which takes
+// precedence over libcurl's result, or because the body is not wanted, which is a success.
+// Redirects are not left to libcurl, because each target has to pass `HttpAddress` before it is
+// contacted.
 //
 // `checkProgress`, which libcurl calls at least once a second, compares the bytes of the body with
 // the lowest rate, over the last six periods that make up the stall timeout. libcurl's own low-speed limit also counts bytes
@@ -115,7 +116,8 @@ class Exchange {
     [[nodiscard]] std::optional<std::string> header(const char* name) const;
     static std::size_t receiveBytes(char* bytes, std::size_t size, std::size_t count, void* self);
     Status receive(std::string_view bytes);
-    static int checkProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t);
+    static int checkProgress(void* self, curl_off_t /*size*/, curl_off_t /*got*/,
+                             curl_off_t /*toSend*/, curl_off_t /*sent*/);
     bool hasStalled();
     void restartCount(Clock::time_point now);
     static curl_socket_t openSocket(void* self, curlsocktype purpose, curl_sockaddr* address);
@@ -124,7 +126,8 @@ class Exchange {
     [[nodiscard]] Status failure(CURLcode code) const;
     [[nodiscard]] std::string host() const {
         return quoted(_address.displayedHost()) +
-               (_proxy.empty() ? "" : " (through the proxy " + quoted(displayedProxy(_proxy)) + ")");
+               (_proxy.empty() ? ""
+                               : " (through the proxy " + quoted(displayedProxy(_proxy)) + ")");
     }
 
     CURL* _easy;
@@ -255,9 +258,9 @@ std::size_t Exchange::receiveHeader(char* bytes, std::size_t size, std::size_t c
 Status Exchange::addReceivedHeader(std::string_view line) {
     _headerBytes += line.size();
     if (_headerBytes > kMostHeaderBytes) {
-        return httpError(HttpError::badResponse, host() + " sent more than " +
-                                                     std::to_string(kMostHeaderBytes) +
-                                                     " bytes of headers.");
+        return httpError(
+            HttpError::badResponse,
+            host() + " sent more than " + std::to_string(kMostHeaderBytes) + " bytes of headers.");
     }
     if (line.starts_with("HTTP/")) {
         _receivedHeaders.clear();
@@ -269,7 +272,8 @@ Status Exchange::addReceivedHeader(std::string_view line) {
     return std::nullopt;
 }
 
-int Exchange::checkProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+int Exchange::checkProgress(void* self, curl_off_t /*size*/, curl_off_t /*got*/,
+                            curl_off_t /*toSend*/, curl_off_t /*sent*/) {
     auto& exchange = *static_cast<Exchange*>(self);
     if (exchange._options.stop.stop_requested()) {
         exchange._error = httpError(HttpError::cancelled, "The transfer was cancelled.");
@@ -446,7 +450,7 @@ Result<HttpExchange> exchangeOverHttp(void* handle, const HttpAddress& address,
     }
     Exchange exchange(handle, address, request, options, receiver);
     if (auto error = exchange.run()) {
-        return std::move(*error);
+        return error;
     }
     return exchange.takeResult();
 }

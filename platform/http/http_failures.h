@@ -12,7 +12,7 @@ namespace teravolant::platform {
 
 /// A transfer that libcurl ended with an error.
 struct FailedTransfer {
-    int code = 0;  ///< A CURLcode.
+    int code = 0;                 ///< A CURLcode.
     std::string host;             ///< As messages show it.
     std::string explanation;      ///< libcurl's message.
     long certificateVerdict = 0;  ///< OpenSSL's result (X509_V_…).

@@ -188,8 +188,7 @@ TEST_F(Http, UsesProxiesExceptForLoopback) {
     setenv("https_proxy", proxy.url("").c_str(), 1);
     setenv("http_proxy", proxy.url("").c_str(), 1);
     EXPECT_EQ(get(server.url("/"))->body, "direct");
-    expectFailure(get("https://update.example/"), connectionLost,
-                  "update.example");
+    expectFailure(get("https://update.example/"), connectionLost, "update.example");
     ASSERT_EQ(proxy.requests().size(), 1U);
     EXPECT_EQ(proxy.requests()[0].method, "CONNECT");
 }

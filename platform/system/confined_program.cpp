@@ -1,9 +1,9 @@
 // The caller's end of a confined program.
 //
-// Both ends of one Unix-domain socket carry all data. The caller's end does not block: each send and
-// each read waits with poll for at most the patience. A program that ends closes its end, which the
-// caller sees as the end of the input. Only then, or after SIGKILL, the caller waits for the process,
-// so that a program which closes its end but continues to run cannot block the caller.
+// Both ends of one Unix-domain socket carry all data. The caller's end does not block: each send
+// and each read waits with poll for at most the patience. A program that ends closes its end, which
+// the caller sees as the end of the input. Only then, or after SIGKILL, the caller waits for the
+// process, so that a program which closes its end but continues to run cannot block the caller.
 #include "platform/system/confined_program.h"
 
 #include <fcntl.h>
@@ -55,7 +55,7 @@ std::optional<int> statusOfEnded(pid_t child) {
     return std::nullopt;
 }
 
-/// Passes the variables of the caller with these names.
+/// Returns those variables of the caller's environment that are set.
 std::vector<std::string> environmentWith(const std::vector<std::string>& names) {
     std::vector<std::string> environment;
     for (const std::string& name : names) {
@@ -71,9 +71,9 @@ std::vector<std::string> environmentWith(const std::vector<std::string>& names) 
 
 Result<pid_t> spawn(const ConfinedProgram::Settings& settings, int socket) {
     const bool hasFolder = !settings.folder.empty();
-    const FileDescriptor folder(hasFolder ? open(settings.folder.c_str(), O_RDONLY | O_DIRECTORY |
-                                                                              O_NOFOLLOW | O_CLOEXEC)
-                                          : -1);
+    const FileDescriptor folder(
+        hasFolder ? open(settings.folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)
+                  : -1);
     if (hasFolder && !folder) {
         return writeError(errno, settings.folder.native());
     }
@@ -91,18 +91,14 @@ Result<pid_t> spawn(const ConfinedProgram::Settings& settings, int socket) {
 
     auto environment = environmentWith(settings.environment);
     std::vector<char*> pointers;
+    pointers.reserve(environment.size() + 1);
     for (std::string& variable : environment) {
         pointers.push_back(variable.data());
     }
     pointers.push_back(nullptr);
-    pid_t child = -1;
     // The program compares this number with its parent's, in case the parent is already gone.
-    if (auto error = spawnProgram(Bundle::mainBundle().helpersPath() / settings.name,
-                                  {std::to_string(getpid())}, spawnSettings, pointers.data(),
-                                  child)) {
-        return error;
-    }
-    return child;
+    return spawnProgram(Bundle::mainBundle().helpersPath() / settings.name,
+                        {std::to_string(getpid())}, spawnSettings, pointers.data());
 }
 
 }  // namespace
@@ -140,17 +136,17 @@ ConfinedProgram::~ConfinedProgram() {
 
 Status ConfinedProgram::waitUntilReady(short events, Time end) {
     while (true) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(
-            end - std::chrono::steady_clock::now());
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
         pollfd socket{.fd = _socket.get(), .events = events, .revents = 0};
         const int ready = poll(&socket, 1, static_cast<int>(std::max(left.count(), 0L)));
         if (ready > 0) {
             return std::nullopt;
         }
         if (ready == 0) {
-            return error(ProgramError::hung,
-                         "did not respond within " +
-                             std::to_string(_settings.patience.count() / 1000) + " seconds");
+            return error(ProgramError::hung, "did not respond within " +
+                                                 std::to_string(_settings.patience.count() / 1000) +
+                                                 " seconds");
         }
         if (errno != EINTR) {
             return errorFromErrno(errno, FileAccess::Read, "A socket could not be read");
@@ -203,7 +199,7 @@ Result<ConfinedProgram::Received> ConfinedProgram::receiveFrame(Time end) {
     }
     const auto frame = frameIn({header.data(), header.size()});
     if (!frame) {
-        return falseOutput();
+        return invalidOutput();
     }
     const auto& [kind, size] = *frame;
     if (_payload.size() < size) {
@@ -230,7 +226,8 @@ Result<ConfinedProgram::Received> ConfinedProgram::receive() {
                                                                  : Result<Received>(falseOutput());
 }
 
-/// The program has closed its end. Gives it a moment to end by itself, so that its status is known.
+/// Returns the error of a program that has closed its end. Waits up to a second for it to exit, so
+/// that its status is known.
 Status ConfinedProgram::endWithoutResult() {
     const auto status = statusOfEnded(_child);
     if (!status) {
@@ -247,8 +244,8 @@ Status ConfinedProgram::endWithoutResult() {
                  "was killed by signal " + std::to_string(signal) + " (" + strsignal(signal) + ")");
 }
 
-Status ConfinedProgram::falseOutput() const {
-    return error(ProgramError::falseOutput, "wrote output that it must not write");
+Status ConfinedProgram::invalidOutput() const {
+    return error(ProgramError::invalidOutput, "wrote output that it must not write");
 }
 
 Status ConfinedProgram::error(ProgramError::Code code, const std::string& what) const {

@@ -18,19 +18,19 @@ inline constexpr std::string_view kProgramErrorDomain = "TeravolantProgramErrorD
 /// The codes of `kProgramErrorDomain`: how a confined program failed without an error of its own.
 namespace ProgramError {
 enum Code : std::int64_t {
-    ended = 1,        ///< It exited without a result.
-    crashed = 2,      ///< A signal of its own fault killed it, for example SIGSEGV.
-    killed = 3,       ///< Another signal killed it.
-    hung = 4,         ///< It neither read nor wrote in time.
-    falseOutput = 5,  ///< It wrote what it must not write.
+    ended = 1,          ///< It exited without a result.
+    crashed = 2,        ///< The kernel killed it for its own fault, for example with SIGSEGV.
+    killed = 3,         ///< Another signal killed it.
+    hung = 4,           ///< It neither read nor wrote in time.
+    invalidOutput = 5,  ///< It wrote what it must not write.
 };
 }  // namespace ProgramError
 
 /// A program of the main bundle's Helpers folder that handles untrusted bytes, with one socket to
 /// the caller as its standard input and output.
 ///
-/// Starts in a session of its own, with /dev/null as its standard error, with the environment
-/// variables that it needs only, and without other inherited descriptors. It confines itself before
+/// Runs in its own session, with /dev/null as its standard error, only the named environment
+/// variables, and no other inherited descriptor. It confines itself before
 /// it reads a byte. The caller does not trust its output. Destroying the object kills the program.
 /// Used by one thread, which must outlive the program: the kernel kills the program when the thread
 /// that started it ends.
@@ -50,6 +50,7 @@ class ConfinedProgram {
         std::string_view payload;  ///< Valid until the next call.
     };
 
+    /// Fails if the folder cannot be opened or the program cannot be executed.
     static Result<ConfinedProgram> start(const Settings& settings);
 
     ConfinedProgram(ConfinedProgram&& other) noexcept;
@@ -62,15 +63,15 @@ class ConfinedProgram {
     /// Ends the program's input.
     void endInput();
 
-    /// Returns the next frame other than `Confinement`. Fails with an error of `kProgramErrorDomain`,
-    /// or with the program's own error if the frame is `Failure`.
+    /// Returns the next frame other than `Confinement`. Fails with an error of
+    /// `kProgramErrorDomain`, or with the program's own error if the frame is `Failure`.
     Result<Received> receive();
 
     /// Returns an error for output that the program must not write.
-    [[nodiscard]] Status falseOutput() const;
+    [[nodiscard]] Status invalidOutput() const;
 
-    /// Whether a program of this process has reported a kernel that lacks a part of its confinement.
-    /// May be called from any thread.
+    /// Whether a program of this process has reported a kernel that lacks a part of its
+    /// confinement. May be called from any thread.
     [[nodiscard]] static bool anyRanUnconfined();
 
   private:

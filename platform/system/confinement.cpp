@@ -12,7 +12,6 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
-#include <ctime>
 #include <initializer_list>
 #include <memory>
 #include <span>
@@ -106,9 +105,9 @@ scmp_arg_cmp is(unsigned argument, std::uint32_t value) {
     return masked(argument, UINT32_MAX, value);
 }
 
-scmp_arg_cmp isNot(unsigned argument, pid_t value) {
+scmp_arg_cmp compared(unsigned argument, scmp_compare operation, pid_t value) {
     return {.arg = argument,
-            .op = SCMP_CMP_NE,
+            .op = operation,
             .datum_a = static_cast<scmp_datum_t>(value),
             .datum_b = 0};
 }
@@ -155,60 +154,30 @@ void denyProcesses(Filter& filter) {
                        SCMP_SYS(tkill), SCMP_SYS(migrate_pages), SCMP_SYS(move_pages)});
     for (const int call : {SCMP_SYS(kill), SCMP_SYS(tgkill), SCMP_SYS(rt_sigqueueinfo),
                            SCMP_SYS(rt_tgsigqueueinfo)}) {
-        filter.add(kDeny, call, isNot(0, getpid()));
+        filter.add(kDeny, call, compared(0, SCMP_CMP_NE, getpid()));
     }
-    filter.add(kDeny, SCMP_SYS(prlimit64), isNot(0, 0));
+    filter.add(kDeny, SCMP_SYS(prlimit64), compared(0, SCMP_CMP_NE, 0));
     filter.add(kDeny, SCMP_SYS(prctl), is(0, PR_SET_PDEATHSIG));
     filter.add(kDeny, SCMP_SYS(prctl), is(0, PR_SET_DUMPABLE));
 }
 
 void denyAdministration(Filter& filter) {
-    filter.add(kDeny, {SCMP_SYS(mount),
-                       SCMP_SYS(umount2),
-                       SCMP_SYS(open_tree),
-                       SCMP_SYS(move_mount),
-                       SCMP_SYS(fsopen),
-                       SCMP_SYS(fsconfig),
-                       SCMP_SYS(fsmount),
-                       SCMP_SYS(fspick),
-                       SCMP_SYS(mount_setattr),
-                       SCMP_SYS(pivot_root),
-                       SCMP_SYS(chroot),
-                       SCMP_SYS(unshare),
-                       SCMP_SYS(setns),
-                       SCMP_SYS(add_key),
-                       SCMP_SYS(request_key),
-                       SCMP_SYS(keyctl),
-                       SCMP_SYS(bpf),
-                       SCMP_SYS(perf_event_open),
-                       SCMP_SYS(io_uring_setup),
-                       SCMP_SYS(io_uring_enter),
-                       SCMP_SYS(io_uring_register),
-                       SCMP_SYS(userfaultfd),
-                       SCMP_SYS(personality),
-                       SCMP_SYS(init_module),
-                       SCMP_SYS(finit_module),
-                       SCMP_SYS(delete_module),
-                       SCMP_SYS(kexec_load),
-                       SCMP_SYS(kexec_file_load),
-                       SCMP_SYS(reboot),
-                       SCMP_SYS(swapon),
-                       SCMP_SYS(swapoff),
-                       SCMP_SYS(acct),
-                       SCMP_SYS(quotactl),
-                       SCMP_SYS(quotactl_fd),
-                       SCMP_SYS(syslog),
-                       SCMP_SYS(settimeofday),
-                       SCMP_SYS(clock_settime),
-                       SCMP_SYS(clock_adjtime),
-                       SCMP_SYS(adjtimex),
-                       SCMP_SYS(sethostname),
-                       SCMP_SYS(setdomainname),
-                       SCMP_SYS(ioperm),
-                       SCMP_SYS(iopl),
-                       SCMP_SYS(fanotify_init),
-                       SCMP_SYS(open_by_handle_at),
-                       SCMP_SYS(listen)});
+    filter.add(kDeny, {SCMP_SYS(mount), SCMP_SYS(umount2), SCMP_SYS(open_tree),
+                       SCMP_SYS(move_mount), SCMP_SYS(fsopen), SCMP_SYS(fsconfig),
+                       SCMP_SYS(fsmount), SCMP_SYS(fspick), SCMP_SYS(mount_setattr),
+                       SCMP_SYS(pivot_root), SCMP_SYS(chroot), SCMP_SYS(unshare), SCMP_SYS(setns)});
+    filter.add(kDeny,
+               {SCMP_SYS(add_key), SCMP_SYS(request_key), SCMP_SYS(keyctl), SCMP_SYS(bpf),
+                SCMP_SYS(perf_event_open), SCMP_SYS(io_uring_setup), SCMP_SYS(io_uring_enter),
+                SCMP_SYS(io_uring_register), SCMP_SYS(userfaultfd), SCMP_SYS(personality)});
+    filter.add(kDeny, {SCMP_SYS(init_module), SCMP_SYS(finit_module), SCMP_SYS(delete_module),
+                       SCMP_SYS(kexec_load), SCMP_SYS(kexec_file_load), SCMP_SYS(reboot),
+                       SCMP_SYS(swapon), SCMP_SYS(swapoff), SCMP_SYS(acct), SCMP_SYS(quotactl),
+                       SCMP_SYS(quotactl_fd), SCMP_SYS(syslog)});
+    filter.add(kDeny, {SCMP_SYS(settimeofday), SCMP_SYS(clock_settime), SCMP_SYS(clock_adjtime),
+                       SCMP_SYS(adjtimex), SCMP_SYS(sethostname), SCMP_SYS(setdomainname),
+                       SCMP_SYS(ioperm), SCMP_SYS(iopl)});
+    filter.add(kDeny, {SCMP_SYS(fanotify_init), SCMP_SYS(open_by_handle_at), SCMP_SYS(listen)});
     // They type into the terminal that the launcher runs in.
     filter.add(kDeny, SCMP_SYS(ioctl), is(1, TIOCSTI));
     filter.add(kDeny, SCMP_SYS(ioctl), is(1, TIOCLINUX));
@@ -216,7 +185,8 @@ void denyAdministration(Filter& filter) {
 
 void denyChangesOfFiles(Filter& filter) {
     filter.add(kAbsent, {SCMP_SYS(openat2)});
-    for (const std::uint64_t flag : {O_WRONLY, O_RDWR, O_CREAT, O_TRUNC}) {
+    for (const auto flag :
+         std::initializer_list<std::uint64_t>{O_WRONLY, O_RDWR, O_CREAT, O_TRUNC}) {
         filter.add(kDeny, SCMP_SYS(open), masked(1, flag, flag));
         filter.add(kDeny, SCMP_SYS(openat), masked(2, flag, flag));
     }
@@ -252,38 +222,29 @@ bool filterCallsOfFetch() {
 
 bool filterCallsOfUnpack() {
     Filter filter(kDeny);
-    filter.add(kAllow, {SCMP_SYS(read),         SCMP_SYS(readv),
-                        SCMP_SYS(pread64),      SCMP_SYS(write),
-                        SCMP_SYS(writev),       SCMP_SYS(pwrite64),
-                        SCMP_SYS(lseek),        SCMP_SYS(close),
-                        SCMP_SYS(fstat),        SCMP_SYS(newfstatat),
-                        SCMP_SYS(statx),        SCMP_SYS(getdents64),
-                        SCMP_SYS(mkdirat),      SCMP_SYS(symlinkat),
-                        SCMP_SYS(linkat),       SCMP_SYS(ftruncate),
-                        SCMP_SYS(fchmod),       SCMP_SYS(utimensat),
-                        SCMP_SYS(brk),          SCMP_SYS(munmap),
-                        SCMP_SYS(mremap),       SCMP_SYS(madvise),
-                        SCMP_SYS(futex),        SCMP_SYS(getrandom),
-                        SCMP_SYS(sysinfo),      SCMP_SYS(clock_gettime),
-                        SCMP_SYS(gettimeofday), SCMP_SYS(rt_sigprocmask),
-                        SCMP_SYS(rt_sigreturn), SCMP_SYS(restart_syscall),
-                        SCMP_SYS(getpid),       SCMP_SYS(gettid),
-                        SCMP_SYS(exit),         SCMP_SYS(exit_group)});
+    filter.add(kAllow,
+               {SCMP_SYS(read), SCMP_SYS(readv), SCMP_SYS(pread64), SCMP_SYS(write),
+                SCMP_SYS(writev), SCMP_SYS(pwrite64), SCMP_SYS(lseek), SCMP_SYS(close),
+                SCMP_SYS(fstat), SCMP_SYS(newfstatat), SCMP_SYS(statx), SCMP_SYS(getdents64),
+                SCMP_SYS(mkdirat), SCMP_SYS(symlinkat), SCMP_SYS(linkat), SCMP_SYS(ftruncate),
+                SCMP_SYS(fchmod), SCMP_SYS(utimensat)});
+    filter.add(kAllow, {SCMP_SYS(brk), SCMP_SYS(munmap), SCMP_SYS(mremap), SCMP_SYS(madvise),
+                        SCMP_SYS(futex), SCMP_SYS(getrandom), SCMP_SYS(sysinfo),
+                        SCMP_SYS(clock_gettime), SCMP_SYS(gettimeofday), SCMP_SYS(rt_sigprocmask),
+                        SCMP_SYS(rt_sigreturn), SCMP_SYS(restart_syscall), SCMP_SYS(getpid),
+                        SCMP_SYS(gettid), SCMP_SYS(exit), SCMP_SYS(exit_group)});
     // A folder to walk through, or a new file.
     filter.add(kAllow, SCMP_SYS(openat), masked(2, O_DIRECTORY | O_ACCMODE | O_CREAT, O_DIRECTORY));
     filter.add(kAllow, SCMP_SYS(openat), masked(2, O_CREAT | O_EXCL, O_CREAT | O_EXCL));
-    for (const std::uint32_t command : {F_DUPFD_CLOEXEC, F_GETFD, F_SETFD, F_GETFL}) {
+    for (const auto command :
+         std::initializer_list<std::uint32_t>{F_DUPFD_CLOEXEC, F_GETFD, F_SETFD, F_GETFL}) {
         filter.add(kAllow, SCMP_SYS(fcntl), is(1, command));
     }
     for (const int call : {SCMP_SYS(mmap), SCMP_SYS(mprotect)}) {
         filter.add(kAllow, call, masked(2, PROT_EXEC, 0));
     }
     // abort() signals the process itself.
-    filter.add(kAllow, SCMP_SYS(tgkill),
-               {.arg = 0,
-                .op = SCMP_CMP_EQ,
-                .datum_a = static_cast<scmp_datum_t>(getpid()),
-                .datum_b = 0});
+    filter.add(kAllow, SCMP_SYS(tgkill), compared(0, SCMP_CMP_EQ, getpid()));
     if (kSanitized) {
         filter.add(kAllow, {SCMP_SYS(sigaltstack), SCMP_SYS(rt_sigaction), SCMP_SYS(prlimit64),
                             SCMP_SYS(nanosleep), SCMP_SYS(clock_nanosleep), SCMP_SYS(sched_yield),
@@ -304,8 +265,6 @@ Confinement confineFetch(pid_t launcher) {
 Confinement confineUnpack(pid_t launcher, const FileDescriptor& folder) {
     tieTo(launcher);
     applyLimits(kLimitsOfUnpack);
-    // A zip archive records local times. The C library opens the time zone's file only once.
-    tzset();
     const bool files = allowOnlyCreationBelow(folder.get());
     return {.systemCalls = filterCallsOfUnpack(), .files = files};
 }

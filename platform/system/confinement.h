@@ -29,11 +29,10 @@ Confinement confineFetch(pid_t launcher);
 /// For a program that creates a tree below `folder` from data that it reads from descriptors.
 ///
 /// It can open and list folders, and create folders, regular files, symbolic links and hard links.
-/// It can open no existing file: before, it loads the locale that it needs (C.UTF-8 for
-/// `unpackArchive`), and never frees it. It has no threads, sockets or executable memory beyond its
-/// own code, and cannot rename or remove. If `files` is false, the permissions of the user alone
-/// decide where it can create items: a kernel before 5.19 cannot allow a hard link between two
-/// folders, so its Landlock is not used.
+/// It can open no existing file: the caller loads the locale of `unpackArchive` (C.UTF-8) first. It
+/// cannot create threads, sockets or executable memory, and cannot rename or remove. If `files` is
+/// false, the permissions of the user alone decide where it can create items: a kernel before 5.19
+/// cannot allow a hard link between two folders, so its Landlock is not used.
 Confinement confineUnpack(pid_t launcher, const FileDescriptor& folder);
 
 }  // namespace teravolant::platform

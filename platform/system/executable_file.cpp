@@ -238,15 +238,6 @@ Status checkInterpreter(const OpenFile& file, const std::vector<ProgramHeader>& 
 
 }  // namespace
 
-Status checkElfFile(const fs::path& path) {
-    const auto file = openFile(path);
-    if (!file) {
-        return file.error();
-    }
-    const auto segments = checkedSegments(*file);
-    return segments ? Status() : Status(segments.error());
-}
-
 Status checkExecutable(const fs::path& path) {
     struct statvfs fileSystem {};
     if (statvfs(path.c_str(), &fileSystem) != 0) {

@@ -47,17 +47,20 @@ std::int64_t codeOf(const Status& status) {
     return error != nullptr ? error->code : kWhole;
 }
 
+std::int64_t check(const std::string& contents, int mode = 0500) {
+    const fixtures::TemporaryFolder folder;
+    folder.write("program", contents);
+    permissions(folder.path() / "program", static_cast<std::filesystem::perms>(mode));
+    return codeOf(checkExecutable(folder.path() / "program"));
+}
+
+std::string bytesOf(const Program& program, std::size_t size = sizeof(Program)) {
+    return {reinterpret_cast<const char*>(&program), size};
+}
+
 }  // namespace
 
 TEST(ExecutableFile, ReadsHeaders) {
-    const fixtures::TemporaryFolder folder;
-    const auto file = folder.path() / "program";
-    const auto check = [&](const auto& change, std::size_t size = sizeof(Program)) {
-        Program program;
-        change(program);
-        folder.write("program", std::string(reinterpret_cast<char*>(&program), size));
-        return codeOf(checkElfFile(file));
-    };
     using P = Program&;
     using Change = void (*)(P);
     const std::pair<std::int64_t, std::vector<Change>> table[] = {
@@ -82,29 +85,23 @@ TEST(ExecutableFile, ReadsHeaders) {
     };
     for (const auto& [code, changes] : table) {
         for (const Change& change : changes) {
-            EXPECT_EQ(check(change), code) << "change " << &change - changes.data();
+            Program program;
+            change(program);
+            EXPECT_EQ(check(bytesOf(program)), code) << "change " << &change - changes.data();
         }
     }
     for (const std::size_t size : {0UL, 1UL, 4UL, 63UL, 64UL, sizeof(Program) - 1}) {
-        EXPECT_EQ(check([](Program&) {}, size), kUnusable) << size << " bytes";
+        EXPECT_EQ(check(bytesOf({}, size)), kUnusable) << size << " bytes";
     }
-    EXPECT_EQ(codeOf(checkElfFile(folder.path())), NSFileReadUnknownError);
+    EXPECT_EQ(codeOf(checkExecutable("/")), NSFileReadUnknownError);
 }
 
 TEST(ExecutableFile, RefusesWhatCanNotStart) {
-    const fixtures::TemporaryFolder folder;
-    const auto file = folder.path() / "program";
-    const auto check = [&](const std::string& contents, int mode = 0500) {
-        std::filesystem::remove(file);
-        folder.write("program", contents);
-        permissions(file, static_cast<std::filesystem::perms>(mode));
-        return codeOf(checkExecutable(file));
-    };
     const auto program = [](std::uint64_t offset, std::uint64_t size) {
         Program it;
         it.interpreter.p_offset += offset;
         it.interpreter.p_filesz = size;
-        return std::string(reinterpret_cast<char*>(&it), sizeof it) + std::string(5000, 0);
+        return bytesOf(it) + std::string(5000, 0);
     };
     EXPECT_EQ(check(program(0, 8)), kWhole);
     EXPECT_EQ(check(program(1, 7)), kUnusable);  // "bin/sh" of the current directory

@@ -1,5 +1,6 @@
 #include "platform/system/fetch_program.h"
 
+#include <algorithm>
 #include <optional>
 
 #include "platform/core/error.h"
@@ -40,11 +41,11 @@ class ResponseReader {
                 return received.error();
             }
             if (received->kind == FrameKind::End) {
-                return isComplete() ? Result<HttpResponse>(*_response) : _program.falseOutput();
+                return isComplete() ? Result<HttpResponse>(*_response) : _program.invalidOutput();
             }
             if (auto error = received->kind == FrameKind::Head    ? takeHead(received->payload)
                              : received->kind == FrameKind::Bytes ? takeBytes(received->payload)
-                                                                  : _program.falseOutput()) {
+                                                                  : _program.invalidOutput()) {
                 return error;
             }
         }
@@ -63,13 +64,13 @@ class ResponseReader {
 
     Status takeHead(std::string_view payload) {
         if (_response) {
-            return _program.falseOutput();
+            return _program.invalidOutput();
         }
         _response = decodedResponse(payload);
         const std::uint64_t offset =
             _response && _response->status == 206 ? offsetToResumeAt(_request) : 0;
         if (!_response || _response->bodyOffset != offset) {
-            return _program.falseOutput();
+            return _program.invalidOutput();
         }
         return isBodyWanted() && _receiver.begin ? _receiver.begin(*_response) : Status();
     }
@@ -78,7 +79,7 @@ class ResponseReader {
         _received += bytes.size();
         const auto limit = _options.maximumBodySize;
         if (!_response || !isBodyWanted() || (limit && _received > *limit) || isTooSlow(bytes)) {
-            return _program.falseOutput();
+            return _program.invalidOutput();
         }
         const auto before = Clock::now();
         auto error = _receiver.receive(bytes);
@@ -92,8 +93,10 @@ class ResponseReader {
         if (now - _windowStart < _patience) {
             return false;
         }
-        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(_options.stallTimeout);
-        const bool isSlow = _windowBytes < kLowestRate * static_cast<std::uint64_t>(seconds.count());
+        const auto seconds =
+            std::chrono::duration_cast<std::chrono::seconds>(_options.stallTimeout);
+        const bool isSlow =
+            _windowBytes < kLowestRate * static_cast<std::uint64_t>(seconds.count());
         _windowStart = now;
         _windowBytes = 0;
         return isSlow;
@@ -112,11 +115,10 @@ class ResponseReader {
 
 /// A line feed would begin another field of the request.
 bool isOneLine(const HttpRequest& request) {
-    bool isOne = isHeaderText(request.url);
-    for (const HttpHeader& header : request.headers) {
-        isOne = isOne && isHeaderText(header.name) && isHeaderText(header.value);
-    }
-    return isOne;
+    return isHeaderText(request.url) &&
+           std::ranges::all_of(request.headers, [](const HttpHeader& header) {
+               return isHeaderText(header.name) && isHeaderText(header.value);
+           });
 }
 
 }  // namespace

@@ -11,7 +11,6 @@
 
 #include "platform/core/file_descriptor.h"
 #include "platform/core/file_error.h"
-#include "platform/core/text.h"
 #include "platform/files/files.h"
 #include "platform/system/bundle.h"
 #include "platform/system/spawn.h"
@@ -65,16 +64,15 @@ TaskResult runToEndOfOutput(const fs::path& executable, const std::vector<std::s
 
     SpawnSettings settings;
     posix_spawn_file_actions_adddup2(&settings.actions, input.get(), STDOUT_FILENO);
-    pid_t child = 0;
-    auto launchError = spawnProgram(programOnThisMachine(executable), arguments, settings, environ, child);
+    const auto child = spawnProgram(programOnThisMachine(executable), arguments, settings, environ);
     input.reset();
-    if (launchError) {
-        return {{}, std::move(launchError)};
+    if (!child) {
+        return {{}, child.error()};
     }
     std::string text = readToEnd(output.get());
     // The program may still be running after it closed its output. Do not wait for it: init reaps
     // it after this process has ended.
-    waitpid(child, nullptr, WNOHANG);
+    waitpid(*child, nullptr, WNOHANG);
     return {std::move(text), std::nullopt};
 }
 
@@ -82,11 +80,8 @@ std::optional<int> runToExit(const fs::path& program, const std::vector<std::str
     SpawnSettings settings;
     posix_spawn_file_actions_addopen(&settings.actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_addopen(&settings.actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    pid_t child = 0;
-    if (spawnProgram(program, arguments, settings, environ, child)) {
-        return std::nullopt;
-    }
-    const auto status = waitForEnd(child);
+    const auto child = spawnProgram(program, arguments, settings, environ);
+    const auto status = child ? waitForEnd(*child) : std::nullopt;
     return status && WIFEXITED(*status) ? std::optional(WEXITSTATUS(*status)) : std::nullopt;
 }
 
@@ -117,8 +112,8 @@ Status launchDetached(const fs::path& executable, const std::vector<std::string>
     posix_spawn_file_actions_addclosefrom_np(&settings.actions, STDERR_FILENO + 1);
     posix_spawn_file_actions_addchdir_np(&settings.actions, "/");
     settings.detach();
-    pid_t child = 0;
-    return spawnProgram(executable, arguments, settings, environ, child);
+    const auto child = spawnProgram(executable, arguments, settings, environ);
+    return child ? Status() : Status(child.error());
 }
 
 }  // namespace teravolant::platform

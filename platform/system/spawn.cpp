@@ -31,18 +31,19 @@ void SpawnSettings::detach() {
                              POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
 }
 
-Status spawnProgram(const std::filesystem::path& executable,
-                    const std::vector<std::string>& arguments, const SpawnSettings& settings,
-                    char* const* environment, pid_t& child) {
+Result<pid_t> spawnProgram(const std::filesystem::path& executable,
+                           const std::vector<std::string>& arguments, const SpawnSettings& settings,
+                           char* const* environment) {
     std::vector<char*> argumentVector = {const_cast<char*>(executable.c_str())};
     for (const std::string& argument : arguments) {
         argumentVector.push_back(const_cast<char*>(argument.c_str()));
     }
     argumentVector.push_back(nullptr);
+    pid_t child = -1;
     const int failure = posix_spawnp(&child, executable.c_str(), &settings.actions,
                                      &settings.attributes, argumentVector.data(), environment);
     if (failure == 0) {
-        return std::nullopt;
+        return child;
     }
     return errorFromErrno(failure, FileAccess::Write,
                           quoted(executable.native()) + " could not be started");

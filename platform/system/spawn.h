@@ -27,14 +27,14 @@ class SpawnSettings {
 };
 
 /// Starts a program, searched for in `PATH` if its name has no slash. `environment` is a vector of
-/// "NAME=VALUE" with a null at its end, like `environ`. Fails if the program cannot be executed.
-[[nodiscard]] Status spawnProgram(const std::filesystem::path& executable,
-                                  const std::vector<std::string>& arguments,
-                                  const SpawnSettings& settings, char* const* environment,
-                                  pid_t& child);
+/// "NAME=VALUE" with a null at its end, like `environ`. Returns the process id of the child, which
+/// the caller reaps. Fails if the program cannot be executed.
+[[nodiscard]] Result<pid_t> spawnProgram(const std::filesystem::path& executable,
+                                         const std::vector<std::string>& arguments,
+                                         const SpawnSettings& settings, char* const* environment);
 
-/// Waits for the child process to end and reaps it. Returns its wait status, or nothing if it is not
-/// a child of the caller.
+/// Blocks until the child process ends and reaps it. Returns its wait status, or nothing if it is
+/// not a child of the caller.
 std::optional<int> waitForEnd(pid_t child);
 
 }  // namespace teravolant::platform

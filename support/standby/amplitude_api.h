@@ -2,8 +2,8 @@
 
 #include <string_view>
 
-#include "platform/core/result.h"
 #include "platform/core/http_message.h"
+#include "platform/core/result.h"
 #include "support/standby/amplitude_event.h"
 
 namespace teravolant {
