@@ -223,7 +223,7 @@ Result<ConfinedProgram::Received> ConfinedProgram::receive() {
     }
     const auto ownError = decodedError(received->payload);
     return ownError && ownError->domain == _settings.errorDomain ? Result<Received>(*ownError)
-                                                                 : Result<Received>(falseOutput());
+                                                                 : Result<Received>(invalidOutput());
 }
 
 /// Returns the error of a program that has closed its end. Waits up to a second for it to exit, so
