@@ -9,7 +9,7 @@
 //
 // The program is killed when the thread that started it ends. It writes no core dump and gains no
 // privileges. Its memory and its number of open files are limited. A denied system call fails with
-// EPERM, EACCES or ENOSYS; it does not kill the program.
+// EPERM, EACCES, EXDEV or ENOSYS; it does not kill the program.
 //
 // Both functions exit with status 71 (EX_OSERR) if `launcher` is not the parent process, or if the
 // kernel refuses a step that every kernel supports.
@@ -24,15 +24,19 @@ struct Confinement {
 /// For a program that connects to servers: it can read files, create sockets and start threads.
 /// It cannot change the file system, listen for connections, start a program or another process,
 /// or act on another process. Libraries can still be loaded.
+///
+/// If `files` is true, it cannot read users' data (see landlock.h), except for the certificates in
+/// `$SSL_CERT_FILE`.
 Confinement confineFetch(pid_t launcher);
 
 /// For a program that creates a tree below `folder` from data that it reads from descriptors.
 ///
 /// It can open and list folders, and create folders, regular files, symbolic links and hard links.
-/// It can open no existing file: the caller loads the locale of `unpackArchive` (C.UTF-8) first. It
-/// cannot create threads, sockets or executable memory, and cannot rename or remove. If `files` is
-/// false, the permissions of the user alone decide where it can create items: a kernel before 5.19
-/// cannot allow a hard link between two folders, so its Landlock is not used.
+/// It can open no existing file: before, it loads the locale that it needs (C.UTF-8 for
+/// `unpackArchive`), and never frees it. It has no threads, sockets or executable memory beyond its
+/// own code, and cannot rename or remove. If `files` is false, the permissions of the user alone
+/// decide where it can create items. If it is true, a kernel before 5.19 refuses a hard link
+/// between two folders with EXDEV.
 Confinement confineUnpack(pid_t launcher, const FileDescriptor& folder);
 
 }  // namespace teravolant::platform

@@ -9,13 +9,17 @@ namespace teravolant::platform {
 int landlockVersion();
 
 /// Forbids to create, change, remove and execute files, to bind TCP ports, and to signal or connect
-/// to processes outside of the confinement, as far as the kernel's version can. Returns false if
-/// the kernel enforces nothing.
-bool forbidChangesOfFiles();
+/// to processes outside of the confinement.
+///
+/// Allows to read files, except below the folders that hold users' data or devices: the usual ones,
+/// and the one with the user's home directory in the password database. It also allows to read
+/// `additionalFile`, if that is not null. Must be called before a thread starts. Returns false if
+/// the kernel does not enforce it.
+bool allowOnlyReadingOfSystem(const char* additionalFile);
 
 /// Forbids access to files, and TCP. Below `folder` it allows to open and list folders, and to
-/// create and write regular files, folders, symbolic links and hard links. Enforces what
-/// the kernel's version can, and returns false if that is nothing or the version is 1.
+/// create and write regular files, folders, symbolic links and hard links. In version 1, a hard
+/// link between two folders fails with EXDEV. Returns false if the kernel does not enforce it.
 bool allowOnlyCreationBelow(int folder);
 
 }  // namespace teravolant::platform
