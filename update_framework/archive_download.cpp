@@ -149,7 +149,7 @@ class Download {
         return pause(*error, response ? response->retryAfter : std::nullopt);
     }
 
-    /// Returns `error` if there is no other attempt.
+    /// Returns `error` if the attempt was the last.
     Status pause(const Error& error, std::optional<std::chrono::seconds> retryAfter) {
         if (_have > _furthest) {
             _furthest = _have;
@@ -221,8 +221,8 @@ class Download {
     /// Called once for each complete part.
     bool isOffered() { return equalIgnoringCase(_sha256.finish(), *_offer.sha256); }
 
-    /// After a complete part with another digest. If its bytes did not come in one response, a power
-    /// failure or a change on the server may have spoiled it: fetches the whole archive once.
+    /// After a complete part with another digest. If its bytes did not come in one response, a
+    /// power failure or a change on the server may have spoiled it: fetches the whole archive once.
     Status startAgain() {
         if (!_isFromOneResponse) {
             return truncatePart();

@@ -17,7 +17,8 @@ namespace teravolant::platform {
 struct DownloadedArchive {
     FileDescriptor file;  ///< Open for reading and writing.
     std::uint64_t size = 0;
-    /// BLAKE2b-256 of the bytes whose SHA-256 was the offered one: the cheaper way to recognise them.
+    /// BLAKE2b-256 of the bytes whose SHA-256 was the offered one: the cheaper way to recognise
+    /// them.
     std::string digest;
     std::uint64_t fetched = 0;  ///< Bytes that this cycle received.
 };

@@ -85,8 +85,7 @@ std::optional<std::string> refusalOfMode(unsigned mode) {
     return "has a set-user-id, set-group-id or sticky bit";
 }
 
-Utf8Names::Utf8Names()
-    : _locale(newlocale(LC_CTYPE_MASK, "C.UTF-8", locale_t{})) {
+Utf8Names::Utf8Names() : _locale(newlocale(LC_CTYPE_MASK, "C.UTF-8", locale_t{})) {
     if (_locale == locale_t{}) {
         _locale = newlocale(LC_CTYPE_MASK, "en_US.UTF-8", locale_t{});
     }

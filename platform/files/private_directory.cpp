@@ -77,8 +77,8 @@ Status preparePrivateDirectory(const std::filesystem::path& path) {
         return std::nullopt;  // The file system has no permissions.
     }
     std::error_code unreadable;
-    for (std::filesystem::directory_iterator walk(path, unreadable), end; !unreadable && walk != end;
-         walk.increment(unreadable)) {
+    for (std::filesystem::directory_iterator walk(path, unreadable), end;
+         !unreadable && walk != end; walk.increment(unreadable)) {
         if (auto error = removeTree(walk->path())) {
             return error;
         }

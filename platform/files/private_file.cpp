@@ -23,8 +23,8 @@ FileDescriptor openAt(const std::filesystem::path& path, int flags) {
 bool isPrivate(const FileDescriptor& file) {
     constexpr mode_t kOthers = S_IRWXG | S_IRWXO;
     struct stat status {};
-    if (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
-        status.st_uid != geteuid() || status.st_nlink != 1) {
+    if (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_uid != geteuid() ||
+        status.st_nlink != 1) {
         return false;
     }
     return (status.st_mode & kOthers) == 0 ||

@@ -1,16 +1,15 @@
 // Performs one exchange with libcurl's easy interface, which calls back on the same thread.
 //
-// `receiveHeader` collects the headers of the last response that libcurl receives: earlier ones are
-// interim responses. `receiveBytes` gets the body. Its first bytes show that the head is complete:
-// `takeHead` checks it then, or at the end of a response without a body. A callback ends the
-// transfer when it returns an error, either after it left an error in `_error`, which takes
-// precedence over libcurl's result, or because the body is not wanted, which is a success.
-// Redirects are not left to libcurl, because each target has to pass `HttpAddress` before it is
-// contacted.
+// `receiveHeader` collects the headers of the last response: earlier ones are interim responses.
+// `receiveBytes` gets the body. Its first bytes show that the head is complete: `takeHead` checks
+// it then, or at the end of a response without a body. A callback ends the transfer when it returns
+// an error, either after it left an error in `_error`, which takes precedence over libcurl's
+// result, or because the body is not wanted, which is a success. Redirects are not left to libcurl,
+// because each target has to pass `HttpAddress` before it is contacted.
 //
 // `checkProgress`, which libcurl calls at least once a second, compares the bytes of the body with
-// the lowest rate, over the last six periods that make up the stall timeout. libcurl's own low-speed limit also counts bytes
-// that are no part of the body.
+// the lowest rate, over the last six periods that make up the stall timeout. libcurl's own
+// low-speed limit also counts bytes outside of the body.
 #include "platform/http/http_exchange.h"
 
 #include <arpa/inet.h>
@@ -19,8 +18,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
-#include <map>
 #include <memory>
 #include <numeric>
 #include <utility>
@@ -32,6 +29,7 @@
 #include "platform/core/text.h"
 #include "platform/http/http_environment.h"
 #include "platform/http/http_failures.h"
+#include "platform/http/http_headers.h"
 
 namespace teravolant::platform {
 namespace {
@@ -39,7 +37,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr long kReceiveSize = 128L * 1024;
-constexpr std::size_t kMostHeaderBytes = std::size_t{256} * 1024;
 /// Returned by a callback to end the transfer. Never the number of bytes that it received.
 constexpr std::size_t kEndTransfer = 0xFFFFFFFF;
 
@@ -47,29 +44,6 @@ using HeaderList = std::unique_ptr<curl_slist, Deleter<curl_slist_free_all>>;
 
 bool isRedirect(int status) {
     return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
-}
-
-std::string_view trimmed(std::string_view text) {
-    constexpr std::string_view kBlanks = " \t\r\n";
-    const std::size_t first = std::min(text.find_first_not_of(kBlanks), text.size());
-    return text.substr(first, text.find_last_not_of(kBlanks) + 1 - first);
-}
-
-/// Returns FIRST of "bytes FIRST-LAST/LENGTH" (RFC 9110, section 14.4), or nothing if the header is
-/// malformed or has another unit.
-std::optional<std::uint64_t> startOfRange(std::string_view contentRange) {
-    constexpr std::string_view kUnit = "bytes ";
-    if (!equalIgnoringCase(contentRange.substr(0, kUnit.size()), kUnit)) {
-        return std::nullopt;
-    }
-    contentRange.remove_prefix(kUnit.size());
-    std::uint64_t first = 0;
-    const char* end = contentRange.data() + contentRange.size();
-    const auto parsed = std::from_chars(contentRange.data(), end, first);
-    if (parsed.ec != std::errc() || parsed.ptr == end || *parsed.ptr != '-') {
-        return std::nullopt;
-    }
-    return first;
 }
 
 bool isLoopbackAddress(const sockaddr* address) {
@@ -113,7 +87,6 @@ class Exchange {
     Status addReceivedHeader(std::string_view line);
     Status takeHead();
     Status checkRange();
-    [[nodiscard]] std::optional<std::string> header(const char* name) const;
     static std::size_t receiveBytes(char* bytes, std::size_t size, std::size_t count, void* self);
     Status receive(std::string_view bytes);
     static int checkProgress(void* self, curl_off_t /*size*/, curl_off_t /*got*/,
@@ -146,8 +119,7 @@ class Exchange {
     std::size_t _periods = 0;  ///< The number of past periods.
     Clock::time_point _periodStart = Clock::now();
 
-    std::size_t _headerBytes = 0;                         ///< Of all responses.
-    std::map<std::string, std::string> _receivedHeaders;  ///< By lower-case name.
+    ReceivedHeaders _receivedHeaders;
     bool _hasHead = false;
     bool _isBodyWanted = false;
     std::optional<std::string> _redirect;
@@ -256,20 +228,11 @@ std::size_t Exchange::receiveHeader(char* bytes, std::size_t size, std::size_t c
 }
 
 Status Exchange::addReceivedHeader(std::string_view line) {
-    _headerBytes += line.size();
-    if (_headerBytes > kMostHeaderBytes) {
-        return httpError(
-            HttpError::badResponse,
-            host() + " sent more than " + std::to_string(kMostHeaderBytes) + " bytes of headers.");
-    }
-    if (line.starts_with("HTTP/")) {
-        _receivedHeaders.clear();
-    }
-    const std::size_t mark = line.find(':');
-    if (mark != line.npos) {
-        _receivedHeaders[lowerCase(line.substr(0, mark))] = trimmed(line.substr(mark + 1));
-    }
-    return std::nullopt;
+    return _receivedHeaders.add(line)
+               ? Status()
+               : httpError(HttpError::badResponse, host() + " sent more than " +
+                                                       std::to_string(ReceivedHeaders::kMostBytes) +
+                                                       " bytes of headers.");
 }
 
 int Exchange::checkProgress(void* self, curl_off_t /*size*/, curl_off_t /*got*/,
@@ -331,11 +294,6 @@ curl_socket_t Exchange::openSocket(void* self, curlsocktype /*purpose*/, curl_so
     return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
 }
 
-std::optional<std::string> Exchange::header(const char* name) const {
-    const auto found = _receivedHeaders.find(name);
-    return found == _receivedHeaders.end() ? std::nullopt : std::optional(found->second);
-}
-
 /// Reads and checks the complete head of the response. Does nothing when called again.
 Status Exchange::takeHead() {
     if (std::exchange(_hasHead, true)) {
@@ -355,8 +313,8 @@ Status Exchange::takeHead() {
     _response.status = static_cast<int>(status);
     _response.url = _address.url();
     _response.proxy = displayedProxy(_proxy);
-    _response.entityTag = header("etag");
-    _response.lastModified = header("last-modified");
+    _response.entityTag = _receivedHeaders.find("etag");
+    _response.lastModified = _receivedHeaders.find("last-modified");
     if (length >= 0) {
         _response.contentLength = static_cast<std::uint64_t>(length);
     }
@@ -365,7 +323,7 @@ Status Exchange::takeHead() {
         _response.retryAfter = std::chrono::seconds(std::min(retryAfter, kOneDay));
     }
     if (isRedirect(_response.status)) {
-        _redirect = header("location");
+        _redirect = _receivedHeaders.find("location");
     }
     const bool isContent = _response.status == 200 || _response.status == 206;
     _isBodyWanted = !_redirect && (_request.wanted == WantedBodies::All || isContent);
@@ -386,7 +344,7 @@ Status Exchange::checkRange() {
         return std::nullopt;
     }
     const std::uint64_t offset = offsetToResumeAt(_request);
-    const auto start = startOfRange(header("content-range").value_or(""));
+    const auto start = startOfRange(_receivedHeaders.find("content-range").value_or(""));
     if (offset == 0 || start != offset) {
         return httpError(HttpError::unexpectedRange,
                          host() + " sent a part of the body that was not requested.");
@@ -429,15 +387,15 @@ Status Exchange::failure(CURLcode code) const {
     curl_easy_getinfo(_easy, CURLINFO_SSL_VERIFYRESULT, &verdict);
     std::string explanation = _message.front() != '\0' ? _message.data() : curl_easy_strerror(code);
     // It may contain the proxy with its password.
-    if (const std::size_t place = explanation.find(_proxy); !_proxy.empty() && place != _proxy.npos) {
+    if (const std::size_t place = explanation.find(_proxy);
+        !_proxy.empty() && place != _proxy.npos) {
         explanation.replace(place, _proxy.size(), displayedProxy(_proxy));
     }
-    return errorOfTransfer(
-        {.code = code,
-         .host = host(),
-         .explanation = std::move(explanation),
-         .certificateVerdict = verdict,
-         .connectTimeout = _options.connectTimeout});
+    return errorOfTransfer({.code = code,
+                            .host = host(),
+                            .explanation = std::move(explanation),
+                            .certificateVerdict = verdict,
+                            .connectTimeout = _options.connectTimeout});
 }
 
 }  // namespace

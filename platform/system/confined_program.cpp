@@ -35,14 +35,14 @@ constexpr int kFolderDescriptor = 3;
 
 std::atomic<bool> ranUnconfined = false;
 
-/// Whether the kernel sends the signal because of a fault that the program's input causes. SIGBUS and
-/// SIGABRT can be the effect of a failing disk or of too little memory.
+/// Whether the kernel sends the signal because of a fault that the program's input causes. SIGBUS
+/// and SIGABRT can be the effect of a failing disk or of too little memory.
 bool isFault(int signal) {
     return signal == SIGSEGV || signal == SIGILL || signal == SIGFPE || signal == SIGSYS;
 }
 
-/// Waits a second for the process to end, and reaps it. Returns its wait status, or nothing if it still
-/// exists: even SIGKILL does not end a process that waits for a dead network file system.
+/// Waits a second for the process to end, and reaps it. Returns its wait status, or nothing if it
+/// still exists: even SIGKILL does not end a process that waits for a dead network file system.
 std::optional<int> statusOfEnded(pid_t child) {
     constexpr int kTries = 100;
     for (int tries = 0; tries < kTries; ++tries) {
@@ -222,8 +222,9 @@ Result<ConfinedProgram::Received> ConfinedProgram::receive() {
         return received;
     }
     const auto ownError = decodedError(received->payload);
-    return ownError && ownError->domain == _settings.errorDomain ? Result<Received>(*ownError)
-                                                                 : Result<Received>(invalidOutput());
+    return ownError && ownError->domain == _settings.errorDomain
+               ? Result<Received>(*ownError)
+               : Result<Received>(invalidOutput());
 }
 
 /// Returns the error of a program that has closed its end. Waits up to a second for it to exit, so
@@ -235,9 +236,9 @@ Status ConfinedProgram::endWithoutResult() {
     }
     _child = -1;
     if (!WIFSIGNALED(*status)) {
-        return error(ProgramError::ended, "exited with status " +
-                                              std::to_string(WEXITSTATUS(*status)) +
-                                              " without a result");
+        return error(
+            ProgramError::ended,
+            "exited with status " + std::to_string(WEXITSTATUS(*status)) + " without a result");
     }
     const int signal = WTERMSIG(*status);
     return error(isFault(signal) ? ProgramError::crashed : ProgramError::killed,

@@ -39,8 +39,8 @@ class ConfinedProgram {
     struct Settings {
         std::string name;
         std::vector<std::string> environment = {};  ///< Names of variables to pass on.
-        std::filesystem::path folder = {};  ///< Open as its descriptor 3, unless empty.
-        std::string_view errorDomain = {};  ///< Of the program's own errors.
+        std::filesystem::path folder = {};          ///< Open as its descriptor 3, unless empty.
+        std::string_view errorDomain = {};          ///< Of the program's own errors.
         /// For each call of `send` and `receive`. Then the program counts as hung.
         std::chrono::milliseconds patience = std::chrono::seconds(60);
     };

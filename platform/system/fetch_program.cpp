@@ -13,8 +13,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// `fetch` enforces the time limits itself, with errors that name the host. It notices a stall after at
-/// most 7/6 of the limit. The caller's limit is longer, for a program that does not.
+/// `fetch` enforces the time limits itself, with errors that name the host. It notices a stall
+/// after at most 7/6 of the limit. The caller's limit is longer, for a program that does not.
 ConfinedProgram::Settings settingsFor(const HttpOptions& options) {
     return {.name = "fetch",
             .environment = {"SSL_CERT_FILE", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY",

@@ -38,7 +38,8 @@ void AmplitudeApi::sendEvent(const AmplitudeEvent* event, std::string_view host)
         .method = platform::HttpMethod::Post,
         .headers = {{"Content-Type", "application/json"},
                     {"Accept", "application/json"},
-                    {"User-Agent", platform::userAgent("Teravolant", AmplitudeEvent::getAppVersion())}},
+                    {"User-Agent",
+                     platform::userAgent("Teravolant", AmplitudeEvent::getAppVersion())}},
         .body = event->dataValue().value_or("")};
     sendHttpRequestInBackground(std::move(request), {.maximumBodySize = kMaximumResponseSize},
                                 &AmplitudeApi::answerReceived);
