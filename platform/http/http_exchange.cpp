@@ -271,16 +271,20 @@ bool Exchange::hasStalled() {
         return false;
     }
     const auto count = _bytesOfPeriods.size();
-    if (now - _periodStart < _options.stallTimeout / count) {
-        return false;
+    const auto period = std::max<std::chrono::milliseconds>(_options.stallTimeout / count,
+                                                            std::chrono::milliseconds(1));
+    const auto needed =
+        static_cast<std::uint64_t>(_options.stallTimeout.count()) * kLowestRate / 1000;
+    for (; now - _periodStart >= period; _periodStart += period) {
+        const std::uint64_t received =
+            std::accumulate(_bytesOfPeriods.begin(), _bytesOfPeriods.end(), std::uint64_t{0});
+        if (++_periods >= count && received < needed) {
+            return true;
+        }
+        std::shift_right(_bytesOfPeriods.begin(), _bytesOfPeriods.end(), 1);
+        _bytesOfPeriods.front() = 0;
     }
-    const std::uint64_t received =
-        std::accumulate(_bytesOfPeriods.begin(), _bytesOfPeriods.end(), std::uint64_t{0});
-    const auto needed = _options.stallTimeout.count() * kLowestRate / 1000;
-    std::shift_right(_bytesOfPeriods.begin(), _bytesOfPeriods.end(), 1);
-    _bytesOfPeriods.front() = 0;
-    _periodStart = now;
-    return ++_periods >= count && received < static_cast<std::uint64_t>(needed);
+    return false;
 }
 
 curl_socket_t Exchange::openSocket(void* self, curlsocktype /*purpose*/, curl_sockaddr* address) {
