@@ -21,6 +21,9 @@ using SourceUrl = CURLU;
 using SourceUrl = const CURLU;
 #endif
 
+// The names of parameters and the macros are simpler than libcurl's own.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name, bugprone-macro-parentheses)
+
 // The functions with a fixed list of parameters.
 #define CURL_FUNCTIONS(FUNCTION)                                                                  \
     FUNCTION(CURL*, curl_easy_init, (), ())                                                       \
@@ -73,6 +76,8 @@ CURL_EXTERN CURLcode curl_easy_getinfo(CURL* handle, CURLINFO info, ...) {
     return system_curl_easy_getinfo(handle, info, value);
 }
 }
+
+// NOLINTEND(readability-inconsistent-declaration-parameter-name, bugprone-macro-parentheses)
 
 namespace teravolant::platform {
 namespace {
