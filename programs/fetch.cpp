@@ -2,8 +2,8 @@
 // process id. Reads the request from standard input: a frame, then the request's body. Writes
 // frames: the confinement, the head of the response, its body in pieces, and the end or an error.
 //
-// The program confines itself first. Afterwards it can read files and use the network, but neither
-// change a file nor start a program.
+// The program confines itself first. Afterwards it can read the system's files and use the network,
+// but neither change a file nor start a program.
 
 #include <unistd.h>
 

@@ -295,6 +295,18 @@ TEST(CutDownload, FetchesNoByteTwice) {
     EXPECT_EQ(update.pauses, (std::vector<std::int64_t>(5, 2)));
 }
 
+TEST(CutDownload, IsFetchedAgainAsAWholeOnce) {
+    Update update;
+    const std::string size = std::to_string(update.archive.size());
+    update.archive.assign(update.archive.size(), '\0');  // It never has the offered digest.
+    const ServerAnswer cut{.headers = {{"ETag", kTag}}, .body = update.archive, .cutAfter = 1000};
+    const auto range = "bytes 1000-" + std::to_string(update.archive.size() - 1) + "/" + size;
+    const ServerAnswer rest{206, {{"Content-Range", range}}, update.archive.substr(1000)};
+    update.archiveAnswers = {cut, rest, cut, rest, cut, rest};
+    update.expectRefused("SHA-256 is not the one");
+    EXPECT_EQ(update.ranges.size(), 4U);
+}
+
 TEST(Retries, EndAfterThreeMinutesWithoutProgress) {
     const ServerAnswer busy{503, {{"Retry-After", "7"}}};
     struct Failure {

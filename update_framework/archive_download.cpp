@@ -16,6 +16,7 @@
 #include "update_framework/archive_download.h"
 
 #include <system_error>
+#include <utility>
 
 #include "platform/core/error.h"
 #include "platform/core/file_error.h"
@@ -224,7 +225,7 @@ class Download {
     /// After a complete part with another digest. If its bytes did not come in one response, a
     /// power failure or a change on the server may have spoiled it: fetches the whole archive once.
     Status startAgain() {
-        if (!_isFromOneResponse) {
+        if (!_isFromOneResponse && !std::exchange(_hasStartedAgain, true)) {
             return truncatePart();
         }
         removeDownloads(_folder);
@@ -241,6 +242,7 @@ class Download {
     std::uint64_t _furthest = 0;  ///< The most bytes at the end of an earlier attempt.
     std::uint64_t _fetched = 0;
     bool _isFromOneResponse = false;
+    bool _hasStartedAgain = false;
     Digest _sha256{DigestAlgorithm::Sha256};
     Digest _digest{DigestAlgorithm::Blake2b256};
 };

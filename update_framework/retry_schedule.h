@@ -18,9 +18,9 @@ class RetrySchedule {
     /// The first attempt begins at `start`.
     explicit RetrySchedule(Clock::Time start) : _start(start) {}
 
-    /// Returns the time of the next attempt after an attempt that failed at `now`, or nothing if
-    /// that was the last. The server may ask for a pause (Retry-After): if the pause ends after the
-    /// last attempt, there is no other.
+    /// Returns the time of the next attempt after an attempt that failed at `now`. Returns nothing
+    /// if that was the last, or if the server asks for a pause (Retry-After) beyond the last
+    /// attempt.
     std::optional<Clock::Time> next(Clock::Time now,
                                     std::optional<std::chrono::seconds> retryAfter);
 
