@@ -1,7 +1,7 @@
 // Downloads the archive of an offer, with retries and resumption.
 //
 // The cache folder contains the downloaded bytes (archive.part) and a record (archive.plist) of the
-// SHA-256 of the archive that they belong to and of the server's validator (ETag or Last-Modified).
+// digest of the archive that they belong to and of the server's validator (ETag or Last-Modified).
 // The record is written when the response begins, before its first byte, so that a killed process
 // leaves no part of an unknown archive.
 //
@@ -26,6 +26,7 @@
 #include "platform/files/private_file.h"
 #include "platform/system/fetch_program.h"
 #include "platform/system/operating_system.h"
+#include "update_framework/feed_download.h"
 #include "update_framework/record.h"
 #include "update_framework/retry_schedule.h"
 #include "update_framework/updater_error.h"
@@ -44,39 +45,36 @@ Status refused(std::string reason) {
 }
 
 /// Entries of the record. Without a validator the download can't be resumed.
-constexpr const char* kDigest = "sha256";
+constexpr const char* kDigest = "digest";
 constexpr const char* kValidator = "validator";
 
 /// The download of one archive.
 class Download {
   public:
-    Download(const UpdateCycle& cycle, const SQRLUpdate& offer)
+    Download(const UpdateCycle& cycle, const OfferedFile& offer)
         : _cycle(cycle), _offer(offer), _folder(cycle.cacheFolder), _schedule(cycle.now()) {}
 
     Result<DownloadedArchive> run(std::vector<NeededSpace> needs) {
         auto error = openPart();
         _furthest = _have;
-        needs.push_back({.folder = _folder, .bytes = *_offer.size - _have});
+        needs.push_back({.folder = _folder, .bytes = _offer.size - _have});
         if (!error) {
             error = checkFreeSpace(needs);
         }
-        while (!error && (_have < *_offer.size || !isOffered())) {
-            error = _have < *_offer.size ? attempt() : startAgain();
+        while (!error && (_have < _offer.size || !isOffered())) {
+            error = _have < _offer.size ? attempt() : startAgain();
         }
         if (error) {
             return error;
         }
-        return DownloadedArchive{.file = _file.release(),
-                                 .size = *_offer.size,
-                                 .digest = _digest.finish(),
-                                 .fetched = _fetched};
+        return DownloadedArchive{.file = _file.release(), .fetched = _fetched};
     }
 
   private:
     /// Opens the part and hashes its bytes.
     Status openPart() {
         Record origin = readRecord(originPath(_folder));
-        const bool usable = equalIgnoringCase(origin[kDigest], *_offer.sha256);
+        const bool usable = origin[kDigest] == _offer.digest;
         if (!usable) {
             removeDownloads(_folder);
         }
@@ -91,7 +89,7 @@ class Download {
             addToDigests(piece);
             return Status();
         });
-        if (!error && (_have > *_offer.size || (_have < *_offer.size && _validator.empty()))) {
+        if (!error && (_have > _offer.size || (_have < _offer.size && _validator.empty()))) {
             error = truncatePart();
         }
         return error;
@@ -100,12 +98,10 @@ class Download {
     void restartDigests() {
         _have = 0;
         _isFromOneResponse = false;
-        _sha256 = Digest(DigestAlgorithm::Sha256);
-        _digest = Digest(DigestAlgorithm::Blake2b256);
+        _digest = Digest();
     }
 
     void addToDigests(std::string_view bytes) {
-        _sha256.update(bytes);
         _digest.update(bytes);
         _have += bytes.size();
     }
@@ -118,8 +114,8 @@ class Download {
     /// Requests the missing bytes. After a failure that can pass, waits for the next attempt.
     Status attempt() {
         HttpRequest request{
-            .url = _offer.updateURL,
-            .headers = {{"User-Agent", userAgent("Teravolant", _cycle.bundleVersion)}},
+            .url = _offer.url,
+            .headers = {{"User-Agent", userAgent("Teravolant", _cycle.installation.bundleVersion)}},
             .wanted = WantedBodies::Contents};
         if (_have > 0) {
             request.resumption = HttpResumption{.offset = _have, .validator = _validator};
@@ -144,7 +140,7 @@ class Download {
         const bool canPass = isTransient(*error) || (response && isTransient(response->status));
         if (!wholeIsNeeded && !canPass) {
             return error->code == NSFileWriteOutOfSpaceError
-                       ? outOfSpaceError(_folder, *_offer.size - _have)
+                       ? outOfSpaceError(_folder, _offer.size - _have)
                        : error;
         }
         return pause(*error, response ? response->retryAfter : std::nullopt);
@@ -173,14 +169,14 @@ class Download {
         if (response.status != 200 && response.status != 206) {
             return unexpectedStatus("the update's archive", response);
         }
-        if (_have < *_offer.size && !response.contentLength) {
+        if (_have < _offer.size && !response.contentLength) {
             return httpError(HttpError::connectionLost,
                              "The connection was lost: the archive's end did not arrive.");
         }
-        if (_have < *_offer.size) {
+        if (_have < _offer.size) {
             removeDownloads(_folder);
             return refused("it ends after " + std::to_string(_have) + " of " +
-                           std::to_string(*_offer.size) + " bytes.");
+                           std::to_string(_offer.size) + " bytes.");
         }
         return std::nullopt;
     }
@@ -192,8 +188,8 @@ class Download {
             }
         }
         _isFromOneResponse = _have == 0;
-        if (response.contentLength && *response.contentLength > *_offer.size - _have) {
-            return refused("the server has more than the " + std::to_string(*_offer.size) +
+        if (response.contentLength && *response.contentLength > _offer.size - _have) {
+            return refused("the server has more than the " + std::to_string(_offer.size) +
                            " offered bytes.");
         }
         // A response with a part may omit the validator that the request named.
@@ -202,13 +198,13 @@ class Download {
             _validator = validator;
         }
         return writeRecord(originPath(_folder),
-                           {{kDigest, *_offer.sha256}, {kValidator, _validator}});
+                           {{kDigest, _offer.digest}, {kValidator, _validator}});
     }
 
     Status receive(std::string_view bytes) {
-        if (bytes.size() > *_offer.size - _have) {
+        if (bytes.size() > _offer.size - _have) {
             removeDownloads(_folder);
-            return refused("the server sends more than the " + std::to_string(*_offer.size) +
+            return refused("the server sends more than the " + std::to_string(_offer.size) +
                            " offered bytes.");
         }
         if (auto error = _file.append(bytes)) {
@@ -220,7 +216,7 @@ class Download {
     }
 
     /// Called once for each complete part.
-    bool isOffered() { return equalIgnoringCase(_sha256.finish(), *_offer.sha256); }
+    bool isOffered() { return _digest.finish() == _offer.digest; }
 
     /// After a complete part with another digest. If its bytes did not come in one response, a
     /// power failure or a change on the server may have spoiled it: fetches the whole archive once.
@@ -229,11 +225,11 @@ class Download {
             return truncatePart();
         }
         removeDownloads(_folder);
-        return refused("its SHA-256 is not the one in the offer.");
+        return refused("its digest is not the one in the offer.");
     }
 
     const UpdateCycle& _cycle;
-    const SQRLUpdate& _offer;
+    const OfferedFile& _offer;
     const fs::path& _folder;
     RetrySchedule _schedule;
     PrivateFile _file;
@@ -243,15 +239,14 @@ class Download {
     std::uint64_t _fetched = 0;
     bool _isFromOneResponse = false;
     bool _hasStartedAgain = false;
-    Digest _sha256{DigestAlgorithm::Sha256};
-    Digest _digest{DigestAlgorithm::Blake2b256};
+    Digest _digest;
 };
 
 }  // namespace
 
-Result<DownloadedArchive> downloadArchive(const UpdateCycle& cycle, const SQRLUpdate& offer,
+Result<DownloadedArchive> downloadArchive(const UpdateCycle& cycle, const OfferedFile& archive,
                                           const std::vector<NeededSpace>& otherNeeds) {
-    return Download(cycle, offer).run(otherNeeds);
+    return Download(cycle, archive).run(otherNeeds);
 }
 
 void removeDownloads(const fs::path& cacheFolder) {

@@ -10,9 +10,9 @@ namespace teravolant::platform {
 
 /// Unpacks the archive into the existing empty `folder` with the confined program `unpack`. Blocks.
 ///
-/// Sends the program the bytes of the archive's descriptor, and ends its input only if their digest
-/// is the verified one. Fails with the error of the program (`kProgramErrorDomain`), or with its
-/// message about the archive. A program that neither reads nor ends within `patience` is killed.
+/// The caller verifies the tree: the program is not trusted. Fails with the error of the program
+/// (`kProgramErrorDomain`), or with its message about the archive. A program that neither reads nor
+/// ends within `patience` is killed.
 [[nodiscard]] Status unpackDownloadedArchive(const DownloadedArchive& archive,
                                              const std::filesystem::path& folder,
                                              std::chrono::milliseconds patience);

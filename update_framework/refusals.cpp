@@ -3,11 +3,11 @@
 #include "update_framework/refusals.h"
 
 #include <algorithm>
-#include <ctime>
 #include <optional>
 #include <sstream>
 
 #include "platform/core/text.h"
+#include "platform/core/utc_time.h"
 #include "update_framework/record.h"
 #include "update_framework/updater_error.h"
 
@@ -53,18 +53,6 @@ bool isOver(const Entry& entry, sys_seconds now) {
     return now < entry.time || now >= entry.time + pauseAfter(entry);
 }
 
-/// Returns the time in UTC as RFC 3339 writes it.
-std::string textOf(sys_seconds time) {
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
-    std::tm parts{};
-    std::string text(sizeof "2026-01-01T00:00:00Z" - 1, '\0');
-    if (gmtime_r(&seconds, &parts) == nullptr) {
-        return "an unknown time";
-    }
-    text.resize(std::strftime(text.data(), text.size() + 1, "%Y-%m-%dT%H:%M:%SZ", &parts));
-    return text;
-}
-
 }  // namespace
 
 Refusals::Refusals(const std::filesystem::path& cacheFolder)
@@ -77,8 +65,8 @@ Status Refusals::check(const std::string& digest, Time now) const {
     }
     return updaterError(SQRLUpdaterErrorRefusedArchive,
                         "The offered archive was refused on this computer at " +
-                            textOf(entry->time) + " and is not downloaded again before " +
-                            textOf(entry->time + pauseAfter(*entry)) +
+                            utcTimeText(entry->time) + " and is not downloaded again before " +
+                            utcTimeText(entry->time + pauseAfter(*entry)) +
                             ". The reason was: " + escaped(entry->reason));
 }
 

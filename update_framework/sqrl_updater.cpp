@@ -157,13 +157,14 @@ Status SQRLUpdater::pauseUntil(Clock::Time time) {
 
 UpdateCycle SQRLUpdater::makeCycle() {
     const Bundle& bundle = Bundle::mainBundle();
+    Installation installation = installationOf(bundle);
+    installation.acceptsBothChannels = _acceptsBothChannels;
     return {
         .feedURL = _updateRequest.url ? _updateRequest.url->absoluteString() : "",
         .bundlePath = bundle.bundlePath(),
-        .bundleIdentifier = bundle.bundleIdentifier().value_or(""),
-        .bundleVersion = bundle.shortVersion().value_or(""),
-        .publicKeys = updatePublicKeys(bundle),
+        .installation = std::move(installation),
         .cacheFolder = cacheFolderOf(bundle),
+        .history = DocumentHistory(UserDefaults::standardUserDefaults()),
         .updateFromJSONData =
             [this](std::string body) { return updateFromJSONData(std::move(body)); },
         .matchingBundle =

@@ -47,6 +47,10 @@ class SQRLUpdater : public std::enable_shared_from_this<SQRLUpdater> {
 
     [[nodiscard]] const URLRequest& updateRequest() const { return _updateRequest; }
 
+    /// For a feed that the user has set: permits offers of the channel that is not the running
+    /// bundle's. Called before a check is started.
+    void acceptBothChannels() { _acceptsBothChannels = true; }
+
     /// May be called from any thread.
     [[nodiscard]] UpdaterState state() const { return _state; }
 
@@ -91,6 +95,7 @@ class SQRLUpdater : public std::enable_shared_from_this<SQRLUpdater> {
 
     URLRequest _updateRequest;
     std::shared_ptr<Clock> _clock;
+    bool _acceptsBothChannels = false;
     /// Held during a cycle, except while it pauses, and until its update is installed. Both are
     /// needed: another bundle may use the same cache folder, and a process with another cache
     /// folder may update the same bundle.

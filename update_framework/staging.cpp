@@ -1,9 +1,11 @@
 // The staged update and its installation.
 //
 // The staging folder is beside the installed bundle, so that both are on one file system. It
-// contains the unpacked archive with the new bundle. The record staged.plist in the cache folder
-// names the new bundle; it is written last, after the tree is flushed, and removed first. A staging
-// folder without a record is therefore incomplete, and the next cycle removes it.
+// contains a folder with the unpacked archive, whose name begins the digest of the archive. The
+// record staged.plist in the cache folder names the new bundle; it is written last, after the tree
+// is flushed, and removed first. A folder without a record is therefore incomplete, and the next
+// cycle removes it. The record of a newer update replaces that of an older one, whose folder is
+// then removed.
 //
 // The installation exchanges the new and the old bundle with one rename, flushes the parent folder
 // and then removes the record and the staging folder, which now contains the old bundle. On a file
@@ -81,7 +83,6 @@ fs::path stagingFolderFor(const fs::path& target) {
 std::optional<StagedUpdate> readStagedUpdate(const fs::path& cacheFolder) {
     Record record = readRecord(recordPath(cacheFolder));
     StagedUpdate update{.version = record["version"],
-                        .archiveSha256 = record["archiveSha256"],
                         .treeDigest = record["treeDigest"],
                         .staged = record["staged"],
                         .target = record["target"]};
@@ -90,7 +91,6 @@ std::optional<StagedUpdate> readStagedUpdate(const fs::path& cacheFolder) {
 
 Status writeStagedUpdate(const fs::path& cacheFolder, const StagedUpdate& update) {
     return writeRecord(recordPath(cacheFolder), {{"version", update.version},
-                                                 {"archiveSha256", update.archiveSha256},
                                                  {"treeDigest", update.treeDigest},
                                                  {"staged", update.staged.string()},
                                                  {"target", update.target.string()}});
@@ -102,6 +102,24 @@ void discardStaging(const fs::path& cacheFolder, const fs::path& target) {
     fs::remove(recordPath(cacheFolder), notThere);
     // If this fails, the next cycle finds the folder by its name and tries again.
     (void)removeTree(stagingFolderFor(target));
+}
+
+void removeUnrecordedStaging(const fs::path& cacheFolder, const fs::path& target) {
+    const auto record = readStagedUpdate(cacheFolder);
+    if (!record || record->target != target) {
+        discardStaging(cacheFolder, target);
+        return;
+    }
+    repairInstallation(target);
+    const fs::path folder = stagingFolderFor(target);
+    const fs::path kept = folder / *record->staged.lexically_relative(folder).begin();
+    std::error_code unreadable;
+    for (fs::directory_iterator items(folder, unreadable), end; !unreadable && items != end;
+         items.increment(unreadable)) {
+        if (items->path() != kept) {
+            (void)removeTree(items->path());
+        }
+    }
 }
 
 Status installStagedUpdate(const fs::path& cacheFolder, const StagedUpdate& update) {

@@ -12,8 +12,7 @@ namespace teravolant::platform {
 /// in the staging folder of the bundle that it replaces.
 struct StagedUpdate {
     std::string version;
-    std::string archiveSha256;
-    std::string treeDigest;        ///< `digestOfTree` of the staged bundle.
+    std::string treeDigest;        ///< The signed `digestOfTree` of the bundle.
     std::filesystem::path staged;  ///< The new bundle.
     std::filesystem::path target;  ///< The bundle to replace.
 };
@@ -34,6 +33,12 @@ struct StagedUpdate {
 /// in this order: a kill leaves no record of an incomplete tree. Failures are ignored: the next
 /// cycle tries again.
 void discardStaging(const std::filesystem::path& cacheFolder, const std::filesystem::path& target);
+
+/// Repairs an interrupted installation, then removes everything in the staging folder of `target`
+/// that does not belong to the recorded update, or the folder if no update of `target` is recorded.
+/// Failures are ignored: the next cycle tries again.
+void removeUnrecordedStaging(const std::filesystem::path& cacheFolder,
+                             const std::filesystem::path& target);
 
 /// Atomically exchanges the staged bundle with its target and removes the old bundle.
 ///

@@ -85,7 +85,7 @@ class TreeDigest {
         _digest.update(std::to_string(text.size()) + ":" + text);
     }
 
-    Digest _digest{DigestAlgorithm::Blake2b256};
+    Digest _digest;
 };
 
 }  // namespace

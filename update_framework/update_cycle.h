@@ -1,18 +1,18 @@
 #pragma once
 
 #include <chrono>
-#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "platform/core/http_message.h"
 #include "platform/core/result.h"
 #include "platform/system/bundle.h"
 #include "platform/system/deferred_signal.h"
 #include "platform/system/scheduler.h"
+#include "update_framework/document_history.h"
+#include "update_framework/installation.h"
 #include "update_framework/sqrl_update.h"
 #include "update_framework/staging.h"
 
@@ -22,10 +22,9 @@ namespace teravolant::platform {
 struct UpdateCycle {
     std::string feedURL;
     std::filesystem::path bundlePath;  ///< The running bundle, which the update replaces.
-    std::string bundleIdentifier;
-    std::string bundleVersion;
-    std::vector<std::string> publicKeys;  ///< Ed25519, base64.
+    Installation installation;
     std::filesystem::path cacheFolder;
+    DocumentHistory history;
     std::function<RACSignal<SQRLUpdate>(std::string body)> updateFromJSONData;
     std::function<RACSignal<Bundle>(std::filesystem::path folder)> matchingBundle;
     std::function<void()> downloadBegins;  ///< Called before the archive is downloaded.
@@ -41,25 +40,12 @@ struct UpdateCycle {
     std::chrono::milliseconds unpackPatience = std::chrono::minutes(1);
 };
 
-/// In bytes.
-inline constexpr std::uint64_t kLargestFeed = std::uint64_t{1} << 20U;
-
-/// Returns the feed document in a response to a feed request, or nothing if the server offers no
-/// update (status 204). Fails, with an error that names status and address, for any other response
-/// than 200 with a body.
-Result<std::optional<std::string>> feedIn(HttpResponse response);
-
-/// Logs the failed attempt and pauses the cycle until `next`.
-[[nodiscard]] Status pauseBeforeRetry(const UpdateCycle& cycle, Clock::Time next,
-                                      const Error& error);
-
-/// Returns an error that names the status and the address of a response that is not the expected
-/// one.
-[[nodiscard]] Status unexpectedStatus(const std::string& what, const HttpResponse& response);
-
 /// Fetches the feed, verifies its offer, and downloads, unpacks, checks and stages the offered
-/// bundle. Returns nothing if the server offers no update. Blocks. Repeats requests that fail for
-/// reasons that can pass, for about three minutes.
+/// bundle. Returns the staged update, or nothing if none is taken. Blocks. Repeats requests that
+/// fail for reasons that can pass, for about three minutes.
+///
+/// Returns an update that an earlier cycle staged, whatever the server sends, unless a signed offer
+/// withdraws it or a newer one can be staged; an error is then logged only.
 ///
 /// Does not change the running bundle. Continues with the files of a killed cycle that are intact
 /// and removes the others. The caller ensures that only one cycle at a time uses the cache folder

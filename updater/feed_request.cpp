@@ -3,6 +3,7 @@
 
 #include "platform/core/text.h"
 #include "platform/core/url.h"
+#include "platform/core/version.h"
 #include "platform/system/preferences.h"
 #include "platform/values/printed_form.h"
 #include "support/logger.h"
@@ -30,7 +31,7 @@ std::optional<Location> locationOverride() {
 }
 
 Location builtInLocation(const TeravolantAppDelegate::Version& bundleVersion) {
-    if (bundleVersion && bundleVersion->starts_with("99.99.99")) {
+    if (bundleVersion && platform::isPreRelease(*bundleVersion)) {
         return {{"scheme", "https"},
                 {"host", TERAVOLANT_ALPHA_UPDATE_HOST},
                 {"path", "/teravolant/alpha/release.mac"}};
@@ -74,6 +75,10 @@ void TeravolantAppDelegate::updateToLatestVersion(const Version& bundleVersion) 
     log("NSURLRequest=" + printedForm(request));
     try {
         setUpdater(std::make_shared<ClientUpdater>(request));
+        const URLRequest builtIn = feedRequest(builtInLocation(bundleVersion), bundleVersion);
+        if (printedForm(request) != printedForm(builtIn)) {
+            updater()->acceptBothChannels();
+        }
         (void)updater()->startChecksImmediately();
     } catch (const std::exception& exception) {
         log(std::string("e=") + exception.what());

@@ -3,18 +3,11 @@
 #include <string>
 
 #include "platform/core/result.h"
+#include "platform/core/version.h"
 
 namespace teravolant {
 
-/// The numbers of a version as their digits in the text, leading zeros included.
-struct ParsedVersion {
-    std::string major;
-    std::string minor;
-    std::string patch;
-    std::string build;
-
-    friend bool operator==(const ParsedVersion&, const ParsedVersion&) = default;
-};
+using platform::ParsedVersion;
 
 /// Whether `updateTo` is strictly newer than `current`. `error` must be empty; if the result is
 /// false, it holds the reason. Unlike `ClientUpdater::checkUpdaterVersionNewer`, writes no log

@@ -1,20 +1,17 @@
 #pragma once
 
-#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
 
 namespace teravolant::platform {
 
-enum class DigestAlgorithm : std::uint8_t { Sha256, Blake2b256 };
-
-/// Computes a digest incrementally: SHA-256 (FIPS 180-4) or BLAKE2b with 32 bytes (RFC 7693).
+/// Computes a BLAKE2b digest of 32 bytes (RFC 7693; `b2sum -l 256`) incrementally.
 ///
 /// Used by one thread at a time.
 class Digest {
   public:
-    explicit Digest(DigestAlgorithm algorithm);
+    Digest();
     Digest(Digest&& other) noexcept;
     Digest& operator=(Digest&& other) noexcept;
     ~Digest();

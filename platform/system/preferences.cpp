@@ -132,13 +132,16 @@ Status UserDefaults::removeObjectForKey(std::string_view key) const {
     return change([&](Dictionary& values) { values.erase(std::string(key)); });
 }
 
-Result<Value> UserDefaults::setObjectIfAbsent(Value value, std::string_view key) const {
+Result<Value> UserDefaults::updateObject(std::string_view key,
+                                         const std::function<Value(Value)>& update) const {
+    Value updated;
     if (auto error = change([&](Dictionary& values) {
-            value = values.try_emplace(std::string(key), std::move(value)).first->second;
+            Value& value = values[std::string(key)];
+            value = updated = update(std::move(value));
         })) {
         return error;
     }
-    return value;
+    return updated;
 }
 
 Status UserDefaults::change(const std::function<void(Dictionary&)>& work) const {

@@ -40,9 +40,10 @@ class UserDefaults {
     [[nodiscard]] Status setObject(Value value, std::string_view key) const;
     [[nodiscard]] Status removeObjectForKey(std::string_view key) const;
 
-    /// Stores the value unless the key has one, and returns the stored value. Concurrent calls of
-    /// several processes return the same value.
-    Result<Value> setObjectIfAbsent(Value value, std::string_view key) const;
+    /// Passes the stored value, or null, to `update`, stores the value that it returns, and returns
+    /// that value. No other process can change the domain in between.
+    Result<Value> updateObject(std::string_view key,
+                               const std::function<Value(Value stored)>& update) const;
 
   private:
     UserDefaults(std::filesystem::path file, unsigned fileMode)

@@ -18,6 +18,7 @@
 #include "platform/core/deleter.h"
 #include "platform/core/error.h"
 #include "platform/core/file_error.h"
+#include "platform/core/utc_time.h"
 #include "platform/files/files.h"
 
 namespace teravolant::platform {
@@ -71,23 +72,8 @@ Parsed realIn(std::string_view text) {
 }
 
 Parsed dateIn(std::string_view text) {
-    using namespace std::chrono;
-    text = trimmed(text);
-    const auto fits = [](char character, char form) {
-        return form == '0' ? character >= '0' && character <= '9' : character == form;
-    };
-    if (!std::ranges::equal(text, std::string_view("0000-00-00T00:00:00Z"), fits)) {
-        return std::nullopt;
-    }
-    const auto field = [&](std::size_t begin, std::size_t length) {
-        return *numberIn<unsigned>(text.substr(begin, length), 10);
-    };
-    const auto date = year(static_cast<int>(field(0, 4))) / month(field(5, 2)) / day(field(8, 2));
-    const hh_mm_ss time(hours(field(11, 2)) + minutes(field(14, 2)) + seconds(field(17, 2)));
-    const bool isTime = field(11, 2) < 24 && field(14, 2) < 60 && field(17, 2) < 60;
-    return isTime && date.ok() && date.year() >= year(1)
-               ? Parsed(sys_days(date) + time.to_duration())
-               : std::nullopt;
+    const auto time = utcTimeIn(trimmed(text));
+    return time ? Parsed(*time) : std::nullopt;
 }
 
 /// Base64 (RFC 4648, section 4) with its padding; white space may stand anywhere.

@@ -1,12 +1,11 @@
 #include "platform/values/property_list.h"
 
-#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
 
 #include "platform/core/text.h"
+#include "platform/core/utc_time.h"
 
 namespace teravolant::platform {
 namespace {
@@ -42,21 +41,6 @@ std::string realText(double real) {
     std::array<char, 32> buffer{};
     const auto result = std::to_chars(buffer.begin(), buffer.end(), real);
     return std::isnan(real) ? "nan" : std::string(buffer.begin(), result.ptr);
-}
-
-std::string dateText(Value::Date date) {
-    using namespace std::chrono;
-    date = std::clamp<Value::Date>(date, sys_days(year(1) / 1 / 1),
-                                   sys_days(year(10'000) / 1 / 1) - seconds(1));
-    const auto midnight = floor<days>(date);
-    const year_month_day day(midnight);
-    const hh_mm_ss time(date - midnight);
-    std::array<char, 48> buffer{};
-    std::snprintf(buffer.data(), buffer.size(), "%04d-%02u-%02uT%02ld:%02ld:%02ldZ",
-                  static_cast<int>(day.year()), static_cast<unsigned>(day.month()),
-                  static_cast<unsigned>(day.day()), time.hours().count(), time.minutes().count(),
-                  time.seconds().count());
-    return buffer.data();
 }
 
 /// Base64 (RFC 4648, section 4).
@@ -96,7 +80,7 @@ std::string elementOf(const Value& value, const std::string& indentation) {
         return element("real", realText(*real));
     }
     if (const auto* date = value.date()) {
-        return element("date", dateText(*date));
+        return element("date", utcTimeText(*date));
     }
     if (const auto* data = value.data()) {
         return element("data", dataText(*data));

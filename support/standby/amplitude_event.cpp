@@ -71,7 +71,9 @@ std::string AmplitudeEvent::getAmplitudeDeviceID() {
     if (!stored) {
         std::string identifier = "{" + platform::randomUuid() + "}";
         // If another process has stored one in the meantime, use that one.
-        auto storedNow = defaults.setObjectIfAbsent(identifier, kDeviceID);
+        auto storedNow = defaults.updateObject(kDeviceID, [&identifier](platform::Value other) {
+            return other.isNull() ? platform::Value(identifier) : other;
+        });
         if (!storedNow) {
             return identifier;
         }

@@ -1,0 +1,75 @@
+#include "update_framework/document_history.h"
+
+#include "platform/core/utc_time.h"
+#include "platform/core/version.h"
+#include "platform/crypto/random.h"
+
+namespace teravolant::platform {
+namespace {
+
+/// Keys of the preferences.
+constexpr const char* kIssued = "UpdateDocumentsIssued";  ///< Dates by channel and public key.
+constexpr const char* kSeen = "UpdateDocumentSeen";       ///< A date.
+constexpr const char* kLocalId = "UpdateLocalId";         ///< Data.
+
+constexpr std::size_t kLocalIdSize = 16;
+
+bool isLocalId(const Value& value) {
+    return value.data() != nullptr && value.data()->size() == kLocalIdSize;
+}
+
+}  // namespace
+
+Status DocumentHistory::accept(const AuthenticOffer& document) const {
+    const std::string channel = isPreRelease(document.offer.version) ? "alpha " : "release ";
+    const Value::Date issued = document.offer.issued;
+    Status refusal;
+    const auto updated = _preferences.updateObject(kIssued, [&](Value stored) {
+        auto latest = stored.dictionary() != nullptr ? *stored.dictionary() : Value::Dictionary();
+        for (const std::string& signer : document.signers) {
+            Value& last = latest[channel + signer];
+            if (last.date() != nullptr && issued < *last.date()) {
+                refusal = refusedOffer("it was issued at " + utcTimeText(issued) +
+                                       ", before a document of " + utcTimeText(*last.date()) +
+                                       " that this computer has seen.");
+                return stored;
+            }
+            last = issued;
+        }
+        return Value(std::move(latest));
+    });
+    return updated ? refusal : Status(updated.error());
+}
+
+Status DocumentHistory::recordSeen(std::chrono::sys_seconds clock) const {
+    const auto seen = _preferences.objectForKey(kSeen);
+    const Value::Date* const date = seen ? seen->date() : nullptr;
+    const bool isRecent = date != nullptr && *date <= clock && clock - *date < std::chrono::days(1);
+    return isRecent ? Status() : _preferences.setObject(clock, kSeen);
+}
+
+std::chrono::days DocumentHistory::daysUnseen(std::chrono::sys_seconds clock) const {
+    const auto seen = _preferences.objectForKey(kSeen);
+    const Value::Date* const date = seen ? seen->date() : nullptr;
+    if (date == nullptr || *date > clock) {
+        (void)_preferences.setObject(clock, kSeen);  // If it fails, the next check tries again.
+        return {};
+    }
+    return std::chrono::floor<std::chrono::days>(clock - *date);
+}
+
+Result<std::string> DocumentHistory::localId() const {
+    auto stored = _preferences.objectForKey(kLocalId);
+    if (!stored || !isLocalId(*stored)) {
+        auto updated = _preferences.updateObject(kLocalId, [](Value other) {
+            return isLocalId(other) ? other : Value(randomBytes(kLocalIdSize));
+        });
+        if (!updated) {
+            return updated.error();
+        }
+        stored = *std::move(updated);
+    }
+    return std::string(stored->data()->begin(), stored->data()->end());
+}
+
+}  // namespace teravolant::platform
