@@ -1,7 +1,9 @@
 #include "update_framework/tree_digest.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <system_error>
 #include <vector>
 
@@ -15,85 +17,85 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class TreeDigest {
-  public:
-    /// Adds the type, the permissions and the contents of an item, not its name.
-    Status addItem(const fs::path& path) {
-        std::error_code failure;
-        const fs::file_status status = fs::symlink_status(path, failure);
-        if (failure) {
-            return readError(failure.value(), path.string());
-        }
-        addField(std::to_string(static_cast<int>(status.type())));
-        addField(std::to_string(static_cast<unsigned>(status.permissions())));
-        if (fs::is_directory(status)) {
-            return addFolder(path);
-        }
-        if (fs::is_symlink(status)) {
-            addField(fs::read_symlink(path, failure).string());
-            return failure ? Status(readError(failure.value(), path.string())) : Status();
-        }
-        if (!fs::is_regular_file(status)) {
-            return errorFromErrno(EINVAL, FileAccess::Read,
-                                  quoted(path.string()) + " is not a file, a folder or a link");
-        }
-        return addContents(path);
+/// Returns the paths of the folder and its items, relative to the folder, in byte order.
+Result<std::vector<std::string>> sortedPaths(const fs::path& folder) {
+    std::vector<std::string> paths = {""};
+    const std::size_t prefix = folder.native().size() + (folder.has_filename() ? 1 : 0);
+    std::error_code failure;
+    for (fs::recursive_directory_iterator walk(folder, failure), end; !failure && walk != end;
+         walk.increment(failure)) {
+        paths.push_back(walk->path().native().substr(prefix));
     }
-
-    std::string finish() { return _digest.finish(); }
-
-  private:
-    Status addFolder(const fs::path& folder) {
-        std::vector<fs::path> items;
-        std::error_code failure;
-        for (fs::directory_iterator walk(folder, failure), end; !failure && walk != end;
-             walk.increment(failure)) {
-            items.push_back(walk->path());
-        }
-        if (failure) {
-            return readError(failure.value(), folder.string());
-        }
-        std::sort(items.begin(), items.end());
-        addField("items " + std::to_string(items.size()));
-        for (const fs::path& item : items) {
-            addField(item.filename().string());
-            if (auto error = addItem(item)) {
-                return error;
-            }
-        }
-        return std::nullopt;
+    if (failure) {
+        return readError(failure.value(), folder.string());
     }
+    std::sort(paths.begin(), paths.end());
+    return paths;
+}
 
-    Status addContents(const fs::path& path) {
-        const auto attributes = attributesOfItem(path);
-        if (!attributes) {
-            return attributes.error();
+std::string permissionText(fs::perms permissions) {
+    std::array<char, 12> digits{};
+    std::snprintf(digits.data(), digits.size(), "%o",
+                  static_cast<unsigned>(permissions & fs::perms::all));
+    return digits.data();
+}
+
+Result<std::string> digestOfFile(const fs::path& path) {
+    constexpr std::size_t kPieceSize = 65536;
+    Digest digest;
+    const auto add = [&digest](std::string_view piece) {
+        digest.update(piece);
+        return Status();
+    };
+    if (auto error = readInPieces(path, kPieceSize, add, Links::Refuse)) {
+        return error;
+    }
+    return digest.finish();
+}
+
+/// Kind, permission bits and contents.
+using Fields = std::array<std::string, 3>;
+
+Result<Fields> fieldsOf(const fs::path& path) {
+    std::error_code failure;
+    const fs::file_status status = fs::symlink_status(path, failure);
+    if (!failure && fs::is_symlink(status)) {
+        std::string target = fs::read_symlink(path, failure).string();
+        if (!failure) {
+            return Fields{"l", "", std::move(target)};
         }
-        addField(std::to_string(attributes->fileSize));
-        constexpr std::size_t kPieceSize = 65536;
-        return readInPieces(
-            path, kPieceSize,
-            [this](std::string_view piece) {
-                _digest.update(piece);
-                return Status();
-            },
-            Links::Refuse);
     }
-
-    /// Prefixes the length, so that different trees never give the same bytes.
-    void addField(const std::string& text) {
-        _digest.update(std::to_string(text.size()) + ":" + text);
+    if (failure) {
+        return readError(failure.value(), path.string());
     }
-
-    Digest _digest;
-};
+    const std::string permissions = permissionText(status.permissions());
+    if (fs::is_directory(status)) {
+        return Fields{"d", permissions, ""};
+    }
+    if (!fs::is_regular_file(status)) {
+        return errorFromErrno(EINVAL, FileAccess::Read,
+                              quoted(path.string()) + " is not a file, a folder or a link");
+    }
+    auto digest = digestOfFile(path);
+    return digest ? Result<Fields>(Fields{"f", permissions, *std::move(digest)}) : digest.error();
+}
 
 }  // namespace
 
 Result<std::string> digestOfTree(const fs::path& folder) {
-    TreeDigest digest;
-    if (auto error = digest.addItem(folder)) {
-        return error;
+    constexpr char kEnd = '\0';
+    const auto paths = sortedPaths(folder);
+    if (!paths) {
+        return paths.error();
+    }
+    Digest digest;
+    for (const std::string& path : *paths) {
+        const auto fields = fieldsOf(path.empty() ? folder : folder / path);
+        if (!fields) {
+            return fields.error();
+        }
+        const auto& [kind, permissions, contents] = *fields;
+        digest.update(path + kEnd + kind + kEnd + permissions + kEnd + contents + kEnd);
     }
     return digest.finish();
 }
