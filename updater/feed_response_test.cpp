@@ -64,7 +64,6 @@ TEST(FeedResponse, RefusesBodyThatIsNotJson) {
 }
 
 TEST(FeedResponse, RefusesInvalidDocumentAndNamesMember) {
-    const std::string digest = '"' + std::string(63, 'a');
     const std::string named = R"({"version":"4.30.2.5","name":"u.zip",)";
     const std::string unnamed = R"({"version":"4.30.2.5",)";
     // The wrong member, the document up to its value, and the values, which a brace follows.
@@ -74,9 +73,6 @@ TEST(FeedResponse, RefusesInvalidDocumentAndNamesMember) {
         {"url", named + R"("url":)", {"null", "\"u.zip\"", "\"http://a.example/u.zip\""}},
         {"url", unnamed + R"("name":)", {"\"a b.zip\""}},
         {"name", unnamed + R"("name":)", {"null", "7", "{}"}},
-        {"size", named + R"("size":)", {"null", "0", "-1", "10.0", "\"10\"", "true"}},
-        {"sha256", named + R"("sha256":)", {"null", digest + '"', digest + "aa\"", digest + "g\""}},
-        {"signature", named + R"("signature":)", {"null", "\"\"", "\"ABC\"", "\"AB -\""}},
     };
     for (const auto& [wrongMember, before, values] : table) {
         for (const std::string& value : values) {
