@@ -1,12 +1,15 @@
 #include "update_framework/offer.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 #include <gtest/gtest.h>
 
 #include "platform/core/error.h"
 #include "platform/core/utc_time.h"
+#include "tests/fixtures/temporary_folder.h"
 #include "update_framework/offer_trust.h"
+#include "update_framework/tree_digest.h"
 
 namespace teravolant::platform {
 namespace {
@@ -118,6 +121,31 @@ TEST(Offer, IsRefusedUnlessItHasExactlyTheForm) {
         EXPECT_TRUE(*reason == '\0' ? told.empty() : told.find(reason) != told.npos)
             << text.substr(0, 500) << "\n"
             << told;
+    }
+}
+
+/// The bundle of the example in docs/feed_format.md, whose digest FeedFormat computes in the shell.
+TEST(TreeDigest, IsTheDocumentedOne) {
+    namespace fs = std::filesystem;
+    const fixtures::TemporaryFolder folder;
+    const fs::path bundle = folder.path() / "T.app";
+    folder.write(bundle / "file", "bundle\n");
+    fs::permissions(bundle, fs::perms(0755));
+    fs::permissions(bundle / "file", fs::perms(0644));
+    fs::create_symlink("file", bundle / "link");
+    EXPECT_EQ(*digestOfTree(bundle),
+              "4c06b0270b5355734f0449a5a5b1f1c655b8682a1807f2c583c5f163df7f639b");
+    const std::string before = *digestOfTree(bundle);
+    for (const char* change : {"chmod 600 file", "echo x > file", "mv file f", "touch new",
+                               "mkdir empty", "rm link; ln -s f link", "rm link; echo > link"}) {
+        SCOPED_TRACE(change);
+        fs::copy(bundle, folder.path() / "copy",
+                 fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+        ASSERT_EQ(*digestOfTree(folder.path() / "copy"), before);
+        const std::string command = "cd '" + (folder.path() / "copy").string() + "' && " + change;
+        ASSERT_EQ(std::system(command.c_str()), 0);
+        EXPECT_NE(*digestOfTree(folder.path() / "copy"), before);
+        fs::remove_all(folder.path() / "copy");
     }
 }
 
