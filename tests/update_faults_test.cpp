@@ -353,19 +353,19 @@ TEST(Rollout, WaitsForItsTurnAndSendsNoIdentity) {
     EXPECT_FALSE(update.run()->has_value());
     EXPECT_NE(update.log.find("is offered to 0 % of the installations"), std::string::npos);
     EXPECT_TRUE(update.ranges.empty());
-    const auto preferences = UserDefaults::forDomain("history");
-    const auto localId = preferences.objectForKey("UpdateLocalId");
+    const auto localId = UserDefaults::forDomain("history").objectForKey("UpdateLocalId");
     ASSERT_TRUE(localId && localId->data() != nullptr && localId->data()->size() == 16U);
     const std::string target = "/feed?1.0.0.1";
     const std::pair<const char*, const char*> overrides[] = {
-        {"floor", "1.0.0.2"}, {"withdrawn", "1.0.0.1"}, {"rollout", "100"}};
+        {"floor", "1.0.0.2"}, {"withdrawn", "1.0.0.1"}, {"rollout", "100"}, {"rollout", "99"}};
     for (const auto& [name, value] : overrides) {
         SCOPED_TRACE(name);
         Update another;
+        ASSERT_FALSE(
+            UserDefaults::forDomain("history").setObject(Value::Data(16), "UpdateLocalId"));
         another.lines["rollout"] = "0";
         another.state(name, value);
         another.expectInstalled();
-        EXPECT_NE(UserDefaults::forDomain("history").objectForKey("UpdateLocalId"), localId);
         const std::string headers = update.sent.front().substr(target.size());
         EXPECT_EQ(another.sent, (std::vector<std::string>{target + headers, "/archive" + headers}));
     }

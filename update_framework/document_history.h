@@ -21,8 +21,8 @@ class DocumentHistory {
     ///
     /// Fails with `SQRLUpdaterErrorRefusedOffer` if it is older than the latest document under one
     /// of its signers. The order is kept per key and channel: a new key starts a new order, and
-    /// the documents of one channel do not age those of the other. Fails with another error if the
-    /// preferences can't be written.
+    /// the documents of one channel do not age those of the other. Fails with an error of another
+    /// domain if the preferences can't be written.
     [[nodiscard]] Status accept(const AuthenticOffer& document) const;
 
     /// Records that a document was accepted that had not expired. Writes once a day at most.

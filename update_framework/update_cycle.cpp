@@ -72,7 +72,11 @@ Result<Offer> trustedOffer(const UpdateCycle& cycle, const std::string& body) {
         return authentic.error();
     }
     if (auto error = cycle.history.accept(*authentic)) {
-        return error;
+        if (error->domain == SQRLUpdaterErrorDomain) {
+            return error;
+        }
+        // A preference file that can't be written must not keep the installation from updates.
+        cycle.log(withReason("the order of documents is not kept", *error));
     }
     return std::move(authentic->offer);
 }
@@ -115,7 +119,8 @@ Status refusalOf(const UpdateCycle& cycle, const Offer& offer, const std::string
 
 /// Whether this installation takes the offer now. Logs why not.
 Result<bool> isTurnInRollout(const UpdateCycle& cycle, const Offer& offer) {
-    if (!offer.rollout || overridesRollout(offer, cycle.installation.bundleVersion)) {
+    if (offer.rollout.value_or(100) == 100 ||
+        overridesRollout(offer, cycle.installation.bundleVersion)) {
         return true;
     }
     const auto localId = cycle.history.localId();
