@@ -23,4 +23,7 @@ void addPack(CLI::App& program, Work& work);
 void addFeed(CLI::App& program, Work& work);
 void addCheck(CLI::App& program, Work& work);
 
+/// Adds the hidden command `manual`, with which the build makes the manual page from the help.
+void addManual(CLI::App& program, Work& work);
+
 }  // namespace teravolant::release
