@@ -77,7 +77,7 @@ std::string commandSection(const CLI::App& command) {
 }
 
 std::string manualOf(const CLI::App& program) {
-    const std::string name = program.get_name();
+    const std::string& name = program.get_name();
     std::string commands;
     for (const CLI::App* command : program.get_subcommands(
              [](const CLI::App* found) { return !found->get_group().empty(); })) {
