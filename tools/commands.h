@@ -18,8 +18,12 @@ using Work = std::function<platform::Status(const std::stop_token& stop)>;
 /// Each adds its command to the program. Parsing a command line that names the command sets `work`,
 /// which must outlive the program.
 void addKeygen(CLI::App& program, Work& work);
+void addPublicKey(CLI::App& program, Work& work);
 void addPack(CLI::App& program, Work& work);
 void addFeed(CLI::App& program, Work& work);
 void addCheck(CLI::App& program, Work& work);
+
+/// Adds the hidden command `manual`, with which the build makes the manual page from the help.
+void addManual(CLI::App& program, Work& work);
 
 }  // namespace teravolant::release
