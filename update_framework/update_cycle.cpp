@@ -60,7 +60,7 @@ Staged intactStaging(const UpdateCycle& cycle) {
     return std::nullopt;
 }
 
-/// Returns the signed offer of the document if it is authentic and not older than one that was seen
+/// Returns the signed offer of the document if it is authentic and no later document was seen
 /// before.
 Result<Offer> trustedOffer(const UpdateCycle& cycle, const std::string& body) {
     const auto document = signedDocumentIn(body);
