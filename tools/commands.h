@@ -18,6 +18,7 @@ using Work = std::function<platform::Status(const std::stop_token& stop)>;
 /// Each adds its command to the program. Parsing a command line that names the command sets `work`,
 /// which must outlive the program.
 void addKeygen(CLI::App& program, Work& work);
+void addPublicKey(CLI::App& program, Work& work);
 void addPack(CLI::App& program, Work& work);
 void addFeed(CLI::App& program, Work& work);
 void addCheck(CLI::App& program, Work& work);

@@ -2,14 +2,12 @@
 
 #include <CLI/CLI.hpp>
 
-#include "platform/core/error.h"
 #include "platform/core/text.h"
-#include "platform/crypto/signing_key.h"
 #include "platform/files/durable_file.h"
-#include "platform/files/files.h"
 #include "platform/values/json.h"
 #include "tools/commands.h"
 #include "tools/identity.h"
+#include "tools/key_source.h"
 #include "tools/offer.h"
 #include "tools/output.h"
 #include "update_framework/offer_verification.h"
@@ -19,7 +17,6 @@ namespace teravolant::release {
 namespace {
 
 namespace fs = std::filesystem;
-using platform::Error;
 using platform::Result;
 using platform::Status;
 using platform::Value;
@@ -30,7 +27,7 @@ struct Options {
     std::string archive;
     std::string bundle;
     Identity identity;
-    std::string privateKey;
+    KeyOptions key;
     std::string url;
     std::string name;
     std::string output;
@@ -43,20 +40,6 @@ Result<Identity> identityIn(const Options& options) {
     }
     const auto bundle = openBundle(options.bundle);
     return bundle ? identityOf(*bundle) : bundle.error();
-}
-
-Result<platform::SigningKey> keyIn(const std::string& file) {
-    const auto pem = platform::contentsOfFile(file);
-    if (!pem) {
-        return pem.error();
-    }
-    auto key = platform::SigningKey::fromPem(*pem);
-    if (!key) {
-        Error error = std::move(key).error();
-        error.localizedDescription = platform::quoted(file) + ": " + error.localizedDescription;
-        return error;
-    }
-    return key;
 }
 
 /// Returns the member of the document that locates the archive.
@@ -86,7 +69,7 @@ Result<std::string> documentOf(const Options& options, const std::stop_token& st
     if (!address) {
         return address.error();
     }
-    const auto key = keyIn(options.privateKey);
+    const auto key = signingKeyFrom(options.key, stop);
     if (!key) {
         return key.error();
     }
@@ -119,7 +102,8 @@ Result<std::string> documentOf(const Options& options, const std::stop_token& st
 }
 
 Status writeFeed(const Options& options, const std::stop_token& stop) {
-    std::vector<std::string> inputs = {options.archive, options.privateKey};
+    std::vector<std::string> inputs = keyFilesOf(options.key);
+    inputs.push_back(options.archive);
     if (!options.bundle.empty()) {
         inputs.push_back(options.bundle);
     }
@@ -161,9 +145,7 @@ void addFeed(CLI::App& program, Work& work) {
                                ->excludes(bundle)
                                ->needs(identifier);
     identifier->needs(version);
-    command->add_option("--private-key", options->privateKey, "The private key that keygen made")
-        ->required()
-        ->type_name("FILE");
+    addKeyOptions(*command, options->key);
     CLI::Option* url =
         command->add_option("--url", options->url, "The archive's URL: https, or http on loopback")
             ->type_name("URL");

@@ -1,10 +1,14 @@
+#include <filesystem>
+#include <iostream>
 #include <memory>
 
 #include <CLI/CLI.hpp>
 
+#include "platform/core/error.h"
 #include "platform/crypto/signing_key.h"
 #include "platform/files/durable_file.h"
 #include "platform/files/files.h"
+#include "platform/files/trusted_path.h"
 #include "tools/commands.h"
 #include "tools/output.h"
 
@@ -36,6 +40,8 @@ Status publish(const std::string& publicKey, const Options& options) {
 }
 
 Status makeKeyPair(const Options& options) {
+    // The sticky bit of a folder protects the items in it, but not the place of a missing one.
+    const auto distrust = platform::checkTrustedPath(std::filesystem::absolute(options.privateKey));
     const auto key = platform::SigningKey::generate();
     if (!key) {
         return key.error();
@@ -52,8 +58,13 @@ Status makeKeyPair(const Options& options) {
     if (error) {
         // A private key is useless if its public key was not written.
         (void)platform::removeItem(options.privateKey);
+        return error;
     }
-    return error;
+    if (distrust) {
+        std::cerr << "teravolant-release: warning: " << distrust->localizedDescription
+                  << " Make the key in a folder that only you can change.\n";
+    }
+    return std::nullopt;
 }
 
 }  // namespace

@@ -56,6 +56,7 @@ int run(int argc, char* argv[]) {
     program.set_version_flag("--version", platform::buildVersion());
     program.require_subcommand(1);
     release::addKeygen(program, work);
+    release::addPublicKey(program, work);
     release::addPack(program, work);
     release::addFeed(program, work);
     release::addCheck(program, work);

@@ -1,7 +1,9 @@
 #include "platform/crypto/signing_key.h"
 
+#include <algorithm>
 #include <array>
 #include <climits>
+#include <optional>
 
 #include <openssl/bio.h>
 #include <openssl/err.h>
@@ -30,8 +32,42 @@ Status securityError(CryptoError::Code code, std::string description) {
                  .localizedDescription = std::move(description)};
 }
 
-/// Prevents OpenSSL from asking at the terminal for the password of an encrypted key.
-int refusePassword(char* /*buffer*/, int /*size*/, int /*writes*/, void* /*context*/) { return -1; }
+/// The passphrase of one key while OpenSSL decodes it.
+struct PassphraseRequest {
+    const SigningKey::Passphrase& ask;
+    std::optional<Result<std::string>> entered = {};
+};
+
+/// OpenSSL's callback for the passphrase of an encrypted key. Returns its length, or -1 for none.
+/// OpenSSL may call it again after a failure. Never lets OpenSSL ask at the terminal.
+int enterPassphrase(char* buffer, int size, int /*writes*/, void* context) {
+    auto& request = *static_cast<PassphraseRequest*>(context);
+    if (!request.entered) {
+        request.entered = request.ask
+                              ? request.ask()
+                              : Result<std::string>(securityError(CryptoError::undecodable,
+                                                                  "The private key is encrypted."));
+    }
+    const auto& entered = *request.entered;
+    if (!entered || entered->size() > static_cast<std::size_t>(size)) {
+        return -1;
+    }
+    std::ranges::copy(*entered, buffer);
+    return static_cast<int>(entered->size());
+}
+
+Status decodingError(const PassphraseRequest& request) {
+    if (!request.entered) {
+        return securityError(CryptoError::undecodable,
+                             "The text is not an Ed25519 private key in PEM form.");
+    }
+    if (!*request.entered) {
+        ERR_clear_error();
+        return request.entered->error();
+    }
+    return securityError(CryptoError::authenticationFailed,
+                         "The passphrase does not decrypt the private key.");
+}
 
 }  // namespace
 
@@ -52,14 +88,17 @@ Result<SigningKey> SigningKey::generate() {
     return SigningKey(std::make_unique<Handle>(Handle{std::move(key)}));
 }
 
-Result<SigningKey> SigningKey::fromPem(std::string_view pem) {
+Result<SigningKey> SigningKey::fromPem(std::string_view pem, const Passphrase& passphrase) {
     const Bio input(
         BIO_new_mem_buf(pem.data(), pem.size() > INT_MAX ? INT_MAX : static_cast<int>(pem.size())));
-    Key key(input ? PEM_read_bio_PrivateKey(input.get(), nullptr, refusePassword, nullptr)
+    PassphraseRequest request{.ask = passphrase};
+    Key key(input ? PEM_read_bio_PrivateKey(input.get(), nullptr, enterPassphrase, &request)
                   : nullptr);
-    if (!key || EVP_PKEY_is_a(key.get(), "ED25519") != 1) {
-        return securityError(CryptoError::undecodable,
-                             "The text is not an unencrypted Ed25519 private key in PEM form.");
+    if (!key) {
+        return decodingError(request);
+    }
+    if (EVP_PKEY_is_a(key.get(), "ED25519") != 1) {
+        return securityError(CryptoError::undecodable, "The private key is not an Ed25519 key.");
     }
     return SigningKey(std::make_unique<Handle>(Handle{std::move(key)}));
 }

@@ -21,8 +21,14 @@ namespace teravolant::platform {
 /// `kLockPatience`.
 Status replaceFileDurably(const std::filesystem::path& path, std::string_view bytes, unsigned mode);
 
-/// Like `replaceFileDurably`, but never replaces an existing item: fails with
+/// Durably creates a file with exactly the permission bits `mode`, without regard to the umask and
+/// the folder's default access control list. Never replaces an existing item: fails with
 /// `NSFileWriteFileExistsError`.
+///
+/// No other user can open the file before it is complete, nor later, unless `mode` permits it. It
+/// has no name until then; on a file system without support for that, it has its name from the
+/// beginning. Fails on a file system without permission bits that grants more
+/// than `mode`. A failure leaves no file.
 Status createFileDurably(const std::filesystem::path& path, std::string_view bytes, unsigned mode);
 
 /// Fsyncs the parent directory of `path`. Returns 0 or an `errno` value.
