@@ -21,6 +21,8 @@ void addKeygen(CLI::App& program, Work& work);
 void addPublicKey(CLI::App& program, Work& work);
 void addPack(CLI::App& program, Work& work);
 void addFeed(CLI::App& program, Work& work);
+void addPublish(CLI::App& program, Work& work);
+void addRenew(CLI::App& program, Work& work);
 void addCheck(CLI::App& program, Work& work);
 
 }  // namespace teravolant::release
