@@ -16,15 +16,18 @@ namespace teravolant {
 
 using platform::FrameKind;
 
+std::optional<int> processIdIn(std::string_view argument) {
+    int id = 0;
+    const char* const last = argument.data() + argument.size();
+    const auto [end, failure] = std::from_chars(argument.data(), last, id);
+    return failure == std::errc() && end == last ? std::optional(id) : std::nullopt;
+}
+
 std::optional<int> launcherIn(int argc, const char* const* argv) {
     constexpr int kArguments = 2;
-    const std::string_view number = argc == kArguments ? argv[1] : "";
-    int launcher = 0;
-    const auto [end, failure] =
-        std::from_chars(number.data(), number.data() + number.size(), launcher);
-    if (failure != std::errc() || end != number.data() + number.size()) {
+    const auto launcher = processIdIn(argc == kArguments ? argv[1] : "");
+    if (!launcher) {
         std::cerr << "Only the launcher starts this program.\n";
-        return std::nullopt;
     }
     return launcher;
 }

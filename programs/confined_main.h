@@ -14,6 +14,9 @@ namespace teravolant {
 /// returns nothing for other arguments.
 std::optional<int> launcherIn(int argc, const char* const* argv);
 
+/// Returns the process id that an argument contains, or nothing.
+std::optional<int> processIdIn(std::string_view argument);
+
 /// Writes one frame. Exits with status 1 if the launcher does not read any more.
 void writeFrame(platform::FrameKind kind, std::string_view payload);
 

@@ -3,17 +3,20 @@
 
 #include <CLI/CLI.hpp>
 
-#include "platform/core/build_version.h"
+#include "platform/core/error.h"
 #include "platform/core/text.h"
 #include "platform/core/url.h"
+#include "platform/core/utc_time.h"
+#include "platform/core/version.h"
 #include "platform/files/files.h"
-#include "platform/http/http.h"
-#include "platform/system/operating_system.h"
+#include "tools/acceptance.h"
+#include "tools/archive_request.h"
 #include "tools/commands.h"
+#include "tools/document.h"
 #include "tools/identity.h"
-#include "tools/offer.h"
 #include "tools/output.h"
-#include "update_framework/update_cycle.h"
+#include "tools/terms.h"
+#include "update_framework/feed_download.h"
 #include "update_framework/updater_error.h"
 
 namespace teravolant::release {
@@ -21,14 +24,16 @@ namespace {
 
 using platform::quoted;
 using platform::Result;
-using platform::SQRLUpdate;
 using platform::Status;
 using platform::updaterError;
+using platform::Value;
 
 struct Options {
     std::string feed;
     std::string bundle;
     std::string archive;
+    bool downloads = false;
+    bool isJson = false;
 };
 
 struct Feed {
@@ -46,30 +51,12 @@ std::string withVersion(std::string url, const std::string& version) {
     return url;
 }
 
-Result<Feed> fetch(const std::string& url, const std::stop_token& stop) {
-    auto response = platform::sendHttpRequest(
-        {.url = url,
-         .headers = {{"User-Agent",
-                      platform::userAgent("teravolant-release", platform::buildVersion())}}},
-        {.maximumBodySize = platform::kLargestFeed, .stop = stop}, platform::transferOverHttp);
-    if (!response) {
-        return response.error();
-    }
-    auto body = platform::feedIn(*std::move(response));
-    if (!body) {
-        return body.error();
-    }
-    if (!*body) {
-        return updaterError(platform::SQRLUpdaterErrorInvalidServerResponse,
-                            "The server offers no update (status 204).");
-    }
-    return Feed{.url = url, .body = **std::move(body)};
-}
-
 Result<Feed> feedFrom(const std::string& source, const std::string& version,
                       const std::stop_token& stop) {
     if (isUrl(source)) {
-        return fetch(withVersion(source, version), stop);
+        const std::string url = withVersion(source, version);
+        auto body = requestFeed(url, stop);
+        return body ? Result<Feed>(Feed{.url = url, .body = *std::move(body)}) : body.error();
     }
     Feed feed{.url = unknownFeedUrl(version), .body = {}};
     const auto add = [&](std::string_view piece) {
@@ -85,24 +72,60 @@ Result<Feed> feedFrom(const std::string& source, const std::string& version,
     return feed;
 }
 
-Status refusalOfArchive(const std::string& file, const SQRLUpdate& offer,
-                        const std::stop_token& stop) {
-    const auto archive = factsOf(file, stop);
+Status refusedArchive(std::string_view member, const std::string& found,
+                      const std::string& stated) {
+    return updaterError(platform::SQRLUpdaterErrorRefusedArchive,
+                        "“" + std::string(member) + "”: the archive has " + found +
+                            ", the offer states " + stated + ".");
+}
+
+Status checkSize(std::uint64_t size, const platform::Offer& offer) {
+    return size == offer.size ? Status()
+                              : refusedArchive("size", std::to_string(size) + " bytes",
+                                               std::to_string(offer.size));
+}
+
+Status checkBytes(const Result<ArchiveBytes>& archive, const platform::Offer& offer) {
     if (!archive) {
         return archive.error();
     }
-    const auto& [size, sha256] = *archive;
-    if (size != offer.size) {
-        return updaterError(platform::SQRLUpdaterErrorRefusedArchive,
-                            "“size”: the archive has " + std::to_string(size) +
-                                " bytes, the offer states " + std::to_string(*offer.size) + ".");
+    if (auto error = checkSize(archive->size, offer)) {
+        return error;
     }
-    if (!platform::equalIgnoringCase(sha256, *offer.sha256)) {
-        return updaterError(
-            platform::SQRLUpdaterErrorRefusedArchive,
-            "“sha256”: the archive has " + sha256 + ", the offer states " + *offer.sha256 + ".");
+    return archive->digest == offer.digest
+               ? Status()
+               : refusedArchive("digest", archive->digest, offer.digest);
+}
+
+/// Compares the archive, as far as the options ask for it. Returns what was compared.
+Result<std::string> checkedArchive(const Options& options, const AcceptedOffer& accepted,
+                                   const std::stop_token& stop) {
+    if (!options.archive.empty()) {
+        auto error = checkBytes(readBytes(options.archive, stop), accepted.offer);
+        if (error) {
+            return error;
+        }
     }
-    return std::nullopt;
+    if (options.downloads) {
+        auto error = checkBytes(downloadBytes(accepted.archiveUrl, accepted.offer.size, stop),
+                                accepted.offer);
+        return error ? Result<std::string>(std::move(error))
+                     : std::string("downloaded, with the signed digest");
+    }
+    if (!isUrl(options.feed)) {
+        return std::string(options.archive.empty() ? "not compared"
+                                                   : "compared, with the signed digest");
+    }
+    const auto size = requestSize(accepted.archiveUrl, stop);
+    if (!size) {
+        return size.error();
+    }
+    if (!*size) {
+        return std::string("on the server, which does not state its size");
+    }
+    auto error = checkSize(**size, accepted.offer);
+    return error ? Result<std::string>(std::move(error))
+                 : std::string("on the server, with the signed size");
 }
 
 /// A feed document read from a file does not tell in which folder the archive is.
@@ -112,9 +135,27 @@ std::string placeOf(const std::string& url) {
                : url;
 }
 
-std::string report(const SQRLUpdate& offer) {
-    return "accepted: version " + offer.version + ", " + std::to_string(*offer.size) +
-           " bytes, from " + placeOf(offer.updateURL) + "\n";
+std::string channelOf(const platform::Offer& offer) {
+    return platform::isPreRelease(offer.version) ? "pre-release" : "release";
+}
+
+std::string report(const AcceptedOffer& accepted, const std::string& archive) {
+    const platform::Offer& offer = accepted.offer;
+    return describedTerms(offer, now()) + "valid for: installed " + channelOf(offer) +
+           " versions below " + offer.version + "\n" + "archive:   " + archive + "\n" +
+           "accepted: version " + offer.version + ", " + std::to_string(offer.size) +
+           " bytes, from " + placeOf(accepted.archiveUrl) + "\n";
+}
+
+Value::Dictionary jsonReport(const AcceptedOffer& accepted, const std::string& archive) {
+    auto members = membersOf(accepted.offer);
+    members["accepted"] = true;
+    members["channel"] = channelOf(accepted.offer);
+    members["validBelow"] = accepted.offer.version;
+    members["age"] = (now() - accepted.offer.issued).count();
+    members["archive"] = placeOf(accepted.archiveUrl);
+    members["archiveState"] = archive;
+    return members;
 }
 
 Status check(const Options& options, const std::stop_token& stop) {
@@ -127,17 +168,33 @@ Status check(const Options& options, const std::stop_token& stop) {
     if (!feed) {
         return feed.error();
     }
-    const auto offer = acceptedOffer(feed->body, feed->url, bundle->bundleIdentifier().value_or(""),
-                                     platform::updatePublicKeys(*bundle));
-    if (!offer) {
-        return offer.error();
+    const auto accepted =
+        acceptedOffer(feed->body, feed->url, platform::installationOf(*bundle), now());
+    if (!accepted) {
+        return accepted.error();
     }
-    if (!options.archive.empty()) {
-        if (auto error = refusalOfArchive(options.archive, *offer, stop)) {
+    if (options.downloads && accepted->archiveUrl.starts_with(kUnknownFolder)) {
+        return updaterError(platform::SQRLUpdaterErrorCheckNotPossible,
+                            "The document has no “url”: give the feed's URL to download the "
+                            "archive.");
+    }
+    const auto archive = checkedArchive(options, *accepted, stop);
+    if (!archive) {
+        return archive.error();
+    }
+    return options.isJson ? printJson(jsonReport(*accepted, *archive))
+                          : print(report(*accepted, *archive));
+}
+
+Status checkAndReport(const Options& options, const std::stop_token& stop) {
+    auto refusal = check(options, stop);
+    if (refusal && options.isJson) {
+        if (auto error =
+                printJson({{"accepted", false}, {"reason", refusal->localizedDescription}})) {
             return error;
         }
     }
-    return print(report(*offer));
+    return refusal;
 }
 
 }  // namespace
@@ -147,7 +204,8 @@ void addCheck(CLI::App& program, Work& work) {
     CLI::App* command = program.add_subcommand(
         "check",
         "Checks whether an installed bundle accepts the update that a feed offers. If not, prints "
-        "the reason and exits with status 1.");
+        "the reason and exits with status 1. Applies neither the roll-out nor the order of "
+        "documents, which depend on the computer.");
     command->add_option("feed", options->feed, "The feed's URL, or a feed document")
         ->required()
         ->type_name("URL|FILE");
@@ -156,8 +214,12 @@ void addCheck(CLI::App& program, Work& work) {
         ->type_name("BUNDLE");
     command->add_option("--archive", options->archive, "The archive to compare with the offer")
         ->type_name("ARCHIVE");
+    command->add_flag("--download", options->downloads,
+                      "Downloads the archive and compares its digest. Without it, a feed's URL "
+                      "compares only the size that the server states");
+    command->add_flag("--json", options->isJson, "Prints the result as one JSON object");
     command->callback([options, &work] {
-        work = [options](const std::stop_token& stop) { return check(*options, stop); };
+        work = [options](const std::stop_token& stop) { return checkAndReport(*options, stop); };
     });
 }
 

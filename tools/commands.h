@@ -21,6 +21,8 @@ void addKeygen(CLI::App& program, Work& work);
 void addPublicKey(CLI::App& program, Work& work);
 void addPack(CLI::App& program, Work& work);
 void addFeed(CLI::App& program, Work& work);
+void addPublish(CLI::App& program, Work& work);
+void addRenew(CLI::App& program, Work& work);
 void addCheck(CLI::App& program, Work& work);
 
 /// Adds the hidden command `manual`, with which the build makes the manual page from the help.

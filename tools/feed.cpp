@@ -1,45 +1,52 @@
+#include <algorithm>
 #include <memory>
 
 #include <CLI/CLI.hpp>
 
+#include "platform/core/error.h"
 #include "platform/core/text.h"
+#include "platform/core/utc_time.h"
+#include "platform/crypto/signing_key.h"
 #include "platform/files/durable_file.h"
-#include "platform/values/json.h"
+#include "platform/files/files.h"
+#include "tools/acceptance.h"
 #include "tools/commands.h"
-#include "tools/identity.h"
+#include "tools/document.h"
+#include "tools/inspection.h"
 #include "tools/key_source.h"
-#include "tools/offer.h"
+#include "tools/offer_text.h"
 #include "tools/output.h"
-#include "update_framework/offer_verification.h"
+#include "tools/signing.h"
+#include "tools/terms.h"
 #include "update_framework/updater_error.h"
 
 namespace teravolant::release {
 namespace {
 
 namespace fs = std::filesystem;
+using platform::Offer;
 using platform::Result;
+using platform::SigningKey;
 using platform::Status;
 using platform::Value;
-
-constexpr unsigned kReadableByAll = 0644;
 
 struct Options {
     std::string archive;
     std::string bundle;
-    Identity identity;
     KeyOptions key;
+    TermOptions terms;
     std::string url;
     std::string name;
+    bool isUnsigned = false;
+    std::string offer;
+    std::vector<std::string> signatures;
+    std::vector<std::string> publicKeys;
+    bool isRotation = false;
     std::string output;
 };
 
-Result<Identity> identityIn(const Options& options) {
-    if (options.bundle.empty()) {
-        auto error = refusalOf(options.identity);
-        return error ? Result<Identity>(*std::move(error)) : options.identity;
-    }
-    const auto bundle = openBundle(options.bundle);
-    return bundle ? identityOf(*bundle) : bundle.error();
+Status refused(std::string reason) {
+    return platform::updaterError(platform::SQRLUpdaterErrorRefusedOffer, std::move(reason));
 }
 
 /// Returns the member of the document that locates the archive.
@@ -49,76 +56,244 @@ Result<Value::Dictionary> addressOf(const Options& options) {
     }
     std::string name =
         options.name.empty() ? fs::path(options.archive).filename().string() : options.name;
-    // Updaters resolve the name as a relative URL: these would name another file.
-    if (name == "." || name == ".." || name.find_first_of("/?#%") != std::string::npos) {
-        return platform::updaterError(
-            platform::SQRLUpdaterErrorRefusedOffer,
-            "“name”: " + platform::quoted(name) +
-                " is not a plain file name: give another --name, or a --url.");
+    if (auto error = refusalOfName(name)) {
+        return error;
     }
     return Value::Dictionary{{"name", std::move(name)}};
 }
 
-/// Returns the signed document, checked as an updater of an old build reads it.
-Result<std::string> documentOf(const Options& options, const std::stop_token& stop) {
-    const auto identity = identityIn(options);
-    if (!identity) {
-        return identity.error();
+/// Returns a document without signatures for the inspected archive.
+Result<FeedDocument> newDocument(const Options& options, const Inspection& inspection,
+                                 const std::optional<FeedDocument>& previous) {
+    auto address = addressOf(options);
+    const auto issued = nextIssue(previous, now());
+    if (!address || !issued) {
+        return address ? issued.error() : address.error();
     }
-    const auto address = addressOf(options);
-    if (!address) {
-        return address.error();
+    FeedDocument document{.members = *std::move(address), .offer = inspection.offer};
+    document.offer.issued = *issued;
+    if (auto error = applyTerms(options.terms, document.offer)) {
+        return error;
     }
-    const auto key = signingKeyFrom(options.key, stop);
-    if (!key) {
-        return key.error();
+    auto text = offerText(document.offer);
+    if (!text) {
+        return text.error();
     }
-    const auto archive = factsOf(options.archive, stop);
-    if (!archive) {
-        return archive.error();
+    document.text = *std::move(text);
+    return document;
+}
+
+/// Fails unless the offer describes the inspected archive.
+Status checkSameArchive(const Offer& offer, const Inspection& inspection) {
+    const Offer& found = inspection.offer;
+    const auto differs = [](std::string_view key, const auto& stated, const auto& real) {
+        return refused("The offer in --offer is for another archive: its “" + std::string(key) +
+                       "” is " + platform::escaped(stated) + ", that of the archive is " + real +
+                       ".");
+    };
+    for (const auto& [key, stated, real] :
+         {std::tuple("identifier", offer.identifier, found.identifier),
+          std::tuple("version", offer.version, found.version),
+          std::tuple("size", std::to_string(offer.size), std::to_string(found.size)),
+          std::tuple("digest", offer.digest, found.digest),
+          std::tuple("unpacked-size", std::to_string(offer.unpackedSize),
+                     std::to_string(found.unpackedSize)),
+          std::tuple("tree", offer.tree, found.tree)}) {
+        if (stated != real) {
+            return differs(key, stated, real);
+        }
     }
-    const auto& [identifier, version] = *identity;
-    const auto& [size, sha256] = *archive;
-    const auto signature = key->sign(platform::signedText(identifier, version, size, sha256));
-    const auto publicKey = key->publicKey();
-    if (!signature || !publicKey) {
-        return signature ? publicKey.error() : signature.error();
+    return std::nullopt;
+}
+
+/// Returns the document in the file `options.offer`, or one for the text in it.
+Result<FeedDocument> statedDocument(const Options& options, const Inspection& inspection,
+                                    const std::optional<FeedDocument>& previous) {
+    const auto content = platform::contentsOfFile(options.offer);
+    if (!content) {
+        return content.error();
     }
-    Value::Dictionary feed = *address;
-    feed["version"] = version;
-    feed["size"] = static_cast<std::int64_t>(size);
-    feed["sha256"] = sha256;
-    feed["signature"] = *signature;
-    auto serialised = platform::serialiseJson(feed);
-    if (!serialised) {
-        return std::move(serialised).error();
+    auto document = Result<FeedDocument>(FeedDocument{});
+    if (content->starts_with("{")) {
+        document = documentIn(*content, options.offer);
+    } else {
+        auto offer = platform::parseOffer(*content);
+        auto address = addressOf(options);
+        document = !offer     ? offer.error()
+                   : !address ? Result<FeedDocument>(address.error())
+                              : FeedDocument{.members = *std::move(address),
+                                             .text = *content,
+                                             .offer = *std::move(offer)};
     }
-    std::string document = *std::move(serialised) + "\n";
-    const auto offer = acceptedOffer(document, unknownFeedUrl("0.0.0.0"), identifier, {*publicKey});
-    if (!offer) {
-        return offer.error();
+    if (!document) {
+        return document.error();
+    }
+    if (auto error = checkSameArchive(document->offer, inspection)) {
+        return error;
+    }
+    if (previous && previous->text != document->text &&
+        previous->offer.issued >= document->offer.issued) {
+        return refused("The offer in --offer was issued at " +
+                       platform::utcTimeText(document->offer.issued) +
+                       ", not after the document that it replaces (" +
+                       platform::utcTimeText(previous->offer.issued) + ").");
     }
     return document;
 }
 
-Status writeFeed(const Options& options, const std::stop_token& stop) {
+/// Adds the signatures that were made elsewhere, each of which must be by a known key.
+Status addDetached(const Options& options, FeedDocument& document,
+                   const std::vector<std::string>& publicKeys) {
+    for (const std::string& file : options.signatures) {
+        const auto signature = detachedSignatureIn(file);
+        if (!signature) {
+            return signature.error();
+        }
+        FeedDocument alone{.text = document.text, .signatures = {*signature}};
+        if (signersOf(alone, publicKeys).empty()) {
+            return refused("The signature in " + platform::quoted(file) +
+                           " was not made for this text by a key of the bundle, of --private-key "
+                           "or of --public-key.");
+        }
+        addSignature(document, *signature);
+    }
+    return std::nullopt;
+}
+
+/// Signs the document and checks it as an installation of an old build would.
+Status sign(const Options& options, const Inspection& inspection,
+            const std::optional<SigningKey>& key, const std::optional<FeedDocument>& previous,
+            FeedDocument& document) {
+    auto keys = inspection.publicKeys;
+    keys.insert(keys.end(), options.publicKeys.begin(), options.publicKeys.end());
+    if (key) {
+        const auto signature = key->sign(document.text);
+        const auto publicKey = key->publicKey();
+        if (!signature || !publicKey) {
+            return signature ? publicKey.error() : signature.error();
+        }
+        addSignature(document, *signature);
+        keys.push_back(*publicKey);
+    }
+    if (auto error = addDetached(options, document, keys)) {
+        return error;
+    }
+    const auto signers = signersOf(document, keys);
+    auto error = checkKeysOf(inspection.publicKeys, signers, options.isRotation);
+    error = error ? std::move(error) : checkSameSigner(previous, signers, options.isRotation);
+    const auto body = documentBody(document);
+    if (error || !body) {
+        return error ? std::move(error) : Status(body.error());
+    }
+    const auto oldest = oldestInstallation(document.offer, signers);
+    const auto accepted = acceptedOffer(*body, unknownFeedUrl(oldest.bundleVersion), oldest, now());
+    return accepted ? Status() : Status(accepted.error());
+}
+
+Status writeText(const Options& options, const std::string& text) {
+    constexpr unsigned kReadableByAll = 0644;
+    return options.output.empty()
+               ? print(text)
+               : platform::replaceFileDurably(options.output, text, kReadableByAll);
+}
+
+Status checkOutput(const Options& options) {
     std::vector<std::string> inputs = keyFilesOf(options.key);
+    inputs.insert(inputs.end(), options.signatures.begin(), options.signatures.end());
     inputs.push_back(options.archive);
     if (!options.bundle.empty()) {
         inputs.push_back(options.bundle);
     }
-    if (!options.output.empty()) {
-        if (auto error = refusalOfOutput(options.output, inputs)) {
-            return error;
-        }
+    return options.output.empty() ? Status() : refusalOfOutput(options.output, inputs);
+}
+
+Result<std::optional<SigningKey>> keyIn(const Options& options, const std::stop_token& stop) {
+    if (options.key.privateKey.empty()) {
+        return std::optional<SigningKey>();
     }
-    const auto document = documentOf(options, stop);
+    auto key = signingKeyFrom(options.key, stop);
+    return key ? Result<std::optional<SigningKey>>(*std::move(key)) : key.error();
+}
+
+Result<std::optional<DocumentPlace>> placeOf(const Options& options) {
+    if (options.output.empty() || options.isUnsigned) {
+        return std::optional<DocumentPlace>();
+    }
+    auto place = DocumentPlace::open(options.output);
+    return place ? Result<std::optional<DocumentPlace>>(*std::move(place)) : place.error();
+}
+
+Status writeFeed(const Options& options, const std::stop_token& stop) {
+    if (auto error = checkOutput(options)) {
+        return error;
+    }
+    const auto key = keyIn(options, stop);
+    if (!key) {
+        return key.error();
+    }
+    const auto place = placeOf(options);
+    if (!place) {
+        return place.error();
+    }
+    const auto inspection = inspectArchive(options.archive, options.bundle, stop);
+    if (!inspection) {
+        return inspection.error();
+    }
+    const auto previous = *place ? (*place)->previous() : std::nullopt;
+    auto document = options.offer.empty() ? newDocument(options, *inspection, previous)
+                                          : statedDocument(options, *inspection, previous);
     if (!document) {
         return document.error();
     }
-    return options.output.empty()
-               ? print(*document)
-               : platform::replaceFileDurably(options.output, *document, kReadableByAll);
+    if (options.isUnsigned) {
+        return writeText(options, document->text);
+    }
+    auto error = sign(options, *inspection, *key, previous, *document);
+    if (!error && *place) {
+        error = (*place)->checkSuccession(document->offer, SameArchive::Accept);
+        return error ? error : (*place)->replace(*document);
+    }
+    const auto body = documentBody(*document);
+    return error ? error : body ? print(*body) : Status(body.error());
+}
+
+void addAddressOptions(CLI::App& command, Options& options) {
+    CLI::Option* url =
+        command.add_option("--url", options.url, "The archive's URL: https")->type_name("URL");
+    command
+        .add_option("--name", options.name,
+                    "The archive's name in the feed's folder (default: its file name)")
+        ->type_name("NAME")
+        ->excludes(url);
+}
+
+void addDetachedOptions(CLI::App& command, Options& options) {
+    CLI::Option* isUnsigned = command.add_flag("--unsigned", options.isUnsigned,
+                                               "Prints the text to sign, to be signed elsewhere");
+    CLI::Option* offer =
+        command
+            .add_option("--offer", options.offer,
+                        "The text that --unsigned printed, or a document that gets a further "
+                        "signature: signed as it is, if it is for the archive")
+            ->type_name("FILE")
+            ->excludes(isUnsigned);
+    for (const char* term : {"--rollout", "--expires-in", "--floor", "--withdraw"}) {
+        offer->excludes(command.get_option(term));
+    }
+    command
+        .add_option("--signature", options.signatures,
+                    "A signature of the text in --offer that was made elsewhere: 64 bytes or "
+                    "Base64. May be repeated")
+        ->type_name("FILE")
+        ->needs(offer)
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    command
+        .add_option("--public-key", options.publicKeys,
+                    "The key of a --signature, if the bundle does not contain it. May be repeated")
+        ->type_name("KEY")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
 }
 
 }  // namespace
@@ -126,39 +301,27 @@ Status writeFeed(const Options& options, const std::stop_token& stop) {
 void addFeed(CLI::App& program, Work& work) {
     const auto options = std::make_shared<Options>();
     CLI::App* command = program.add_subcommand(
-        "feed", "Writes and signs the feed document that offers an archive to updaters.");
+        "feed",
+        "Inspects an archive, and writes and signs the feed document that offers it to updaters.");
     command->add_option("archive", options->archive, "The archive that pack made")
         ->required()
         ->type_name("ARCHIVE");
-    CLI::Option* bundle =
-        command->add_option("--bundle", options->bundle, "The bundle in the archive")
-            ->type_name("BUNDLE");
-    CLI::Option* identifier = command
-                                  ->add_option("--identifier", options->identity.identifier,
-                                               "The bundle's identifier, instead of --bundle")
-                                  ->type_name("ID")
-                                  ->excludes(bundle);
-    CLI::Option* version = command
-                               ->add_option("--version", options->identity.version,
-                                            "The bundle's version, instead of --bundle")
-                               ->type_name("VERSION")
-                               ->excludes(bundle)
-                               ->needs(identifier);
-    identifier->needs(version);
-    addKeyOptions(*command, options->key);
-    CLI::Option* url =
-        command->add_option("--url", options->url, "The archive's URL: https, or http on loopback")
-            ->type_name("URL");
     command
-        ->add_option("--name", options->name,
-                     "The archive's name in the feed's folder (default: its file name)")
-        ->type_name("NAME")
-        ->excludes(url);
+        ->add_option("--bundle", options->bundle,
+                     "The bundle that was packed, to be compared with the archive")
+        ->type_name("BUNDLE");
+    CLI::Option* key = addKeyOptions(*command, options->key)->required(false);
+    addTermOptions(*command, options->terms);
+    addAddressOptions(*command, *options);
+    addDetachedOptions(*command, *options);
+    command->add_flag("--rotate", options->isRotation,
+                      "Confirms that the bundle, or the replaced document, is for another key");
     command->add_option("--output", options->output, "The feed document (default: standard output)")
         ->type_name("FILE");
-    command->callback([options, bundle, identifier, &work] {
-        if (bundle->empty() && identifier->empty()) {
-            throw CLI::RequiredError("--bundle, or --identifier and --version,");
+    command->callback([options, key, &work] {
+        const bool isSigned = !key->empty() || !options->signatures.empty();
+        if (isSigned == options->isUnsigned) {
+            throw CLI::RequiredError("--unsigned, or --private-key or --signature,");
         }
         work = [options](const std::stop_token& stop) { return writeFeed(*options, stop); };
     });

@@ -12,6 +12,8 @@ namespace teravolant::release {
 struct Identity {
     std::string identifier;
     std::string version;
+
+    friend bool operator==(const Identity&, const Identity&) = default;
 };
 
 /// Fails if the bundle's information property list can't be read.
@@ -20,8 +22,7 @@ platform::Result<platform::Bundle> openBundle(const std::filesystem::path& path)
 /// Returns the bundle's identity. Fails if it is incomplete or `refusalOf` refuses it.
 platform::Result<Identity> identityOf(const platform::Bundle& bundle);
 
-/// Returns the reason why updaters can't compare the version or verify a signature over the
-/// identity, or nothing.
+/// Returns the reason why updaters can't compare the version, or nothing.
 [[nodiscard]] platform::Status refusalOf(const Identity& identity);
 
 }  // namespace teravolant::release

@@ -12,7 +12,10 @@
 
 #include "platform/core/build_version.h"
 #include "platform/core/error.h"
+#include "programs/confined_main.h"
+#include "programs/unpack_main.h"
 #include "tools/commands.h"
+#include "tools/inspection.h"
 
 namespace {
 
@@ -70,6 +73,8 @@ int run(int argc, char* argv[]) {
     release::addPublicKey(program, work);
     release::addPack(program, work);
     release::addFeed(program, work);
+    release::addPublish(program, work);
+    release::addRenew(program, work);
     release::addCheck(program, work);
     release::addManual(program, work);
     program.footer(kNotes);  // Commands that are added later would inherit it.
@@ -93,6 +98,11 @@ int run(int argc, char* argv[]) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
+    // Before any thread is started: see inspection.cpp.
+    if (argc == 3 && argv[1] == release::kUnpackArgument) {
+        const auto parent = processIdIn(argv[2]);
+        return parent ? (unpackConfined(*parent), EXIT_FAILURE) : kUsageStatus;
+    }
     std::signal(SIGPIPE, SIG_IGN);
     try {
         return run(argc, argv);

@@ -7,6 +7,8 @@
 #include "platform/core/file_error.h"
 #include "platform/core/text.h"
 #include "platform/files/paths.h"
+#include "platform/values/json.h"
+#include "update_framework/updater_error.h"
 
 namespace teravolant::release {
 
@@ -35,6 +37,16 @@ Status refusalOfOutput(const std::string& output, const std::vector<std::string>
     return std::nullopt;
 }
 
+Status refusalOfName(const std::string& name) {
+    const bool isPlain = !name.empty() && name != "." && name != ".." &&
+                         name.find_first_of("/?#%") == std::string::npos;
+    return isPlain ? Status()
+                   : platform::updaterError(
+                         platform::SQRLUpdaterErrorRefusedOffer,
+                         "“name”: " + quoted(name) +
+                             " is not a plain file name: give another --name, or a --url.");
+}
+
 Status print(std::string_view text) {
     errno = 0;
     if (!(std::cout << text << std::flush)) {
@@ -42,6 +54,11 @@ Status print(std::string_view text) {
                                         "Standard output could not be written");
     }
     return std::nullopt;
+}
+
+Status printJson(const platform::Value::Dictionary& members) {
+    const auto text = platform::serialiseJson(members);
+    return text ? print(*text + "\n") : Status(text.error());
 }
 
 }  // namespace teravolant::release

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "platform/core/result.h"
+#include "platform/values/value.h"
 
 namespace teravolant::release {
 
@@ -13,7 +14,14 @@ namespace teravolant::release {
 [[nodiscard]] platform::Status refusalOfOutput(const std::string& output,
                                                const std::vector<std::string>& inputs);
 
+/// Returns an error for a name that updaters, which resolve it as a relative URL, would take for
+/// another file.
+[[nodiscard]] platform::Status refusalOfName(const std::string& name);
+
 /// Writes the text to standard output and flushes it. Fails if not all of it was written.
 [[nodiscard]] platform::Status print(std::string_view text);
+
+/// Prints a JSON object in one line.
+[[nodiscard]] platform::Status printJson(const platform::Value::Dictionary& members);
 
 }  // namespace teravolant::release

@@ -10,7 +10,8 @@
 #include "tools/commands.h"
 #include "tools/identity.h"
 #include "tools/output.h"
-#include "update_framework/sqrl_update.h"
+#include "tools/packing.h"
+#include "update_framework/installation.h"
 #include "update_framework/updater_error.h"
 
 namespace teravolant::release {
@@ -81,29 +82,30 @@ Status refusalOfBundle(const platform::Bundle& bundle) {
     return std::nullopt;
 }
 
-Status pack(const Options& options, const std::stop_token& stop) {
-    const auto bundle = openBundle(options.bundle);
+}  // namespace
+
+Status packBundle(const std::string& path, const std::string& archive,
+                  const std::stop_token& stop) {
+    const auto bundle = openBundle(path);
     if (!bundle) {
         return bundle.error();
     }
     auto error = refusalOfBundle(*bundle);
     if (!error) {
-        error = refusalOfOutput(options.output, {options.bundle});
+        error = refusalOfOutput(archive, {path});
     }
     if (error) {
         return error;
     }
-    if (platform::updatePublicKeys(*bundle).empty()) {
+    if (platform::installationOf(*bundle).publicKeys.empty()) {
         std::cerr << "teravolant-release: warning: this build has no public key "
                      "(TERAVOLANT_UPDATE_PUBLIC_KEYS), so it will never accept an update\n";
     }
     ProgressBar bar;
     return platform::packFolder(
-        options.bundle, options.output,
-        [&bar](std::uint64_t done, std::uint64_t total) { bar.show(done, total); }, stop);
+        path, archive, [&bar](std::uint64_t done, std::uint64_t total) { bar.show(done, total); },
+        stop);
 }
-
-}  // namespace
 
 void addPack(CLI::App& program, Work& work) {
     const auto options = std::make_shared<Options>();
@@ -118,7 +120,9 @@ void addPack(CLI::App& program, Work& work) {
         ->required()
         ->type_name("ARCHIVE");
     command->callback([options, &work] {
-        work = [options](const std::stop_token& stop) { return pack(*options, stop); };
+        work = [options](const std::stop_token& stop) {
+            return packBundle(options->bundle, options->output, stop);
+        };
     });
 }
 

@@ -4,6 +4,7 @@
 #include <charconv>
 
 #include "platform/core/text.h"
+#include "platform/core/url.h"
 #include "platform/core/utc_time.h"
 #include "platform/core/version.h"
 #include "platform/crypto/digests.h"
@@ -103,6 +104,20 @@ Status checkNotExpired(const Offer& offer, const Installation& installation,
     }
     return refusedOffer("it expired at " + utcTimeText(*offer.expires) +
                         ". Its publisher has not renewed it, or the server hides a newer one.");
+}
+
+Status checkUsable(const Offer& offer, const std::string& url, const std::string& feedURL,
+                   const Installation& installation, std::chrono::sys_seconds clock) {
+    if (auto error = checkNotExpired(offer, installation, clock)) {
+        return error;
+    }
+    if (withdraws(offer, offer.version)) {
+        return refusedOffer("it is withdrawn.");
+    }
+    const bool isSecure = equalIgnoringCase(std::string_view(url).substr(0, 6), "https:");
+    return isSecure || isLoopbackURL(feedURL)
+               ? Status()
+               : refusedOffer("only a feed on this computer may name an archive over plain http.");
 }
 
 bool withdraws(const Offer& offer, std::string_view version) {

@@ -44,6 +44,13 @@ Result<AuthenticOffer> authenticOfferIn(const SignedDocument& document,
 [[nodiscard]] Status checkNotExpired(const Offer& offer, const Installation& installation,
                                      std::chrono::sys_seconds clock);
 
+/// Fails if nothing is taken from the offer at this time by any installation: it has expired, it
+/// withdraws its own version, or `url`, the archive's address, is plain http although the feed is
+/// not on this computer.
+[[nodiscard]] Status checkUsable(const Offer& offer, const std::string& url,
+                                 const std::string& feedURL, const Installation& installation,
+                                 std::chrono::sys_seconds clock);
+
 /// Whether the offer withdraws the version.
 [[nodiscard]] bool withdraws(const Offer& offer, std::string_view version);
 

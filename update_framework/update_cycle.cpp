@@ -15,7 +15,6 @@
 
 #include "platform/core/error.h"
 #include "platform/core/text.h"
-#include "platform/core/url.h"
 #include "platform/core/version.h"
 #include "platform/files/private_directory.h"
 #include "update_framework/archive_download.h"
@@ -103,16 +102,11 @@ void applyDocument(const UpdateCycle& cycle, const Offer& offer, Staged& staged)
 
 /// Returns why nothing is taken from a trusted offer, or nothing.
 Status refusalOf(const UpdateCycle& cycle, const Offer& offer, const std::string& url) {
-    if (auto error = checkNotExpired(offer, cycle.installation, cycle.wallTime())) {
-        return error;
-    }
     if (withdraws(offer, offer.version)) {
         removeDownloads(cycle.cacheFolder);
-        return refusedOffer("it is withdrawn.");
     }
-    const bool isSecure = equalIgnoringCase(std::string_view(url).substr(0, 6), "https:");
-    if (!isSecure && !isLoopbackURL(cycle.feedURL)) {
-        return refusedOffer("only a feed on this computer may name an archive over plain http.");
+    if (auto error = checkUsable(offer, url, cycle.feedURL, cycle.installation, cycle.wallTime())) {
+        return error;
     }
     return Refusals(cycle.cacheFolder).check(offer.digest, cycle.wallTime());
 }

@@ -69,6 +69,9 @@ struct HttpResponse {
     std::optional<std::uint64_t> contentLength = {};  ///< Bytes of this response's body.
     /// Where the body begins within the whole content: the requested offset for status 206, else 0.
     std::uint64_t bodyOffset = 0;
+    /// Bytes of the whole content, if a response with status 206 states it. Set by
+    /// `transferOverHttp` only.
+    std::optional<std::uint64_t> completeLength = {};
     std::optional<std::chrono::seconds> retryAfter = {};  ///< RFC 9110, section 10.2.3.
     std::string body = {};                                ///< Set by `sendHttpRequest` only.
 };

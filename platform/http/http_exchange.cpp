@@ -322,6 +322,10 @@ Status Exchange::takeHead() {
     if (length >= 0) {
         _response.contentLength = static_cast<std::uint64_t>(length);
     }
+    if (_response.status == 206) {
+        _response.completeLength =
+            completeLengthIn(_receivedHeaders.find("content-range").value_or(""));
+    }
     if (retryAfter > 0) {
         constexpr curl_off_t kOneDay = 86400;
         _response.retryAfter = std::chrono::seconds(std::min(retryAfter, kOneDay));

@@ -48,4 +48,16 @@ std::optional<std::uint64_t> startOfRange(std::string_view contentRange) {
     return first;
 }
 
+std::optional<std::uint64_t> completeLengthIn(std::string_view contentRange) {
+    const std::size_t slash = contentRange.find('/');
+    if (slash == contentRange.npos) {
+        return std::nullopt;
+    }
+    contentRange.remove_prefix(slash + 1);
+    std::uint64_t length = 0;
+    const char* const end = contentRange.data() + contentRange.size();
+    const auto parsed = std::from_chars(contentRange.data(), end, length);
+    return parsed.ec == std::errc() && parsed.ptr == end ? std::optional(length) : std::nullopt;
+}
+
 }  // namespace teravolant::platform

@@ -30,4 +30,7 @@ class ReceivedHeaders {
 /// malformed or has another unit.
 [[nodiscard]] std::optional<std::uint64_t> startOfRange(std::string_view contentRange);
 
+/// Returns LENGTH of the same form, or nothing if it is unknown ("*") or malformed.
+[[nodiscard]] std::optional<std::uint64_t> completeLengthIn(std::string_view contentRange);
+
 }  // namespace teravolant::platform

@@ -96,9 +96,13 @@ Result<pid_t> spawn(const ConfinedProgram::Settings& settings, int socket) {
         pointers.push_back(variable.data());
     }
     pointers.push_back(nullptr);
+    auto arguments = settings.arguments;
     // The program compares this number with its parent's, in case the parent is already gone.
-    return spawnProgram(Bundle::mainBundle().helpersPath() / settings.name,
-                        {std::to_string(getpid())}, spawnSettings, pointers.data());
+    arguments.push_back(std::to_string(getpid()));
+    return spawnProgram(settings.executable.empty()
+                            ? Bundle::mainBundle().helpersPath() / settings.name
+                            : settings.executable,
+                        arguments, spawnSettings, pointers.data());
 }
 
 }  // namespace
@@ -253,7 +257,8 @@ Status ConfinedProgram::error(ProgramError::Code code, const std::string& what) 
     return Error{.domain = std::string(kProgramErrorDomain),
                  .code = code,
                  .localizedDescription =
-                     "The bundle's program " + quoted(_settings.name) + " " + what + "."};
+                     (_settings.executable.empty() ? "The bundle's program " : "The program ") +
+                     quoted(_settings.name) + " " + what + "."};
 }
 
 bool ConfinedProgram::anyRanUnconfined() { return ranUnconfined; }

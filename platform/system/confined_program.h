@@ -26,8 +26,8 @@ enum Code : std::int64_t {
 };
 }  // namespace ProgramError
 
-/// A program of the main bundle's Helpers folder that handles untrusted bytes, with one socket to
-/// the caller as its standard input and output.
+/// A program that handles untrusted bytes, with one socket to the caller as its standard input and
+/// output. By default it is in the main bundle's Helpers folder.
 ///
 /// Runs in its own session, with /dev/null as its standard error, only the named environment
 /// variables, and no other inherited descriptor. It confines itself before
@@ -43,6 +43,10 @@ class ConfinedProgram {
         std::string_view errorDomain = {};          ///< Of the program's own errors.
         /// For each call of `send` and `receive`. Then the program counts as hung.
         std::chrono::milliseconds patience = std::chrono::seconds(60);
+        /// Instead of the program `name` of the Helpers folder, unless empty.
+        std::filesystem::path executable = {};
+        /// Before the last argument, which is the process id of the caller.
+        std::vector<std::string> arguments = {};
     };
 
     struct Received {

@@ -265,4 +265,21 @@ Status checkExecutable(const fs::path& path) {
     return segments ? checkInterpreter(*file, *segments) : Status(segments.error());
 }
 
+Result<FileFormat> checkedFormatOf(const fs::path& path) {
+    const auto file = openFile(path);
+    if (!file) {
+        return file.error();
+    }
+    const auto start = beginning(*file, kElfMagic.size());
+    if (!start) {
+        return start.error();
+    }
+    if (*start != kElfMagic) {
+        return start->starts_with(kScriptMagic) ? FileFormat::Script : FileFormat::Other;
+    }
+    const auto segments = checkedSegments(*file);
+    auto error = segments ? checkInterpreter(*file, *segments) : Status(segments.error());
+    return error ? Result<FileFormat>(std::move(error)) : FileFormat::Elf;
+}
+
 }  // namespace teravolant::platform

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 
 #include "platform/core/result.h"
@@ -17,5 +18,12 @@ namespace teravolant::platform {
 /// `NSExecutableNotLoadableError` if the file is empty, damaged, or truncated (a header table or a
 /// loaded segment ends beyond its end); a reading error if it is not a regular file.
 Status checkExecutable(const std::filesystem::path& path);
+
+enum class FileFormat : std::uint8_t { Elf, Script, Other };
+
+/// Returns the format of a file by its first bytes. Fails like `checkExecutable` for an ELF file
+/// that is not a complete program or shared library for this machine. Does not look at permissions
+/// and mount options: for a file that is to be run elsewhere.
+Result<FileFormat> checkedFormatOf(const std::filesystem::path& path);
 
 }  // namespace teravolant::platform

@@ -1,0 +1,206 @@
+#include "tools/bundle_parts.h"
+
+#include <fstream>
+#include <map>
+#include <string>
+
+#include "platform/core/error.h"
+#include "platform/core/text.h"
+#include "platform/crypto/digests.h"
+#include "platform/files/files.h"
+#include "platform/files/paths.h"
+#include "platform/system/executable_file.h"
+#include "platform/values/property_list.h"
+#include "tools/identity.h"
+#include "update_framework/updater_error.h"
+
+namespace teravolant::release {
+namespace {
+
+namespace fs = std::filesystem;
+using platform::Bundle;
+using platform::FileFormat;
+using platform::quoted;
+using platform::Result;
+using platform::Status;
+
+Status refused(const fs::path& bundle, const fs::path& item, const std::string& reason) {
+    return platform::updaterError(
+        platform::SQRLUpdaterErrorRefusedBundle,
+        "In the archive, " + quoted(item.lexically_relative(bundle.parent_path()).string()) + " " +
+            reason);
+}
+
+/// Checks a program that must be in the bundle.
+Status checkProgram(const fs::path& bundle, const fs::path& program) {
+    std::error_code missing;
+    const fs::path real = fs::canonical(program, missing);
+    if (missing || !platform::isInside(real, fs::canonical(bundle, missing)) ||
+        !fs::is_regular_file(real)) {
+        return refused(bundle, program, "is missing: the build is incomplete.");
+    }
+    const auto permissions = fs::status(real, missing).permissions();
+    if ((permissions & fs::perms::owner_exec) == fs::perms::none) {
+        return refused(bundle, program, "is not executable.");
+    }
+    const auto format = platform::checkedFormatOf(real);
+    return format && *format != FileFormat::Other
+               ? Status()
+               : refused(bundle, program,
+                         "can't run: " + (format ? "it is not a program."
+                                                 : format.error().localizedDescription));
+}
+
+Status checkClient(const fs::path& bundle) {
+    const fs::path archive = bundle / "Contents" / "Resources" / "client.tar.gz";
+    constexpr std::string_view kGzip = "\x1f\x8b";
+    std::string start(kGzip.size(), '\0');
+    std::ifstream(archive, std::ios::binary).read(start.data(), std::ssize(start));
+    return start == kGzip ? Status()
+                          : refused(bundle, archive,
+                                    "is missing or is not a gzip archive: the launcher could "
+                                    "not start the client.");
+}
+
+Status checkAgent(const fs::path& bundle, const std::string& label) {
+    const fs::path file = bundle / "Contents" / "Resources" / (label + ".plist");
+    const auto agent = platform::dictionaryInFile(file);
+    const auto entry = agent ? agent->find("Label") : platform::Value::Dictionary::const_iterator();
+    const bool isLabelled =
+        agent && entry != agent->end() && entry->second == platform::Value(label);
+    return isLabelled ? Status()
+                      : refused(bundle, file,
+                                "is missing or is not the launch agent " + label +
+                                    ": computers would not check for updates.");
+}
+
+/// Checks that every ELF file is complete and for this kind of machine.
+Status checkElfFiles(const fs::path& bundle) {
+    std::error_code failure;
+    for (fs::recursive_directory_iterator walk(bundle, failure), end; !failure && walk != end;
+         walk.increment(failure)) {
+        if (!walk->is_regular_file(failure) || walk->is_symlink(failure)) {
+            continue;
+        }
+        if (const auto format = platform::checkedFormatOf(walk->path()); !format) {
+            return refused(bundle, walk->path(),
+                           "can't run: " + format.error().localizedDescription);
+        }
+    }
+    return failure ? refused(bundle, bundle, "can't be read: " + failure.message() + ".")
+                   : Status();
+}
+
+/// Returns what is compared of an item.
+Result<std::string> contentOf(const fs::path& item) {
+    std::error_code failure;
+    const fs::file_status status = fs::symlink_status(item, failure);
+    if (fs::is_symlink(status)) {
+        return "link to " + fs::read_symlink(item, failure).string();
+    }
+    if (!fs::is_regular_file(status)) {
+        return std::string(fs::is_directory(status) ? "folder" : "other");
+    }
+    platform::Digest digest;
+    constexpr std::size_t kPieceSize = std::size_t{256} * 1024;
+    const auto add = [&digest](std::string_view piece) {
+        digest.update(piece);
+        return Status();
+    };
+    if (auto error = platform::readInPieces(item, kPieceSize, add, platform::Links::Refuse)) {
+        return error;
+    }
+    const bool isExecutable = (status.permissions() & fs::perms::owner_exec) != fs::perms::none;
+    return (isExecutable ? "program " : "file ") + digest.finish();
+}
+
+/// Returns the contents of all items by their path in the folder.
+Result<std::map<std::string, std::string>> contentsIn(const fs::path& folder) {
+    std::map<std::string, std::string> contents;
+    std::error_code failure;
+    for (fs::recursive_directory_iterator walk(folder, failure), end; !failure && walk != end;
+         walk.increment(failure)) {
+        const auto content = contentOf(walk->path());
+        if (!content) {
+            return content.error();
+        }
+        contents[walk->path().lexically_relative(folder).string()] = *content;
+    }
+    if (failure) {
+        return platform::updaterError(
+            platform::SQRLUpdaterErrorRefusedBundle,
+            quoted(folder.string()) + " can't be read: " + failure.message() + ".");
+    }
+    return contents;
+}
+
+}  // namespace
+
+Status checkParts(const Bundle& bundle) {
+    const fs::path& path = bundle.bundlePath();
+    for (const fs::path& program : {bundle.executablePath(), bundle.helpersPath() / "fetch",
+                                    bundle.helpersPath() / "unpack"}) {
+        if (auto error = checkProgram(path, program)) {
+            return error;
+        }
+    }
+    if (auto error = checkClient(path)) {
+        return error;
+    }
+    for (const char* label : {"com.zelto.teravolant.agent", "com.zelto.teravolant.autorun"}) {
+        if (auto error = checkAgent(path, label)) {
+            return error;
+        }
+    }
+    return checkElfFiles(path);
+}
+
+Status compareBundles(const Bundle& bundle, const fs::path& expected) {
+    const auto named = openBundle(expected);
+    if (!named) {
+        return named.error();
+    }
+    const fs::path& path = bundle.bundlePath();
+    const auto packed = identityOf(bundle);
+    const auto own = identityOf(*named);
+    if (packed && own && *packed != *own) {
+        return refused(path, path,
+                       "has the identity " + packed->identifier + " " + packed->version + "; " +
+                           quoted(expected.string()) + " has " + own->identifier + " " +
+                           own->version + ".");
+    }
+    const auto there = contentsIn(path);
+    const auto wanted = contentsIn(expected);
+    if (!there || !wanted) {
+        return there ? wanted.error() : there.error();
+    }
+    for (const auto& [name, content] : *wanted) {
+        const auto found = there->find(name);
+        if (found == there->end() || found->second != content) {
+            return refused(
+                path, path / name,
+                (found == there->end() ? "is missing, and is in " : "differs from that in ") +
+                    quoted(expected.string()) + ".");
+        }
+    }
+    for (const auto& [name, content] : *there) {
+        if (!wanted->contains(name)) {
+            return refused(path, path / name, "is not in " + quoted(expected.string()) + ".");
+        }
+    }
+    return std::nullopt;
+}
+
+std::uint64_t sizeOfFiles(const fs::path& folder) {
+    std::uint64_t size = 0;
+    std::error_code failure;
+    for (fs::recursive_directory_iterator walk(folder, failure), end; !failure && walk != end;
+         walk.increment(failure)) {
+        if (walk->is_regular_file(failure) && !walk->is_symlink(failure)) {
+            size += walk->file_size(failure);
+        }
+    }
+    return size;
+}
+
+}  // namespace teravolant::release

@@ -1,0 +1,140 @@
+#include "tools/document.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include "platform/core/error.h"
+#include "platform/core/file_error.h"
+#include "platform/core/text.h"
+#include "platform/core/utc_time.h"
+#include "platform/core/version.h"
+#include "platform/files/durable_file.h"
+#include "platform/files/files.h"
+#include "platform/values/json.h"
+#include "update_framework/offer_trust.h"
+#include "update_framework/updater_error.h"
+
+namespace teravolant::release {
+namespace {
+
+namespace fs = std::filesystem;
+using platform::isPreRelease;
+using platform::Offer;
+using platform::quoted;
+using platform::Result;
+using platform::Status;
+using platform::Value;
+
+Status refused(std::string reason) {
+    return platform::updaterError(platform::SQRLUpdaterErrorRefusedOffer, std::move(reason));
+}
+
+}  // namespace
+
+Result<FeedDocument> documentIn(const std::string& body, const std::string& name) {
+    const auto document = platform::signedDocumentIn(body);
+    auto offer = document ? platform::parseOffer(document->offer) : document.error();
+    if (!offer) {
+        return refused(quoted(name) +
+                       " is not a feed document: " + offer.error().localizedDescription);
+    }
+    return FeedDocument{.members = *platform::parseJson(body)->dictionary(),
+                        .text = document->offer,
+                        .offer = *std::move(offer),
+                        .signatures = document->signatures};
+}
+
+Result<std::string> documentBody(const FeedDocument& document) {
+    Value::Dictionary members = document.members;
+    members["version"] = document.offer.version;
+    members["offer"] = document.text;
+    members["signatures"] = Value::Array(document.signatures.begin(), document.signatures.end());
+    auto body = platform::serialiseJson(members);
+    return body ? Result<std::string>(*std::move(body) + "\n") : body.error();
+}
+
+Result<DocumentPlace> DocumentPlace::open(const fs::path& path) {
+    const fs::path lockFile = path.parent_path() / ".teravolant-release.lock";
+    auto lock = platform::FileLock::tryAcquireTemporary(lockFile);
+    if (!lock) {
+        return lock.error();
+    }
+    if (!*lock) {
+        return *platform::errorFromErrno(
+            EWOULDBLOCK, platform::FileAccess::Write,
+            "Another process publishes in the folder of " + quoted(path.string()));
+    }
+    DocumentPlace place(path, **std::move(lock));
+    std::error_code missing;
+    if (fs::file_size(path, missing) == 0 || missing) {
+        return place;
+    }
+    const auto body = platform::contentsOfFile(path);
+    auto previous = body ? documentIn(*body, path.string()) : body.error();
+    if (!previous) {
+        return previous.error();
+    }
+    place._previous = *std::move(previous);
+    return place;
+}
+
+Status DocumentPlace::checkSuccession(const Offer& offer, SameArchive same) const {
+    if (!_previous) {
+        return std::nullopt;
+    }
+    const Offer& previous = _previous->offer;
+    const std::string place = quoted(_path.string());
+    if (previous.identifier != offer.identifier) {
+        return refused(place + " is for " + platform::escaped(previous.identifier) + ", not for " +
+                       offer.identifier + ": choose another place.");
+    }
+    if (isPreRelease(previous.version) != isPreRelease(offer.version)) {
+        return refused(place + " offers version " + platform::escaped(previous.version) +
+                       ", and version " + offer.version +
+                       " is of the other channel (pre-release versions begin with 99.99.99): "
+                       "choose another place.");
+    }
+    const bool isSameArchive = same == SameArchive::Accept && previous.version == offer.version &&
+                               previous.digest == offer.digest && previous.tree == offer.tree;
+    if (!isSameArchive && !platform::isNewerVersion(offer.version, previous.version)) {
+        return refused(
+            place + " offers version " + platform::escaped(previous.version) + ", and version " +
+            offer.version +
+            " is not higher. Build it with a higher version; to change the terms of a published "
+            "version, use the command renew.");
+    }
+    return std::nullopt;
+}
+
+Status DocumentPlace::replace(const FeedDocument& document) const {
+    constexpr unsigned kReadableByAll = 0644;
+    const auto body = documentBody(document);
+    return body ? platform::replaceFileDurably(_path, *body, kReadableByAll) : Status(body.error());
+}
+
+Result<std::chrono::sys_seconds> nextIssue(const std::optional<FeedDocument>& previous,
+                                           std::chrono::sys_seconds now) {
+    constexpr std::chrono::minutes kLead(1);
+    if (!previous || previous->offer.issued < now) {
+        return now;
+    }
+    if (previous->offer.issued - now < kLead) {
+        return previous->offer.issued + std::chrono::seconds(1);
+    }
+    return refused("The clock shows " + platform::utcTimeText(now) +
+                   ", but the document that is replaced was issued at " +
+                   platform::utcTimeText(previous->offer.issued) +
+                   ". Installations refuse an older document: set the clock.");
+}
+
+void addSignature(FeedDocument& document, const std::string& signature) {
+    if (std::ranges::find(document.signatures, signature) == document.signatures.end()) {
+        document.signatures.push_back(signature);
+    }
+}
+
+std::chrono::sys_seconds now() {
+    return std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+}
+
+}  // namespace teravolant::release
