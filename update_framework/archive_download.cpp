@@ -1,9 +1,9 @@
 // Downloads the archive of an offer, with retries and resumption.
 //
 // The cache folder contains the downloaded bytes (archive.part) and a record (archive.plist) of the
-// digest of the archive that they belong to and of the server's validator (ETag or Last-Modified).
-// The record is written when the response begins, before its first byte, so that a killed process
-// leaves no part of an unknown archive.
+// version and the digest of the archive that they belong to and of the server's validator (ETag or
+// Last-Modified). The record is written when the response begins, before its first byte, so that a
+// killed process leaves no part of an unknown archive.
 //
 // A new download removes a part whose recorded digest is not the offered one, and a file that
 // another user could open. Otherwise it hashes the part, and requests the bytes behind it on
@@ -22,6 +22,7 @@
 #include "platform/core/file_error.h"
 #include "platform/core/http_error.h"
 #include "platform/core/text.h"
+#include "platform/core/version.h"
 #include "platform/crypto/digests.h"
 #include "platform/files/private_file.h"
 #include "platform/system/fetch_program.h"
@@ -45,6 +46,7 @@ Status refused(std::string reason) {
 }
 
 /// Entries of the record. Without a validator the download can't be resumed.
+constexpr const char* kVersion = "version";
 constexpr const char* kDigest = "digest";
 constexpr const char* kValidator = "validator";
 
@@ -197,8 +199,9 @@ class Download {
         if (response.bodyOffset == 0 || !validator.empty()) {
             _validator = validator;
         }
-        return writeRecord(originPath(_folder),
-                           {{kDigest, _offer.digest}, {kValidator, _validator}});
+        return writeRecord(
+            originPath(_folder),
+            {{kVersion, _offer.version}, {kDigest, _offer.digest}, {kValidator, _validator}});
     }
 
     Status receive(std::string_view bytes) {
@@ -247,6 +250,12 @@ class Download {
 Result<DownloadedArchive> downloadArchive(const UpdateCycle& cycle, const OfferedFile& archive,
                                           const std::vector<NeededSpace>& otherNeeds) {
     return Download(cycle, archive).run(otherNeeds);
+}
+
+void removeDownloadsUpTo(const fs::path& cacheFolder, std::string_view version) {
+    if (!isNewerVersion(readRecord(originPath(cacheFolder))[kVersion], version)) {
+        removeDownloads(cacheFolder);
+    }
 }
 
 void removeDownloads(const fs::path& cacheFolder) {

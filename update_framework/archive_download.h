@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/core/file_descriptor.h"
@@ -14,6 +15,7 @@ namespace teravolant::platform {
 
 /// A file that an offer names.
 struct OfferedFile {
+    std::string version;  ///< Of the offered bundle.
     std::string url;
     std::uint64_t size = 0;  ///< Bytes.
     std::string digest;      ///< BLAKE2b-256, lower-case hexadecimal digits.
@@ -37,5 +39,8 @@ Result<DownloadedArchive> downloadArchive(const UpdateCycle& cycle, const Offere
 
 /// Removes the files of `downloadArchive` from the folder.
 void removeDownloads(const std::filesystem::path& cacheFolder);
+
+/// The same, unless they belong to a version that is newer than `version`.
+void removeDownloadsUpTo(const std::filesystem::path& cacheFolder, std::string_view version);
 
 }  // namespace teravolant::platform

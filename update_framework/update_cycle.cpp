@@ -95,9 +95,6 @@ void applyDocument(const UpdateCycle& cycle, const Offer& offer, Staged& staged)
     if (withdraws(offer, running)) {
         cycle.log("the running " + versionText(running) + " is withdrawn");
     }
-    if (!isNewerVersion(offer.version, running)) {
-        removeDownloads(cycle.cacheFolder);
-    }
 }
 
 /// Returns why nothing is taken from a trusted offer, or nothing.
@@ -142,9 +139,9 @@ void rememberRefusal(const UpdateCycle& cycle, const Offer& offer, Refusal refus
 Result<StagedUpdate> downloadAndStage(const UpdateCycle& cycle, const Offer& offer,
                                       const std::string& url) {
     cycle.downloadBegins();
-    const auto archive =
-        downloadArchive(cycle, {.url = url, .size = offer.size, .digest = offer.digest},
-                        {spaceForTree(cycle, offer)});
+    const auto archive = downloadArchive(
+        cycle, {.version = offer.version, .url = url, .size = offer.size, .digest = offer.digest},
+        {spaceForTree(cycle, offer)});
     if (!archive) {
         if (archive.error().domain == SQRLUpdaterErrorDomain &&
             archive.error().code == SQRLUpdaterErrorRefusedArchive) {
@@ -233,6 +230,8 @@ bool isStopped(const Error& error) {
 
 Result<std::optional<StagedUpdate>> runUpdateCycle(const UpdateCycle& cycle) {
     auto staged = intactStaging(cycle);
+    removeDownloadsUpTo(cycle.cacheFolder,
+                        staged ? staged->version : cycle.installation.bundleVersion);
     auto next = updateFromFeed(cycle, staged);
     logSilence(cycle);
     if (!staged || (next && *next) || (!next && isStopped(next.error()))) {
