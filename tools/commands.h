@@ -25,4 +25,7 @@ void addPublish(CLI::App& program, Work& work);
 void addRenew(CLI::App& program, Work& work);
 void addCheck(CLI::App& program, Work& work);
 
+/// Adds the hidden command `manual`, with which the build makes the manual page from the help.
+void addManual(CLI::App& program, Work& work);
+
 }  // namespace teravolant::release

@@ -23,6 +23,17 @@ using namespace teravolant;
 
 constexpr int kUsageStatus = 2;
 
+/// The end of the help. The manual has a section for each line.
+constexpr const char* kNotes =
+    "Exit status: 0 on success or acceptance, 1 on failure or refusal, 2 on a usage error.\n"
+    "Signals: SIGINT or SIGTERM cancels a command, which removes its incomplete output and exits "
+    "with status 1. A second signal ends it at once.\n"
+    "Private keys: Ed25519 in PKCS#8 PEM form, made by keygen or openssl, also encrypted (openssl "
+    "pkey -aes256). The passphrase comes from a file, an environment variable or the terminal. A "
+    "file to which other users have access is refused.\n"
+    "Environment: The variables that env:NAME and --passphrase-env name. check also follows "
+    "https_proxy, all_proxy, no_proxy and SSL_CERT_FILE.";
+
 int fail(std::string_view reason, int status) {
     std::cerr << "teravolant-release: " << reason << "\n";
     return status;
@@ -65,6 +76,8 @@ int run(int argc, char* argv[]) {
     release::addPublish(program, work);
     release::addRenew(program, work);
     release::addCheck(program, work);
+    release::addManual(program, work);
+    program.footer(kNotes);  // Commands that are added later would inherit it.
     for (CLI::App* command : program.get_subcommands({})) {
         for (CLI::Option* option : command->get_options()) {
             option->check(problemWith, "");

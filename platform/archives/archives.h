@@ -42,13 +42,13 @@ using PackProgress = std::function<void(std::uint64_t done, std::uint64_t all)>;
 
 /// Packs the folder into a `.tar.zst` whose only top-level entry is the folder itself.
 ///
-/// The archive is reproducible byte for byte: it depends only on names, contents, permission bits
-/// (without those to write for group and others), links and the modification seconds of files (by
-/// which an installed launch agent is compared with a newer one). The entries are sorted and have
-/// no owner. Refuses what `unpackArchive` would refuse, and links that lead out of the packed
-/// folder. Fails with `NSUserCancelledError` soon after a stop request. Atomically and durably
-/// replaces a file at `archive`; a failure leaves it unchanged and removes the temporary file. At
-/// most one caller at a time per path.
+/// The archive is reproducible byte for byte: it depends only on names, contents, links, which
+/// files their owner may execute, and the modification seconds of files (by which an installed
+/// launch agent is compared with a newer one). Folders and executable files get the mode 0755,
+/// other files 0644. The entries are sorted and have no owner. Refuses what `unpackArchive` would
+/// refuse, and links that lead out of the packed folder. Fails with `NSUserCancelledError` soon
+/// after a stop request. Atomically and durably replaces a file at `archive`; a failure leaves it
+/// unchanged and removes the temporary file. At most one caller at a time per path.
 [[nodiscard]] Status packFolder(const std::filesystem::path& folder,
                                 const std::filesystem::path& archive,
                                 const PackProgress& progress = {},

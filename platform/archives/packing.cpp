@@ -36,6 +36,11 @@ namespace fs = std::filesystem;
 constexpr time_t kFixedTime = 946684800;
 constexpr mode_t kArchiveMode = 0644;
 
+constexpr mode_t kModeOfFolders = 0755;
+constexpr mode_t kModeOfPrograms = 0755;
+constexpr mode_t kModeOfOtherFiles = 0644;
+constexpr mode_t kModeOfLinks = 0755;  ///< Links have no permissions of their own.
+
 /// Zstandard unpacks more than twice as fast as gzip, at any level. At this level it also
 /// compresses better in about the time that gzip takes.
 constexpr const char* kCompressionLevel = "12";
@@ -77,7 +82,7 @@ class TemporaryFile {
 struct Item {
     std::string name;  ///< In the archive.
     fs::path path;
-    mode_t mode = 0;
+    mode_t mode = 0;         ///< In the archive: type and permissions.
     std::uint64_t size = 0;  ///< Bytes of a regular file.
     std::string linkTarget = {};
     time_t modificationTime = kFixedTime;
@@ -98,6 +103,18 @@ Status writeFailure(const fs::path& archive, int errorNumber) {
                           "The archive " + quoted(archive.string()) + " could not be written");
 }
 
+/// Returns type and permissions of an entry. The umask of the publisher has no part in them.
+mode_t modeOfEntry(mode_t mode) {
+    const mode_t type = mode & static_cast<mode_t>(S_IFMT);
+    if (S_ISLNK(mode)) {
+        return type | kModeOfLinks;
+    }
+    if (S_ISDIR(mode)) {
+        return type | kModeOfFolders;
+    }
+    return type | ((mode & S_IXUSR) != 0 ? kModeOfPrograms : kModeOfOtherFiles);
+}
+
 /// `depth` is the number of folders between the packed folder and the item.
 Result<Item> describe(const fs::path& path, std::string name, std::size_t depth) {
     Item item{.name = std::move(name), .path = path};
@@ -105,7 +122,7 @@ Result<Item> describe(const fs::path& path, std::string name, std::size_t depth)
     if (lstat(path.c_str(), &status) != 0) {
         return readFailure(path, errno);
     }
-    item.mode = status.st_mode;
+    item.mode = modeOfEntry(status.st_mode);
     if (!isValidUtf8(item.name)) {
         return refusal(path, "has a name that is not UTF-8");
     }
@@ -215,8 +232,7 @@ Status Packer::writeTo(int file, const std::vector<Item>& items) {
 Status Packer::writeItem(const Item& item) {
     const Entry entry(archive_entry_new());
     archive_entry_set_pathname(entry.get(), item.name.c_str());
-    archive_entry_set_filetype(entry.get(), item.mode & static_cast<mode_t>(S_IFMT));
-    archive_entry_set_perm(entry.get(), item.mode & kPermissionBits);
+    archive_entry_set_mode(entry.get(), item.mode);
     archive_entry_set_size(entry.get(), static_cast<la_int64_t>(item.size));
     archive_entry_set_mtime(entry.get(), item.modificationTime, 0);
     if (S_ISLNK(item.mode)) {

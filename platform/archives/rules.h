@@ -12,9 +12,6 @@
 // Which entries an archive may contain: the rules that packing and unpacking share.
 namespace teravolant::platform {
 
-/// An update never lets other users change the bundle.
-inline constexpr unsigned kPermissionBits = 0755;
-
 /// Bytes per read of an archive or of a file that is packed.
 inline constexpr std::size_t kArchiveReadSize = std::size_t{1} << 18U;
 

@@ -21,6 +21,9 @@
 namespace teravolant::platform {
 namespace {
 
+/// An update never lets other users change the bundle.
+constexpr unsigned kPermissionBits = 0755;
+
 using Reader = std::unique_ptr<archive, Deleter<archive_read_free>>;
 
 ItemAttributes attributesOf(archive_entry* entry) {
