@@ -99,9 +99,10 @@ Status renew(const Options& options, const std::stop_token& stop) {
     error = error ? std::move(error) : renewDocument(options, *place, *key, *document);
     error = error ? std::move(error) : checkDocument(*document, *publicKey);
     error = error ? std::move(error) : place->replace(*document);
-    return error ? std::move(error)
-                 : print("renewed: version " + document->offer.version + "\n" +
-                         describedTerms(document->offer, now()));
+    return error
+               ? std::move(error)
+               : print("renewed: version " + document->offer.version + "\n" +
+                       describedTerms(document->offer, now()) + "Upload " + options.output + "\n");
 }
 
 }  // namespace
