@@ -1,10 +1,8 @@
 #include "tools/document.h"
 
 #include <algorithm>
-#include <cerrno>
 
 #include "platform/core/error.h"
-#include "platform/core/file_error.h"
 #include "platform/core/text.h"
 #include "platform/core/utc_time.h"
 #include "platform/core/version.h"
@@ -60,9 +58,7 @@ Result<DocumentPlace> DocumentPlace::open(const fs::path& path) {
         return lock.error();
     }
     if (!*lock) {
-        return *platform::errorFromErrno(
-            EWOULDBLOCK, platform::FileAccess::Write,
-            "Another process publishes in the folder of " + quoted(path.string()));
+        return refused("Another process publishes in the folder of " + quoted(path.string()) + ".");
     }
     DocumentPlace place(path, **std::move(lock));
     std::error_code missing;

@@ -72,19 +72,12 @@ class UnpublishedArchive {
 };
 
 /// Returns the name of the archive, which contains the version: caches never mix two of them.
-Result<std::string> archiveName(const Options& options) {
-    const auto bundle = openBundle(options.bundle);
-    const auto identity = bundle ? identityOf(*bundle) : bundle.error();
-    if (!identity) {
-        return identity.error();
-    }
+Result<std::string> archiveName(const std::string& bundle, const Identity& identity) {
     std::error_code unresolved;
-    std::string name = fs::canonical(options.bundle, unresolved).stem().string() + "-" +
-                       identity->version + ".tar.zst";
-    if (auto error = refusalOfName(name)) {
-        return error;
-    }
-    return name;
+    std::string name =
+        fs::canonical(bundle, unresolved).stem().string() + "-" + identity.version + ".tar.zst";
+    auto error = refusalOfName(name);
+    return error ? Result<std::string>(std::move(error)) : name;
 }
 
 /// Returns the offer of the inspected archive. Floor and withdrawals of the document that is
@@ -175,17 +168,23 @@ Status publishInto(const Options& options, const DocumentPlace& place,
     return error ? std::move(error) : report(options, document->offer, target);
 }
 
+/// Fails if the archive or the document would replace something else.
+Status checkOutputs(const Options& options, const std::string& name) {
+    std::vector<std::string> inputs = keyFilesOf(options.key);
+    inputs.push_back(options.bundle);
+    auto error = refusalOfOutput(fs::path(options.folder) / name, inputs);
+    return error ? error : refusalOfOutput(fs::path(options.folder) / kDocumentName, inputs);
+}
+
 Status publish(const Options& options, const std::stop_token& stop) {
-    const auto name = archiveName(options);
+    const auto bundle = openBundle(options.bundle);
+    const auto identity = bundle ? identityOf(*bundle) : bundle.error();
+    const auto name = identity ? archiveName(options.bundle, *identity) : identity.error();
     if (!name) {
         return name.error();
     }
-    std::vector<std::string> inputs = keyFilesOf(options.key);
-    inputs.push_back(options.bundle);
-    for (const std::string& output : {*name, std::string(kDocumentName)}) {
-        if (auto error = refusalOfOutput(fs::path(options.folder) / output, inputs)) {
-            return error;
-        }
+    if (auto error = checkOutputs(options, *name)) {
+        return error;
     }
     const auto key = signingKeyFrom(options.key, stop);
     if (!key) {
@@ -195,7 +194,17 @@ Status publish(const Options& options, const std::stop_token& stop) {
         return error;
     }
     const auto place = DocumentPlace::open(fs::path(options.folder) / kDocumentName);
-    return place ? publishInto(options, *place, *key, *name, stop) : Status(place.error());
+    if (!place) {
+        return place.error();
+    }
+    // Also checked here, before the archive, which takes time to make.
+    platform::Offer offer;
+    offer.identifier = identity->identifier;
+    offer.version = identity->version;
+    if (auto error = place->checkSuccession(offer, SameArchive::Refuse)) {
+        return error;
+    }
+    return publishInto(options, *place, *key, *name, stop);
 }
 
 }  // namespace

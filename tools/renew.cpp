@@ -69,7 +69,13 @@ Status checkDocument(const FeedDocument& document, const std::string& publicKey)
     }
     const auto oldest = oldestInstallation(document.offer, {publicKey});
     const auto offer = authenticOffer(*body, unknownFeedUrl(oldest.bundleVersion), oldest);
-    return offer ? platform::checkNotExpired(offer->offer, oldest, now()) : Status(offer.error());
+    if (!offer) {
+        return offer.error();
+    }
+    return platform::checkNotExpired(offer->offer, oldest, now())
+               ? platform::refusedOffer(
+                     "it has expired. Extend it with --expires-in, or use --no-expiry.")
+               : Status();
 }
 
 Status renew(const Options& options, const std::stop_token& stop) {
@@ -93,9 +99,10 @@ Status renew(const Options& options, const std::stop_token& stop) {
     error = error ? std::move(error) : renewDocument(options, *place, *key, *document);
     error = error ? std::move(error) : checkDocument(*document, *publicKey);
     error = error ? std::move(error) : place->replace(*document);
-    return error ? std::move(error)
-                 : print("renewed: version " + document->offer.version + "\n" +
-                         describedTerms(document->offer, now()));
+    return error
+               ? std::move(error)
+               : print("renewed: version " + document->offer.version + "\n" +
+                       describedTerms(document->offer, now()) + "Upload " + options.output + "\n");
 }
 
 }  // namespace
