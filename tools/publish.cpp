@@ -31,7 +31,6 @@ namespace {
 namespace fs = std::filesystem;
 using platform::Result;
 using platform::Status;
-using platform::Value;
 
 /// The last component of the address of both feeds.
 constexpr const char* kDocumentName = "release.mac";
