@@ -3,6 +3,7 @@
 #include <chrono>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/core/result.h"
 #include "update_framework/installation.h"

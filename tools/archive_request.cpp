@@ -13,7 +13,6 @@
 namespace teravolant::release {
 namespace {
 
-using platform::HttpRequest;
 using platform::HttpResponse;
 using platform::Result;
 using platform::Status;

@@ -27,7 +27,6 @@ namespace teravolant::release {
 namespace {
 
 namespace fs = std::filesystem;
-using platform::Bundle;
 using platform::Result;
 using platform::Status;
 

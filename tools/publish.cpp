@@ -31,7 +31,6 @@ namespace {
 namespace fs = std::filesystem;
 using platform::Result;
 using platform::Status;
-using platform::Value;
 
 /// The last component of the address of both feeds.
 constexpr const char* kDocumentName = "release.mac";
@@ -95,6 +94,12 @@ Result<platform::Offer> offerOf(const Options& options, const Inspection& inspec
         offer.withdrawn = previous->offer.withdrawn;
     }
     auto error = applyTerms(options.terms, offer);
+    if (!error && platform::withdraws(offer, offer.version)) {
+        error = platform::refusedOffer(
+            "it withdraws its own version. --no-withdrawals removes the withdrawals of the "
+            "document "
+            "in the folder.");
+    }
     return error ? Result<platform::Offer>(std::move(error)) : offer;
 }
 

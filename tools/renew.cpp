@@ -119,6 +119,8 @@ void addRenew(CLI::App& program, Work& work) {
     addKeyOptions(*command, options->key);
     addTermOptions(*command, options->terms);
     addDropOptions(*command, options->terms);
+    command->add_flag("--no-expiry", options->terms.dropsExpiry, "Removes the expiry")
+        ->excludes("--expires-in");
     command->add_flag("--rotate", options->isRotation,
                       "Signs a document that was signed with another key. Its origin is not "
                       "verified");

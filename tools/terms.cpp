@@ -50,15 +50,16 @@ std::string relative(std::chrono::sys_seconds time, std::chrono::sys_seconds now
 
 void addTermOptions(CLI::App& command, TermOptions& options) {
     command
-        .add_option("--rollout", options.rollout,
-                    "The percentage of installations that take the update now (100: all)")
+        .add_option(
+            "--rollout", options.rollout,
+            "The percentage of installations that take the update now (0 to 100, which means all)")
         ->type_name("PERCENT")
-        ->check(CLI::Range(0U, kAll));
+        ->check(CLI::Range(0U, kAll).description(""));
     command
         .add_option("--expires-in", options.expiresIn,
                     "The number of days after which no installation takes the update any more")
         ->type_name("DAYS")
-        ->check(CLI::Range(1U, kLongest));
+        ->check(CLI::Range(1U, kLongest).description(""));
     command
         .add_option("--floor", options.floor,
                     "The version below which installations take the update regardless of the "
@@ -74,8 +75,6 @@ void addTermOptions(CLI::App& command, TermOptions& options) {
 }
 
 void addDropOptions(CLI::App& command, TermOptions& options) {
-    command.add_flag("--no-expiry", options.dropsExpiry, "Removes the expiry")
-        ->excludes("--expires-in");
     command.add_flag("--no-floor", options.dropsFloor, "Removes the floor")->excludes("--floor");
     command.add_flag("--no-withdrawals", options.dropsWithdrawals,
                      "Removes earlier withdrawals, before those of --withdraw are added");

@@ -29,7 +29,7 @@ struct TermOptions {
 /// Adds the options that set terms. Parsing sets `options`, which must outlive the command.
 void addTermOptions(CLI::App& command, TermOptions& options);
 
-/// Adds the options that remove the terms of an earlier document.
+/// Adds the options that remove the floor and the withdrawals of an earlier document.
 void addDropOptions(CLI::App& command, TermOptions& options);
 
 /// Changes the terms of the offer, which already has its version and its time of signing. Fails for
