@@ -15,7 +15,7 @@ namespace teravolant::release {
 
 /// A feed document and its parsed offer. Nothing is verified.
 struct FeedDocument {
-    platform::Value::Dictionary members = {};  ///< Of the document, also those that are unknown.
+    platform::Value::Dictionary members = {};  ///< All members of the document, also unknown ones.
     std::string text = {};                     ///< The signed text.
     platform::Offer offer = {};
     std::vector<std::string> signatures = {};

@@ -111,7 +111,7 @@ void addRenew(CLI::App& program, Work& work) {
     const auto options = std::make_shared<Options>();
     CLI::App* command = program.add_subcommand(
         "renew",
-        "Signs a published document again, without the bundle. Changes nothing but the roll-out, "
+        "Signs a published document again, without the bundle. Only changes the roll-out, "
         "the withdrawals, the floor, the expiry and the time of signing.");
     command->add_option("document", options->document, "The published document")
         ->required()
