@@ -14,6 +14,7 @@
 #include "tests/fixtures/temporary_folder.h"
 #include "update_framework/tree_digest.h"
 #include "update_framework/update_cycle.h"
+#include "update_framework/updater_error.h"
 #include "updater/client_updater.h"
 
 // An update and its server, for tests that run whole cycles in their own process.
@@ -31,7 +32,9 @@ inline const SigningKey kPublisher = *SigningKey::generate();
 /// An installed bundle of version 1.0.0.1, and a server that offers version 1.0.0.2. A test changes
 /// what the server sends between the cycles; only a cycle has a server.
 struct Update {
-    Update() {
+    /// `place` is the name of the folder around the installed bundle.
+    explicit Update(const std::string& place = "installed")
+        : installed(folder.path() / place / "Teravolant.app") {
         setenv("XDG_CONFIG_HOME", folder.path().c_str(), 1);
         fs::create_directory(cache);
         makeBundle(installed, "1.0.0.1");
@@ -129,7 +132,7 @@ struct Update {
                  [this](Clock::Time until) {
                      pauses.push_back((until - time) / 1s);
                      time = until;
-                     return Status();
+                     return inPause ? inPause() : Status();
                  },
              .log = [this](const std::string& message) { log += message + "\n"; },
              .wallTime = [this] { return wallTime; },
@@ -166,7 +169,7 @@ struct Update {
 
     const TemporaryFolder folder;
     const fs::path cache = folder.path() / "cache";
-    const fs::path installed = folder.path() / "installed/Teravolant.app";
+    const fs::path installed;
     const fs::path published = folder.path() / "published/Teravolant.app";
     const fs::path executable = published / "Contents/MacOS/Teravolant";
     const fs::path staging = stagingFolderFor(installed);
@@ -182,6 +185,7 @@ struct Update {
     std::vector<std::string> ranges;  ///< Asked for of the archive so far; empty for all of it.
     Clock::Time time = {};
     std::chrono::sys_seconds wallTime = std::chrono::sys_days(std::chrono::year(2026) / 11 / 23);
+    std::function<Status()> inPause;
     std::vector<std::int64_t> pauses;  ///< Of the last cycle, in seconds.
 };
 

@@ -76,6 +76,12 @@ TEST(HostileOffer, IsNotTakenFromThePast) {
         update.state("version", version);
         update.expectRefused(*refusal == '\0' ? "is not older than" : refusal);
     }
+    // Also if the order can be read but not written.
+    const fs::path preferences = update.folder.path() / "Zelto";
+    fs::remove(preferences / "history.plist.lock");
+    fs::permissions(preferences, fs::perms::owner_write, fs::perm_options::remove);
+    update.expectRefused("before a document");
+    fs::permissions(preferences, fs::perms::owner_write, fs::perm_options::add);
     // A rotated key begins a new order; a document with both keys is bound by the order of each.
     const SigningKey next = *SigningKey::generate();
     update.installation.publicKeys.push_back(*next.publicKey());
@@ -200,6 +206,48 @@ TEST(StagedUpdate, IsWithdrawnByASignedDocumentOnly) {
             EXPECT_EQ(*digestOfTree(update.installed), tree);
         }
     }
+}
+
+TEST(StagedUpdate, IsReturnedOnlyUnderTheLocks) {
+    const std::pair<const char*, std::function<Status(Update&)>> table[] = {
+        {"no lock after the pause",
+         [](Update&) { return updaterError(SQRLUpdaterErrorCheckNotPossible, "no lock"); }},
+        {"discarded in the pause",
+         [](Update& u) { return discardStaging(u.cache, u.installed), Status(); }},
+        {"changed in the pause",
+         [](Update& u) {
+             std::ofstream(readStagedUpdate(u.cache)->staged / "x");
+             return Status();
+         }},
+    };
+    for (const auto& [situation, inPause] : table) {
+        SCOPED_TRACE(situation);
+        Update update;
+        ASSERT_TRUE(update.run());
+        update.feedAnswers = {{502}, {204}};
+        update.inPause = [&update, &change = inPause] { return change(update); };
+        const auto outcome = update.run();
+        EXPECT_FALSE(outcome && *outcome);
+    }
+}
+
+TEST(StagedUpdate, LeavesWhatALinkInItsPlaceLeadsTo) {
+    Update update;
+    ASSERT_TRUE(update.run());
+    const fs::path elsewhere = update.folder.path() / "elsewhere";
+    fs::rename(update.staging, elsewhere);
+    update.folder.write(elsewhere / "file", "");
+    fs::create_directory_symlink(elsewhere, update.staging);
+    update.feedAnswers = {{204}};
+    EXPECT_TRUE(update.run());
+    EXPECT_TRUE(fileExists(elsewhere / "file"));
+    update.expectInstalled();
+}
+
+TEST(StagedUpdate, HasAnyPath) {
+    Update update("caf\xE9\x01");
+    update.expectInstalled();
+    EXPECT_EQ(update.ranges.size(), 1U);
 }
 
 TEST(StagedUpdate, GivesWayToANewerOne) {

@@ -22,7 +22,6 @@
 #include "platform/core/file_error.h"
 #include "platform/core/http_error.h"
 #include "platform/core/text.h"
-#include "platform/core/version.h"
 #include "platform/crypto/digests.h"
 #include "platform/files/private_file.h"
 #include "platform/system/fetch_program.h"
@@ -252,10 +251,8 @@ Result<DownloadedArchive> downloadArchive(const UpdateCycle& cycle, const Offere
     return Download(cycle, archive).run(otherNeeds);
 }
 
-void removeDownloadsUpTo(const fs::path& cacheFolder, std::string_view version) {
-    if (!isNewerVersion(readRecord(originPath(cacheFolder))[kVersion], version)) {
-        removeDownloads(cacheFolder);
-    }
+std::string downloadedVersion(const fs::path& cacheFolder) {
+    return readRecord(originPath(cacheFolder))[kVersion];
 }
 
 void removeDownloads(const fs::path& cacheFolder) {

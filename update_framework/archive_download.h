@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "platform/core/file_descriptor.h"
@@ -40,7 +39,7 @@ Result<DownloadedArchive> downloadArchive(const UpdateCycle& cycle, const Offere
 /// Removes the files of `downloadArchive` from the folder.
 void removeDownloads(const std::filesystem::path& cacheFolder);
 
-/// The same, unless they belong to a version that is newer than `version`.
-void removeDownloadsUpTo(const std::filesystem::path& cacheFolder, std::string_view version);
+/// Returns the version that these files belong to. Empty if there are none.
+[[nodiscard]] std::string downloadedVersion(const std::filesystem::path& cacheFolder);
 
 }  // namespace teravolant::platform

@@ -18,27 +18,47 @@ bool isLocalId(const Value& value) {
     return value.data() != nullptr && value.data()->size() == kLocalIdSize;
 }
 
+/// Documents of one channel do not age those of the other.
+std::string orderOf(const AuthenticOffer& document, const std::string& signer) {
+    return (isPreRelease(document.offer.version) ? "alpha " : "release ") + signer;
+}
+
+/// Fails if a later document of one of the signers is stored.
+Status checkOrder(const AuthenticOffer& document, const Value& stored) {
+    for (const std::string& signer : document.signers) {
+        const Value* const latest = stored.find(orderOf(document, signer));
+        const Value::Date* const time = latest != nullptr ? latest->date() : nullptr;
+        if (time != nullptr && document.offer.issued < *time) {
+            return refusedOffer("it was issued at " + utcTimeText(document.offer.issued) +
+                                ", before a document of " + utcTimeText(*time) +
+                                " that this computer has seen.");
+        }
+    }
+    return std::nullopt;
+}
+
+Value withDocument(const AuthenticOffer& document, const Value& stored) {
+    auto latest = stored.dictionary() != nullptr ? *stored.dictionary() : Value::Dictionary();
+    for (const std::string& signer : document.signers) {
+        latest[orderOf(document, signer)] = document.offer.issued;
+    }
+    return latest;
+}
+
 }  // namespace
 
 Status DocumentHistory::accept(const AuthenticOffer& document) const {
-    const std::string channel = isPreRelease(document.offer.version) ? "alpha " : "release ";
-    const Value::Date issued = document.offer.issued;
     Status refusal;
     const auto updated = _preferences.updateObject(kIssued, [&](Value stored) {
-        auto latest = stored.dictionary() != nullptr ? *stored.dictionary() : Value::Dictionary();
-        for (const std::string& signer : document.signers) {
-            Value& last = latest[channel + signer];
-            if (last.date() != nullptr && issued < *last.date()) {
-                refusal = refusedOffer("it was issued at " + utcTimeText(issued) +
-                                       ", before a document of " + utcTimeText(*last.date()) +
-                                       " that this computer has seen.");
-                return stored;
-            }
-            last = issued;
-        }
-        return Value(std::move(latest));
+        refusal = checkOrder(document, stored);
+        return refusal ? stored : withDocument(document, stored);
     });
-    return updated ? refusal : Status(updated.error());
+    if (updated || refusal) {
+        return refusal;
+    }
+    // What can't be written may still be readable.
+    refusal = checkOrder(document, _preferences.objectForKey(kIssued).value_or(Value()));
+    return refusal ? refusal : Status(updated.error());
 }
 
 Status DocumentHistory::recordSeen(std::chrono::sys_seconds clock) const {

@@ -45,7 +45,7 @@ struct Offer {
 /// feed; the first line is "teravolant-offer 1", the others are in any order.
 ///
 /// Ignores unknown keys. Fails with `SQRLUpdaterErrorRefusedOffer`, and the reason, for a duplicate
-/// key (except `patch`), a missing required key, an empty or malformed value, an empty line, a
+/// key (except `patch`), a missing required key, a malformed value of a known key, an empty line, a
 /// carriage return, and a missing last line feed.
 Result<Offer> parseOffer(std::string_view text);
 

@@ -20,6 +20,7 @@
 #include <system_error>
 #include <thread>
 
+#include "platform/core/error.h"
 #include "platform/core/text.h"
 #include "platform/files/paths.h"
 #include "platform/files/private_directory.h"
@@ -152,7 +153,9 @@ Status SQRLUpdater::pauseUntil(Clock::Time time) {
     if (!_clock->waitUntil(time, willDeallocSignal())) {
         return checkNotPossible("The update check was stopped.");
     }
-    return acquireLocks();
+    // Whatever prevents the locks, the cycle must not touch the staged update without them.
+    const auto error = acquireLocks();
+    return error ? checkNotPossible(error->localizedDescription) : Status();
 }
 
 UpdateCycle SQRLUpdater::makeCycle() {

@@ -20,6 +20,7 @@
 #include "platform/core/error.h"
 #include "platform/core/file_error.h"
 #include "platform/core/text.h"
+#include "platform/crypto/encodings.h"
 #include "platform/files/durable_file.h"
 #include "platform/files/exchange.h"
 #include "platform/files/files.h"
@@ -66,6 +67,11 @@ int replaceWithTwoRenames(const StagedUpdate& update) {
     return failure;
 }
 
+/// A path may contain bytes that a property list can't.
+fs::path pathIn(Record& record, const std::string& name) {
+    return base64Decoded(record[name]).value_or("");
+}
+
 /// Whether the paths of a record can be those of an update that `writeStagedUpdate` recorded.
 /// Nothing outside of the staging folder may be moved or removed because of a damaged record.
 bool isPlausible(const StagedUpdate& update) {
@@ -84,16 +90,17 @@ std::optional<StagedUpdate> readStagedUpdate(const fs::path& cacheFolder) {
     Record record = readRecord(recordPath(cacheFolder));
     StagedUpdate update{.version = record["version"],
                         .treeDigest = record["treeDigest"],
-                        .staged = record["staged"],
-                        .target = record["target"]};
+                        .staged = pathIn(record, "staged"),
+                        .target = pathIn(record, "target")};
     return isPlausible(update) ? std::optional(std::move(update)) : std::nullopt;
 }
 
 Status writeStagedUpdate(const fs::path& cacheFolder, const StagedUpdate& update) {
-    return writeRecord(recordPath(cacheFolder), {{"version", update.version},
-                                                 {"treeDigest", update.treeDigest},
-                                                 {"staged", update.staged.string()},
-                                                 {"target", update.target.string()}});
+    return writeRecord(recordPath(cacheFolder),
+                       {{"version", update.version},
+                        {"treeDigest", update.treeDigest},
+                        {"staged", base64Encoded(update.staged.native())},
+                        {"target", base64Encoded(update.target.native())}});
 }
 
 void discardStaging(const fs::path& cacheFolder, const fs::path& target) {
@@ -106,12 +113,12 @@ void discardStaging(const fs::path& cacheFolder, const fs::path& target) {
 
 void removeUnrecordedStaging(const fs::path& cacheFolder, const fs::path& target) {
     const auto record = readStagedUpdate(cacheFolder);
-    if (!record || record->target != target) {
+    const fs::path folder = stagingFolderFor(target);
+    if (!record || record->target != target || !isPrivateDirectory(folder)) {
         discardStaging(cacheFolder, target);
         return;
     }
     repairInstallation(target);
-    const fs::path folder = stagingFolderFor(target);
     const fs::path kept = folder / *record->staged.lexically_relative(folder).begin();
     std::error_code unreadable;
     for (fs::directory_iterator items(folder, unreadable), end; !unreadable && items != end;
@@ -139,7 +146,8 @@ Status installStagedUpdate(const fs::path& cacheFolder, const StagedUpdate& upda
 }
 
 void repairInstallation(const fs::path& target) {
-    if (!fileExists(target) && fileExists(asidePath(target))) {
+    if (!fileExists(target) && isPrivateDirectory(stagingFolderFor(target)) &&
+        fileExists(asidePath(target))) {
         (void)moveItem(asidePath(target), target);
     }
 }

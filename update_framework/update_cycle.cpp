@@ -1,10 +1,11 @@
 // One update cycle: feed, trust, download, unpack, check, stage.
 //
-// The cycle first looks for an update that an earlier one staged, and removes what is installed,
-// incomplete or changed. Then it fetches the feed. The document's own version rule comes first,
-// but a signed document that offers nothing new can still withdraw a version. Everything that the
-// feed names is requested only after the offer is trusted. The archive is downloaded to the cache
-// folder, unless it was refused before or the disk is too small, and staged.
+// The cycle first removes what is installed or incomplete. Then it fetches the feed, and verifies
+// the update that an earlier cycle staged: in a pause, another process may have changed it. The
+// document's own version rule comes first, but a signed document that offers nothing new can still
+// withdraw a version. Everything that the feed names is requested only after the offer is trusted.
+// The archive is downloaded to the cache folder, unless it was refused before or the disk is too
+// small, and staged.
 //
 // Only a signed document withdraws a staged update. Whatever else the server does, the staged
 // update is returned, unless a newer one was staged in its place.
@@ -16,7 +17,7 @@
 #include "platform/core/error.h"
 #include "platform/core/text.h"
 #include "platform/core/version.h"
-#include "platform/files/private_directory.h"
+#include "platform/files/files.h"
 #include "update_framework/archive_download.h"
 #include "update_framework/bundle_staging.h"
 #include "update_framework/feed_download.h"
@@ -36,25 +37,43 @@ std::string withReason(const std::string& what, const Error& error) {
 
 std::string versionText(std::string_view version) { return "version " + escaped(version); }
 
-/// Returns the update that an earlier cycle staged if it is newer than the running bundle and
-/// unchanged. Removes every other staging.
-Staged intactStaging(const UpdateCycle& cycle) {
+/// Removes the staging and the download of what is not newer than the running bundle, and what a
+/// killed cycle left. Returns the record of the staged update that is left, whose tree is not
+/// verified.
+Staged recordedStaging(const UpdateCycle& cycle) {
     auto record = readStagedUpdate(cycle.cacheFolder);
     if (record && record->target != cycle.bundlePath) {
-        discardStaging(cycle.cacheFolder, record->target);
+        // Another bundle with this identifier removes its own staging, under its own lock. Nothing
+        // at its place: it was moved, or its installation was interrupted.
+        if (!fileExists(record->target)) {
+            discardStaging(cycle.cacheFolder, record->target);
+        }
+        record.reset();
+    }
+    if (record && !isNewerVersion(record->version, cycle.installation.bundleVersion)) {
+        discardStaging(cycle.cacheFolder, cycle.bundlePath);
+        record.reset();
     }
     removeUnrecordedStaging(cycle.cacheFolder, cycle.bundlePath);
-    if (!record || record->target != cycle.bundlePath) {
+    const std::string& newest = record ? record->version : cycle.installation.bundleVersion;
+    if (!isNewerVersion(downloadedVersion(cycle.cacheFolder), newest)) {
+        removeDownloads(cycle.cacheFolder);
+    }
+    return record;
+}
+
+/// The same. Verifies the tree, and discards it if it was changed.
+Staged intactStaging(const UpdateCycle& cycle) {
+    auto record = recordedStaging(cycle);
+    if (!record) {
         return std::nullopt;
     }
-    const bool isNewer = isNewerVersion(record->version, cycle.installation.bundleVersion);
-    if (isNewer && isPrivateDirectory(stagingFolderFor(record->target))) {
-        const auto digest = digestOfTree(record->staged);
-        if (digest && *digest == record->treeDigest) {
-            return record;
-        }
-        cycle.log("discarded the staged " + versionText(record->version) + ": it was changed");
+    const auto digest = digestOfTree(record->staged);
+    if (digest && *digest == record->treeDigest) {
+        return record;
     }
+    const std::string what = "discarded the staged " + versionText(record->version);
+    cycle.log(digest ? what + ": it was changed" : withReason(what, digest.error()));
     discardStaging(cycle.cacheFolder, cycle.bundlePath);
     return std::nullopt;
 }
@@ -92,6 +111,9 @@ void applyDocument(const UpdateCycle& cycle, const Offer& offer, Staged& staged)
         discardStaging(cycle.cacheFolder, cycle.bundlePath);
         staged.reset();
     }
+    if (withdraws(offer, downloadedVersion(cycle.cacheFolder))) {
+        removeDownloads(cycle.cacheFolder);
+    }
     if (withdraws(offer, running)) {
         cycle.log("the running " + versionText(running) + " is withdrawn");
     }
@@ -99,9 +121,6 @@ void applyDocument(const UpdateCycle& cycle, const Offer& offer, Staged& staged)
 
 /// Returns why nothing is taken from a trusted offer, or nothing.
 Status refusalOf(const UpdateCycle& cycle, const Offer& offer, const std::string& url) {
-    if (withdraws(offer, offer.version)) {
-        removeDownloads(cycle.cacheFolder);
-    }
     if (auto error = checkUsable(offer, url, cycle.feedURL, cycle.installation, cycle.wallTime())) {
         return error;
     }
@@ -109,21 +128,20 @@ Status refusalOf(const UpdateCycle& cycle, const Offer& offer, const std::string
 }
 
 /// Whether this installation takes the offer now. Logs why not.
-Result<bool> isTurnInRollout(const UpdateCycle& cycle, const Offer& offer) {
+bool isTurnInRollout(const UpdateCycle& cycle, const Offer& offer) {
     if (offer.rollout.value_or(100) == 100 ||
         overridesRollout(offer, cycle.installation.bundleVersion)) {
         return true;
     }
     const auto localId = cycle.history.localId();
-    if (!localId) {
-        return localId.error();
+    if (localId && isInRollout(offer, *localId)) {
+        return true;
     }
-    const bool isTurn = isInRollout(offer, *localId);
-    if (!isTurn) {
-        cycle.log(versionText(offer.version) + " is offered to " + std::to_string(*offer.rollout) +
-                  " % of the installations, not yet to this one");
-    }
-    return isTurn;
+    const std::string what = versionText(offer.version) + " is offered to " +
+                             std::to_string(*offer.rollout) +
+                             " % of the installations, not yet to this one";
+    cycle.log(localId ? what : withReason(what, localId.error()));
+    return false;
 }
 
 /// Remembers an archive that must not be downloaded again soon, and removes it.
@@ -148,6 +166,12 @@ Result<StagedUpdate> downloadAndStage(const UpdateCycle& cycle, const Offer& off
             rememberRefusal(cycle, offer, Refusal::OtherBytes, archive.error());
         }
         return archive.error();
+    }
+    // In a pause of the download, another process may have staged an update.
+    if (auto other = intactStaging(cycle)) {
+        if (!isNewerVersion(offer.version, other->version)) {
+            return *std::move(other);
+        }
     }
     auto staged = stageBundle(cycle, offer, *archive);
     if (staged) {
@@ -183,11 +207,7 @@ Result<Staged> updateIn(const UpdateCycle& cycle, const std::string& body, Stage
     if (auto error = refusalOf(cycle, *offer, update->updateURL)) {
         return error;
     }
-    const auto isTurn = isTurnInRollout(cycle, *offer);
-    if (!isTurn) {
-        return isTurn.error();
-    }
-    if (!*isTurn) {
+    if (!isTurnInRollout(cycle, *offer)) {
         return Staged();
     }
     if (isPreRelease(offer->version) != isPreRelease(cycle.installation.bundleVersion)) {
@@ -199,8 +219,8 @@ Result<Staged> updateIn(const UpdateCycle& cycle, const std::string& body, Stage
 }
 
 /// The same for the server's response, whatever it is.
-Result<Staged> updateFromFeed(const UpdateCycle& cycle, Staged& staged) {
-    const auto feed = downloadFeed(cycle);
+Result<Staged> updateFrom(const Result<std::optional<std::string>>& feed, const UpdateCycle& cycle,
+                          Staged& staged) {
     if (!feed) {
         return feed.error();
     }
@@ -221,6 +241,12 @@ void logSilence(const UpdateCycle& cycle) {
     }
 }
 
+/// Whether another process left the staged update alone in the pauses of a download.
+bool isStillRecorded(const UpdateCycle& cycle, const StagedUpdate& staged) {
+    const auto record = readStagedUpdate(cycle.cacheFolder);
+    return record && record->staged == staged.staged;
+}
+
 /// Whether the cycle ended without its locks: another process may be changing the staged update.
 bool isStopped(const Error& error) {
     return error.domain == SQRLUpdaterErrorDomain && error.code == SQRLUpdaterErrorCheckNotPossible;
@@ -229,12 +255,17 @@ bool isStopped(const Error& error) {
 }  // namespace
 
 Result<std::optional<StagedUpdate>> runUpdateCycle(const UpdateCycle& cycle) {
+    (void)recordedStaging(cycle);
+    const auto feed = downloadFeed(cycle);
+    if (!feed && isStopped(feed.error())) {
+        return feed.error();
+    }
+    // In a pause, another process may have staged or discarded an update.
     auto staged = intactStaging(cycle);
-    removeDownloadsUpTo(cycle.cacheFolder,
-                        staged ? staged->version : cycle.installation.bundleVersion);
-    auto next = updateFromFeed(cycle, staged);
+    auto next = updateFrom(feed, cycle, staged);
     logSilence(cycle);
-    if (!staged || (next && *next) || (!next && isStopped(next.error()))) {
+    if (!staged || (next && *next) || (!next && isStopped(next.error())) ||
+        !isStillRecorded(cycle, *staged)) {
         return next;
     }
     const std::string outcome = versionText(staged->version) + " is staged already";

@@ -16,9 +16,9 @@ enum SQRLUpdaterErrorCode : std::int64_t {
     SQRLUpdaterErrorInvalidJSON = 3,
     SQRLUpdaterErrorCheckNotPossible = 4,       ///< The cycle could not run.
     SQRLUpdaterErrorInvalidServerResponse = 5,  ///< A status that is not expected.
-    SQRLUpdaterErrorRefusedOffer = 6,           ///< Incomplete, or not signed by a trusted key.
+    SQRLUpdaterErrorRefusedOffer = 6,           ///< Not to be trusted, or not now.
     SQRLUpdaterErrorRefusedArchive = 7,         ///< Its size or digest is not the offered one.
-    SQRLUpdaterErrorRefusedBundle = 8,          ///< Not the offered version, or it can't run.
+    SQRLUpdaterErrorRefusedBundle = 8,  ///< Not the offered version or tree, or it can't run.
     SQRLUpdaterErrorInstallationFailed = 9,
 };
 

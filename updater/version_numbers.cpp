@@ -11,11 +11,14 @@
 namespace teravolant {
 namespace {
 
+/// Truncates long runs of digits: the server alone decides on them.
 std::string printed(const ParsedVersion& version) {
-    return platform::printedForm(platform::Value::Dictionary{{"major", version.major},
-                                                             {"minor", version.minor},
-                                                             {"patch", version.patch},
-                                                             {"build", version.build}});
+    constexpr std::size_t kMostDigits = 40;
+    const auto digits = [](const std::string& run) { return platform::escaped(run, kMostDigits); };
+    return platform::printedForm(platform::Value::Dictionary{{"major", digits(version.major)},
+                                                             {"minor", digits(version.minor)},
+                                                             {"patch", digits(version.patch)},
+                                                             {"build", digits(version.build)}});
 }
 
 platform::Status versionError(std::string_view format,
