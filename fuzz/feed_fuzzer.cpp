@@ -34,11 +34,11 @@ void checkJson(std::string_view body) {
     require(again && *again == *document, "a serialised document parses to the same value");
 }
 
-void checkOffer(const SQRLUpdate& offer) {
+void checkUpdate(const SQRLUpdate& update) {
     ClientUpdater::ErrorSlot error;
-    require(isVersionNewer("4.30.1.17", offer.version, error), "an offer is newer");
-    require(platform::isSecureOrLoopbackURL(offer.updateURL), "the address is https or loopback");
-    const auto address = platform::HttpAddress::parse(offer.updateURL);
+    require(isVersionNewer("4.30.1.17", update.version, error), "an offer is newer");
+    require(platform::isSecureOrLoopbackURL(update.updateURL), "the address is https or loopback");
+    const auto address = platform::HttpAddress::parse(update.updateURL);
     require(address || address.error().code != platform::HttpError::unsupportedUrl,
             "the download accepts the scheme and host that the feed accepts");
 }
@@ -67,7 +67,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     checkSignature(body);
     const auto offer = updateFromFeed(body, request);
     if (offer) {
-        checkOffer(*offer);
+        checkUpdate(*offer);
     } else {
         require(!printedForm(offer.error()).empty(), "a refusal has a description");
     }

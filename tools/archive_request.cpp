@@ -7,6 +7,7 @@
 #include "platform/files/files.h"
 #include "platform/http/http.h"
 #include "platform/system/operating_system.h"
+#include "tools/output.h"
 #include "update_framework/feed_download.h"
 #include "update_framework/updater_error.h"
 
@@ -92,8 +93,7 @@ Result<ArchiveBytes> readBytes(const std::string& file, const std::stop_token& s
     ArchiveBytes bytes;
     const auto add = [&](std::string_view piece) -> Status {
         if (stop.stop_requested()) {
-            return updaterError(platform::SQRLUpdaterErrorCheckNotPossible,
-                                "Reading the archive was cancelled.");
+            return cancelled();
         }
         digest.update(piece);
         bytes.size += piece.size();

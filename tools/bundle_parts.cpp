@@ -5,6 +5,7 @@
 #include <string>
 
 #include "platform/core/error.h"
+#include "platform/core/file_error.h"
 #include "platform/core/text.h"
 #include "platform/crypto/digests.h"
 #include "platform/files/files.h"
@@ -95,8 +96,13 @@ Status checkElfFiles(const fs::path& bundle) {
 Result<std::string> contentOf(const fs::path& item) {
     std::error_code failure;
     const fs::file_status status = fs::symlink_status(item, failure);
+    const std::string target =
+        fs::is_symlink(status) ? fs::read_symlink(item, failure).string() : "";
+    if (failure) {
+        return platform::readError(failure.value(), item.string());
+    }
     if (fs::is_symlink(status)) {
-        return "link to " + fs::read_symlink(item, failure).string();
+        return "link to " + target;
     }
     if (!fs::is_regular_file(status)) {
         return std::string(fs::is_directory(status) ? "folder" : "other");
@@ -127,9 +133,7 @@ Result<std::map<std::string, std::string>> contentsIn(const fs::path& folder) {
         contents[walk->path().lexically_relative(folder).string()] = *content;
     }
     if (failure) {
-        return platform::updaterError(
-            platform::SQRLUpdaterErrorRefusedBundle,
-            quoted(folder.string()) + " can't be read: " + failure.message() + ".");
+        return platform::readError(failure.value(), folder.string());
     }
     return contents;
 }
@@ -191,7 +195,7 @@ Status compareBundles(const Bundle& bundle, const fs::path& expected) {
     return std::nullopt;
 }
 
-std::uint64_t sizeOfFiles(const fs::path& folder) {
+Result<std::uint64_t> sizeOfFiles(const fs::path& folder) {
     std::uint64_t size = 0;
     std::error_code failure;
     for (fs::recursive_directory_iterator walk(folder, failure), end; !failure && walk != end;
@@ -199,6 +203,9 @@ std::uint64_t sizeOfFiles(const fs::path& folder) {
         if (walk->is_regular_file(failure) && !walk->is_symlink(failure)) {
             size += walk->file_size(failure);
         }
+    }
+    if (failure) {
+        return platform::readError(failure.value(), folder.string());
     }
     return size;
 }

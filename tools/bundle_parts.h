@@ -20,6 +20,6 @@ namespace teravolant::release {
                                               const std::filesystem::path& expected);
 
 /// Returns the sum of the sizes of all files in a folder, in bytes.
-[[nodiscard]] std::uint64_t sizeOfFiles(const std::filesystem::path& folder);
+platform::Result<std::uint64_t> sizeOfFiles(const std::filesystem::path& folder);
 
 }  // namespace teravolant::release

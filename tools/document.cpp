@@ -9,8 +9,8 @@
 #include "platform/files/durable_file.h"
 #include "platform/files/files.h"
 #include "platform/values/json.h"
+#include "tools/output.h"
 #include "update_framework/offer_trust.h"
-#include "update_framework/updater_error.h"
 
 namespace teravolant::release {
 namespace {
@@ -23,23 +23,26 @@ using platform::Result;
 using platform::Status;
 using platform::Value;
 
-Status refused(std::string reason) {
-    return platform::updaterError(platform::SQRLUpdaterErrorRefusedOffer, std::move(reason));
-}
-
 }  // namespace
 
 Result<FeedDocument> documentIn(const std::string& body, const std::string& name) {
-    const auto document = platform::signedDocumentIn(body);
-    auto offer = document ? platform::parseOffer(document->offer) : document.error();
+    const auto signedPart = platform::signedDocumentIn(body);
+    auto offer = signedPart ? platform::parseOffer(signedPart->offer) : signedPart.error();
     if (!offer) {
         return refused(quoted(name) +
                        " is not a feed document: " + offer.error().localizedDescription);
     }
-    return FeedDocument{.members = *platform::parseJson(body)->dictionary(),
-                        .text = document->offer,
+    const auto document = platform::parseJson(body);
+    const Value* const fileName = document->find("name");
+    if (fileName != nullptr && fileName->text() != nullptr) {
+        if (auto error = refusalOfName(*fileName->text())) {
+            return error;
+        }
+    }
+    return FeedDocument{.members = *document->dictionary(),
+                        .text = signedPart->offer,
                         .offer = *std::move(offer),
-                        .signatures = document->signatures};
+                        .signatures = signedPart->signatures};
 }
 
 Result<std::string> documentBody(const FeedDocument& document) {
@@ -92,7 +95,7 @@ Status DocumentPlace::checkSuccession(const Offer& offer, SameArchive same) cons
     }
     const bool isSameArchive = same == SameArchive::Accept && previous.version == offer.version &&
                                previous.digest == offer.digest && previous.tree == offer.tree;
-    if (!isSameArchive && !platform::isNewerVersion(offer.version, previous.version)) {
+    if (!isSameArchive && !platform::isHigherVersion(offer.version, previous.version)) {
         return refused(
             place + " offers version " + platform::escaped(previous.version) + ", and version " +
             offer.version +

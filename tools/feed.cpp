@@ -5,7 +5,6 @@
 #include "platform/core/error.h"
 #include "platform/core/text.h"
 #include "platform/core/utc_time.h"
-#include "platform/crypto/signing_key.h"
 #include "platform/files/durable_file.h"
 #include "platform/files/files.h"
 #include "tools/acceptance.h"
@@ -17,7 +16,6 @@
 #include "tools/output.h"
 #include "tools/signing.h"
 #include "tools/terms.h"
-#include "update_framework/updater_error.h"
 
 namespace teravolant::release {
 namespace {
@@ -25,7 +23,6 @@ namespace {
 namespace fs = std::filesystem;
 using platform::Offer;
 using platform::Result;
-using platform::SigningKey;
 using platform::Status;
 using platform::Value;
 
@@ -43,10 +40,6 @@ struct Options {
     bool isRotation = false;
     std::string output;
 };
-
-Status refused(std::string reason) {
-    return platform::updaterError(platform::SQRLUpdaterErrorRefusedOffer, std::move(reason));
-}
 
 /// Returns the member of the document that locates the archive.
 Result<Value::Dictionary> addressOf(const Options& options) {
@@ -130,6 +123,11 @@ Result<FeedDocument> statedDocument(const Options& options, const Inspection& in
     if (auto error = checkSameArchive(document->offer, inspection)) {
         return error;
     }
+    if (document->offer.issued > now() + std::chrono::hours(1)) {
+        return refused("The offer in --offer was issued at " +
+                       platform::utcTimeText(document->offer.issued) +
+                       ", later than now. Installations would refuse every document before it.");
+    }
     if (previous && previous->text != document->text &&
         previous->offer.issued >= document->offer.issued) {
         return refused("The offer in --offer was issued at " +
@@ -160,26 +158,21 @@ Status addDetached(const Options& options, FeedDocument& document,
 }
 
 /// Signs the document and checks it as an installation of an old build would.
-Status sign(const Options& options, const Inspection& inspection,
-            const std::optional<SigningKey>& key, const std::optional<FeedDocument>& previous,
-            FeedDocument& document) {
+Status sign(const Options& options, const Inspection& inspection, const Signer& signer,
+            const std::optional<FeedDocument>& previous, FeedDocument& document) {
     auto keys = inspection.publicKeys;
     keys.insert(keys.end(), options.publicKeys.begin(), options.publicKeys.end());
-    if (key) {
-        const auto signature = key->sign(document.text);
-        const auto publicKey = key->publicKey();
-        if (!signature || !publicKey) {
-            return signature ? publicKey.error() : signature.error();
-        }
-        addSignature(document, *signature);
-        keys.push_back(*publicKey);
+    keys.insert(keys.end(), signer.publicKeys.begin(), signer.publicKeys.end());
+    if (auto error = signWith(signer, document)) {
+        return error;
     }
     if (auto error = addDetached(options, document, keys)) {
         return error;
     }
     const auto signers = signersOf(document, keys);
     auto error = checkKeysOf(inspection.publicKeys, signers, options.isRotation);
-    error = error ? std::move(error) : checkSameSigner(previous, signers, options.isRotation);
+    error = error ? std::move(error)
+                  : checkKeepsSigners(previous, document, signers, options.isRotation);
     const auto body = documentBody(document);
     if (error || !body) {
         return error ? std::move(error) : Status(body.error());
@@ -206,14 +199,6 @@ Status checkOutput(const Options& options) {
     return options.output.empty() ? Status() : refusalOfOutput(options.output, inputs);
 }
 
-Result<std::optional<SigningKey>> keyIn(const Options& options, const std::stop_token& stop) {
-    if (options.key.privateKey.empty()) {
-        return std::optional<SigningKey>();
-    }
-    auto key = signingKeyFrom(options.key, stop);
-    return key ? Result<std::optional<SigningKey>>(*std::move(key)) : key.error();
-}
-
 Result<std::optional<DocumentPlace>> placeOf(const Options& options) {
     if (options.output.empty() || options.isUnsigned) {
         return std::optional<DocumentPlace>();
@@ -226,9 +211,9 @@ Status writeFeed(const Options& options, const std::stop_token& stop) {
     if (auto error = checkOutput(options)) {
         return error;
     }
-    const auto key = keyIn(options, stop);
-    if (!key) {
-        return key.error();
+    const auto signer = signerFrom(options.key, stop);
+    if (!signer) {
+        return signer.error();
     }
     const auto place = placeOf(options);
     if (!place) {
@@ -239,7 +224,8 @@ Status writeFeed(const Options& options, const std::stop_token& stop) {
         return inspection.error();
     }
     const auto previous = *place ? (*place)->previous() : std::nullopt;
-    auto document = options.offer.empty() ? newDocument(options, *inspection, previous)
+    const auto earlier = followed(previous, signer->publicKeys, options.isRotation);
+    auto document = options.offer.empty() ? newDocument(options, *inspection, earlier)
                                           : statedDocument(options, *inspection, previous);
     if (!document) {
         return document.error();
@@ -247,7 +233,7 @@ Status writeFeed(const Options& options, const std::stop_token& stop) {
     if (options.isUnsigned) {
         return writeText(options, document->text);
     }
-    auto error = sign(options, *inspection, *key, previous, *document);
+    auto error = sign(options, *inspection, *signer, previous, *document);
     if (!error && *place) {
         error = (*place)->checkSuccession(document->offer, SameArchive::Accept);
         return error ? error : (*place)->replace(*document);
@@ -310,6 +296,7 @@ void addFeed(CLI::App& program, Work& work) {
                      "The bundle that was packed, to be compared with the archive")
         ->type_name("BUNDLE");
     CLI::Option* key = addKeyOptions(*command, options->key)->required(false);
+    addFurtherKeys(*command, options->key);
     addTermOptions(*command, options->terms);
     addAddressOptions(*command, *options);
     addDetachedOptions(*command, *options);

@@ -18,10 +18,10 @@
 #include "tools/bundle_parts.h"
 #include "tools/document.h"
 #include "tools/identity.h"
+#include "tools/output.h"
 #include "tools/private_folder.h"
 #include "update_framework/installation.h"
 #include "update_framework/tree_digest.h"
-#include "update_framework/updater_error.h"
 
 namespace teravolant::release {
 namespace {
@@ -29,12 +29,6 @@ namespace {
 namespace fs = std::filesystem;
 using platform::Result;
 using platform::Status;
-
-Status refused(std::string reason) {
-    return platform::updaterError(platform::SQRLUpdaterErrorRefusedArchive, std::move(reason));
-}
-
-Status cancelled() { return refused("Inspecting the archive was cancelled."); }
 
 /// Sends the archive to the confined process and sets the size and the digest of what it sent.
 Status sendArchive(const fs::path& archive, platform::ConfinedProgram& program,
@@ -134,14 +128,15 @@ Result<Inspection> inspectBundle(const fs::path& path, const fs::path& expected)
     std::error_code failure;
     fs::permissions(path, fs::perms::owner_all, fs::perm_options::add, failure);
     auto tree = platform::digestOfTree(path);
-    if (!tree) {
-        return tree.error();
+    const auto size = sizeOfFiles(path);
+    if (!tree || !size) {
+        return tree ? size.error() : tree.error();
     }
     return Inspection{.offer = {.identifier = identity->identifier,
                                 .version = identity->version,
                                 .issued = {},
                                 .digest = {},
-                                .unpackedSize = sizeOfFiles(path),
+                                .unpackedSize = *size,
                                 .tree = *std::move(tree)},
                       .publicKeys = std::move(installation.publicKeys)};
 }

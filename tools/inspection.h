@@ -21,7 +21,7 @@ struct Inspection {
 /// Unpacks the archive in a confined process into a private temporary folder, and checks the bundle
 /// in it. Blocks.
 ///
-/// Size, digest and contents are those of the same bytes: each one is read once. Fails for an
+/// Reads the archive once, so size, digest and contents describe the same bytes. Fails for an
 /// archive that an updater would refuse; unless it contains exactly one bundle, complete, with an
 /// identifier, a version, and a build time that has passed; for a program that can't run on this
 /// kind of machine; and if the bundle differs from `bundle`, unless that is empty. Fails soon after

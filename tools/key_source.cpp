@@ -1,6 +1,7 @@
 #include "tools/key_source.h"
 
 #include <cstdlib>
+#include <optional>
 #include <sstream>
 
 #include <CLI/CLI.hpp>
@@ -52,8 +53,8 @@ std::string octal(unsigned mode) {
     return text.str();
 }
 
-Result<std::string> pemIn(const KeyOptions& options, const std::stop_token& stop) {
-    const std::string& source = options.privateKey;
+Result<std::string> pemIn(const std::string& source, const KeyOptions& options,
+                          const std::stop_token& stop) {
     if (source.starts_with(kVariablePrefix)) {
         return takeVariable(source.substr(kVariablePrefix.size()));
     }
@@ -70,29 +71,38 @@ Result<std::string> pemIn(const KeyOptions& options, const std::stop_token& stop
     return input->readAll(kLargestKey, stop);
 }
 
+/// Returns the passphrase in the file or the variable, which are read once for all keys.
 Result<std::string> storedPassphrase(const KeyOptions& options, const std::stop_token& stop) {
-    if (options.passphraseFile.empty()) {
-        return takeVariable(options.passphraseVariable);
+    static std::optional<std::string> stored;
+    if (stored) {
+        return *stored;
     }
-    const auto input = openSource(options.passphraseFile);
-    return input ? input->readLine(kLongestPassphrase, stop) : input.error();
+    const bool isVariable = options.passphraseFile.empty();
+    const auto input = isVariable ? Input::standardInput() : openSource(options.passphraseFile);
+    auto passphrase = isVariable ? takeVariable(options.passphraseVariable)
+                      : input    ? input->readLine(kLongestPassphrase, stop)
+                                 : input.error();
+    if (passphrase) {
+        stored = *passphrase;
+    }
+    return passphrase;
 }
 
-Result<std::string> passphraseFor(const KeyOptions& options, const std::stop_token& stop) {
+Result<std::string> passphraseFor(const std::string& source, const KeyOptions& options,
+                                  const std::stop_token& stop) {
     const bool isStored = !options.passphraseFile.empty() || !options.passphraseVariable.empty();
-    auto passphrase =
-        isStored ? storedPassphrase(options, stop)
-                 : platform::readPassphrase(
-                       "Passphrase of the private key " + quoted(options.privateKey) + ": ", stop);
+    auto passphrase = isStored
+                          ? storedPassphrase(options, stop)
+                          : platform::readPassphrase(
+                                "Passphrase of the private key " + quoted(source) + ": ", stop);
     if (!passphrase && passphrase.error().code == platform::NSFileReadNoSuchFileError &&
         !isStored) {
-        return refusal("The private key " + quoted(options.privateKey) +
+        return refusal("The private key " + quoted(source) +
                        " is encrypted and there is no terminal: give its passphrase with "
                        "--passphrase-file or --passphrase-env.");
     }
     if (passphrase && passphrase->empty()) {
-        return refusal("The passphrase of the private key " + quoted(options.privateKey) +
-                       " is empty.");
+        return refusal("The passphrase of the private key " + quoted(source) + " is empty.");
     }
     return passphrase;
 }
@@ -123,16 +133,27 @@ CLI::Option* addKeyOptions(CLI::App& command, KeyOptions& options) {
     return key;
 }
 
-Result<platform::SigningKey> signingKeyFrom(const KeyOptions& options,
+void addFurtherKeys(CLI::App& command, KeyOptions& options) {
+    command
+        .add_option("--also-key", options.furtherKeys,
+                    "A further private key that signs as well, during a change of keys. May be "
+                    "repeated")
+        ->type_name("SOURCE")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+}
+
+Result<platform::SigningKey> signingKeyFrom(const std::string& source, const KeyOptions& options,
                                             const std::stop_token& stop) {
-    const auto pem = pemIn(options, stop);
+    const auto pem = pemIn(source, options, stop);
     if (!pem) {
         return pem.error();
     }
-    auto key = platform::SigningKey::fromPem(*pem, [&] { return passphraseFor(options, stop); });
+    auto key =
+        platform::SigningKey::fromPem(*pem, [&] { return passphraseFor(source, options, stop); });
     if (!key && key.error().domain == platform::kCryptoErrorDomain) {
         Error error = key.error();
-        error.localizedDescription = quoted(options.privateKey) + ": " + error.localizedDescription;
+        error.localizedDescription = quoted(source) + ": " + error.localizedDescription;
         return error;
     }
     return key;
@@ -140,7 +161,9 @@ Result<platform::SigningKey> signingKeyFrom(const KeyOptions& options,
 
 std::vector<std::string> keyFilesOf(const KeyOptions& options) {
     std::vector<std::string> files;
-    for (const std::string& source : {options.privateKey, options.passphraseFile}) {
+    std::vector<std::string> sources = options.furtherKeys;
+    sources.insert(sources.end(), {options.privateKey, options.passphraseFile});
+    for (const std::string& source : sources) {
         if (!source.empty() && source != kStandardInput && !source.starts_with(kVariablePrefix)) {
             files.push_back(source);
         }

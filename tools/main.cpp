@@ -12,6 +12,7 @@
 
 #include "platform/core/build_version.h"
 #include "platform/core/error.h"
+#include "platform/core/file_descriptor.h"
 #include "programs/confined_main.h"
 #include "programs/unpack_main.h"
 #include "tools/commands.h"
@@ -26,7 +27,8 @@ constexpr int kUsageStatus = 2;
 /// The end of the help. The manual has a section for each line.
 constexpr const char* kNotes =
     "Exit status: 0 on success or acceptance, 1 on failure or refusal, 2 on a usage error.\n"
-    "Signals: SIGINT or SIGTERM cancels a command, which removes its incomplete output and exits "
+    "Signals: SIGINT, SIGTERM or SIGHUP cancels a command, which removes its incomplete output and "
+    "exits "
     "with status 1. A second signal ends it at once.\n"
     "Private keys: Ed25519 in PKCS#8 PEM form, made by keygen or openssl, also encrypted (openssl "
     "pkey -aes256). The passphrase comes from a file, an environment variable or the terminal. A "
@@ -39,14 +41,18 @@ int fail(std::string_view reason, int status) {
     return status;
 }
 
-/// Makes the first SIGINT or SIGTERM request a stop, so that a command removes its partial output,
-/// and the second one terminate the process. Must be called before other threads are started, which
-/// inherit the signal mask.
+/// Makes the first SIGINT, SIGTERM or SIGHUP request a stop, so that a command removes its partial
+/// output, and the second one terminate the process. Must be called before other threads are
+/// started, which inherit the signal mask.
 std::stop_token stopOnTermination() {
     sigset_t signals{};
     sigemptyset(&signals);
     sigaddset(&signals, SIGINT);
     sigaddset(&signals, SIGTERM);
+    struct sigaction hangup {};
+    if (sigaction(SIGHUP, nullptr, &hangup) == 0 && hangup.sa_handler != SIG_IGN) {
+        sigaddset(&signals, SIGHUP);
+    }
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     std::stop_source source;
     std::thread([source, signals]() mutable {
@@ -103,6 +109,7 @@ int main(int argc, char* argv[]) {
         const auto parent = processIdIn(argv[2]);
         return parent ? (unpackConfined(*parent), EXIT_FAILURE) : kUsageStatus;
     }
+    platform::openMissingStandardStreams();
     std::signal(SIGPIPE, SIG_IGN);
     try {
         return run(argc, argv);

@@ -1,20 +1,15 @@
 #include "tools/offer_text.h"
 
 #include <algorithm>
-#include <array>
 
-#include "platform/core/text.h"
 #include "platform/core/utc_time.h"
+#include "tools/output.h"
 
 namespace teravolant::release {
 namespace {
 
 using platform::Offer;
 using platform::Result;
-
-constexpr std::array<std::string_view, 12> kKnownKeys = {
-    "identifier", "version", "issued", "expires",       "floor", "withdrawn",
-    "rollout",    "size",    "digest", "unpacked-size", "tree",  "patch"};
 
 void addLine(std::string& text, std::string_view key, std::string_view value) {
     text.append(key).append("=").append(value).append("\n");
@@ -43,15 +38,10 @@ void addTerms(std::string& text, const Offer& offer) {
     }
 }
 
-bool isSameOffer(const Offer& one, const Offer& other) {
-    return one.identifier == other.identifier && one.version == other.version &&
-           one.floor == other.floor && one.withdrawn == other.withdrawn;
-}
-
 }  // namespace
 
 Result<std::string> offerText(const Offer& offer, const std::vector<std::string>& otherLines) {
-    std::string text = "teravolant-offer 1\n";
+    std::string text = std::string(platform::kOfferFirstLine) + "\n";
     addLine(text, "identifier", offer.identifier);
     addLine(text, "version", offer.version);
     addLine(text, "issued", platform::utcTimeText(offer.issued));
@@ -71,10 +61,9 @@ Result<std::string> offerText(const Offer& offer, const std::vector<std::string>
     if (!read) {
         return read.error();
     }
-    return isSameOffer(offer, *read)
+    return *read == offer
                ? Result<std::string>(std::move(text))
-               : Result<std::string>(platform::refusedOffer(
-                     "its identifier or a version contains a line feed or a space."));
+               : refused("The offer's identifier or a version contains a line feed or a space.");
 }
 
 std::vector<std::string> otherLinesIn(std::string_view text) {
@@ -82,8 +71,7 @@ std::vector<std::string> otherLinesIn(std::string_view text) {
     for (bool isFirst = true; !text.empty(); isFirst = false) {
         const std::string_view line = text.substr(0, text.find('\n'));
         text.remove_prefix(std::min(line.size() + 1, text.size()));
-        if (!isFirst &&
-            std::ranges::find(kKnownKeys, line.substr(0, line.find('='))) == kKnownKeys.end()) {
+        if (!isFirst && !platform::isKnownOfferKey(line.substr(0, line.find('=')))) {
             lines.emplace_back(line);
         }
     }

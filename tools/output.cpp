@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <iostream>
 
+#include "platform/core/error.h"
 #include "platform/core/file_error.h"
 #include "platform/core/text.h"
 #include "platform/files/paths.h"
@@ -16,6 +17,16 @@ namespace fs = std::filesystem;
 using platform::FileAccess;
 using platform::quoted;
 using platform::Status;
+
+Status refused(std::string reason) {
+    return platform::updaterError(platform::SQRLUpdaterErrorRefusedOffer, std::move(reason));
+}
+
+Status cancelled() {
+    return platform::Error{.domain = std::string(platform::NSCocoaErrorDomain),
+                           .code = platform::NSUserCancelledError,
+                           .localizedDescription = "The command was cancelled."};
+}
 
 Status refusalOfOutput(const std::string& output, const std::vector<std::string>& inputs) {
     std::error_code unknown;
@@ -38,19 +49,20 @@ Status refusalOfOutput(const std::string& output, const std::vector<std::string>
 }
 
 Status refusalOfName(const std::string& name) {
-    const bool isPlain = !name.empty() && name != "." && name != ".." &&
-                         name.find_first_of("/?#%") == std::string::npos;
+    constexpr std::string_view kPlain =
+        "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ.-_+~";
+    const bool isPlain =
+        !name.empty() && name != "." && name != ".." && name.find_first_not_of(kPlain) == name.npos;
     return isPlain ? Status()
-                   : platform::updaterError(
-                         platform::SQRLUpdaterErrorRefusedOffer,
-                         "“name”: " + quoted(name) +
-                             " is not a plain file name: give another --name, or a --url.");
+                   : refused("“name”: " + quoted(platform::escaped(name)) +
+                             " can't be a part of an address. Use letters, digits and . - _ + ~ in "
+                             "the name of the bundle or the archive.");
 }
 
 Status print(std::string_view text) {
     errno = 0;
     if (!(std::cout << text << std::flush)) {
-        return platform::errorFromErrno(errno, FileAccess::Write,
+        return platform::errorFromErrno(errno == 0 ? EIO : errno, FileAccess::Write,
                                         "Standard output could not be written");
     }
     return std::nullopt;

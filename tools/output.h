@@ -9,6 +9,12 @@
 
 namespace teravolant::release {
 
+/// Returns an error with this message.
+[[nodiscard]] platform::Status refused(std::string reason);
+
+/// Returns the error of a command that received a stop request.
+[[nodiscard]] platform::Status cancelled();
+
 /// Returns an error if writing the file `output` would replace one of the inputs, write into one of
 /// them, or replace an item that is not a regular file, such as a device.
 [[nodiscard]] platform::Status refusalOfOutput(const std::string& output,

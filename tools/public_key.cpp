@@ -12,7 +12,7 @@ namespace {
 using platform::Status;
 
 Status printPublicKey(const KeyOptions& options, const std::stop_token& stop) {
-    const auto key = signingKeyFrom(options, stop);
+    const auto key = signingKeyFrom(options.privateKey, options, stop);
     if (!key) {
         return key.error();
     }

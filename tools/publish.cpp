@@ -13,6 +13,7 @@
 #include "platform/files/durable_file.h"
 #include "platform/files/files.h"
 #include "tools/acceptance.h"
+#include "tools/archive_request.h"
 #include "tools/commands.h"
 #include "tools/document.h"
 #include "tools/identity.h"
@@ -82,52 +83,56 @@ Result<std::string> archiveName(const std::string& bundle, const Identity& ident
 /// Returns the offer of the inspected archive. Floor and withdrawals of the document that is
 /// replaced continue to hold: the computers that they are for may still run those versions.
 Result<platform::Offer> offerOf(const Options& options, const Inspection& inspection,
-                                const std::optional<FeedDocument>& previous) {
-    const auto issued = nextIssue(previous, now());
+                                const std::optional<FeedDocument>& previous,
+                                const std::vector<std::string>& signers) {
+    const auto issued = nextIssue(followed(previous, signers, options.isRotation), now());
     if (!issued) {
         return issued.error();
     }
     platform::Offer offer = inspection.offer;
     offer.issued = *issued;
+    if (previous && previous->offer.expires && !options.terms.expiresIn &&
+        !options.terms.dropsExpiry) {
+        return refused(
+            "The document in the folder expires. State --expires-in for this one, or --no-expiry.");
+    }
     if (previous) {
         offer.floor = previous->offer.floor;
         offer.withdrawn = previous->offer.withdrawn;
     }
     auto error = applyTerms(options.terms, offer);
     if (!error && platform::withdraws(offer, offer.version)) {
-        error = platform::refusedOffer(
-            "it withdraws its own version. --no-withdrawals removes the withdrawals of the "
-            "document "
-            "in the folder.");
+        error = refused(
+            "The offer withdraws its own version. --no-withdrawals removes the withdrawals of the "
+            "document in the folder.");
     }
     return error ? Result<platform::Offer>(std::move(error)) : offer;
 }
 
 /// Returns the signed document, checked as an installation of an old build would check it.
 Result<FeedDocument> signedDocument(const Options& options, const Inspection& inspection,
-                                    const DocumentPlace& place, const platform::SigningKey& key,
+                                    const DocumentPlace& place, const Signer& signer,
                                     const std::string& name) {
-    auto offer = offerOf(options, inspection, place.previous());
+    auto offer = offerOf(options, inspection, place.previous(), signer.publicKeys);
     auto text = offer ? offerText(*offer) : offer.error();
-    const auto signature = text ? key.sign(*text) : text.error();
-    const auto publicKey = key.publicKey();
-    if (!signature || !publicKey) {
-        return signature ? publicKey.error() : signature.error();
+    if (!text) {
+        return text.error();
     }
     FeedDocument document{.members = {{"name", name}},
                           .text = *std::move(text),
                           .offer = *std::move(offer),
-                          .signatures = {*signature}};
-    auto error = place.checkSuccession(document.offer, SameArchive::Refuse);
+                          .signatures = {}};
+    const auto& keys = signer.publicKeys;
+    auto error = signWith(signer, document);
+    error = error ? std::move(error) : place.checkSuccession(document.offer, SameArchive::Refuse);
+    error = error ? std::move(error) : checkKeysOf(inspection.publicKeys, keys, options.isRotation);
     error = error ? std::move(error)
-                  : checkKeysOf(inspection.publicKeys, {*publicKey}, options.isRotation);
-    error = error ? std::move(error)
-                  : checkSameSigner(place.previous(), {*publicKey}, options.isRotation);
+                  : checkKeepsSigners(place.previous(), document, keys, options.isRotation);
     const auto body = documentBody(document);
     if (error || !body) {
         return error ? std::move(error) : Status(body.error());
     }
-    const auto oldest = oldestInstallation(document.offer, {*publicKey});
+    const auto oldest = oldestInstallation(document.offer, keys);
     const auto accepted = acceptedOffer(*body, unknownFeedUrl(oldest.bundleVersion), oldest, now());
     return accepted ? Result<FeedDocument>(std::move(document)) : accepted.error();
 }
@@ -148,9 +153,22 @@ Status report(const Options& options, const platform::Offer& offer, const fs::pa
                  "--bundle INSTALLED-BUNDLE\n");
 }
 
-Status publishInto(const Options& options, const DocumentPlace& place,
-                   const platform::SigningKey& key, const std::string& name,
-                   const std::stop_token& stop) {
+/// Fails if another archive was published under this name: caches may keep it.
+Status checkReplaces(const fs::path& target, const platform::Offer& offer,
+                     const std::stop_token& stop) {
+    if (!platform::fileExists(target)) {
+        return std::nullopt;
+    }
+    const auto bytes = readBytes(target.string(), stop);
+    return bytes && bytes->digest == offer.digest
+               ? Status()
+               : refused(platform::quoted(target.string()) +
+                         " exists with other contents. Remove it if it was never uploaded, else "
+                         "build with a higher version.");
+}
+
+Status publishInto(const Options& options, const DocumentPlace& place, const Signer& signer,
+                   const std::string& name, const std::stop_token& stop) {
     const fs::path target = fs::path(options.folder) / name;
     const UnpublishedArchive archive(fs::path(options.folder) / ("." + name + ".unpublished"));
     if (auto error = packBundle(options.bundle, archive.path().string(), stop)) {
@@ -160,15 +178,15 @@ Status publishInto(const Options& options, const DocumentPlace& place,
     if (!inspection) {
         return inspection.error();
     }
-    const auto document = signedDocument(options, *inspection, place, key, name);
+    const auto document = signedDocument(options, *inspection, place, signer, name);
     if (!document) {
         return document.error();
     }
     if (stop.stop_requested()) {
-        return platform::updaterError(platform::SQRLUpdaterErrorCheckNotPossible,
-                                      "Publishing was cancelled.");
+        return cancelled();
     }
-    auto error = archive.moveTo(target);
+    auto error = checkReplaces(target, inspection->offer, stop);
+    error = error ? std::move(error) : archive.moveTo(target);
     error = error ? std::move(error) : place.replace(*document);
     return error ? std::move(error) : report(options, document->offer, target);
 }
@@ -191,9 +209,9 @@ Status publish(const Options& options, const std::stop_token& stop) {
     if (auto error = checkOutputs(options, *name)) {
         return error;
     }
-    const auto key = signingKeyFrom(options.key, stop);
-    if (!key) {
-        return key.error();
+    const auto signer = signerFrom(options.key, stop);
+    if (!signer) {
+        return signer.error();
     }
     if (auto error = platform::createDirectory(options.folder)) {
         return error;
@@ -209,7 +227,7 @@ Status publish(const Options& options, const std::stop_token& stop) {
     if (auto error = place->checkSuccession(offer, SameArchive::Refuse)) {
         return error;
     }
-    return publishInto(options, *place, *key, *name, stop);
+    return publishInto(options, *place, *signer, *name, stop);
 }
 
 }  // namespace
@@ -224,6 +242,7 @@ void addPublish(CLI::App& program, Work& work) {
         ->required()
         ->type_name("BUNDLE");
     addKeyOptions(*command, options->key);
+    addFurtherKeys(*command, options->key);
     command
         ->add_option("--output", options->folder,
                      "The folder for the archive and the document, one for each feed")

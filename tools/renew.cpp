@@ -28,6 +28,7 @@ struct Options {
     TermOptions terms;
     std::string output;
     bool isRotation = false;
+    std::vector<std::string> publicKeys;
 };
 
 Result<FeedDocument> documentFrom(const std::string& file) {
@@ -36,10 +37,12 @@ Result<FeedDocument> documentFrom(const std::string& file) {
 }
 
 /// Changes the terms and the time of signing, and replaces the signatures.
-Status renewDocument(const Options& options, const DocumentPlace& place,
-                     const platform::SigningKey& key, FeedDocument& document) {
-    const auto issued = nextIssue(document, now());
-    const auto afterPrevious = issued ? nextIssue(place.previous(), *issued) : issued;
+Status renewDocument(const Options& options, const DocumentPlace& place, const Signer& signer,
+                     FeedDocument& document) {
+    const auto& keys = signer.publicKeys;
+    const auto issued = nextIssue(followed(document, keys, options.isRotation), now());
+    const auto afterPrevious =
+        issued ? nextIssue(followed(place.previous(), keys, options.isRotation), *issued) : issued;
     if (!afterPrevious) {
         return afterPrevious.error();
     }
@@ -51,41 +54,61 @@ Status renewDocument(const Options& options, const DocumentPlace& place,
     if (!text) {
         return text.error();
     }
-    const auto signature = key.sign(*text);
-    if (!signature) {
-        return signature.error();
-    }
     document.text = *std::move(text);
-    document.signatures = {*signature};
+    document.signatures.clear();
+    if (auto error = signWith(signer, document)) {
+        return error;
+    }
     return place.checkSuccession(document.offer, SameArchive::Accept);
 }
 
 /// Checks the document as an installation of an old build would. The offered version itself may be
 /// withdrawn: installations discard it where it is staged.
-Status checkDocument(const FeedDocument& document, const std::string& publicKey) {
+Status checkDocument(const FeedDocument& document, const std::vector<std::string>& publicKeys) {
     const auto body = documentBody(document);
     if (!body) {
         return body.error();
     }
-    const auto oldest = oldestInstallation(document.offer, {publicKey});
+    const auto oldest = oldestInstallation(document.offer, publicKeys);
     const auto offer = authenticOffer(*body, unknownFeedUrl(oldest.bundleVersion), oldest);
     if (!offer) {
         return offer.error();
     }
     return platform::checkNotExpired(offer->offer, oldest, now())
-               ? platform::refusedOffer(
-                     "it has expired. Extend it with --expires-in, or use --no-expiry.")
+               ? refused(
+                     "The document has expired. Extend it with --expires-in, or use --no-expiry.")
                : Status();
+}
+
+/// Fails unless the document was signed with a known key: with those of the command, or, during a
+/// change of keys, with one that the options name.
+Status checkOrigin(const Options& options, const FeedDocument& document, const Signer& signer) {
+    if (!options.isRotation) {
+        return checkKeepsSigners(document, {}, signer.publicKeys, false);
+    }
+    std::vector<std::string> known = signer.publicKeys;
+    known.insert(known.end(), options.publicKeys.begin(), options.publicKeys.end());
+    return signersOf(document, known).empty()
+               ? refused("No known key signed " + platform::quoted(options.document) +
+                         ". Name the public key that signed it with --public-key.")
+               : Status();
+}
+
+/// Returns the address or the name of the archive, which is not signed.
+std::string addressOf(const FeedDocument& document) {
+    const auto url = document.members.find("url");
+    const auto& member = url != document.members.end() ? url : document.members.find("name");
+    const bool isText = member != document.members.end() && member->second.text() != nullptr;
+    return isText ? platform::escaped(*member->second.text()) : "";
 }
 
 Status renew(const Options& options, const std::stop_token& stop) {
     if (auto error = refusalOfOutput(options.output, keyFilesOf(options.key))) {
         return error;
     }
-    const auto key = signingKeyFrom(options.key, stop);
-    const auto publicKey = key ? key->publicKey() : key.error();
-    if (!publicKey) {
-        return publicKey.error();
+    const auto signer = signerFrom(options.key, stop);
+    if (!signer) {
+        return signer.error();
     }
     const auto place = DocumentPlace::open(options.output);
     if (!place) {
@@ -95,14 +118,15 @@ Status renew(const Options& options, const std::stop_token& stop) {
     if (!document) {
         return document.error();
     }
-    auto error = checkSameSigner(*document, {*publicKey}, options.isRotation);
-    error = error ? std::move(error) : renewDocument(options, *place, *key, *document);
-    error = error ? std::move(error) : checkDocument(*document, *publicKey);
+    auto error = checkOrigin(options, *document, *signer);
+    error = error ? std::move(error) : renewDocument(options, *place, *signer, *document);
+    error = error ? std::move(error) : checkDocument(*document, signer->publicKeys);
     error = error ? std::move(error) : place->replace(*document);
     return error
                ? std::move(error)
                : print("renewed: version " + document->offer.version + "\n" +
-                       describedTerms(document->offer, now()) + "Upload " + options.output + "\n");
+                       describedTerms(document->offer, now()) +
+                       "archive:   " + addressOf(*document) + "\nUpload " + options.output + "\n");
 }
 
 }  // namespace
@@ -117,13 +141,18 @@ void addRenew(CLI::App& program, Work& work) {
         ->required()
         ->type_name("DOCUMENT");
     addKeyOptions(*command, options->key);
+    addFurtherKeys(*command, options->key);
     addTermOptions(*command, options->terms);
     addDropOptions(*command, options->terms);
     command->add_flag("--no-expiry", options->terms.dropsExpiry, "Removes the expiry")
         ->excludes("--expires-in");
     command->add_flag("--rotate", options->isRotation,
-                      "Signs a document that was signed with another key. Its origin is not "
-                      "verified");
+                      "Confirms that the keys are not those that signed the document");
+    command
+        ->add_option("--public-key", options->publicKeys,
+                     "With --rotate: the public key of a key that signed the document")
+        ->type_name("KEY")
+        ->needs("--rotate");
     command->add_option("--output", options->output, "The new document, which may replace the old")
         ->required()
         ->type_name("FILE");

@@ -4,9 +4,9 @@
 
 #include "platform/core/text.h"
 #include "platform/crypto/encodings.h"
-#include "platform/crypto/signatures.h"
 #include "platform/files/files.h"
-#include "update_framework/updater_error.h"
+#include "tools/output.h"
+#include "update_framework/offer_trust.h"
 
 namespace teravolant::release {
 namespace {
@@ -17,10 +17,6 @@ using platform::Status;
 
 constexpr std::size_t kSignatureSize = 64;
 constexpr std::size_t kPublicKeySize = 32;
-
-Status refused(std::string reason) {
-    return platform::updaterError(platform::SQRLUpdaterErrorRefusedOffer, std::move(reason));
-}
 
 bool hasAny(const std::vector<std::string>& keys, const std::vector<std::string>& others) {
     return std::ranges::any_of(keys, [&](const std::string& key) {
@@ -45,13 +41,10 @@ Result<std::string> detachedSignatureIn(const std::string& file) {
 
 std::vector<std::string> signersOf(const FeedDocument& document,
                                    const std::vector<std::string>& publicKeys) {
-    std::vector<std::string> signers;
-    std::ranges::copy_if(publicKeys, std::back_inserter(signers), [&](const std::string& key) {
-        return std::ranges::any_of(document.signatures, [&](const std::string& signature) {
-            return platform::isSignatureValid(document.text, signature, key);
-        });
-    });
-    return signers;
+    return platform::signersOf({.version = document.offer.version,
+                                .offer = document.text,
+                                .signatures = document.signatures},
+                               publicKeys);
 }
 
 Status checkKeysOf(const std::vector<std::string>& bundleKeys,
@@ -75,13 +68,56 @@ Status checkKeysOf(const std::vector<std::string>& bundleKeys,
                      "--rotate.");
 }
 
-Status checkSameSigner(const std::optional<FeedDocument>& previous,
-                       const std::vector<std::string>& signers, bool isRotation) {
-    return !previous || isRotation || !signersOf(*previous, signers).empty()
-               ? Status()
-               : refused(
-                     "The document that is replaced was signed with another key, so installations "
-                     "may not know this one. Confirm a change of keys with --rotate.");
+Status checkKeepsSigners(const std::optional<FeedDocument>& previous, const FeedDocument& document,
+                         const std::vector<std::string>& signers, bool isRotation) {
+    if (!previous || isRotation) {
+        return std::nullopt;
+    }
+    const bool areKept = std::ranges::all_of(previous->signatures, [&](const auto& signature) {
+        FeedDocument alone{.text = previous->text, .signatures = {signature}};
+        return std::ranges::find(document.signatures, signature) != document.signatures.end() ||
+               !signersOf(alone, signers).empty();
+    });
+    return areKept ? Status()
+                   : refused(
+                         "The document that is replaced was signed with another key or with "
+                         "further keys, and installations may know no other. Sign with all of them "
+                         "(--also-key), or confirm a change of keys with --rotate.");
+}
+
+std::optional<FeedDocument> followed(const std::optional<FeedDocument>& previous,
+                                     const std::vector<std::string>& signers, bool isRotation) {
+    return isRotation && previous && signersOf(*previous, signers).empty() ? std::nullopt
+                                                                           : previous;
+}
+
+Result<Signer> signerFrom(const KeyOptions& options, const std::stop_token& stop) {
+    std::vector<std::string> sources = options.furtherKeys;
+    if (!options.privateKey.empty()) {
+        sources.insert(sources.begin(), options.privateKey);
+    }
+    Signer signer;
+    for (const std::string& source : sources) {
+        auto key = signingKeyFrom(source, options, stop);
+        const auto publicKey = key ? key->publicKey() : key.error();
+        if (!publicKey) {
+            return publicKey.error();
+        }
+        signer.publicKeys.push_back(*publicKey);
+        signer.keys.push_back(*std::move(key));
+    }
+    return signer;
+}
+
+Status signWith(const Signer& signer, FeedDocument& document) {
+    for (const platform::SigningKey& key : signer.keys) {
+        const auto signature = key.sign(document.text);
+        if (!signature) {
+            return signature.error();
+        }
+        addSignature(document, *signature);
+    }
+    return std::nullopt;
 }
 
 }  // namespace teravolant::release

@@ -1,11 +1,14 @@
 #pragma once
 
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
 #include "platform/core/result.h"
+#include "platform/crypto/signing_key.h"
 #include "tools/document.h"
+#include "tools/key_source.h"
 
 // Who signed a document, and whether installations can follow a change of keys.
 namespace teravolant::release {
@@ -24,10 +27,29 @@ platform::Result<std::string> detachedSignatureIn(const std::string& file);
                                            const std::vector<std::string>& signers,
                                            bool isRotation);
 
-/// Fails unless one of the signers also signed the document that is replaced: installations may not
-/// know another key. `isRotation` accepts that.
-[[nodiscard]] platform::Status checkSameSigner(const std::optional<FeedDocument>& previous,
-                                               const std::vector<std::string>& signers,
-                                               bool isRotation);
+/// Fails unless every key that signed the document that is replaced signed the new one as well:
+/// installations may know no other key. `isRotation` accepts that.
+[[nodiscard]] platform::Status checkKeepsSigners(const std::optional<FeedDocument>& previous,
+                                                 const FeedDocument& document,
+                                                 const std::vector<std::string>& signers,
+                                                 bool isRotation);
+
+/// Returns the document whose time of signing the next one must follow: `previous`, unless a
+/// rotation leaves none of its keys, since each key has an order of its own.
+[[nodiscard]] std::optional<FeedDocument> followed(const std::optional<FeedDocument>& previous,
+                                                   const std::vector<std::string>& signers,
+                                                   bool isRotation);
+
+/// The private keys of a command and their public keys, in the same order.
+struct Signer {
+    std::vector<platform::SigningKey> keys = {};
+    std::vector<std::string> publicKeys = {};
+};
+
+/// Reads the keys of the options. Returns none if the options name none.
+platform::Result<Signer> signerFrom(const KeyOptions& options, const std::stop_token& stop);
+
+/// Adds a signature by each key.
+[[nodiscard]] platform::Status signWith(const Signer& signer, FeedDocument& document);
 
 }  // namespace teravolant::release

@@ -1,6 +1,6 @@
 #include "tools/terms.h"
 
-#include <algorithm>
+#include <cctype>
 #include <chrono>
 
 #include <CLI/CLI.hpp>
@@ -8,6 +8,7 @@
 #include "platform/core/text.h"
 #include "platform/core/utc_time.h"
 #include "platform/core/version.h"
+#include "tools/output.h"
 #include "update_framework/offer_trust.h"
 
 namespace teravolant::release {
@@ -16,14 +17,26 @@ namespace {
 using platform::Offer;
 using platform::Status;
 
+constexpr std::string_view kVersionCharacters =
+    "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ.-+";
 constexpr unsigned kAll = 100;       // per cent
 constexpr unsigned kLongest = 3650;  // days
 
 Status checkVersion(std::string_view option, const std::string& version) {
-    return platform::versionIn(version) && version.find_first_of(" \n") == version.npos
+    // An offer may contain any text that ends with a version. A version in an option is only that.
+    const bool isPlain = !version.empty() && std::isdigit(static_cast<unsigned char>(version[0])) &&
+                         version.find_first_not_of(kVersionCharacters) == version.npos;
+    return isPlain && platform::versionIn(version)
                ? Status()
-               : platform::refusedOffer(std::string(option) + " " + platform::escaped(version) +
-                                        " is not a version.");
+               : refused(std::string(option) + " " + platform::escaped(version) +
+                         " is not a version.");
+}
+
+/// The parser of options would read 010 and 0x10 as octal and hexadecimal numbers.
+std::string isDecimal(const std::string& number) {
+    const bool isPlain = !number.empty() && number.find_first_not_of("0123456789") == number.npos &&
+                         (number.size() == 1 || number[0] != '0');
+    return isPlain ? "" : number + " is not a decimal number";
 }
 
 /// Returns the largest of days, hours, minutes and seconds that is not zero: "3 days".
@@ -54,11 +67,13 @@ void addTermOptions(CLI::App& command, TermOptions& options) {
             "--rollout", options.rollout,
             "The percentage of installations that take the update now (0 to 100, which means all)")
         ->type_name("PERCENT")
+        ->check(isDecimal, "")
         ->check(CLI::Range(0U, kAll).description(""));
     command
         .add_option("--expires-in", options.expiresIn,
                     "The number of days after which no installation takes the update any more")
         ->type_name("DAYS")
+        ->check(isDecimal, "")
         ->check(CLI::Range(1U, kLongest).description(""));
     command
         .add_option("--floor", options.floor,
@@ -110,9 +125,9 @@ Status applyTerms(const TermOptions& options, Offer& offer) {
             offer.withdrawn.push_back(version);
         }
     }
-    return offer.floor && platform::isNewerVersion(*offer.floor, offer.version)
-               ? platform::refusedOffer("its floor " + platform::escaped(*offer.floor) +
-                                        " is higher than its version " + offer.version + ".")
+    return offer.floor && platform::isHigherVersion(*offer.floor, offer.version)
+               ? refused("The floor " + platform::escaped(*offer.floor) +
+                         " is higher than the offered version " + offer.version + ".")
                : Status();
 }
 

@@ -128,9 +128,8 @@ Result<StagedUpdate> stageBundle(const UpdateCycle& cycle, const Offer& offer,
 }
 
 bool isBadUpdate(const Error& error) {
-    return isFaultOfArchive(error) || (error.domain == SQRLUpdaterErrorDomain &&
-                                       (error.code == SQRLUpdaterErrorRefusedBundle ||
-                                        error.code == SQRLUpdaterErrorMissingUpdateBundle));
+    return isFaultOfArchive(error) || isUpdaterError(error, SQRLUpdaterErrorRefusedBundle) ||
+           isUpdaterError(error, SQRLUpdaterErrorMissingUpdateBundle);
 }
 
 NeededSpace spaceForTree(const UpdateCycle& cycle, const Offer& offer) {

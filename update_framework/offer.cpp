@@ -13,8 +13,6 @@
 namespace teravolant::platform {
 namespace {
 
-constexpr std::string_view kFirstLine = "teravolant-offer 1";
-
 /// Decimal digits without leading zeros.
 bool readNumber(std::string_view text, std::uint64_t& number) {
     const auto read = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -121,6 +119,8 @@ constexpr std::array kKeys = {
         [](std::string_view value, Offer& offer) { return readPatch(value, offer.patches); }},
 };
 
+const Key* findKey(std::string_view name) { return std::ranges::find(kKeys, name, &Key::name); }
+
 /// Returns a key for messages, without anything that a terminal or a log would interpret.
 std::string named(std::string_view key) {
     constexpr std::size_t kMostShown = 40;
@@ -136,13 +136,15 @@ Status readLine(std::string_view line, std::set<std::string_view>& seen, Offer& 
     if (!seen.insert(name).second && name != "patch") {
         return refusedOffer("it has more than one " + named(name) + ".");
     }
-    const auto* const key = std::ranges::find(kKeys, name, &Key::name);
+    const auto* const key = findKey(name);
     return key == kKeys.end() || key->read(line.substr(equals + 1), offer)
                ? Status()
                : refusedOffer("its " + named(name) + " is malformed.");
 }
 
 }  // namespace
+
+bool isKnownOfferKey(std::string_view key) { return findKey(key) != kKeys.end(); }
 
 Status refusedOffer(std::string_view reason) {
     return updaterError(SQRLUpdaterErrorRefusedOffer,
@@ -160,8 +162,9 @@ Result<Offer> parseOffer(std::string_view text) {
     for (bool isFirst = true; !text.empty(); isFirst = false) {
         const std::string_view line = text.substr(0, text.find('\n'));
         text.remove_prefix(line.size() + 1);
-        if (isFirst && line != kFirstLine) {
-            return refusedOffer("its offer does not begin with “" + std::string(kFirstLine) + "”.");
+        if (isFirst && line != kOfferFirstLine) {
+            return refusedOffer("its offer does not begin with “" + std::string(kOfferFirstLine) +
+                                "”.");
         }
         auto error = isFirst ? Status() : readLine(line, seen, offer);
         if (error) {

@@ -17,6 +17,8 @@ struct OfferedPatch {
     std::uint64_t size = 0;  ///< Bytes.
     std::string digest;      ///< 64 lower-case hexadecimal digits.
     std::string name;        ///< Of the file in the feed's folder. No slash.
+
+    friend bool operator==(const OfferedPatch&, const OfferedPatch&) = default;
 };
 
 /// What a publisher states, and signs, about one build. Digests are BLAKE2b-256 (RFC 7693) as 64
@@ -39,10 +41,17 @@ struct Offer {
     std::uint64_t unpackedSize = 0;  ///< Of all files of the bundle in bytes, at least 1.
     std::string tree;                ///< `digestOfTree` of the bundle.
     std::vector<OfferedPatch> patches = {};
+
+    friend bool operator==(const Offer&, const Offer&) = default;
 };
 
+inline constexpr std::string_view kOfferFirstLine = "teravolant-offer 1";
+
+/// Whether `parseOffer` reads the lines with this key.
+[[nodiscard]] bool isKnownOfferKey(std::string_view key);
+
 /// Reads the text of an offer: UTF-8, one `KEY=VALUE` per line, each line terminated by one line
-/// feed; the first line is "teravolant-offer 1", the others are in any order.
+/// feed; the first line is `kOfferFirstLine`, the others are in any order.
 ///
 /// Ignores unknown keys. Fails with `SQRLUpdaterErrorRefusedOffer`, and the reason, for a duplicate
 /// key (except `patch`), a missing required key, a malformed value of a known key, an empty line, a

@@ -61,18 +61,23 @@ Result<SignedDocument> signedDocumentIn(std::string_view body) {
         .version = *version, .offer = *offer, .signatures = *std::move(signatures)};
 }
 
+std::vector<std::string> signersOf(const SignedDocument& document,
+                                   const std::vector<std::string>& publicKeys) {
+    std::vector<std::string> signers;
+    std::ranges::copy_if(publicKeys, std::back_inserter(signers), [&](const std::string& key) {
+        return std::ranges::any_of(document.signatures, [&](const std::string& signature) {
+            return isSignatureValid(document.offer, signature, key);
+        });
+    });
+    return signers;
+}
+
 Result<AuthenticOffer> authenticOfferIn(const SignedDocument& document,
                                         const Installation& installation) {
     if (installation.publicKeys.empty()) {
         return refusedOffer("this bundle has no public key (TVUpdatePublicKeys).");
     }
-    AuthenticOffer authentic;
-    std::ranges::copy_if(installation.publicKeys, std::back_inserter(authentic.signers),
-                         [&](const std::string& key) {
-                             return std::ranges::any_of(document.signatures, [&](const auto& made) {
-                                 return isSignatureValid(document.offer, made, key);
-                             });
-                         });
+    AuthenticOffer authentic{.offer = {}, .signers = signersOf(document, installation.publicKeys)};
     if (authentic.signers.empty()) {
         return refusedOffer("none of its “signatures” was made by a key of this bundle.");
     }
@@ -127,7 +132,7 @@ bool withdraws(const Offer& offer, std::string_view version) {
 }
 
 bool overridesRollout(const Offer& offer, std::string_view version) {
-    return (offer.floor && isNewerVersion(*offer.floor, version)) || withdraws(offer, version);
+    return (offer.floor && isHigherVersion(*offer.floor, version)) || withdraws(offer, version);
 }
 
 bool isInRollout(const Offer& offer, std::string_view localId) {

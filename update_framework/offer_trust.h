@@ -27,6 +27,10 @@ Result<SignedDocument> signedDocumentIn(std::string_view body);
 /// A limit on the work that an unsigned document can cause.
 inline constexpr std::size_t kMostSignatures = 16;
 
+/// Returns those of the keys that signed the document.
+[[nodiscard]] std::vector<std::string> signersOf(const SignedDocument& document,
+                                                 const std::vector<std::string>& publicKeys);
+
 /// An offer whose signature, identifier, version and channel are those of the installation.
 struct AuthenticOffer {
     Offer offer;

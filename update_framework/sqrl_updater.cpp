@@ -117,8 +117,7 @@ Result<std::optional<StagedUpdate>> SQRLUpdater::runCycle() {
     static std::atomic<bool> isLogged = false;
     if (ConfinedProgram::anyRanUnconfined() && !isLogged.exchange(true)) {
         log("this kernel lacks seccomp or Landlock: programs that read untrusted bytes are "
-            "confined "
-            "in part only");
+            "confined in part only");
     }
     return staged;
 }

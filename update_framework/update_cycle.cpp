@@ -50,13 +50,13 @@ Staged recordedStaging(const UpdateCycle& cycle) {
         }
         record.reset();
     }
-    if (record && !isNewerVersion(record->version, cycle.installation.bundleVersion)) {
+    if (record && !isHigherVersion(record->version, cycle.installation.bundleVersion)) {
         discardStaging(cycle.cacheFolder, cycle.bundlePath);
         record.reset();
     }
     removeUnrecordedStaging(cycle.cacheFolder, cycle.bundlePath);
     const std::string& newest = record ? record->version : cycle.installation.bundleVersion;
-    if (!isNewerVersion(downloadedVersion(cycle.cacheFolder), newest)) {
+    if (!isHigherVersion(downloadedVersion(cycle.cacheFolder), newest)) {
         removeDownloads(cycle.cacheFolder);
     }
     return record;
@@ -90,7 +90,7 @@ Result<Offer> trustedOffer(const UpdateCycle& cycle, const std::string& body) {
         return authentic.error();
     }
     if (auto error = cycle.history.accept(*authentic)) {
-        if (error->domain == SQRLUpdaterErrorDomain) {
+        if (isUpdaterError(*error, SQRLUpdaterErrorRefusedOffer)) {
             return error;
         }
         // A preference file that can't be written must not keep the installation from updates.
@@ -119,7 +119,7 @@ void applyDocument(const UpdateCycle& cycle, const Offer& offer, Staged& staged)
     }
 }
 
-/// Returns why nothing is taken from a trusted offer, or nothing.
+/// Returns why a trusted offer can't be taken, or nothing.
 Status refusalOf(const UpdateCycle& cycle, const Offer& offer, const std::string& url) {
     if (auto error = checkUsable(offer, url, cycle.feedURL, cycle.installation, cycle.wallTime())) {
         return error;
@@ -127,8 +127,8 @@ Status refusalOf(const UpdateCycle& cycle, const Offer& offer, const std::string
     return Refusals(cycle.cacheFolder).check(offer.digest, cycle.wallTime());
 }
 
-/// Whether this installation takes the offer now. Logs why not.
-bool isTurnInRollout(const UpdateCycle& cycle, const Offer& offer) {
+/// Whether the roll-out includes this installation. Logs if not.
+bool isIncludedInRollout(const UpdateCycle& cycle, const Offer& offer) {
     if (offer.rollout.value_or(100) == 100 ||
         overridesRollout(offer, cycle.installation.bundleVersion)) {
         return true;
@@ -161,15 +161,14 @@ Result<StagedUpdate> downloadAndStage(const UpdateCycle& cycle, const Offer& off
         cycle, {.version = offer.version, .url = url, .size = offer.size, .digest = offer.digest},
         {spaceForTree(cycle, offer)});
     if (!archive) {
-        if (archive.error().domain == SQRLUpdaterErrorDomain &&
-            archive.error().code == SQRLUpdaterErrorRefusedArchive) {
+        if (isUpdaterError(archive.error(), SQRLUpdaterErrorRefusedArchive)) {
             rememberRefusal(cycle, offer, Refusal::OtherBytes, archive.error());
         }
         return archive.error();
     }
     // In a pause of the download, another process may have staged an update.
     if (auto other = intactStaging(cycle)) {
-        if (!isNewerVersion(offer.version, other->version)) {
+        if (!isHigherVersion(offer.version, other->version)) {
             return *std::move(other);
         }
     }
@@ -201,13 +200,13 @@ Result<Staged> updateIn(const UpdateCycle& cycle, const std::string& body, Stage
         cycle.log(withReason("refused " + versionText(update->version), offer.error()));
         return offer.error();
     }
-    if (staged && !isNewerVersion(offer->version, staged->version)) {
+    if (staged && !isHigherVersion(offer->version, staged->version)) {
         return Staged();
     }
     if (auto error = refusalOf(cycle, *offer, update->updateURL)) {
         return error;
     }
-    if (!isTurnInRollout(cycle, *offer)) {
+    if (!isIncludedInRollout(cycle, *offer)) {
         return Staged();
     }
     if (isPreRelease(offer->version) != isPreRelease(cycle.installation.bundleVersion)) {
@@ -231,7 +230,8 @@ Result<Staged> updateFrom(const Result<std::optional<std::string>>& feed, const 
     return updateIn(cycle, **feed, staged);
 }
 
-/// A server that hides updates sends what needs no signature.
+/// A server can hide updates with a 204 or an old document: logs that no valid document has arrived
+/// for a long time.
 void logSilence(const UpdateCycle& cycle) {
     constexpr std::chrono::days kLongest(30);
     const auto silence = cycle.history.daysUnseen(cycle.wallTime());
@@ -249,7 +249,7 @@ bool isStillRecorded(const UpdateCycle& cycle, const StagedUpdate& staged) {
 
 /// Whether the cycle ended without its locks: another process may be changing the staged update.
 bool isStopped(const Error& error) {
-    return error.domain == SQRLUpdaterErrorDomain && error.code == SQRLUpdaterErrorCheckNotPossible;
+    return isUpdaterError(error, SQRLUpdaterErrorCheckNotPossible);
 }
 
 }  // namespace

@@ -6,6 +6,10 @@
 
 namespace teravolant::platform {
 
+bool isUpdaterError(const Error& error, SQRLUpdaterErrorCode code) {
+    return error.domain == SQRLUpdaterErrorDomain && error.code == code;
+}
+
 Status updaterError(SQRLUpdaterErrorCode code, std::string description) {
     return Error{.domain = SQRLUpdaterErrorDomain,
                  .code = code,

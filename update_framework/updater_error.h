@@ -27,6 +27,8 @@ enum SQRLUpdaterErrorCode : std::int64_t {
 inline constexpr const char* SQRLUpdaterServerDataErrorKey = "SQRLUpdaterServerDataErrorKey";
 inline constexpr const char* SQRLUpdaterJSONObjectErrorKey = "SQRLUpdaterJSONObjectErrorKey";
 
+[[nodiscard]] bool isUpdaterError(const Error& error, SQRLUpdaterErrorCode code);
+
 /// Returns an error of `SQRLUpdaterErrorDomain`.
 [[nodiscard]] Status updaterError(SQRLUpdaterErrorCode code, std::string description);
 

@@ -60,6 +60,10 @@ URLRequest feedRequest(const Location& location,
     return URLRequest{components.url()};
 }
 
+std::string addressOf(const URLRequest& request) {
+    return request.url ? request.url->absoluteString() : "";
+}
+
 }  // namespace
 
 void TeravolantAppDelegate::updateToLatestVersion(const Version& bundleVersion) {
@@ -76,7 +80,7 @@ void TeravolantAppDelegate::updateToLatestVersion(const Version& bundleVersion) 
     try {
         setUpdater(std::make_shared<ClientUpdater>(request));
         const URLRequest builtIn = feedRequest(builtInLocation(bundleVersion), bundleVersion);
-        if (printedForm(request) != printedForm(builtIn)) {
+        if (addressOf(request) != addressOf(builtIn)) {
             updater()->acceptBothChannels();
         }
         (void)updater()->startChecksImmediately();

@@ -1,5 +1,6 @@
 #include "platform/core/file_descriptor.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -24,6 +25,16 @@ int writeAll(int descriptor, std::string_view bytes) {
         bytes.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
     }
     return 0;
+}
+
+void openMissingStandardStreams() {
+    int descriptor = open("/dev/null", O_RDWR);
+    while (descriptor >= 0 && descriptor <= STDERR_FILENO) {
+        descriptor = open("/dev/null", O_RDWR);
+    }
+    if (descriptor >= 0) {
+        close(descriptor);
+    }
 }
 
 }  // namespace teravolant::platform

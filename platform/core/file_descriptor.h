@@ -34,6 +34,10 @@ class FileDescriptor {
     int _descriptor = -1;
 };
 
+/// Opens /dev/null in the place of a closed standard input, output or error, so that a file that is
+/// opened later does not become one of them. Called before other threads are started.
+void openMissingStandardStreams();
+
 /// Writes all bytes and repeats calls that a signal interrupts. Returns 0 or an `errno` value.
 [[nodiscard]] int writeAll(int descriptor, std::string_view bytes);
 

@@ -68,10 +68,10 @@ std::strong_ordering compareVersions(const ParsedVersion& left, const ParsedVers
     return numbersOf(left) <=> numbersOf(right);
 }
 
-bool isNewerVersion(std::string_view text, std::string_view current) {
+bool isHigherVersion(std::string_view text, std::string_view other) {
     const auto version = versionIn(text);
-    const auto other = versionIn(current);
-    return version && other && compareVersions(*version, *other) > 0;
+    const auto otherVersion = versionIn(other);
+    return version && otherVersion && compareVersions(*version, *otherVersion) > 0;
 }
 
 bool isSameVersion(std::string_view text, std::string_view other) {

@@ -27,9 +27,9 @@ struct ParsedVersion {
 [[nodiscard]] std::strong_ordering compareVersions(const ParsedVersion& left,
                                                    const ParsedVersion& right);
 
-/// Whether both texts contain a version, and that of `text` is strictly newer than that of
-/// `current`.
-[[nodiscard]] bool isNewerVersion(std::string_view text, std::string_view current);
+/// Whether both texts contain a version, and that of `text` is strictly higher than that of
+/// `other`.
+[[nodiscard]] bool isHigherVersion(std::string_view text, std::string_view other);
 
 /// Whether both texts contain a version, with equal numbers.
 [[nodiscard]] bool isSameVersion(std::string_view text, std::string_view other);

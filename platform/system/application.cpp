@@ -1,4 +1,5 @@
 #include "platform/system/application.h"
+#include "platform/core/file_descriptor.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -74,17 +75,6 @@ void requestTermination(int signal) {
 bool isIgnored(int signal) {
     struct sigaction action {};
     return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
-}
-
-/// Prevents a file that is opened later from becoming standard input, output or error.
-void openMissingStandardStreams() {
-    int descriptor = open("/dev/null", O_RDWR);
-    while (descriptor >= 0 && descriptor <= STDERR_FILENO) {
-        descriptor = open("/dev/null", O_RDWR);
-    }
-    if (descriptor >= 0) {
-        close(descriptor);
-    }
 }
 
 void putHelpersFirstOnPath() {
