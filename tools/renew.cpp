@@ -80,8 +80,8 @@ Status checkDocument(const FeedDocument& document, const std::vector<std::string
                : Status();
 }
 
-/// Fails unless the document was signed with a known key: with those of the command, or, during a
-/// change of keys, with one that the options name.
+/// Fails unless a known key signed the document: a key of the command or, during a change of keys,
+/// a public key in the options.
 Status checkOrigin(const Options& options, const FeedDocument& document, const Signer& signer) {
     if (!options.isRotation) {
         return checkKeepsSigners(document, {}, signer.publicKeys, false);
