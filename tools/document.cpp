@@ -55,7 +55,11 @@ Result<std::string> documentBody(const FeedDocument& document) {
 }
 
 Result<DocumentPlace> DocumentPlace::open(const fs::path& path) {
-    const fs::path lockFile = path.parent_path() / ".teravolant-release.lock";
+    const fs::path folder = path.has_parent_path() ? path.parent_path() : fs::path(".");
+    if (std::error_code missing; !fs::is_directory(folder, missing)) {
+        return refused("There is no folder " + quoted(folder.string()) + " for the document.");
+    }
+    const fs::path lockFile = folder / ".teravolant-release.lock";
     auto lock = platform::FileLock::tryAcquireTemporary(lockFile);
     if (!lock) {
         return lock.error();

@@ -71,17 +71,19 @@ Result<std::string> pemIn(const std::string& source, const KeyOptions& options,
     return input->readAll(kLargestKey, stop);
 }
 
+Result<std::string> firstLineOf(const std::string& source, const std::stop_token& stop) {
+    const auto input = openSource(source);
+    return input ? input->readLine(kLongestPassphrase, stop) : input.error();
+}
+
 /// Returns the passphrase in the file or the variable, which are read once for all keys.
 Result<std::string> storedPassphrase(const KeyOptions& options, const std::stop_token& stop) {
     static std::optional<std::string> stored;
     if (stored) {
         return *stored;
     }
-    const bool isVariable = options.passphraseFile.empty();
-    const auto input = isVariable ? Input::standardInput() : openSource(options.passphraseFile);
-    auto passphrase = isVariable ? takeVariable(options.passphraseVariable)
-                      : input    ? input->readLine(kLongestPassphrase, stop)
-                                 : input.error();
+    auto passphrase = options.passphraseFile.empty() ? takeVariable(options.passphraseVariable)
+                                                     : firstLineOf(options.passphraseFile, stop);
     if (passphrase) {
         stored = *passphrase;
     }

@@ -188,7 +188,12 @@ Status publishInto(const Options& options, const DocumentPlace& place, const Sig
     auto error = checkReplaces(target, inspection->offer, stop);
     error = error ? std::move(error) : archive.moveTo(target);
     error = error ? std::move(error) : place.replace(*document);
-    return error ? std::move(error) : report(options, document->offer, target);
+    if (error) {
+        return error;
+    }
+    const auto unprinted = report(options, document->offer, target);
+    return unprinted ? refused("The update is published, but: " + unprinted->localizedDescription)
+                     : Status();
 }
 
 /// Fails if the archive or the document would replace something else.
