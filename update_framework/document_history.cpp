@@ -49,7 +49,7 @@ Value withDocument(const AuthenticOffer& document, const Value& stored) {
 
 Status DocumentHistory::accept(const AuthenticOffer& document) const {
     Status refusal;
-    const auto updated = _preferences.updateObject(kIssued, [&](Value stored) {
+    const auto updated = _preferences.updateObject(kIssued, [&](const Value& stored) {
         refusal = checkOrder(document, stored);
         return refusal ? stored : withDocument(document, stored);
     });
@@ -81,7 +81,7 @@ std::chrono::days DocumentHistory::daysUnseen(std::chrono::sys_seconds clock) co
 Result<std::string> DocumentHistory::localId() const {
     auto stored = _preferences.objectForKey(kLocalId);
     if (!stored || !isLocalId(*stored)) {
-        auto updated = _preferences.updateObject(kLocalId, [](Value other) {
+        auto updated = _preferences.updateObject(kLocalId, [](const Value& other) {
             return isLocalId(other) ? other : Value(randomBytes(kLocalIdSize));
         });
         if (!updated) {

@@ -94,8 +94,10 @@ Result<std::string> digestOfTree(const fs::path& folder) {
         if (!fields) {
             return fields.error();
         }
-        const auto& [kind, permissions, contents] = *fields;
-        digest.update(path + kEnd + kind + kEnd + permissions + kEnd + contents + kEnd);
+        digest.update(path + kEnd);
+        for (const std::string& field : *fields) {
+            digest.update(field + kEnd);
+        }
     }
     return digest.finish();
 }

@@ -50,7 +50,7 @@ bool isVersionNewer(const std::string& current, const std::string& updateTo,
     if (!offeredVersion) {
         return false;
     }
-    if (compareVersions(*offeredVersion, *currentVersion) <= 0) {
+    if (std::is_lteq(compareVersions(*offeredVersion, *currentVersion))) {
         error = versionError("%@ is not older than %@", {current, updateTo});
         return false;
     }

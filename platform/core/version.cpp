@@ -71,13 +71,13 @@ std::strong_ordering compareVersions(const ParsedVersion& left, const ParsedVers
 bool isHigherVersion(std::string_view text, std::string_view other) {
     const auto version = versionIn(text);
     const auto otherVersion = versionIn(other);
-    return version && otherVersion && compareVersions(*version, *otherVersion) > 0;
+    return version && otherVersion && std::is_gt(compareVersions(*version, *otherVersion));
 }
 
 bool isSameVersion(std::string_view text, std::string_view other) {
     const auto version = versionIn(text);
     const auto otherVersion = versionIn(other);
-    return version && otherVersion && compareVersions(*version, *otherVersion) == 0;
+    return version && otherVersion && std::is_eq(compareVersions(*version, *otherVersion));
 }
 
 bool isPreRelease(std::string_view version) { return version.starts_with("99.99.99"); }

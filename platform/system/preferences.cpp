@@ -133,11 +133,12 @@ Status UserDefaults::removeObjectForKey(std::string_view key) const {
 }
 
 Result<Value> UserDefaults::updateObject(std::string_view key,
-                                         const std::function<Value(Value)>& update) const {
+                                         const std::function<Value(const Value&)>& update) const {
     Value updated;
     if (auto error = change([&](Dictionary& values) {
             Value& value = values[std::string(key)];
-            value = updated = update(std::move(value));
+            updated = update(value);
+            value = updated;
         })) {
         return error;
     }

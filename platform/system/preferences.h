@@ -43,7 +43,7 @@ class UserDefaults {
     /// Passes the stored value, or null, to `update`, stores the value that it returns, and returns
     /// that value. No other process can change the domain in between.
     Result<Value> updateObject(std::string_view key,
-                               const std::function<Value(Value stored)>& update) const;
+                               const std::function<Value(const Value& stored)>& update) const;
 
   private:
     UserDefaults(std::filesystem::path file, unsigned fileMode)

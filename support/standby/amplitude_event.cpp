@@ -71,9 +71,10 @@ std::string AmplitudeEvent::getAmplitudeDeviceID() {
     if (!stored) {
         std::string identifier = "{" + platform::randomUuid() + "}";
         // If another process has stored one in the meantime, use that one.
-        auto storedNow = defaults.updateObject(kDeviceID, [&identifier](platform::Value other) {
-            return other.isNull() ? platform::Value(identifier) : other;
-        });
+        auto storedNow =
+            defaults.updateObject(kDeviceID, [&identifier](const platform::Value& other) {
+                return other.isNull() ? platform::Value(identifier) : other;
+            });
         if (!storedNow) {
             return identifier;
         }
