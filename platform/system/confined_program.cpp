@@ -32,6 +32,7 @@ namespace teravolant::platform {
 namespace {
 
 constexpr int kFolderDescriptor = 3;
+constexpr std::chrono::seconds kPatienceAfterEnd(1);
 
 std::atomic<bool> ranUnconfined = false;
 
@@ -39,20 +40,6 @@ std::atomic<bool> ranUnconfined = false;
 /// and SIGABRT can be the effect of a failing disk or of too little memory.
 bool isFault(int signal) {
     return signal == SIGSEGV || signal == SIGILL || signal == SIGFPE || signal == SIGSYS;
-}
-
-/// Waits a second for the process to end, and reaps it. Returns its wait status, or nothing if it
-/// still exists: even SIGKILL does not end a process that waits for a dead network file system.
-std::optional<int> statusOfEnded(pid_t child) {
-    constexpr int kTries = 100;
-    for (int tries = 0; tries < kTries; ++tries) {
-        int status = 0;
-        if (waitpid(child, &status, WNOHANG) != 0) {
-            return status;
-        }
-        poll(nullptr, 0, 10);
-    }
-    return std::nullopt;
 }
 
 /// Returns those variables of the caller's environment that are set.
@@ -134,7 +121,7 @@ ConfinedProgram::ConfinedProgram(ConfinedProgram&& other) noexcept
 ConfinedProgram::~ConfinedProgram() {
     if (_child > 0) {
         kill(_child, SIGKILL);
-        (void)statusOfEnded(_child);
+        (void)waitForEnd(_child, kPatienceAfterEnd);
     }
 }
 
@@ -234,7 +221,7 @@ Result<ConfinedProgram::Received> ConfinedProgram::receive() {
 /// Returns the error of a program that has closed its end. Waits up to a second for it to exit, so
 /// that its status is known.
 Status ConfinedProgram::endWithoutResult() {
-    const auto status = statusOfEnded(_child);
+    const auto status = waitForEnd(_child, kPatienceAfterEnd);
     if (!status) {
         return error(ProgramError::ended, "closed its output without a result");
     }

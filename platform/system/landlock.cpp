@@ -175,4 +175,16 @@ bool allowOnlyCreationBelow(int folder) {
     return rules && allowBelow(rules, folder, rights) && enforce(rules);
 }
 
+bool allowChangesOnlyBelow(int folder) {
+    const int version = landlockVersion();
+    const std::uint64_t rights =
+        fileRights(version) & ~(kRead | LANDLOCK_ACCESS_FS_EXECUTE | kControlDevice);
+    const FileDescriptor rules = createRules(version, {.files = rights});
+    const FileDescriptor null(open("/dev/null", O_PATH | O_CLOEXEC));
+    // A file takes only the rights that files have.
+    return rules && allowBelow(rules, folder, rights) &&
+           allowBelow(rules, null.get(), rights & (LANDLOCK_ACCESS_FS_WRITE_FILE | kTruncate)) &&
+           enforce(rules);
+}
+
 }  // namespace teravolant::platform

@@ -22,4 +22,11 @@ bool allowOnlyReadingOfSystem(const char* additionalFile);
 /// link between two folders fails with EXDEV. Returns false if the kernel does not enforce it.
 bool allowOnlyCreationBelow(int folder);
 
+/// Forbids the calling thread, and the processes that it starts, to create, change and remove files
+/// except below `folder` and /dev/null, and to signal processes outside of the confinement.
+/// Reading, execution and the network stay allowed. In version 1, a rename or a hard link between
+/// two folders fails with EXDEV. Needs PR_SET_NO_NEW_PRIVS. Returns false if the kernel does not
+/// enforce it.
+bool allowChangesOnlyBelow(int folder);
+
 }  // namespace teravolant::platform

@@ -1,5 +1,6 @@
 #include "platform/system/spawn.h"
 
+#include <poll.h>
 #include <sys/wait.h>
 
 #include <cerrno>
@@ -57,6 +58,18 @@ std::optional<int> waitForEnd(pid_t child) {
         }
     }
     return status;
+}
+
+std::optional<int> waitForEnd(pid_t child, std::chrono::milliseconds patience) {
+    constexpr std::chrono::milliseconds kInterval(10);
+    for (; patience.count() > 0; patience -= kInterval) {
+        int status = 0;
+        if (waitpid(child, &status, WNOHANG) != 0) {
+            return status;
+        }
+        poll(nullptr, 0, static_cast<int>(kInterval.count()));
+    }
+    return std::nullopt;
 }
 
 }  // namespace teravolant::platform

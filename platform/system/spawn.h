@@ -2,6 +2,7 @@
 
 #include <spawn.h>
 
+#include <chrono>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -36,5 +37,9 @@ class SpawnSettings {
 /// Blocks until the child process ends and reaps it. Returns its wait status, or nothing if it is
 /// not a child of the caller.
 std::optional<int> waitForEnd(pid_t child);
+
+/// The same, but blocks at most for the given time. Returns nothing if the process still exists:
+/// even SIGKILL does not end a process that waits for a dead network file system.
+std::optional<int> waitForEnd(pid_t child, std::chrono::milliseconds patience);
 
 }  // namespace teravolant::platform
