@@ -5,7 +5,7 @@
 #include <iostream>
 #include <limits>
 
-#include "platform/files/paths.h"
+#include "update_framework/first_starts.h"
 #include "update_framework/update_cycle.h"
 #include "updater/client_updater.h"
 
@@ -38,12 +38,11 @@ int drive(const std::string& feed, int patience) {
 
     Updater updater(feed + "?" + version, patience);
     const auto found = updater.runCycle();
-    const auto cache = platform::cachesDirectory() / bundle.bundleIdentifier().value_or("");
     platform::Status error;
     if (!found) {
         error = found.error();
     } else if (*found) {
-        error = installStagedUpdate(cache, **found);
+        error = updater.install(**found);
     }
     std::cout << (error    ? platform::printedForm(*error)
                   : *found ? "installed " + (*found)->version
@@ -56,5 +55,8 @@ int drive(const std::string& feed, int patience) {
 }  // namespace teravolant
 
 int main(int, char** argv) {
-    return teravolant::drive(argv[1], argv[2] == nullptr ? 60000 : std::stoi(argv[2]));
+    teravolant::platform::beginStart(argv);
+    const int status = teravolant::drive(argv[1], argv[2] == nullptr ? 60000 : std::stoi(argv[2]));
+    teravolant::platform::endStart();
+    return status;
 }

@@ -12,6 +12,7 @@
 #include "platform/values/property_list.h"
 #include "tests/fixtures/http_server.h"
 #include "tests/fixtures/temporary_folder.h"
+#include "update_framework/installing.h"
 #include "update_framework/tree_digest.h"
 #include "update_framework/update_cycle.h"
 #include "update_framework/updater_error.h"
@@ -48,6 +49,9 @@ struct Update {
                                                        {"CFBundleShortVersionString", version}}));
         fs::create_directory(path / "Contents/MacOS");
         fs::copy("/bin/true", path / "Contents/MacOS/Teravolant");
+        const fs::path check = path / "Contents/Helpers/selfcheck";
+        folder.write(check, "#!/bin/sh\necho 'selfcheck: passed'\n");
+        fs::permissions(check, fs::perms::owner_all);
     }
 
     /// Packs the published bundle and offers it.
@@ -161,7 +165,7 @@ struct Update {
     void expectInstalled() {
         const auto outcome = run();
         ASSERT_TRUE(outcome) << printedForm(outcome.error());
-        EXPECT_FALSE(installStagedUpdate(cache, outcome->value()));
+        EXPECT_FALSE(installStagedUpdate(cache, outcome->value(), Confirmation::SelfCheck));
         EXPECT_EQ(*digestOfTree(installed), lines["tree"]);
         EXPECT_TRUE(!fileExists(staging) &&
                     (fs::remove(cache / "refused.plist"), fs::is_empty(cache)));

@@ -199,7 +199,7 @@ TEST(StagedUpdate, IsWithdrawnByASignedDocumentOnly) {
         EXPECT_EQ(outcome && *outcome, isKept);
         EXPECT_EQ(fileExists(update.staging), isKept);
         if (isKept && outcome && *outcome) {
-            EXPECT_FALSE(installStagedUpdate(update.cache, **outcome));
+            EXPECT_FALSE(installStagedUpdate(update.cache, **outcome, Confirmation::SelfCheck));
             EXPECT_EQ(*digestOfTree(update.installed), tree);
         }
     }

@@ -12,6 +12,7 @@
 #include "update_framework/archive_unpacking.h"
 #include "update_framework/tree_digest.h"
 #include "update_framework/updater_error.h"
+#include "update_framework/validation.h"
 
 namespace teravolant::platform {
 namespace {
@@ -37,8 +38,8 @@ Status refusedBundle(const std::string& reason) {
     return updaterError(SQRLUpdaterErrorRefusedBundle, "The update's bundle is refused: " + reason);
 }
 
-/// Returns an error if the bundle does not have the offered version or can't run. The offered
-/// version is already known to be newer than the running one.
+/// Returns an error if the bundle does not have the offered version or its executable can't be run.
+/// The offered version is already known to be newer than the running one.
 Status checkBundle(const Bundle& bundle, const Offer& offer) {
     const auto version = bundle.shortVersion();
     if (version != offer.version) {
@@ -76,20 +77,23 @@ Result<Bundle> unpackAndCheck(const UpdateCycle& cycle, const Offer& offer,
     return bundle;
 }
 
-/// Flushes the unpacked bundle, and compares its tree with the signed digest in the meantime.
+/// Flushes the unpacked bundle. In the meantime, compares its tree with the signed digest and then
+/// checks that it can run here.
 Status verifyAndFlush(const fs::path& bundle, const fs::path& folder, const Offer& offer) {
     openFoldersDownTo(bundle, folder);
-    // The disk writes while the processor computes the digest.
+    // The disk writes while the processor is busy. Nothing of the bundle runs before it is
+    // verified.
     auto flushed = std::async([&folder] { return flushFileSystemOf(folder); });
     const auto digest = digestOfTree(bundle);
-    const int failure = flushed.get();
     if (!digest) {
         return digest.error();
     }
     if (*digest != offer.tree) {
         return refusedBundle("the digest of its tree is not the one in the offer.");
     }
-    return failure == 0 ? Status()
+    auto error = validateBundle(bundle, folder);
+    const int failure = flushed.get();
+    return failure == 0 ? std::move(error)
                         : errorFromErrno(
                               failure, FileAccess::Write,
                               "The update in " + quoted(folder.string()) + " could not be flushed");
@@ -102,6 +106,7 @@ Result<StagedUpdate> stageInto(const fs::path& folder, const UpdateCycle& cycle,
         return bundle.error();
     }
     StagedUpdate update{.version = offer.version,
+                        .digest = offer.digest,
                         .treeDigest = offer.tree,
                         .staged = bundle->bundlePath(),
                         .target = cycle.bundlePath};
@@ -128,7 +133,7 @@ Result<StagedUpdate> stageBundle(const UpdateCycle& cycle, const Offer& offer,
 }
 
 bool isBadUpdate(const Error& error) {
-    return isFaultOfArchive(error) || isUpdaterError(error, SQRLUpdaterErrorRefusedBundle) ||
+    return isFaultOfArchive(error) || isBadBundle(error) ||
            isUpdaterError(error, SQRLUpdaterErrorMissingUpdateBundle);
 }
 

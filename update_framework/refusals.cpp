@@ -19,6 +19,19 @@ using std::chrono::sys_seconds;
 
 constexpr const char* kBad = "bad";
 constexpr const char* kOtherBytes = "other-bytes";
+constexpr const char* kFailedStarts = "failed-starts";
+
+std::string kindOf(Refusal refusal) {
+    switch (refusal) {
+        case Refusal::Bad:
+            return kBad;
+        case Refusal::OtherBytes:
+            return kOtherBytes;
+        case Refusal::FailedStarts:
+            return kFailedStarts;
+    }
+    return {};
+}
 
 struct Entry {
     std::string kind;
@@ -34,7 +47,7 @@ std::optional<Entry> entryIn(const std::string& line) {
     fields >> entry.kind >> entry.count >> time >> std::ws;
     constexpr std::int64_t kLatest = 1'000'000'000'000;
     if (!fields || entry.count < 1 || time < 0 || time > kLatest ||
-        (entry.kind != kBad && entry.kind != kOtherBytes)) {
+        (entry.kind != kBad && entry.kind != kOtherBytes && entry.kind != kFailedStarts)) {
         return std::nullopt;
     }
     std::getline(fields, entry.reason);
@@ -43,8 +56,8 @@ std::optional<Entry> entryIn(const std::string& line) {
 }
 
 hours pauseAfter(const Entry& entry) {
-    if (entry.kind == kBad) {
-        return hours(7 * 24);
+    if (entry.kind != kOtherBytes) {
+        return hours((entry.kind == kBad ? 7 : 90) * 24);
     }
     return entry.count == 1 ? hours(1) : entry.count == 2 ? hours(4) : hours(24);
 }
@@ -72,16 +85,16 @@ Status Refusals::check(const std::string& digest, Time now) const {
 
 void Refusals::add(const std::string& digest, Refusal refusal, const std::string& reason,
                    Time now) const {
-    // Publishers replace a refused archive: older entries are of no use.
-    constexpr hours kLongestUse(8 * 24);
+    // An entry is used for a day longer: it counts the refusals in a row.
+    constexpr hours kFurtherUse(24);
     constexpr std::size_t kMostEntries = 50;
     Record record = readRecord(_file);
-    const std::string kind = refusal == Refusal::Bad ? kBad : kOtherBytes;
+    const std::string kind = kindOf(refusal);
     const auto before = entryIn(record[digest]);
     const int count = before && before->kind == kind ? std::min(before->count, 3) + 1 : 1;
-    std::erase_if(record, [now, kLongestUse](const auto& item) {
+    std::erase_if(record, [now, kFurtherUse](const auto& item) {
         const auto entry = entryIn(item.second);
-        return !entry || now < entry->time || now > entry->time + kLongestUse;
+        return !entry || now < entry->time || now > entry->time + pauseAfter(*entry) + kFurtherUse;
     });
     if (record.size() >= kMostEntries) {
         record.clear();

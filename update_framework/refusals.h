@@ -11,16 +11,18 @@ namespace teravolant::platform {
 
 /// Why a downloaded archive was refused.
 enum class Refusal : std::uint8_t {
-    Bad,         ///< It has the offered digest but can't be unpacked or installed.
-    OtherBytes,  ///< Its size or digest is not the offered one: a stale or incomplete copy.
+    Bad,           ///< It has the offered digest but can't be unpacked or installed.
+    OtherBytes,    ///< Its size or digest is not the offered one: a stale or incomplete copy.
+    FailedStarts,  ///< Its bundle was installed, but three starts of it failed.
 };
 
 /// The archives that were refused on this computer, by their offered digest, in a file of the cache
 /// folder.
 ///
-/// A bad archive is not downloaded again for 7 days; an archive with other bytes is tried again
-/// after 1, then 4, then every 24 hours. A repaired archive has another digest. All times are the
-/// computer's clock; a time in the future, as after a clock that was set back, counts as past.
+/// A bad archive is not downloaded again for 7 days, one whose starts failed not for 90 days; an
+/// archive with other bytes is tried again after 1, then 4, then every 24 hours. A repaired archive
+/// has another digest. All times are the computer's clock; a time in the future, as after a clock
+/// that was set back, counts as past.
 class Refusals {
   public:
     using Time = std::chrono::sys_seconds;

@@ -17,31 +17,25 @@
 // registered, and the cycle of the next start finds the staged update.
 #include "update_framework/sqrl_updater.h"
 
+#include <unistd.h>
+
 #include <system_error>
 #include <thread>
 
 #include "platform/core/error.h"
 #include "platform/core/text.h"
-#include "platform/files/paths.h"
 #include "platform/files/private_directory.h"
 #include "platform/system/application.h"
 #include "platform/system/confined_program.h"
-#include "support/logger.h"
+#include "update_framework/installing.h"
 #include "update_framework/updater_error.h"
+#include "update_framework/updater_log.h"
 
 namespace teravolant::platform {
 namespace {
 
-void log(const std::string& message) {
-    Logger::sharedInstance().logMessage("[SQRLUpdater] " + message);
-}
-
 Status checkNotPossible(std::string description) {
     return updaterError(SQRLUpdaterErrorCheckNotPossible, std::move(description));
-}
-
-std::filesystem::path cacheFolderOf(const Bundle& bundle) {
-    return cachesDirectory() / bundle.bundleIdentifier().value_or("");
 }
 
 /// Returns an error if the bundle at the path of the running one has another version.
@@ -116,7 +110,8 @@ Result<std::optional<StagedUpdate>> SQRLUpdater::runCycle() {
     auto staged = runUpdateCycle(makeCycle());
     static std::atomic<bool> isLogged = false;
     if (ConfinedProgram::anyRanUnconfined() && !isLogged.exchange(true)) {
-        log("this kernel lacks seccomp or Landlock: programs that read untrusted bytes are "
+        logUpdater(
+            "this kernel lacks seccomp or Landlock: programs that read untrusted bytes are "
             "confined in part only");
     }
     return staged;
@@ -176,7 +171,7 @@ UpdateCycle SQRLUpdater::makeCycle() {
         .downloadBegins = [this] { _state = UpdaterState::downloading; },
         .now = [this] { return _clock->now(); },
         .pauseUntil = [this](Clock::Time time) { return pauseUntil(time); },
-        .log = log,
+        .log = logUpdater,
         .wallTime =
             [] {
                 return std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
@@ -184,18 +179,27 @@ UpdateCycle SQRLUpdater::makeCycle() {
     };
 }
 
-void SQRLUpdater::installAtTermination(const StagedUpdate& update, const Failed& failed) {
+Status SQRLUpdater::install(const StagedUpdate& update) {
     const Bundle& bundle = Bundle::mainBundle();
     // The user may have replaced the bundle since the cycle began.
     auto error = checkNotReplaced(bundle);
     if (!error) {
-        error = installStagedUpdate(cacheFolderOf(bundle), update);
+        // The starts of other users do not confirm what root has installed.
+        error = installStagedUpdate(
+            cacheFolderOf(bundle), update,
+            geteuid() == 0 ? Confirmation::SelfCheck : Confirmation::FirstStarts);
     }
+    if (!error) {
+        logUpdater("installed version " + escaped(update.version) + " at " +
+                   quoted(update.target.string()));
+    }
+    return error;
+}
+
+void SQRLUpdater::installAtTermination(const StagedUpdate& update, const Failed& failed) {
+    const auto error = install(update);
     if (error) {
         failed(*error);
-    } else {
-        log("installed version " + escaped(update.version) + " at " +
-            quoted(update.target.string()));
     }
     // The process ends without the destructor of this object.
     releaseLocks();

@@ -78,6 +78,10 @@ class SQRLUpdater : public std::enable_shared_from_this<SQRLUpdater> {
     /// or has replaced it. Holds the locks of the cycle until this updater is destroyed.
     virtual Result<std::optional<StagedUpdate>> runCycle();
 
+    /// Installs the staged update at once, as at termination, on the calling thread. Call it after
+    /// `runCycle`, which acquired the locks. Returns why the old bundle is still in place.
+    [[nodiscard]] Status install(const StagedUpdate& update);
+
   protected:
     /// Returns the input of a cycle, whose operations use this updater.
     [[nodiscard]] virtual UpdateCycle makeCycle();

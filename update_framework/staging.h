@@ -8,10 +8,13 @@
 
 namespace teravolant::platform {
 
+class Bundle;
+
 /// A complete, flushed bundle that is ready to be installed, as recorded in the cache folder. It is
 /// in the staging folder of the bundle that it replaces.
 struct StagedUpdate {
     std::string version;
+    std::string digest;            ///< Of the archive.
     std::string treeDigest;        ///< The signed `digestOfTree` of the bundle.
     std::filesystem::path staged;  ///< The new bundle.
     std::filesystem::path target;  ///< The bundle to replace.
@@ -21,6 +24,9 @@ struct StagedUpdate {
 /// bundle is staged.
 [[nodiscard]] std::filesystem::path stagingFolderFor(const std::filesystem::path& target);
 
+/// Returns the folder of the user's cache that belongs to the bundle.
+[[nodiscard]] std::filesystem::path cacheFolderOf(const Bundle& bundle);
+
 /// Returns nothing if the record is missing, unreadable or implausible.
 [[nodiscard]] std::optional<StagedUpdate> readStagedUpdate(
     const std::filesystem::path& cacheFolder);
@@ -29,30 +35,15 @@ struct StagedUpdate {
 [[nodiscard]] Status writeStagedUpdate(const std::filesystem::path& cacheFolder,
                                        const StagedUpdate& update);
 
-/// Repairs an interrupted installation, then removes the record and the staging folder of `target`,
-/// in this order: a kill leaves no record of an incomplete tree. Failures are ignored: the next
-/// cycle tries again.
+/// Repairs an interrupted installation, then removes the record and what `removeUnrecordedStaging`
+/// removes, in this order: a kill leaves no record of an incomplete tree. Failures are ignored: the
+/// next cycle tries again.
 void discardStaging(const std::filesystem::path& cacheFolder, const std::filesystem::path& target);
 
 /// Repairs an interrupted installation, then removes everything in the staging folder of `target`
-/// that does not belong to the recorded update, or the folder if no update of `target` is recorded.
-/// Failures are ignored: the next cycle tries again.
+/// that belongs neither to the recorded update nor to an unconfirmed version (see first_starts.h),
+/// or the whole folder if nothing else is in it. Failures are ignored: the next cycle tries again.
 void removeUnrecordedStaging(const std::filesystem::path& cacheFolder,
                              const std::filesystem::path& target);
-
-/// Atomically exchanges the staged bundle with its target and removes the old bundle.
-///
-/// At every instant the complete old or the complete new bundle is at the target. The exception is
-/// a file system that can't exchange two folders: there the old bundle is moved aside first, and
-/// `repairInstallation` repairs the result of a kill in between. Blocks until the parent folder is
-/// flushed.
-///
-/// Returns the error of the step that failed; the old bundle is then still at the target.
-[[nodiscard]] Status installStagedUpdate(const std::filesystem::path& cacheFolder,
-                                         const StagedUpdate& update);
-
-/// Moves the bundle that an interrupted installation moved aside back to `target` if nothing is
-/// there.
-void repairInstallation(const std::filesystem::path& target);
 
 }  // namespace teravolant::platform

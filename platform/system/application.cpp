@@ -31,6 +31,8 @@ namespace {
 
 std::atomic<bool> terminationRequested = false;
 std::atomic<int> wakeUpDescriptor = -1;
+std::atomic<void (*)()> signalAction = nullptr;
+void (*lastWork)() = nullptr;
 std::atomic<Application::MonotonicClock> signalClock = std::chrono::steady_clock::now;
 /// The time of the first signal by its number, in the clock's units; 0 before it.
 std::array<std::atomic<std::int64_t>, SIGTERM + 1> firstSignals{};
@@ -63,6 +65,9 @@ bool isRepeated(int signal) {
 }
 
 void requestTermination(int signal) {
+    if (void (*const action)() = signalAction) {
+        action();
+    }
     if (isRepeated(signal)) {
         handle(signal, SIG_DFL);
         (void)std::raise(signal);  // Takes effect when the handler returns.
@@ -143,6 +148,10 @@ Application::Application() {
 
 bool Application::terminationIsRequested() { return terminationRequested; }
 
+void Application::setLastWork(void (*work)()) { lastWork = work; }
+
+void Application::setSignalAction(void (*action)()) { signalAction = action; }
+
 void Application::setSignalClock(MonotonicClock clock) { signalClock = clock; }
 
 void Application::dispatchAsyncOnMainQueue(std::function<void()> work) {
@@ -185,6 +194,9 @@ void Application::terminate() {
     }
     if (_delegate) {
         _delegate->applicationWillTerminate();
+    }
+    if (lastWork != nullptr) {
+        lastWork();
     }
     std::fflush(nullptr);
     std::_Exit(EXIT_SUCCESS);

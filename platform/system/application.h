@@ -94,13 +94,22 @@ class Application {
     /// be called from any thread.
     [[nodiscard]] bool atTermination(std::function<void()> work);
 
+    /// Sets work to run as the last step of termination, after the delegate's
+    /// `applicationWillTerminate`. Main thread only.
+    static void setLastWork(void (*work)());
+
+    /// Sets an action that the handler of every termination signal runs first. It may only call
+    /// functions that are safe in a signal handler. Main thread only.
+    static void setSignalAction(void (*action)());
+
     /// Calls the delegate's `applicationDidFinishLaunching` and then runs the work of the main
     /// queue until a termination request ends the process. Main thread only.
     [[noreturn]] void run();
 
     /// Runs the work registered with `atTermination`, calls the delegate's
-    /// `applicationWillTerminate` and ends the process with status 0. Runs no destructors of static
-    /// objects and no exit handlers, because other threads may still be running. Main thread only.
+    /// `applicationWillTerminate`, runs the last work and ends the process with status 0. Runs no
+    /// destructors of static objects and no exit handlers, because other threads may still be
+    /// running. Main thread only.
     [[noreturn]] void terminate();
 
   private:

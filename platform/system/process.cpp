@@ -11,6 +11,7 @@
 
 #include "platform/core/file_descriptor.h"
 #include "platform/core/file_error.h"
+#include "platform/core/text.h"
 #include "platform/files/files.h"
 #include "platform/system/bundle.h"
 #include "platform/system/spawn.h"
@@ -103,6 +104,12 @@ BlockedSignals::BlockedSignals() {
 }
 
 BlockedSignals::~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &_before, nullptr); }
+
+Status replaceProcess(const fs::path& executable, char* const* argv) {
+    execv(executable.c_str(), argv);
+    return errorFromErrno(errno, FileAccess::Read,
+                          quoted(executable.native()) + " could not be started");
+}
 
 Status launchDetached(const fs::path& executable, const std::vector<std::string>& arguments) {
     SpawnSettings settings;

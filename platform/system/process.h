@@ -50,6 +50,10 @@ class BlockedSignals {
     sigset_t _before{};
 };
 
+/// Replaces the program of this process, in the same environment. `argv` ends with a null. Returns
+/// only on failure.
+Status replaceProcess(const std::filesystem::path& executable, char* const* argv);
+
 /// Starts a program that outlives the caller: in a new session, with the working directory "/",
 /// with /dev/null as its standard streams, without other inherited descriptors, and with the
 /// default signal actions and mask. A name without a slash is searched for in `PATH`. Fails if the

@@ -1,0 +1,242 @@
+// The record is a register of processes (platform/files/process_register.h) in the staging folder,
+// whose note is a property list. A start registers itself; a termination signal deregisters it. So
+// a process that is gone and still registered is a failed start. The lock of the register orders
+// counting, confirming and returning: of several processes, one does it, and the others find a void
+// register and look again which version is installed.
+//
+// The return remembers the archive first, then exchanges the bundles, then makes the record void.
+// After a kill in between, the record is either still valid, and the next start does it again, or
+// for another version than the installed one, and without effect.
+#include "update_framework/first_starts.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <utility>
+
+#include "platform/core/error.h"
+#include "platform/core/text.h"
+#include "platform/crypto/encodings.h"
+#include "platform/files/durable_file.h"
+#include "platform/files/files.h"
+#include "platform/files/paths.h"
+#include "platform/files/private_directory.h"
+#include "platform/files/process_register.h"
+#include "platform/system/application.h"
+#include "platform/system/bundle.h"
+#include "platform/system/process.h"
+#include "platform/values/property_list.h"
+#include "update_framework/bundle_exchange.h"
+#include "update_framework/record.h"
+#include "update_framework/refusals.h"
+#include "update_framework/staging.h"
+#include "update_framework/updater_error.h"
+#include "update_framework/updater_log.h"
+
+namespace teravolant::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t kMostFailedStarts = 3;
+
+/// This process's start, if it is counted.
+struct CountedStart {
+    ProcessRegister processes;
+    fs::path target;
+};
+std::optional<CountedStart> theStart;
+
+Result<std::optional<ProcessRegister>> openRegister(const fs::path& target) {
+    return ProcessRegister::open(unconfirmedRecordPath(target));
+}
+
+/// Returns nothing if the note can't be that of a version of the bundle at `target`.
+std::optional<UnconfirmedVersion> versionIn(const ProcessRegister& processes,
+                                            const fs::path& target) {
+    Record record = recordIn(processes.note());
+    UnconfirmedVersion version{.version = record["version"],
+                               .digest = record["digest"],
+                               .previousVersion = record["previousVersion"],
+                               .previous = base64Decoded(record["previous"]).value_or("")};
+    const fs::path staging = stagingFolderFor(target);
+    const bool isPlausible = version.previous == version.previous.lexically_normal() &&
+                             version.previous.has_filename() &&
+                             isInside(version.previous.parent_path(), staging) &&
+                             isPrivateDirectory(staging);
+    return isPlausible ? std::optional(std::move(version)) : std::nullopt;
+}
+
+std::optional<std::string> versionAt(const fs::path& bundlePath) {
+    const auto bundle = Bundle::bundleWithPath(bundlePath);
+    return bundle ? bundle->shortVersion() : std::nullopt;
+}
+
+/// Removes the folder of the staging folder that contains the previous bundle, and the staging
+/// folder if nothing else is in it.
+void removePrevious(const fs::path& target, const fs::path& previous) {
+    // Before the exchange is flushed, a power failure may undo it.
+    if (flushFolderOf(target) != 0) {
+        return;
+    }
+    const fs::path staging = stagingFolderFor(target);
+    (void)removeTree(staging / *previous.lexically_relative(staging).begin());
+    std::error_code notEmpty;
+    fs::remove(staging, notEmpty);
+}
+
+void confirm(ProcessRegister& processes, const fs::path& target) {
+    if (auto error = processes.lock()) {
+        logUpdater("the version is not confirmed: " + error->localizedDescription);
+        return;
+    }
+    const auto version = versionIn(processes, target);
+    if (!version || !processes.isValid()) {
+        return;
+    }
+    repairInstallation(target, version->previous);
+    if (const auto error = processes.makeVoid()) {
+        logUpdater("the version is not confirmed: " + error->localizedDescription);
+        return;
+    }
+    removePrevious(target, version->previous);
+    logUpdater("confirmed version " + escaped(version->version));
+}
+
+/// Returns an error if the previous bundle could not take over.
+Status checkPrevious(const UnconfirmedVersion& version) {
+    const auto bundle = Bundle::bundleWithPath(version.previous);
+    return bundle && bundle->canRun()
+               ? Status()
+               : updaterError(SQRLUpdaterErrorInstallationFailed,
+                              "The previous bundle at " + quoted(version.previous.string()) +
+                                  " is missing or incomplete.");
+}
+
+void rememberAsBad(const UnconfirmedVersion& version) {
+    const auto cache = cacheFolderOf(Bundle::mainBundle());
+    if (const auto error = preparePrivateDirectory(cache)) {
+        logUpdater("the version is not remembered as bad: " + error->localizedDescription);
+        return;
+    }
+    Refusals(cache).add(version.digest, Refusal::FailedStarts,
+                        "three starts of version " + version.version + " failed",
+                        std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()));
+}
+
+/// Puts the previous bundle back. Returns false, and logs why, if that is not possible.
+bool goBack(ProcessRegister& processes, const UnconfirmedVersion& version, const fs::path& target) {
+    repairInstallation(target, version.previous);
+    auto error = checkPrevious(version);
+    if (!error) {
+        rememberAsBad(version);
+        error = exchangeBundles(version.previous, target);
+    }
+    if (error) {
+        logUpdater(
+            "three starts of version " + escaped(version.version) +
+            " failed, but the previous version can't be put back: " + error->localizedDescription);
+        return false;
+    }
+    (void)processes.makeVoid();  // Without effect now: another version is installed.
+    logUpdater("three starts of version " + escaped(version.version) + " failed: went back to " +
+               "version " + escaped(version.previousVersion));
+    return true;
+}
+
+/// Returns the installed bundle if `bundle` is in its staging folder, else an empty path. Another
+/// start may have exchanged the two after this process was started.
+fs::path installedInPlaceOf(const fs::path& bundle) {
+    for (fs::path folder = bundle; folder.has_relative_path(); folder = folder.parent_path()) {
+        fs::path installed = folder.parent_path() / bundle.filename();
+        if (folder == stagingFolderFor(installed)) {
+            return installed;
+        }
+    }
+    return {};
+}
+
+/// Replaces this process by the installed launcher. Returns only on failure.
+void runInstalled(const fs::path& target, char* const* argv) {
+    const auto bundle = Bundle::bundleWithPath(target);
+    if (bundle) {
+        const auto error = replaceProcess(bundle->executablePath(), argv);
+        logUpdater("the installed version could not be started: " + error->localizedDescription);
+    }
+}
+
+}  // namespace
+
+Status recordUnconfirmed(const fs::path& target, const UnconfirmedVersion& version) {
+    const std::string note = textOf({{"version", version.version},
+                                     {"digest", version.digest},
+                                     {"previousVersion", version.previousVersion},
+                                     {"previous", base64Encoded(version.previous.native())}});
+    return replaceFileDurably(unconfirmedRecordPath(target), ProcessRegister::emptyRegister(note),
+                              0600);
+}
+
+fs::path unconfirmedRecordPath(const fs::path& target) {
+    return stagingFolderFor(target) / "first-starts";
+}
+
+std::optional<UnconfirmedVersion> unconfirmedVersion(const fs::path& target) {
+    const auto processes = openRegister(target);
+    auto version = processes && *processes ? versionIn(**processes, target) : std::nullopt;
+    return version && versionAt(target) == version->version ? std::move(version) : std::nullopt;
+}
+
+void confirmVersion(const fs::path& target) {
+    if (!unconfirmedVersion(target)) {
+        return;
+    }
+    if (auto processes = openRegister(target); processes && *processes) {
+        confirm(**processes, target);
+    }
+}
+
+void beginStart(char* const* argv) {
+    const Bundle& bundle = Bundle::mainBundle();
+    const fs::path& target = bundle.bundlePath();
+    if (const fs::path installed = installedInPlaceOf(target); !installed.empty()) {
+        runInstalled(installed, argv);
+    }
+    auto opened = openRegister(target);
+    if (!opened || !*opened) {
+        return;
+    }
+    ProcessRegister& processes = **opened;
+    const auto version = versionIn(processes, target);
+    if (!version || version->version != bundle.shortVersion()) {
+        return;
+    }
+    auto error = processes.lock();
+    if (!error && !processes.isValid()) {
+        // Another start has confirmed the version or gone back in the meantime.
+        if (versionAt(target) != bundle.shortVersion()) {
+            runInstalled(target, argv);
+        }
+        return;
+    }
+    if (!error && processes.countLost() >= kMostFailedStarts &&
+        goBack(processes, *version, target)) {
+        runInstalled(target, argv);
+        std::_Exit(EXIT_FAILURE);
+    }
+    error = error ? std::move(error) : processes.add();
+    processes.unlock();
+    if (error) {
+        logUpdater("this start is not counted: " + error->localizedDescription);
+    }
+    theStart.emplace(CountedStart{std::move(processes), target});
+    Application::setSignalAction([] { theStart->processes.remove(); });
+    Application::setLastWork(endStart);
+}
+
+void endStart() {
+    if (theStart) {
+        confirm(theStart->processes, theStart->target);
+        theStart->processes.unlock();
+    }
+}
+
+}  // namespace teravolant::platform

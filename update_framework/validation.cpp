@@ -1,0 +1,143 @@
+// `selfcheck` belongs to the new bundle. Its verdict is its exit status together with the last line
+// of its output, so that a broken program that just exits is no success. At staging it gets the
+// user's environment with a temporary home. The user's preferences stay readable: they can name
+// another feed.
+#include "update_framework/validation.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/core/error.h"
+#include "platform/core/file_error.h"
+#include "platform/core/text.h"
+#include "platform/files/files.h"
+#include "platform/files/paths.h"
+#include "platform/files/private_directory.h"
+#include "platform/system/confined_program.h"
+#include "platform/system/dynamic_loader.h"
+#include "platform/system/executable_file.h"
+#include "platform/system/limited_program.h"
+#include "update_framework/bundle_parts.h"
+#include "update_framework/updater_error.h"
+
+namespace teravolant::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::chrono::seconds kPatience(10);
+
+Status refusedBundle(const std::string& reason) {
+    return updaterError(SQRLUpdaterErrorRefusedBundle, "The update's bundle is refused: " + reason);
+}
+
+/// Returns the caller's environment with these variables in the place of its own.
+std::vector<std::string> environmentWith(const std::vector<std::string>& variables) {
+    std::vector<std::string> result = variables;
+    for (char* const* entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+        const std::string_view own = *entry;
+        const std::string name(own.substr(0, own.find('=') + 1));
+        const bool isReplaced = std::ranges::any_of(
+            variables, [&](const std::string& variable) { return variable.starts_with(name); });
+        if (!isReplaced) {
+            result.emplace_back(own);
+        }
+    }
+    return result;
+}
+
+std::string lastLineOf(std::string_view output) {
+    output = output.substr(0, output.find_last_not_of('\n') + 1);
+    return std::string(output.substr(output.rfind('\n') + 1));
+}
+
+/// Returns the error of a program that did not report success.
+Status failureOf(const EndedProgram& ended) {
+    const std::string program = "its program “selfcheck” ";
+    // Lack of time or memory can pass; a fault of the program can't.
+    if (ended.timedOut || ended.signal == SIGKILL) {
+        return Error{.domain = std::string(kProgramErrorDomain),
+                     .code = ended.timedOut ? ProgramError::hung : ProgramError::killed,
+                     .localizedDescription =
+                         "The update's bundle could not be checked: " + program +
+                         (ended.timedOut ? "did not end within 10 seconds." : "was killed.")};
+    }
+    if (ended.signal != 0) {
+        return refusedBundle(program + "was ended by signal " + std::to_string(ended.signal) + ".");
+    }
+    constexpr std::string_view kFailed = "selfcheck: failed: ";
+    const std::string last = lastLineOf(ended.output);
+    return refusedBundle(last.starts_with(kFailed)
+                             ? escaped(last.substr(kFailed.size()))
+                             : program + "ended with status " + std::to_string(*ended.exitStatus) +
+                                   " and “" + escaped(last) + "”.");
+}
+
+Status runSelfCheck(const fs::path& bundle, const std::vector<std::string>& arguments,
+                    const ProgramLimits& limits) {
+    const fs::path program = bundle / "Contents" / "Helpers" / "selfcheck";
+    if (const auto error = checkExecutable(program)) {
+        return refusedBundle(error->localizedDescription);
+    }
+    const auto ended = runLimited(program, arguments, limits);
+    if (!ended) {
+        return ended.error();
+    }
+    const bool isPassed =
+        ended->exitStatus == 0 && lastLineOf(ended->output) == "selfcheck: passed";
+    return isPassed ? Status() : failureOf(*ended);
+}
+
+Status checkLoading(const fs::path& bundle) {
+    const auto files = elfFilesIn(bundle);
+    if (!files) {
+        return refusedBundle(files.error().localizedDescription);
+    }
+    for (const fs::path& file : *files) {
+        if (auto error = checkLoadable(file)) {
+            return error->code == ProgramError::hung && error->domain == kProgramErrorDomain
+                       ? error
+                       : refusedBundle(error->localizedDescription);
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+Status validateBundle(const fs::path& bundle, const fs::path& folder) {
+    if (auto error = checkLoading(bundle)) {
+        return error;
+    }
+    const fs::path home = folder / ".home";
+    if (const int failure = createPrivateDirectory(home)) {
+        return errorFromErrno(failure, FileAccess::Write,
+                              "The folder " + quoted(home.string()) + " could not be created");
+    }
+    auto error = runSelfCheck(
+        bundle, {},
+        {.patience = kPatience,
+         .environment =
+             environmentWith({"HOME=" + home.string(), "TMPDIR=" + home.string(),
+                              "XDG_CACHE_HOME=" + home.string(), "XDG_DATA_HOME=" + home.string(),
+                              "XDG_CONFIG_HOME=" + configurationDirectory().string()}),
+         .writableFolder = home});
+    (void)removeTree(home);
+    return error;
+}
+
+Status checkInPlace(const fs::path& bundle) {
+    return runSelfCheck(bundle, {"--offline"},
+                        {.patience = kPatience, .environment = environmentWith({})});
+}
+
+bool isBadBundle(const Error& error) {
+    return isUpdaterError(error, SQRLUpdaterErrorRefusedBundle);
+}
+
+}  // namespace teravolant::platform
