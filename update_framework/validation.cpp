@@ -1,5 +1,5 @@
 // `selfcheck` belongs to the new bundle. Its verdict is its exit status together with the last line
-// of its output, so that a broken program that just exits is no success. At staging it gets the
+// of its output, so a broken program that exits with status 0 has not passed. At staging it gets the
 // user's environment with a temporary home. The user's preferences stay readable: they can name
 // another feed.
 #include "update_framework/validation.h"
