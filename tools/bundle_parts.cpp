@@ -9,10 +9,8 @@
 #include "platform/core/text.h"
 #include "platform/crypto/digests.h"
 #include "platform/files/files.h"
-#include "platform/files/paths.h"
-#include "platform/system/executable_file.h"
-#include "platform/values/property_list.h"
 #include "tools/identity.h"
+#include "update_framework/bundle_parts.h"
 #include "update_framework/updater_error.h"
 
 namespace teravolant::release {
@@ -20,7 +18,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using platform::Bundle;
-using platform::FileFormat;
 using platform::quoted;
 using platform::Result;
 using platform::Status;
@@ -30,26 +27,6 @@ Status refused(const fs::path& bundle, const fs::path& item, const std::string& 
         platform::SQRLUpdaterErrorRefusedBundle,
         "In the archive, " + quoted(item.lexically_relative(bundle.parent_path()).string()) + " " +
             reason);
-}
-
-/// Checks a program that must be in the bundle.
-Status checkProgram(const fs::path& bundle, const fs::path& program) {
-    std::error_code missing;
-    const fs::path real = fs::canonical(program, missing);
-    if (missing || !platform::isInside(real, fs::canonical(bundle, missing)) ||
-        !fs::is_regular_file(real)) {
-        return refused(bundle, program, "is missing: the build is incomplete.");
-    }
-    const auto permissions = fs::status(real, missing).permissions();
-    if ((permissions & fs::perms::owner_exec) == fs::perms::none) {
-        return refused(bundle, program, "is not executable.");
-    }
-    const auto format = platform::checkedFormatOf(real);
-    return format && *format != FileFormat::Other
-               ? Status()
-               : refused(bundle, program,
-                         "can't run: " + (format ? "it is not a program."
-                                                 : format.error().localizedDescription));
 }
 
 Status checkClient(const fs::path& bundle) {
@@ -63,33 +40,14 @@ Status checkClient(const fs::path& bundle) {
                                     "not start the client.");
 }
 
-Status checkAgent(const fs::path& bundle, const std::string& label) {
-    const fs::path file = bundle / "Contents" / "Resources" / (label + ".plist");
-    const auto agent = platform::dictionaryInFile(file);
-    const auto entry = agent ? agent->find("Label") : platform::Value::Dictionary::const_iterator();
-    const bool isLabelled =
-        agent && entry != agent->end() && entry->second == platform::Value(label);
-    return isLabelled ? Status()
-                      : refused(bundle, file,
-                                "is missing or is not the launch agent " + label +
-                                    ": computers would not check for updates.");
-}
-
-/// Checks that every ELF file is complete and for this kind of machine.
-Status checkElfFiles(const fs::path& bundle) {
-    std::error_code failure;
-    for (fs::recursive_directory_iterator walk(bundle, failure), end; !failure && walk != end;
-         walk.increment(failure)) {
-        if (!walk->is_regular_file(failure) || walk->is_symlink(failure)) {
-            continue;
-        }
-        if (const auto format = platform::checkedFormatOf(walk->path()); !format) {
-            return refused(bundle, walk->path(),
-                           "can't run: " + format.error().localizedDescription);
-        }
+/// Returns the error of a check of one part, for a message about an archive.
+Status inArchive(Status error) {
+    if (error) {
+        platform::Error described = *error;
+        described.localizedDescription.insert(0, "In the archive, ");
+        return described;
     }
-    return failure ? refused(bundle, bundle, "can't be read: " + failure.message() + ".")
-                   : Status();
+    return error;
 }
 
 /// Returns what is compared of an item.
@@ -144,19 +102,20 @@ Status checkParts(const Bundle& bundle) {
     const fs::path& path = bundle.bundlePath();
     for (const fs::path& program : {bundle.executablePath(), bundle.helpersPath() / "fetch",
                                     bundle.helpersPath() / "unpack"}) {
-        if (auto error = checkProgram(path, program)) {
-            return error;
+        if (auto error = platform::checkProgram(path, program)) {
+            return inArchive(std::move(error));
         }
     }
     if (auto error = checkClient(path)) {
         return error;
     }
     for (const char* label : {"com.zelto.teravolant.agent", "com.zelto.teravolant.autorun"}) {
-        if (auto error = checkAgent(path, label)) {
-            return error;
+        if (auto error = platform::checkAgent(path, label)) {
+            return inArchive(std::move(error));
         }
     }
-    return checkElfFiles(path);
+    const auto elfFiles = platform::elfFilesIn(path);
+    return elfFiles ? Status() : inArchive(elfFiles.error());
 }
 
 Status compareBundles(const Bundle& bundle, const fs::path& expected) {

@@ -96,7 +96,7 @@ Status runSelfCheck(const fs::path& bundle, const std::vector<std::string>& argu
 Status checkLoading(const fs::path& bundle) {
     const auto files = elfFilesIn(bundle);
     if (!files) {
-        return refusedBundle(files.error().localizedDescription);
+        return files.error();
     }
     for (const fs::path& file : *files) {
         if (auto error = checkLoadable(file)) {
