@@ -41,6 +41,34 @@ HAND
 fill_client 1
 alternate 31 start by_hand
 row "start with a client of 1 MiB (s)" "≤ 1.10"
+# A start of a version that is not confirmed counts itself and confirms the version. After three
+# failed ones, the bundles are exchanged and the old launcher runs.
+staging=$work/.Teravolant.app.update-$UID
+unconfirmed_start() { # ENTRIES
+    end_client
+    mkdir -p -m 700 "$staging"
+    cp -a "$bundle" "$staging/old.app"
+    printf -v entries %-64s "$1"
+    cat > "$staging/first-starts" << RECORD
+teravolant-processes 1
+${entries// /.}
+<plist version="1.0"><dict><key>version</key><string>1.0.0.1</string><key>previous</key>
+<string>$(printf %s "$staging/old.app" | base64 -w 0)</string></dict></plist>
+RECORD
+    sync
+    ours "$bundle/Contents/MacOS/Teravolant" --notupdate
+    rm -rf "$staging"
+}
+first_start() { unconfirmed_start ""; }
+start_after_failed_ones() { unconfirmed_start xxx; }
+other_start() {
+    end_client
+    theirs "$bundle/Contents/MacOS/Teravolant" --notupdate
+}
+alternate 31 first_start other_start
+row "first start beside another one (s)" "+ 2 ms"
+alternate 15 start_after_failed_ones other_start
+row "start that goes back beside another one (s)" ""
 fill_client 200
 alternate 7 start by_hand
 row "start with a client of 200 MiB (s)" "≤ 1.00"

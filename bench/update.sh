@@ -81,6 +81,19 @@ teravolant-release keygen --private-key "$work/key" --public-key "$work/key.publ
 publish 200
 alternate 5 stage by_hand
 row "update of 200 MiB, feed to staged (s)" ""
+# The check of the staged bundle is part of it. By hand: the loader, the client archive and the feed.
+validate() {
+    ours work validate "$work/next/Teravolant.app" "$work"
+}
+validate_by_hand() {
+    theirs bash -ec "for file in '$work/next/Teravolant.app/Contents/'{MacOS,Helpers}/*; do
+                         ldd -r \"\$file\" > /dev/null || true
+                     done
+                     tar tzf '$work/next/Teravolant.app/Contents/Resources/client.tar.gz' > /dev/null
+                     curl -sS --cacert '$work/tls.pem' -o /dev/null https://localhost:8443/release.mac"
+}
+alternate 9 validate validate_by_hand
+row "  of it, validation (s)" "≤ 0.15 s"
 for size in 10 1024; do
     publish $size
     rm "$work/ours"

@@ -18,6 +18,7 @@
 
 #include "support/logger.h"
 #include "support/standby/crypto.h"
+#include "update_framework/validation.h"
 #include "updater/client_updater.h"
 #include "updater/version_numbers.h"
 
@@ -43,6 +44,11 @@ int update(const std::string& feed) {
         return fail(staged.error());
     }
     return *staged ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+int validate(const std::string& bundle, const std::string& folder) {
+    const auto error = platform::validateBundle(bundle, folder);
+    return error ? fail(*error) : EXIT_SUCCESS;
 }
 
 int digest(const std::string& file) {
@@ -98,6 +104,7 @@ int main(int argc, char* argv[]) {
     const auto argument = [&](int index) { return std::string(index < argc ? argv[index] : ""); };
     const std::string work = argument(1);
     return work == "update"     ? update(argument(2))
+           : work == "validate" ? validate(argument(2), argument(3))
            : work == "digest"   ? digest(argument(2))
            : work == "match"    ? match(argument(2))
            : work == "log"      ? log(std::stoi(argument(2)))

@@ -71,17 +71,17 @@ std::optional<std::string> versionAt(const fs::path& bundlePath) {
     return bundle ? bundle->shortVersion() : std::nullopt;
 }
 
-/// Removes the folder of the staging folder that contains the previous bundle, and the staging
-/// folder if nothing else is in it.
+/// Removes, in a process of its own, the item of the staging folder that contains the previous
+/// bundle, and the staging folder if nothing else is in it: no start waits for a large bundle. What
+/// a kill leaves is removed by the next cycle.
 void removePrevious(const fs::path& target, const fs::path& previous) {
     // Before the exchange is flushed, a power failure may undo it.
     if (flushFolderOf(target) != 0) {
         return;
     }
     const fs::path staging = stagingFolderFor(target);
-    (void)removeTree(staging / *previous.lexically_relative(staging).begin());
-    std::error_code notEmpty;
-    fs::remove(staging, notEmpty);
+    (void)launchDetached("sh", {"-c", R"(chmod -R u+rwX "$1"; rm -rf "$1"; rmdir "$2")", "sh",
+                                staging / *previous.lexically_relative(staging).begin(), staging});
 }
 
 void confirm(ProcessRegister& processes, const fs::path& target) {
