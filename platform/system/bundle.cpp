@@ -26,6 +26,11 @@ std::optional<std::string> textIn(const Value& dictionary, std::string_view key)
                                                         : std::nullopt;
 }
 
+fs::path executableIn(const fs::path& bundle, const Value& information) {
+    return bundle / "Contents" / "MacOS" /
+           textIn(information, "CFBundleExecutable").value_or(bundle.stem().string());
+}
+
 std::string localeOfMessages() {
     for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
         const char* value = std::getenv(name);
@@ -61,11 +66,14 @@ Bundle Bundle::findMainBundle() {
     const fs::path& executable = executablePathOfThisProcess();
     const fs::path folder = executable.parent_path();
     const fs::path contents = folder.parent_path();
-    const bool inBundle = contents.filename() == "Contents" && folder.filename() == "MacOS";
+    const bool isHelper = folder.filename() == "Helpers";
+    const bool inBundle =
+        contents.filename() == "Contents" && (isHelper || folder.filename() == "MacOS");
     fs::path path = inBundle ? contents.parent_path() : folder;
     auto information = informationOf(path);
-    return {std::move(path), executable,
-            information ? *std::move(information) : Value::Dictionary()};
+    Value values = information ? *std::move(information) : Value::Dictionary();
+    fs::path own = inBundle && isHelper ? executableIn(path, values) : executable;
+    return {std::move(path), std::move(own), std::move(values)};
 }
 
 std::optional<Bundle> Bundle::bundleWithPath(const fs::path& path) {
@@ -74,8 +82,7 @@ std::optional<Bundle> Bundle::bundleWithPath(const fs::path& path) {
         return std::nullopt;
     }
     Value values = *std::move(information);
-    fs::path executable = path / "Contents" / "MacOS" /
-                          textIn(values, "CFBundleExecutable").value_or(path.stem().string());
+    fs::path executable = executableIn(path, values);
     return Bundle(path, std::move(executable), std::move(values));
 }
 

@@ -15,9 +15,10 @@ namespace teravolant::platform {
 /// when the tree is exchanged later.
 class Bundle {
   public:
-    /// Returns the bundle of the running executable, which the first call determines from the
-    /// executable's real path. Make that call at the program's start. For an executable outside a
-    /// bundle, the bundle is the executable's directory, without information.
+    /// Returns the bundle with the running executable in Contents/MacOS or Contents/Helpers, which
+    /// the first call determines from the executable's real path. Make that call at the program's
+    /// start. For an executable outside a bundle, the bundle is the executable's directory, without
+    /// information.
     static const Bundle& mainBundle();
 
     /// Returns nothing if the directory's Contents/Info.plist cannot be read.
@@ -31,7 +32,7 @@ class Bundle {
 
     /// Returns Contents/MacOS with the name in "CFBundleExecutable", or with the bundle's name
     /// without its extension if there is no such entry. For the main bundle, returns the running
-    /// executable.
+    /// executable, unless that is in Contents/Helpers.
     [[nodiscard]] const std::filesystem::path& executablePath() const { return _executablePath; }
 
     /// Whether the executable is a regular file that the user may execute, and whose real path is
