@@ -1,4 +1,4 @@
-// How it works: the bundle is packed into a hidden file of the folder, inspected and signed. Then
+// How it works: the bundle is packed into a hidden file of the folder, inspected, run and signed. Then
 // the archive gets its name, and after that the document is replaced, so that a document never
 // names an archive that is not there. The folder is locked for all of it.
 #include <filesystem>
@@ -19,6 +19,7 @@
 #include "tools/identity.h"
 #include "tools/inspection.h"
 #include "tools/key_source.h"
+#include "tools/local_check.h"
 #include "tools/offer_text.h"
 #include "tools/output.h"
 #include "tools/packing.h"
@@ -178,6 +179,9 @@ Status publishInto(const Options& options, const DocumentPlace& place, const Sig
     if (!inspection) {
         return inspection.error();
     }
+    if (auto error = checkRunsHere(options.bundle)) {
+        return error;
+    }
     const auto document = signedDocument(options, *inspection, place, signer, name);
     if (!document) {
         return document.error();
@@ -240,8 +244,9 @@ Status publish(const Options& options, const std::stop_token& stop) {
 void addPublish(CLI::App& program, Work& work) {
     const auto options = std::make_shared<Options>();
     CLI::App* command = program.add_subcommand("publish",
-                                               "Packs a bundle, inspects the archive, signs it, "
-                                               "checks the document as an installed bundle "
+                                               "Packs a bundle, inspects the archive, lets the "
+                                               "bundle check itself here, signs it, checks the "
+                                               "document as an installed bundle "
                                                "would, and prints what to upload.");
     command->add_option("bundle", options->bundle, "The bundle, for example Teravolant.app")
         ->required()
