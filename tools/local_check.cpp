@@ -20,8 +20,6 @@ namespace fs = std::filesystem;
 using platform::quoted;
 using platform::Status;
 
-constexpr std::chrono::seconds kPatience(60);
-
 std::vector<std::string> environmentWithHome(const std::string& home) {
     std::vector<std::string> environment = {"PATH=/usr/bin:/bin",      "HOME=" + home,
                                             "TMPDIR=" + home,          "XDG_CACHE_HOME=" + home,
@@ -39,20 +37,20 @@ std::string lastLineOf(std::string_view output) {
     return std::string(output.substr(output.rfind('\n') + 1));
 }
 
-std::string endOf(const platform::EndedProgram& ended) {
+std::string endOf(const platform::EndedProgram& ended, std::chrono::seconds patience) {
     if (ended.timedOut) {
-        return "did not end within " + std::to_string(kPatience.count()) + " seconds.";
+        return "did not end within " + std::to_string(patience.count()) + " s.";
     }
     if (!ended.exitStatus) {
         return "was killed by signal " + std::to_string(ended.signal) + ".";
     }
-    return "ended with status " + std::to_string(*ended.exitStatus) + ". Its last line: " +
-           quoted(platform::escaped(lastLineOf(ended.output)));
+    return "ended with status " + std::to_string(*ended.exitStatus) +
+           ". Its last line: " + quoted(platform::escaped(lastLineOf(ended.output)));
 }
 
 }  // namespace
 
-Status checkRunsHere(const fs::path& bundle) {
+Status checkRunsHere(const fs::path& bundle, std::chrono::seconds patience) {
     std::error_code unresolved;
     const fs::path program =
         fs::canonical(bundle, unresolved) / "Contents" / "Helpers" / "selfcheck";
@@ -65,7 +63,7 @@ Status checkRunsHere(const fs::path& bundle) {
         return home.error();
     }
     const auto ended = platform::runLimited(program, {"--offline"},
-                                            {.patience = kPatience,
+                                            {.patience = patience,
                                              .environment = environmentWithHome(home->path()),
                                              .writableFolder = home->path()});
     if (!ended) {
@@ -73,7 +71,7 @@ Status checkRunsHere(const fs::path& bundle) {
     }
     const bool isPassed =
         ended->exitStatus == 0 && lastLineOf(ended->output) == "selfcheck: passed";
-    return isPassed ? Status() : refused(what + endOf(*ended));
+    return isPassed ? Status() : refused(what + endOf(*ended, patience));
 }
 
 }  // namespace teravolant::release

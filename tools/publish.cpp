@@ -1,5 +1,5 @@
-// How it works: the bundle is packed into a hidden file of the folder, inspected, run and signed. Then
-// the archive gets its name, and after that the document is replaced, so that a document never
+// How it works: the bundle is packed into a hidden file of the folder, inspected, run and signed.
+// Then the archive gets its name, and after that the document is replaced, so that a document never
 // names an archive that is not there. The folder is locked for all of it.
 #include <filesystem>
 #include <memory>
@@ -42,6 +42,7 @@ struct Options {
     KeyOptions key;
     TermOptions terms;
     std::string folder;
+    int selfcheckSeconds = 60;
     bool isRotation = false;
     bool isJson = false;
 };
@@ -179,7 +180,8 @@ Status publishInto(const Options& options, const DocumentPlace& place, const Sig
     if (!inspection) {
         return inspection.error();
     }
-    if (auto error = checkRunsHere(options.bundle)) {
+    if (auto error =
+            checkRunsHere(options.bundle, std::chrono::seconds(options.selfcheckSeconds))) {
         return error;
     }
     const auto document = signedDocument(options, *inspection, place, signer, name);
@@ -258,6 +260,11 @@ void addPublish(CLI::App& program, Work& work) {
                      "The folder for the archive and the document, one for each feed")
         ->required()
         ->type_name("FOLDER");
+    command
+        ->add_option("--selfcheck-timeout", options->selfcheckSeconds,
+                     "How long the bundle's selfcheck may take (default: 60)")
+        ->check(CLI::Range(1, 3600))
+        ->type_name("SECONDS");
     addTermOptions(*command, options->terms);
     addDropOptions(*command, options->terms);
     command->add_flag("--rotate", options->isRotation,
