@@ -1,5 +1,5 @@
-// How it works: the bundle is packed into a hidden file of the folder, inspected and signed. Then
-// the archive gets its name, and after that the document is replaced, so that a document never
+// How it works: the bundle is packed into a hidden file of the folder, inspected, run and signed.
+// Then the archive gets its name, and after that the document is replaced, so that a document never
 // names an archive that is not there. The folder is locked for all of it.
 #include <filesystem>
 #include <memory>
@@ -19,6 +19,7 @@
 #include "tools/identity.h"
 #include "tools/inspection.h"
 #include "tools/key_source.h"
+#include "tools/local_check.h"
 #include "tools/offer_text.h"
 #include "tools/output.h"
 #include "tools/packing.h"
@@ -41,6 +42,7 @@ struct Options {
     KeyOptions key;
     TermOptions terms;
     std::string folder;
+    int selfcheckSeconds = 60;
     bool isRotation = false;
     bool isJson = false;
 };
@@ -178,6 +180,10 @@ Status publishInto(const Options& options, const DocumentPlace& place, const Sig
     if (!inspection) {
         return inspection.error();
     }
+    if (auto error =
+            checkRunsHere(options.bundle, std::chrono::seconds(options.selfcheckSeconds))) {
+        return error;
+    }
     const auto document = signedDocument(options, *inspection, place, signer, name);
     if (!document) {
         return document.error();
@@ -240,8 +246,9 @@ Status publish(const Options& options, const std::stop_token& stop) {
 void addPublish(CLI::App& program, Work& work) {
     const auto options = std::make_shared<Options>();
     CLI::App* command = program.add_subcommand("publish",
-                                               "Packs a bundle, inspects the archive, signs it, "
-                                               "checks the document as an installed bundle "
+                                               "Packs a bundle, inspects the archive, lets the "
+                                               "bundle check itself here, signs it, checks the "
+                                               "document as an installed bundle "
                                                "would, and prints what to upload.");
     command->add_option("bundle", options->bundle, "The bundle, for example Teravolant.app")
         ->required()
@@ -253,6 +260,11 @@ void addPublish(CLI::App& program, Work& work) {
                      "The folder for the archive and the document, one for each feed")
         ->required()
         ->type_name("FOLDER");
+    command
+        ->add_option("--selfcheck-timeout", options->selfcheckSeconds,
+                     "How long the bundle's selfcheck may take (default: 60)")
+        ->check(CLI::Range(1, 3600))
+        ->type_name("SECONDS");
     addTermOptions(*command, options->terms);
     addDropOptions(*command, options->terms);
     command->add_flag("--rotate", options->isRotation,
