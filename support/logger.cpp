@@ -45,6 +45,8 @@ Logger& Logger::sharedInstance() {
     return logger;
 }
 
+std::filesystem::path Logger::filePath() { return logFolder() / "updater.log"; }
+
 Logger::Logger() {
     try {
         if (const auto error = checkSuperusersFolder()) {
@@ -52,12 +54,11 @@ Logger::Logger() {
                          error->localizedDescription);
             return;
         }
-        const std::filesystem::path folder = logFolder();
-        if (!platform::fileExists(folder)) {
+        _logFilePath = filePath();
+        if (!platform::fileExists(_logFilePath.parent_path())) {
             // If this fails, every append fails and messages go to the console only.
-            (void)platform::createDirectory(folder);
+            (void)platform::createDirectory(_logFilePath.parent_path());
         }
-        _logFilePath = folder / "updater.log";
         checkFileSizeAndBackupIfNeeded();
     } catch (const std::exception& exception) {
         logToConsole(std::string("Error setting log file path: ") + exception.what());

@@ -19,6 +19,9 @@ class Logger {
 
     Logger();
 
+    /// Returns where the log of this user is.
+    [[nodiscard]] static std::filesystem::path filePath();
+
     void logMessage(std::string_view message);
 
     /// Sets the rotation threshold in bytes and applies it at once. Called by one thread at a time.

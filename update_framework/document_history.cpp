@@ -19,14 +19,14 @@ bool isLocalId(const Value& value) {
 }
 
 /// Documents of one channel do not age those of the other.
-std::string orderOf(const AuthenticOffer& document, const std::string& signer) {
-    return (isPreRelease(document.offer.version) ? "alpha " : "release ") + signer;
+std::string orderOf(const std::string& version, const std::string& signer) {
+    return (isPreRelease(version) ? "alpha " : "release ") + signer;
 }
 
 /// Fails if a later document of one of the signers is stored.
 Status checkOrder(const AuthenticOffer& document, const Value& stored) {
     for (const std::string& signer : document.signers) {
-        const Value* const latest = stored.find(orderOf(document, signer));
+        const Value* const latest = stored.find(orderOf(document.offer.version, signer));
         const Value::Date* const time = latest != nullptr ? latest->date() : nullptr;
         if (time != nullptr && document.offer.issued < *time) {
             return refusedOffer("it was issued at " + utcTimeText(document.offer.issued) +
@@ -40,7 +40,7 @@ Status checkOrder(const AuthenticOffer& document, const Value& stored) {
 Value withDocument(const AuthenticOffer& document, const Value& stored) {
     auto latest = stored.dictionary() != nullptr ? *stored.dictionary() : Value::Dictionary();
     for (const std::string& signer : document.signers) {
-        latest[orderOf(document, signer)] = document.offer.issued;
+        latest[orderOf(document.offer.version, signer)] = document.offer.issued;
     }
     return latest;
 }
@@ -62,20 +62,37 @@ Status DocumentHistory::accept(const AuthenticOffer& document) const {
 }
 
 Status DocumentHistory::recordSeen(std::chrono::sys_seconds clock) const {
-    const auto seen = _preferences.objectForKey(kSeen);
-    const Value::Date* const date = seen ? seen->date() : nullptr;
-    const bool isRecent = date != nullptr && *date <= clock && clock - *date < std::chrono::days(1);
+    const auto seen = lastSeen();
+    const bool isRecent = seen && *seen <= clock && clock - *seen < std::chrono::days(1);
     return isRecent ? Status() : _preferences.setObject(clock, kSeen);
 }
 
 std::chrono::days DocumentHistory::daysUnseen(std::chrono::sys_seconds clock) const {
-    const auto seen = _preferences.objectForKey(kSeen);
-    const Value::Date* const date = seen ? seen->date() : nullptr;
-    if (date == nullptr || *date > clock) {
+    const auto seen = lastSeen();
+    if (!seen || *seen > clock) {
         (void)_preferences.setObject(clock, kSeen);  // If it fails, the next check tries again.
         return {};
     }
-    return std::chrono::floor<std::chrono::days>(clock - *date);
+    return std::chrono::floor<std::chrono::days>(clock - *seen);
+}
+
+std::optional<std::chrono::sys_seconds> DocumentHistory::lastSeen() const {
+    const auto seen = _preferences.objectForKey(kSeen);
+    const Value::Date* const date = seen ? seen->date() : nullptr;
+    return date != nullptr ? std::optional(*date) : std::nullopt;
+}
+
+std::optional<std::chrono::sys_seconds> DocumentHistory::latestIssued(
+    const std::string& version) const {
+    const auto stored = _preferences.objectForKey(kIssued);
+    const auto* const times = stored ? stored->dictionary() : nullptr;
+    std::optional<std::chrono::sys_seconds> latest;
+    for (const auto& [order, time] : times != nullptr ? *times : Value::Dictionary()) {
+        if (order.starts_with(orderOf(version, "")) && time.date() != nullptr) {
+            latest = std::max(latest, std::optional(*time.date()));
+        }
+    }
+    return latest;
 }
 
 Result<std::string> DocumentHistory::localId() const {

@@ -32,6 +32,13 @@ class DocumentHistory {
     /// again if the clock was set back.
     [[nodiscard]] std::chrono::days daysUnseen(std::chrono::sys_seconds clock) const;
 
+    /// Returns when `recordSeen` recorded a document last.
+    [[nodiscard]] std::optional<std::chrono::sys_seconds> lastSeen() const;
+
+    /// Returns when the latest document in the channel of the version was issued, under any key.
+    [[nodiscard]] std::optional<std::chrono::sys_seconds> latestIssued(
+        const std::string& version) const;
+
     /// Returns the 16 random bytes that place this installation in a roll-out. They never leave the
     /// computer. Generates and stores them at the first call.
     Result<std::string> localId() const;

@@ -66,6 +66,12 @@ bool isOver(const Entry& entry, sys_seconds now) {
     return now < entry.time || now >= entry.time + pauseAfter(entry);
 }
 
+std::string describe(const Entry& entry) {
+    return "refused on this computer at " + utcTimeText(entry.time) +
+           " and is not downloaded again before " + utcTimeText(entry.time + pauseAfter(entry)) +
+           ". The reason was: " + escaped(entry.reason);
+}
+
 }  // namespace
 
 Refusals::Refusals(const std::filesystem::path& cacheFolder)
@@ -77,10 +83,18 @@ Status Refusals::check(const std::string& digest, Time now) const {
         return std::nullopt;
     }
     return updaterError(SQRLUpdaterErrorRefusedArchive,
-                        "The offered archive was refused on this computer at " +
-                            utcTimeText(entry->time) + " and is not downloaded again before " +
-                            utcTimeText(entry->time + pauseAfter(*entry)) +
-                            ". The reason was: " + escaped(entry->reason));
+                        "The offered archive was " + describe(*entry));
+}
+
+std::vector<std::string> Refusals::all(Time now) const {
+    std::vector<std::string> descriptions;
+    for (const auto& [digest, line] : readRecord(_file)) {
+        const auto entry = entryIn(line);
+        if (entry && !isOver(*entry, now)) {
+            descriptions.push_back("An archive was " + describe(*entry));
+        }
+    }
+    return descriptions;
 }
 
 void Refusals::add(const std::string& digest, Refusal refusal, const std::string& reason,

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "platform/core/result.h"
 
@@ -32,6 +33,9 @@ class Refusals {
     /// Returns an error that says when and why the archive was refused, if it must not be
     /// downloaded at `now`.
     [[nodiscard]] Status check(const std::string& digest, Time now) const;
+
+    /// Returns when and why each archive was refused that must not be downloaded at `now`.
+    [[nodiscard]] std::vector<std::string> all(Time now) const;
 
     /// Remembers that the archive was refused with `reason`. A failure to write the file is
     /// ignored: the next cycle downloads the archive again.

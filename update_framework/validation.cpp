@@ -1,6 +1,6 @@
 // `selfcheck` belongs to the new bundle. Its verdict is its exit status together with the last line
-// of its output, so a broken program that exits with status 0 has not passed. At staging it gets the
-// user's environment with a temporary home. The user's preferences stay readable: they can name
+// of its output, so a broken program that exits with status 0 has not passed. It gets the user's
+// environment with a temporary home. The user's preferences stay readable: they can name
 // another feed.
 #include "update_framework/validation.h"
 
@@ -23,6 +23,7 @@
 #include "platform/system/executable_file.h"
 #include "platform/system/limited_program.h"
 #include "update_framework/bundle_parts.h"
+#include "update_framework/staging.h"
 #include "update_framework/updater_error.h"
 
 namespace teravolant::platform {
@@ -78,13 +79,28 @@ Status failureOf(const EndedProgram& ended) {
                                    " and “" + escaped(last) + "”.");
 }
 
+/// Runs the bundle's `selfcheck` with a temporary home in `folder`.
 Status runSelfCheck(const fs::path& bundle, const std::vector<std::string>& arguments,
-                    const ProgramLimits& limits) {
+                    const fs::path& folder) {
     const fs::path program = bundle / "Contents" / "Helpers" / "selfcheck";
     if (const auto error = checkExecutable(program)) {
         return refusedBundle(error->localizedDescription);
     }
-    const auto ended = runLimited(program, arguments, limits);
+    const fs::path home = folder / ".home";
+    (void)removeTree(home);
+    if (const int failure = createPrivateDirectory(home)) {
+        return errorFromErrno(failure, FileAccess::Write,
+                              "The folder " + quoted(home.string()) + " could not be created");
+    }
+    const auto ended = runLimited(
+        program, arguments,
+        {.patience = kPatience,
+         .environment =
+             environmentWith({"HOME=" + home.string(), "TMPDIR=" + home.string(),
+                              "XDG_CACHE_HOME=" + home.string(), "XDG_DATA_HOME=" + home.string(),
+                              "XDG_CONFIG_HOME=" + configurationDirectory().string()}),
+         .writableFolder = home});
+    (void)removeTree(home);
     if (!ended) {
         return ended.error();
     }
@@ -111,29 +127,12 @@ Status checkLoading(const fs::path& bundle) {
 }  // namespace
 
 Status validateBundle(const fs::path& bundle, const fs::path& folder) {
-    if (auto error = checkLoading(bundle)) {
-        return error;
-    }
-    const fs::path home = folder / ".home";
-    if (const int failure = createPrivateDirectory(home)) {
-        return errorFromErrno(failure, FileAccess::Write,
-                              "The folder " + quoted(home.string()) + " could not be created");
-    }
-    auto error = runSelfCheck(
-        bundle, {},
-        {.patience = kPatience,
-         .environment =
-             environmentWith({"HOME=" + home.string(), "TMPDIR=" + home.string(),
-                              "XDG_CACHE_HOME=" + home.string(), "XDG_DATA_HOME=" + home.string(),
-                              "XDG_CONFIG_HOME=" + configurationDirectory().string()}),
-         .writableFolder = home});
-    (void)removeTree(home);
-    return error;
+    auto error = checkLoading(bundle);
+    return error ? error : runSelfCheck(bundle, {}, folder);
 }
 
 Status checkInPlace(const fs::path& bundle) {
-    return runSelfCheck(bundle, {"--offline"},
-                        {.patience = kPatience, .environment = environmentWith({})});
+    return runSelfCheck(bundle, {"--offline"}, stagingFolderFor(bundle));
 }
 
 bool isBadBundle(const Error& error) {

@@ -18,7 +18,7 @@ namespace teravolant::platform {
 [[nodiscard]] Status validateBundle(const std::filesystem::path& bundle,
                                     const std::filesystem::path& folder);
 
-/// Checks the installed bundle with its `selfcheck --offline`.
+/// The same for an installed bundle, with its `selfcheck --offline` alone and its staging folder.
 [[nodiscard]] Status checkInPlace(const std::filesystem::path& bundle);
 
 /// Whether the bundle would fail again on this computer.

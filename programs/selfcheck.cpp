@@ -1,0 +1,143 @@
+// selfcheck [--offline] [--verbose]: reports whether the bundle that contains it is complete, can
+// run on this computer, and could update itself from here. With --offline it does not fetch the
+// feed.
+//
+// Writes one line for each check. With --verbose, or to a terminal, it adds what this computer
+// knows about updates. The last line is "selfcheck: passed" or "selfcheck: failed: REASON"; the
+// launcher reads it before it installs a bundle, and again after that. A "note" does not fail: it
+// names what can pass by itself, like a network that can't be reached.
+//
+// Writes only into a temporary folder in $TMPDIR, else in /tmp, and removes it. Ends within 9
+// seconds.
+//
+// Exit status: 0 if passed, 1 if failed, 2 on a usage error.
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <functional>
+#include <future>
+#include <iostream>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/core/file_descriptor.h"
+#include "programs/selfcheck.h"
+
+namespace {
+
+using namespace teravolant::selfcheck;
+using teravolant::platform::Bundle;
+using Clock = std::chrono::steady_clock;
+
+constexpr std::string_view kUsage =
+    "usage: selfcheck [--offline] [--verbose]\n"
+    "Reports whether this bundle is complete, can run here, and could update itself from here.\n"
+    "  --offline  does not fetch the update feed\n"
+    "  --verbose  also prints what is known about updates, as on a terminal\n";
+
+constexpr int kUsageError = 2;
+
+struct Options {
+    bool isOffline = false;
+    bool isVerbose = isatty(STDOUT_FILENO) == 1;
+    bool wantsHelp = false;
+};
+
+std::optional<Options> readOptions(const std::vector<std::string_view>& arguments) {
+    Options options;
+    for (const std::string_view argument : arguments) {
+        if (argument == "--offline") {
+            options.isOffline = true;
+        } else if (argument == "--verbose") {
+            options.isVerbose = true;
+        } else if (argument == "--help") {
+            options.wantsHelp = true;
+        } else {
+            return std::nullopt;
+        }
+    }
+    return options;
+}
+
+/// The last resort, for a check that hangs where no time limit applies.
+void endLate(int /*signal*/) {
+    constexpr std::string_view kLine =
+        "selfcheck: failed: the checks did not end within 9 seconds\n";
+    (void)!write(STDOUT_FILENO, kLine.data(), kLine.size());
+    _exit(EXIT_FAILURE);
+}
+
+/// Corrects what the program can inherit.
+void prepareProcess() {
+    constexpr unsigned kLongestRun = 9;  // Seconds.
+    teravolant::platform::openMissingStandardStreams();
+    (void)std::signal(SIGPIPE, SIG_IGN);
+    (void)std::signal(SIGCHLD, SIG_DFL);
+    (void)std::signal(SIGALRM, endLate);
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    alarm(kLongestRun);
+}
+
+/// Runs all checks at the same time and reports them in this order.
+int check(const Bundle& bundle, const Options& options) {
+    std::vector<std::future<Outcome>> outcomes;
+    const auto start = [&outcomes](std::function<Outcome()> check) {
+        outcomes.push_back(inBackground(std::move(check)));
+    };
+    // The slowest begin first.
+    std::future<Outcome> feed;
+    if (!options.isOffline) {
+        feed = inBackground([&bundle] { return checkFeed(bundle); });
+    }
+    auto fetching = inBackground(checkFetching);
+    auto client = inBackground([&bundle] { return checkClientArchive(bundle); });
+    start([&bundle] { return checkInformation(bundle); });
+    start([&bundle] { return checkKeys(bundle); });
+    start([&bundle] { return checkLauncher(bundle); });
+    for (const Probe& probe : probes()) {
+        start([&bundle, &probe] { return checkHelper(bundle, probe); });
+    }
+    start([&bundle] { return checkSelf(bundle); });
+    start(checkCommands);
+    start([&bundle] { return checkAgents(bundle); });
+    outcomes.push_back(std::move(client));
+    start(checkUnpacking);
+    outcomes.push_back(std::move(fetching));
+    if (feed.valid()) {
+        outcomes.push_back(std::move(feed));
+    }
+    Report report;
+    for (auto& outcome : outcomes) {
+        report.add(outcome.get());
+    }
+    if (options.isVerbose) {
+        addFacts(bundle);
+    }
+    return report.finish();
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+    prepareProcess();
+    const auto options = readOptions({argv + 1, argv + argc});
+    if (!options) {
+        std::cerr << kUsage;
+        return kUsageError;
+    }
+    if (options->wantsHelp) {
+        std::cout << kUsage;
+        return EXIT_SUCCESS;
+    }
+    const int status = check(Bundle::mainBundle(), *options);
+    // Checks that reached their time limit may still run: do not destroy what they use.
+    _exit(status);
+}
