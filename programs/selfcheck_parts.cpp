@@ -14,6 +14,7 @@
 #include "platform/crypto/encodings.h"
 #include "platform/system/confined_program.h"
 #include "platform/system/dynamic_loader.h"
+#include "platform/system/executable_file.h"
 #include "platform/system/limited_program.h"
 #include "programs/selfcheck.h"
 #include "update_framework/bundle_parts.h"
@@ -40,6 +41,11 @@ std::optional<Outcome> fault(const Bundle& bundle, const fs::path& program) {
     const std::string name = program.filename();
     if (const auto error = platform::checkProgram(bundle.bundlePath(), program)) {
         return failed(name, *error);
+    }
+    // A script is a program, too, but not one of this bundle.
+    const auto format = platform::checkedFormatOf(program);
+    if (format && *format != platform::FileFormat::Elf) {
+        return failed(name + ": it is not a native program");
     }
     if (const auto error = platform::checkLoadable(program)) {
         const bool canPass = error->domain == platform::kProgramErrorDomain;
