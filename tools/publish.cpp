@@ -19,13 +19,14 @@
 #include "tools/identity.h"
 #include "tools/inspection.h"
 #include "tools/key_source.h"
-#include "tools/local_check.h"
 #include "tools/offer_text.h"
 #include "tools/output.h"
 #include "tools/packing.h"
+#include "tools/private_folder.h"
 #include "tools/signing.h"
 #include "tools/terms.h"
 #include "update_framework/updater_error.h"
+#include "update_framework/validation.h"
 
 namespace teravolant::release {
 namespace {
@@ -42,7 +43,6 @@ struct Options {
     KeyOptions key;
     TermOptions terms;
     std::string folder;
-    int selfcheckSeconds = 60;
     bool isRotation = false;
     bool isJson = false;
 };
@@ -169,6 +169,15 @@ Status checkReplaces(const fs::path& target, const platform::Offer& offer,
                          "build with a higher version.");
 }
 
+/// Runs the bundle's own check from its own place: a temporary folder may not allow programs.
+Status checkRunsHere(const std::string& bundle) {
+    std::error_code unresolved;
+    const auto folder = PrivateFolder::create();
+    return folder ? platform::runSelfCheck(fs::canonical(bundle, unresolved), {"--offline"},
+                                           folder->path() / "home")
+                  : Status(folder.error());
+}
+
 Status publishInto(const Options& options, const DocumentPlace& place, const Signer& signer,
                    const std::string& name, const std::stop_token& stop) {
     const fs::path target = fs::path(options.folder) / name;
@@ -180,8 +189,7 @@ Status publishInto(const Options& options, const DocumentPlace& place, const Sig
     if (!inspection) {
         return inspection.error();
     }
-    if (auto error =
-            checkRunsHere(options.bundle, std::chrono::seconds(options.selfcheckSeconds))) {
+    if (auto error = checkRunsHere(options.bundle)) {
         return error;
     }
     const auto document = signedDocument(options, *inspection, place, signer, name);
@@ -260,11 +268,6 @@ void addPublish(CLI::App& program, Work& work) {
                      "The folder for the archive and the document, one for each feed")
         ->required()
         ->type_name("FOLDER");
-    command
-        ->add_option("--selfcheck-timeout", options->selfcheckSeconds,
-                     "How long the bundle's selfcheck may take (default: 60)")
-        ->check(CLI::Range(1, 3600))
-        ->type_name("SECONDS");
     addTermOptions(*command, options->terms);
     addDropOptions(*command, options->terms);
     command->add_flag("--rotate", options->isRotation,

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -32,9 +33,10 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::chrono::seconds kPatience(10);
+constexpr const char* kHome = ".home";
 
 Status refusedBundle(const std::string& reason) {
-    return updaterError(SQRLUpdaterErrorRefusedBundle, "The update's bundle is refused: " + reason);
+    return updaterError(SQRLUpdaterErrorRefusedBundle, "The bundle is refused: " + reason);
 }
 
 /// Returns the caller's environment with these variables in the place of its own.
@@ -57,36 +59,61 @@ std::string lastLineOf(std::string_view output) {
     return std::string(output.substr(output.rfind('\n') + 1));
 }
 
+/// Returns an error that can pass by itself.
+Status notChecked(ProgramError::Code code, const std::string& reason) {
+    return Error{.domain = std::string(kProgramErrorDomain),
+                 .code = code,
+                 .localizedDescription = "The bundle could not be checked: " + reason};
+}
+
 /// Returns the error of a program that did not report success.
 Status failureOf(const EndedProgram& ended) {
     const std::string program = "its program “selfcheck” ";
-    // Lack of time or memory can pass; a fault of the program can't.
-    if (ended.timedOut || ended.signal == SIGKILL) {
-        return Error{.domain = std::string(kProgramErrorDomain),
-                     .code = ended.timedOut ? ProgramError::hung : ProgramError::killed,
-                     .localizedDescription =
-                         "The update's bundle could not be checked: " + program +
-                         (ended.timedOut ? "did not end within 10 seconds." : "was killed.")};
+    if (ended.timedOut) {
+        return notChecked(ProgramError::hung, program + "did not end within 10 seconds.");
+    }
+    if (ended.signal == SIGKILL) {  // For lack of memory, as a rule.
+        return notChecked(ProgramError::killed, program + "was killed.");
     }
     if (ended.signal != 0) {
-        return refusedBundle(program + "was ended by signal " + std::to_string(ended.signal) + ".");
+        return refusedBundle(program + "was killed by signal " + std::to_string(ended.signal) +
+                             " (" + strsignal(ended.signal) + ").");
     }
     constexpr std::string_view kFailed = "selfcheck: failed: ";
+    constexpr std::string_view kUnclear = "selfcheck: unclear: ";
     const std::string last = lastLineOf(ended.output);
+    if (last.starts_with(kUnclear)) {
+        return notChecked(ProgramError::hung, escaped(last.substr(kUnclear.size())));
+    }
     return refusedBundle(last.starts_with(kFailed)
                              ? escaped(last.substr(kFailed.size()))
                              : program + "ended with status " + std::to_string(*ended.exitStatus) +
-                                   " and “" + escaped(last) + "”.");
+                                   ". Its last line: " + quoted(escaped(last)));
 }
 
-/// Runs the bundle's `selfcheck` with a temporary home in `folder`.
+Status checkLoading(const fs::path& bundle) {
+    const auto files = elfFilesIn(bundle);
+    if (!files) {
+        return files.error();
+    }
+    for (const fs::path& file : *files) {
+        if (auto error = checkLoadable(file)) {
+            return error->domain == kProgramErrorDomain
+                       ? error
+                       : refusedBundle(error->localizedDescription);
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
 Status runSelfCheck(const fs::path& bundle, const std::vector<std::string>& arguments,
-                    const fs::path& folder) {
+                    const fs::path& home) {
     const fs::path program = bundle / "Contents" / "Helpers" / "selfcheck";
     if (const auto error = checkExecutable(program)) {
         return refusedBundle(error->localizedDescription);
     }
-    const fs::path home = folder / ".home";
     (void)removeTree(home);
     if (const int failure = createPrivateDirectory(home)) {
         return errorFromErrno(failure, FileAccess::Write,
@@ -109,30 +136,13 @@ Status runSelfCheck(const fs::path& bundle, const std::vector<std::string>& argu
     return isPassed ? Status() : failureOf(*ended);
 }
 
-Status checkLoading(const fs::path& bundle) {
-    const auto files = elfFilesIn(bundle);
-    if (!files) {
-        return files.error();
-    }
-    for (const fs::path& file : *files) {
-        if (auto error = checkLoadable(file)) {
-            return error->code == ProgramError::hung && error->domain == kProgramErrorDomain
-                       ? error
-                       : refusedBundle(error->localizedDescription);
-        }
-    }
-    return std::nullopt;
-}
-
-}  // namespace
-
 Status validateBundle(const fs::path& bundle, const fs::path& folder) {
     auto error = checkLoading(bundle);
-    return error ? error : runSelfCheck(bundle, {}, folder);
+    return error ? error : runSelfCheck(bundle, {}, folder / kHome);
 }
 
 Status checkInPlace(const fs::path& bundle) {
-    return runSelfCheck(bundle, {"--offline"}, stagingFolderFor(bundle));
+    return runSelfCheck(bundle, {"--offline"}, stagingFolderFor(bundle) / kHome);
 }
 
 bool isBadBundle(const Error& error) {

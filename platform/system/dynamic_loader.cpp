@@ -64,6 +64,15 @@ std::string_view complaintIn(std::string_view output) {
     return {};
 }
 
+/// Removes the file's path where it begins the loader's line, or a part of it, as a label.
+std::string withoutLabel(std::string line, const fs::path& file) {
+    const std::string label = file.native() + ": ";
+    for (auto at = line.find(label); at != line.npos; at = line.find(label)) {
+        line.erase(at, label.size());
+    }
+    return line;
+}
+
 Status failure(std::string_view domain, std::int64_t code, const fs::path& file,
                const std::string& reason) {
     return Error{.domain = std::string(domain),
@@ -105,7 +114,7 @@ Status checkLoadable(const fs::path& elfFile) {
         complaint = loader->output.empty() ? "the dynamic loader crashed" : loader->output.c_str();
     }
     return failure(NSCocoaErrorDomain, NSExecutableNotLoadableError, elfFile,
-                   "can't be loaded: " + escaped(complaint));
+                   "can't be loaded: " + escaped(withoutLabel(std::string(complaint), elfFile)));
 }
 
 }  // namespace teravolant::platform
