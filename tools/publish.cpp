@@ -1,5 +1,5 @@
-// How it works: the bundle is packed into a hidden file of the folder, inspected and signed. Then
-// the archive gets its name, and after that the document is replaced, so that a document never
+// How it works: the bundle is packed into a hidden file of the folder, inspected, run and signed.
+// Then the archive gets its name, and after that the document is replaced, so that a document never
 // names an archive that is not there. The folder is locked for all of it.
 #include <filesystem>
 #include <memory>
@@ -22,9 +22,11 @@
 #include "tools/offer_text.h"
 #include "tools/output.h"
 #include "tools/packing.h"
+#include "tools/private_folder.h"
 #include "tools/signing.h"
 #include "tools/terms.h"
 #include "update_framework/updater_error.h"
+#include "update_framework/validation.h"
 
 namespace teravolant::release {
 namespace {
@@ -167,6 +169,15 @@ Status checkReplaces(const fs::path& target, const platform::Offer& offer,
                          "build with a higher version.");
 }
 
+/// Runs the bundle's own check from its own place: a temporary folder may not allow programs.
+Status checkRunsHere(const std::string& bundle) {
+    std::error_code unresolved;
+    const auto folder = PrivateFolder::create();
+    return folder ? platform::runSelfCheck(fs::canonical(bundle, unresolved), {"--offline"},
+                                           folder->path() / "home")
+                  : Status(folder.error());
+}
+
 Status publishInto(const Options& options, const DocumentPlace& place, const Signer& signer,
                    const std::string& name, const std::stop_token& stop) {
     const fs::path target = fs::path(options.folder) / name;
@@ -177,6 +188,9 @@ Status publishInto(const Options& options, const DocumentPlace& place, const Sig
     const auto inspection = inspectArchive(archive.path(), options.bundle, stop);
     if (!inspection) {
         return inspection.error();
+    }
+    if (auto error = checkRunsHere(options.bundle)) {
+        return error;
     }
     const auto document = signedDocument(options, *inspection, place, signer, name);
     if (!document) {
@@ -240,8 +254,9 @@ Status publish(const Options& options, const std::stop_token& stop) {
 void addPublish(CLI::App& program, Work& work) {
     const auto options = std::make_shared<Options>();
     CLI::App* command = program.add_subcommand("publish",
-                                               "Packs a bundle, inspects the archive, signs it, "
-                                               "checks the document as an installed bundle "
+                                               "Packs a bundle, inspects the archive, lets the "
+                                               "bundle check itself here, signs it, checks the "
+                                               "document as an installed bundle "
                                                "would, and prints what to upload.");
     command->add_option("bundle", options->bundle, "The bundle, for example Teravolant.app")
         ->required()

@@ -62,18 +62,22 @@ Staged recordedStaging(const UpdateCycle& cycle) {
     return record;
 }
 
-/// The same. Verifies the tree, and discards it if it was changed.
+/// The same. Verifies the tree, and discards it if it was changed, or failed after it was
+/// installed.
 Staged intactStaging(const UpdateCycle& cycle) {
     auto record = recordedStaging(cycle);
     if (!record) {
         return std::nullopt;
     }
+    const std::string what = "discarded the staged " + versionText(record->version);
+    const auto refused = Refusals(cycle.cacheFolder).check(record->digest, cycle.wallTime());
     const auto digest = digestOfTree(record->staged);
-    if (digest && *digest == record->treeDigest) {
+    if (!refused && digest && *digest == record->treeDigest) {
         return record;
     }
-    const std::string what = "discarded the staged " + versionText(record->version);
-    cycle.log(digest ? what + ": it was changed" : withReason(what, digest.error()));
+    cycle.log(refused  ? withReason(what, *refused)
+              : digest ? what + ": it was changed"
+                       : withReason(what, digest.error()));
     discardStaging(cycle.cacheFolder, cycle.bundlePath);
     return std::nullopt;
 }

@@ -1,6 +1,6 @@
 // `selfcheck` belongs to the new bundle. Its verdict is its exit status together with the last line
-// of its output, so a broken program that exits with status 0 has not passed. At staging it gets the
-// user's environment with a temporary home. The user's preferences stay readable: they can name
+// of its output, so a broken program that exits with status 0 has not passed. It gets the user's
+// environment with a temporary home. The user's preferences stay readable: they can name
 // another feed.
 #include "update_framework/validation.h"
 
@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,6 +24,7 @@
 #include "platform/system/executable_file.h"
 #include "platform/system/limited_program.h"
 #include "update_framework/bundle_parts.h"
+#include "update_framework/staging.h"
 #include "update_framework/updater_error.h"
 
 namespace teravolant::platform {
@@ -31,9 +33,10 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::chrono::seconds kPatience(10);
+constexpr const char* kHome = ".home";
 
 Status refusedBundle(const std::string& reason) {
-    return updaterError(SQRLUpdaterErrorRefusedBundle, "The update's bundle is refused: " + reason);
+    return updaterError(SQRLUpdaterErrorRefusedBundle, "The bundle is refused: " + reason);
 }
 
 /// Returns the caller's environment with these variables in the place of its own.
@@ -56,41 +59,36 @@ std::string lastLineOf(std::string_view output) {
     return std::string(output.substr(output.rfind('\n') + 1));
 }
 
+/// Returns an error that can pass by itself.
+Status notChecked(ProgramError::Code code, const std::string& reason) {
+    return Error{.domain = std::string(kProgramErrorDomain),
+                 .code = code,
+                 .localizedDescription = "The bundle could not be checked: " + reason};
+}
+
 /// Returns the error of a program that did not report success.
 Status failureOf(const EndedProgram& ended) {
     const std::string program = "its program “selfcheck” ";
-    // Lack of time or memory can pass; a fault of the program can't.
-    if (ended.timedOut || ended.signal == SIGKILL) {
-        return Error{.domain = std::string(kProgramErrorDomain),
-                     .code = ended.timedOut ? ProgramError::hung : ProgramError::killed,
-                     .localizedDescription =
-                         "The update's bundle could not be checked: " + program +
-                         (ended.timedOut ? "did not end within 10 seconds." : "was killed.")};
+    if (ended.timedOut) {
+        return notChecked(ProgramError::hung, program + "did not end within 10 seconds.");
+    }
+    if (ended.signal == SIGKILL) {  // For lack of memory, as a rule.
+        return notChecked(ProgramError::killed, program + "was killed.");
     }
     if (ended.signal != 0) {
-        return refusedBundle(program + "was ended by signal " + std::to_string(ended.signal) + ".");
+        return refusedBundle(program + "was killed by signal " + std::to_string(ended.signal) +
+                             " (" + strsignal(ended.signal) + ").");
     }
     constexpr std::string_view kFailed = "selfcheck: failed: ";
+    constexpr std::string_view kUnclear = "selfcheck: unclear: ";
     const std::string last = lastLineOf(ended.output);
+    if (last.starts_with(kUnclear)) {
+        return notChecked(ProgramError::hung, escaped(last.substr(kUnclear.size())));
+    }
     return refusedBundle(last.starts_with(kFailed)
                              ? escaped(last.substr(kFailed.size()))
                              : program + "ended with status " + std::to_string(*ended.exitStatus) +
-                                   " and “" + escaped(last) + "”.");
-}
-
-Status runSelfCheck(const fs::path& bundle, const std::vector<std::string>& arguments,
-                    const ProgramLimits& limits) {
-    const fs::path program = bundle / "Contents" / "Helpers" / "selfcheck";
-    if (const auto error = checkExecutable(program)) {
-        return refusedBundle(error->localizedDescription);
-    }
-    const auto ended = runLimited(program, arguments, limits);
-    if (!ended) {
-        return ended.error();
-    }
-    const bool isPassed =
-        ended->exitStatus == 0 && lastLineOf(ended->output) == "selfcheck: passed";
-    return isPassed ? Status() : failureOf(*ended);
+                                   ". Its last line: " + quoted(escaped(last)));
 }
 
 Status checkLoading(const fs::path& bundle) {
@@ -100,7 +98,7 @@ Status checkLoading(const fs::path& bundle) {
     }
     for (const fs::path& file : *files) {
         if (auto error = checkLoadable(file)) {
-            return error->code == ProgramError::hung && error->domain == kProgramErrorDomain
+            return error->domain == kProgramErrorDomain
                        ? error
                        : refusedBundle(error->localizedDescription);
         }
@@ -110,17 +108,19 @@ Status checkLoading(const fs::path& bundle) {
 
 }  // namespace
 
-Status validateBundle(const fs::path& bundle, const fs::path& folder) {
-    if (auto error = checkLoading(bundle)) {
-        return error;
+Status runSelfCheck(const fs::path& bundle, const std::vector<std::string>& arguments,
+                    const fs::path& home) {
+    const fs::path program = bundle / "Contents" / "Helpers" / "selfcheck";
+    if (const auto error = checkExecutable(program)) {
+        return refusedBundle(error->localizedDescription);
     }
-    const fs::path home = folder / ".home";
+    (void)removeTree(home);
     if (const int failure = createPrivateDirectory(home)) {
         return errorFromErrno(failure, FileAccess::Write,
                               "The folder " + quoted(home.string()) + " could not be created");
     }
-    auto error = runSelfCheck(
-        bundle, {},
+    const auto ended = runLimited(
+        program, arguments,
         {.patience = kPatience,
          .environment =
              environmentWith({"HOME=" + home.string(), "TMPDIR=" + home.string(),
@@ -128,12 +128,21 @@ Status validateBundle(const fs::path& bundle, const fs::path& folder) {
                               "XDG_CONFIG_HOME=" + configurationDirectory().string()}),
          .writableFolder = home});
     (void)removeTree(home);
-    return error;
+    if (!ended) {
+        return ended.error();
+    }
+    const bool isPassed =
+        ended->exitStatus == 0 && lastLineOf(ended->output) == "selfcheck: passed";
+    return isPassed ? Status() : failureOf(*ended);
+}
+
+Status validateBundle(const fs::path& bundle, const fs::path& folder) {
+    auto error = checkLoading(bundle);
+    return error ? error : runSelfCheck(bundle, {}, folder / kHome);
 }
 
 Status checkInPlace(const fs::path& bundle) {
-    return runSelfCheck(bundle, {"--offline"},
-                        {.patience = kPatience, .environment = environmentWith({})});
+    return runSelfCheck(bundle, {"--offline"}, stagingFolderFor(bundle) / kHome);
 }
 
 bool isBadBundle(const Error& error) {

@@ -1,24 +1,32 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
+#include <vector>
 
 #include "platform/core/result.h"
 
-// Whether a bundle can run on this computer and could update itself from there. Both operations
+// Whether a bundle can run on this computer and could update itself from there. All operations
 // block, for some tenths of a second as a rule.
 //
 // A failure that would occur again is an error with `SQRLUpdaterErrorRefusedBundle`, see
 // `isBadBundle`. A failure that can pass by itself, such as a timeout, has another code.
 namespace teravolant::platform {
 
+/// Runs the bundle's own program `selfcheck`, which has 10 seconds to report success. It gets the
+/// caller's environment, but a temporary home, which is created as `home` and removed. Where the
+/// kernel has Landlock, it can change files only there.
+[[nodiscard]] Status runSelfCheck(const std::filesystem::path& bundle,
+                                  const std::vector<std::string>& arguments,
+                                  const std::filesystem::path& home);
+
 /// Checks a bundle whose tree was verified, before it is installed: every ELF file is complete, for
-/// this machine, and the system's loader resolves all its dependencies; and the bundle's own
-/// program `selfcheck` reports success within 10 seconds. `selfcheck` may write only below a
-/// temporary home in `folder`, where the kernel has Landlock.
+/// this machine, and the system's loader resolves all its dependencies; and its `selfcheck` passes,
+/// with a home in `folder`. The caller ensures that only one process uses the folder.
 [[nodiscard]] Status validateBundle(const std::filesystem::path& bundle,
                                     const std::filesystem::path& folder);
 
-/// Checks the installed bundle with its `selfcheck --offline`.
+/// Checks an installed bundle with `selfcheck --offline`, with a home in its staging folder.
 [[nodiscard]] Status checkInPlace(const std::filesystem::path& bundle);
 
 /// Whether the bundle would fail again on this computer.

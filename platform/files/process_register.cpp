@@ -86,6 +86,10 @@ Result<std::optional<ProcessRegister>> ProcessRegister::open(const std::filesyst
         using None = std::optional<ProcessRegister>;
         return errno == ENOENT ? Result<None>(None()) : readError(errno, path.native());
     }
+    if (file.get() <= STDERR_FILENO) {
+        // A standard stream was closed: what is written to it must not reach the register.
+        file = FileDescriptor(fcntl(file.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    }
     const std::string contents = contentsOf(file);
     if (!isRegister(contents)) {
         return Error{.domain = std::string(NSCocoaErrorDomain),
