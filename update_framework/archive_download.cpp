@@ -214,6 +214,9 @@ class Download {
         }
         addToDigests(bytes);
         _fetched += bytes.size();
+        if (_cycle.progress) {
+            _cycle.progress(_have, _offer.size);
+        }
         return std::nullopt;
     }
 

@@ -144,6 +144,10 @@ bool isIncludedInRollout(const UpdateCycle& cycle, const Offer& offer) {
     const std::string what = versionText(offer.version) + " is offered to " +
                              std::to_string(*offer.rollout) +
                              " % of the installations, not yet to this one";
+    if (cycle.ignoresRollout) {
+        cycle.log(what + ": taken at the user's request");
+        return true;
+    }
     cycle.log(localId ? what : withReason(what, localId.error()));
     return false;
 }

@@ -136,6 +136,11 @@ Result<SQRLUpdate> updateFromFeed(const std::string& body, const URLRequest& req
     return updateIn(body, request, isVersionNewer);
 }
 
+std::optional<std::string> versionInFeed(const std::string& body) {
+    const auto offer = readOffer(body);
+    return offer ? std::optional(offeredVersion(*offer->dictionary())) : std::nullopt;
+}
+
 platform::RACSignal<SQRLUpdate> ClientUpdater::updateFromJSONData(std::string body) const {
     Logger::sharedInstance().logMessage("[ClientUpdater::updateFromJSONData]");
     return platform::RACSignal<SQRLUpdate>::defer(

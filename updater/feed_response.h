@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "platform/core/url.h"
@@ -14,5 +15,9 @@ namespace teravolant {
 /// other than the running updater.
 platform::Result<ClientUpdater::UpdateClass> updateFromFeed(const std::string& body,
                                                             const platform::URLRequest& request);
+
+/// Returns the offered version that the body names, "(null)" if it names none, or nothing if the
+/// body is not a feed document.
+[[nodiscard]] std::optional<std::string> versionInFeed(const std::string& body);
 
 }  // namespace teravolant

@@ -6,6 +6,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -162,6 +163,31 @@ Status checkTrustedPath(const fs::path& path) {
         prepend(target, remaining);
     }
     return std::nullopt;
+}
+
+Status checkTrustedTree(const fs::path& folder) {
+    auto error = checkTrustedPath(folder);
+    const auto checkItem = [&error](const fs::path& item) {
+        struct stat status {};
+        if (lstat(item.c_str(), &status) != 0) {
+            error = readError(errno, item.native());
+        } else if (S_ISLNK(status.st_mode)) {
+            error = checkTrustedPath(item);
+        } else {
+            error = check(item, status, StickyBit::DoesNotProtect);
+        }
+    };
+    for (const fs::path& item : {folder.parent_path(), folder}) {
+        if (!error) {
+            checkItem(item);
+        }
+    }
+    std::error_code failure;
+    for (fs::recursive_directory_iterator items(folder, failure), end;
+         !error && !failure && items != end; items.increment(failure)) {
+        checkItem(items->path());
+    }
+    return failure && !error ? readError(failure.value(), folder.native()) : error;
 }
 
 }  // namespace teravolant::platform

@@ -16,4 +16,8 @@ namespace teravolant::platform {
 /// the user database.
 Status checkTrustedPath(const std::filesystem::path& path);
 
+/// The same for an absolute path of an existing folder and for everything in it, with what links in
+/// it lead to. Also fails if another user can create an item in the folder around it.
+Status checkTrustedTree(const std::filesystem::path& folder);
+
 }  // namespace teravolant::platform

@@ -10,6 +10,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
+#include <sysexits.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -26,6 +27,7 @@
 #include "platform/core/file_error.h"
 #include "platform/core/text.h"
 #include "platform/system/bundle.h"
+#include "platform/system/lent_folder.h"
 #include "platform/system/spawn.h"
 
 namespace teravolant::platform {
@@ -56,13 +58,13 @@ std::vector<std::string> environmentWith(const std::vector<std::string>& names) 
     return environment;
 }
 
-Result<pid_t> spawn(const ConfinedProgram::Settings& settings, int socket) {
-    const bool hasFolder = !settings.folder.empty();
+Result<pid_t> spawn(const ConfinedProgram::Settings& settings, const std::filesystem::path& lent,
+                    int socket) {
+    const bool hasFolder = !lent.empty();
     const FileDescriptor folder(
-        hasFolder ? open(settings.folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)
-                  : -1);
+        hasFolder ? open(lent.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC) : -1);
     if (hasFolder && !folder) {
-        return writeError(errno, settings.folder.native());
+        return writeError(errno, lent.native());
     }
     SpawnSettings spawnSettings;
     auto* const actions = &spawnSettings.actions;
@@ -102,18 +104,27 @@ Result<ConfinedProgram> ConfinedProgram::start(const Settings& settings) {
     FileDescriptor own(ends[0]);
     const FileDescriptor theirs(ends[1]);
     fcntl(own.get(), F_SETFL, O_NONBLOCK);
-    const auto child = spawn(settings, theirs.get());
+    auto lent = settings.folder.empty() ? settings.folder : lendFolder(settings.folder);
+    if (!lent) {
+        return lent.error();
+    }
+    const auto child = spawn(settings, *lent, theirs.get());
     if (!child) {
         return child.error();
     }
-    return ConfinedProgram(settings, std::move(own), *child);
+    return ConfinedProgram(settings, *std::move(lent), std::move(own), *child);
 }
 
-ConfinedProgram::ConfinedProgram(Settings settings, FileDescriptor socket, int child)
-    : _settings(std::move(settings)), _socket(std::move(socket)), _child(child) {}
+ConfinedProgram::ConfinedProgram(Settings settings, std::filesystem::path lent,
+                                 FileDescriptor socket, int child)
+    : _settings(std::move(settings)),
+      _lent(std::move(lent)),
+      _socket(std::move(socket)),
+      _child(child) {}
 
 ConfinedProgram::ConfinedProgram(ConfinedProgram&& other) noexcept
     : _settings(std::move(other._settings)),
+      _lent(std::move(other._lent)),
       _socket(std::move(other._socket)),
       _child(std::exchange(other._child, -1)),
       _payload(std::move(other._payload)) {}
@@ -123,6 +134,19 @@ ConfinedProgram::~ConfinedProgram() {
         kill(_child, SIGKILL);
         (void)waitForEnd(_child, kPatienceAfterEnd);
     }
+}
+
+/// After the last frame. The program must not change the tree any more.
+Status ConfinedProgram::takeFolderBack() {
+    if (_lent == _settings.folder) {
+        return std::nullopt;
+    }
+    kill(_child, SIGKILL);
+    if (!waitForEnd(_child, kPatienceAfterEnd)) {
+        return error(ProgramError::hung, "did not end");
+    }
+    _child = -1;
+    return platform::takeFolderBack(_lent, _settings.folder);
 }
 
 Status ConfinedProgram::waitUntilReady(short events, Time end) {
@@ -209,6 +233,11 @@ Result<ConfinedProgram::Received> ConfinedProgram::receive() {
         ranUnconfined = ranUnconfined || received->payload != kFullConfinement;
         received = receiveFrame(end);
     }
+    if (received && received->kind == FrameKind::End) {
+        if (auto error = takeFolderBack()) {
+            return error;
+        }
+    }
     if (!received || received->kind != FrameKind::Failure) {
         return received;
     }
@@ -227,9 +256,13 @@ Status ConfinedProgram::endWithoutResult() {
     }
     _child = -1;
     if (!WIFSIGNALED(*status)) {
-        return error(
-            ProgramError::ended,
-            "exited with status " + std::to_string(WEXITSTATUS(*status)) + " without a result");
+        const int code = WEXITSTATUS(*status);
+        return error(ProgramError::ended,
+                     "exited with status " + std::to_string(code) + " without a result" +
+                         (code == EX_OSERR && geteuid() == 0
+                              ? ": this system does not let root become the user “nobody”, or does "
+                                "not let the program confine itself"
+                              : ""));
     }
     const int signal = WTERMSIG(*status);
     return error(isFault(signal) ? ProgramError::crashed : ProgramError::killed,

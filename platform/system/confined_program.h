@@ -30,10 +30,10 @@ enum Code : std::int64_t {
 /// output. By default it is in the main bundle's Helpers folder.
 ///
 /// Runs in its own session, with /dev/null as its standard error, only the named environment
-/// variables, and no other inherited descriptor. It confines itself before
-/// it reads a byte. The caller does not trust its output. Destroying the object kills the program.
-/// Used by one thread, which must outlive the program: the kernel kills the program when the thread
-/// that started it ends.
+/// variables, and no other inherited descriptor. It confines itself before it reads a byte; started
+/// by root, it becomes an unprivileged user. The caller does not trust its output. Destroying the
+/// object kills the program. Used by one thread, which must outlive the program: the kernel kills
+/// the program when the thread that started it ends.
 class ConfinedProgram {
   public:
     struct Settings {
@@ -54,7 +54,8 @@ class ConfinedProgram {
         std::string_view payload;  ///< Valid until the next call.
     };
 
-    /// Fails if the folder cannot be opened or the program cannot be executed.
+    /// Fails if the folder cannot be opened or the program cannot be executed. For root, the folder
+    /// must be closed to all other users (see `lendFolder`).
     static Result<ConfinedProgram> start(const Settings& settings);
 
     ConfinedProgram(ConfinedProgram&& other) noexcept;
@@ -68,7 +69,8 @@ class ConfinedProgram {
     void endInput();
 
     /// Returns the next frame other than `Confinement`. Fails with an error of
-    /// `kProgramErrorDomain`, or with the program's own error if the frame is `Failure`.
+    /// `kProgramErrorDomain`, or with the program's own error if the frame is `Failure`. After the
+    /// frame `End`, everything in the folder belongs to the caller's user.
     Result<Received> receive();
 
     /// Returns an error for output that the program must not write.
@@ -79,7 +81,8 @@ class ConfinedProgram {
     [[nodiscard]] static bool anyRanUnconfined();
 
   private:
-    ConfinedProgram(Settings settings, FileDescriptor socket, int child);
+    ConfinedProgram(Settings settings, std::filesystem::path lent, FileDescriptor socket,
+                    int child);
 
     using Time = std::chrono::steady_clock::time_point;
 
@@ -87,9 +90,11 @@ class ConfinedProgram {
     Status waitUntilReady(short events, Time end);
     Result<Received> receiveFrame(Time end);
     Status endWithoutResult();
+    Status takeFolderBack();
     [[nodiscard]] Status error(ProgramError::Code code, const std::string& what) const;
 
     Settings _settings;
+    std::filesystem::path _lent;  ///< The folder in which the program may create a tree.
     FileDescriptor _socket;
     int _child = -1;  ///< The process id. -1 after its end.
     std::vector<char> _payload;

@@ -22,6 +22,7 @@
 
 #include "platform/core/deleter.h"
 #include "platform/system/landlock.h"
+#include "platform/system/unprivileged_user.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define TERAVOLANT_SANITIZED 1
@@ -34,10 +35,11 @@ extern "C" const char* __asan_default_options() {  // NOLINT(bugprone-reserved-i
 #define TERAVOLANT_SANITIZED 0
 #endif
 
-// How it works: the resource limits and the ties to the launcher come first, because the filter of
-// system calls denies some of the calls that set them. Landlock decides by path, the filter by
-// system call and by the numbers among its arguments. Each denies what the other cannot see, and
-// the filter repeats what it can of Landlock's rules for kernels without Landlock.
+// How it works: a program of root first becomes an unprivileged user. The resource limits and the
+// ties to the launcher come first, because the filter of system calls denies some of the calls that
+// set them. Landlock decides by path, the filter by system call and by the numbers among its
+// arguments. Each denies what the other cannot see, and the filter repeats what it can of
+// Landlock's rules for kernels without Landlock.
 namespace teravolant::platform {
 namespace {
 
@@ -83,6 +85,8 @@ void applyLimits(const Limits& limits) {
 }
 
 void tieTo(pid_t launcher) {
+    // First: the kernel clears the signal below when the user changes.
+    require(becomeUnprivileged());
     require(prctl(PR_SET_PDEATHSIG, SIGKILL) == 0);
     // The launcher may have ended before the call above.
     require(getppid() == launcher);

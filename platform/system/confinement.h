@@ -7,7 +7,8 @@
 // The confinement that a helper program applies to itself at the beginning of `main`, before it
 // reads input and before it starts a thread. It cannot be undone.
 //
-// The program is killed when the thread that started it ends. It writes no core dump and gains no
+// A program that root started continues as an unprivileged user (see unprivileged_user.h). The
+// program is killed when the thread that started it ends. It writes no core dump and gains no
 // privileges. Its memory and its number of open files are limited. A denied system call fails with
 // EPERM, EACCES, EXDEV or ENOSYS; it does not kill the program.
 //

@@ -11,6 +11,8 @@
 namespace teravolant::platform {
 namespace {
 
+bool isOff = false;
+
 const std::string& nameOfThisProcess() {
     static const std::string& name = *new std::string(std::string(program_invocation_short_name) +
                                                       "[" + std::to_string(getpid()) + "] ");
@@ -19,7 +21,12 @@ const std::string& nameOfThisProcess() {
 
 }  // namespace
 
+void switchConsoleLogOff() { isOff = true; }
+
 void logToConsole(std::string_view message) {
+    if (isOff) {
+        return;
+    }
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     // With leading zeros. The first digit is not printed.

@@ -1,6 +1,7 @@
 #include "platform/system/terminal.h"
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -69,6 +70,16 @@ Result<std::string> readPassphrase(const std::string& prompt, const std::stop_to
     }
     (void)writeAll(descriptor, "\n");
     return line;
+}
+
+std::optional<unsigned> columnsOfOutput() {
+    if (isatty(STDOUT_FILENO) == 0) {
+        return std::nullopt;
+    }
+    constexpr unsigned kUsual = 80;
+    winsize size{};
+    const bool isKnown = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    return isKnown ? size.ws_col : kUsual;
 }
 
 }  // namespace teravolant::platform

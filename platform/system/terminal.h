@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <stop_token>
 #include <string>
 
@@ -14,5 +15,9 @@ namespace teravolant::platform {
 /// `request_stop` returns, and the operation then fails with `NSUserCancelledError`. Fails with
 /// `NSFileReadNoSuchFileError` if the process has no terminal. Discards what was typed before.
 Result<std::string> readPassphrase(const std::string& prompt, const std::stop_token& stop);
+
+/// Returns the columns of the terminal that is the standard output. Returns 80 if it does not tell
+/// its size, and nothing if the standard output is not a terminal.
+[[nodiscard]] std::optional<unsigned> columnsOfOutput();
 
 }  // namespace teravolant::platform
