@@ -4,13 +4,15 @@
 //
 // Writes one line for each check. With --verbose, or to a terminal, it adds what this computer
 // knows about updates. The last line is "selfcheck: passed" or "selfcheck: failed: REASON"; the
-// launcher reads it before it installs a bundle, and again after that. A "note" does not fail: it
-// names what can pass by itself, like a network that can't be reached.
+// launcher reads it before it installs a bundle, and again after that. "selfcheck: unclear: REASON"
+// stands for a check that was not possible, as when a program does not end in time: the launcher
+// does not remember such a bundle as bad. A "note" does not fail, like a network that can't be
+// reached.
 //
 // Writes only into a temporary folder in $TMPDIR, else in /tmp, and removes it. Ends within 9
 // seconds.
 //
-// Exit status: 0 if passed, 1 if failed, 2 on a usage error.
+// Exit status: 0 if passed, 1 if failed or unclear, 2 on a usage error.
 
 #include <unistd.h>
 
@@ -68,7 +70,7 @@ std::optional<Options> readOptions(const std::vector<std::string_view>& argument
 /// The last resort, for a check that hangs where no time limit applies.
 void endLate(int /*signal*/) {
     constexpr std::string_view kLine =
-        "selfcheck: failed: the checks did not end within 9 seconds\n";
+        "selfcheck: unclear: the checks did not end within 9 seconds\n";
     (void)!write(STDOUT_FILENO, kLine.data(), kLine.size());
     _exit(EXIT_FAILURE);
 }

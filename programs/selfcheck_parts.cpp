@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -12,7 +13,6 @@
 #include "platform/core/text.h"
 #include "platform/core/version.h"
 #include "platform/crypto/encodings.h"
-#include "platform/system/confined_program.h"
 #include "platform/system/dynamic_loader.h"
 #include "platform/system/executable_file.h"
 #include "platform/system/limited_program.h"
@@ -48,16 +48,12 @@ std::optional<Outcome> fault(const Bundle& bundle, const fs::path& program) {
         return failed(name + ": it is not a native program");
     }
     if (const auto error = platform::checkLoadable(program)) {
-        const bool canPass = error->domain == platform::kProgramErrorDomain;
-        return canPass ? note(name + ": " + error->localizedDescription) : failed(name, *error);
+        return failed(name, *error);
     }
     return std::nullopt;
 }
 
 std::string endOf(const platform::EndedProgram& program) {
-    if (program.timedOut) {
-        return "does not end when it is started for a test";
-    }
     if (program.signal != 0) {
         return "was killed by signal " + std::to_string(program.signal) + " (" +
                strsignal(program.signal) + ")";
@@ -130,11 +126,14 @@ Outcome checkHelper(const Bundle& bundle, const Probe& probe) {
     if (auto outcome = fault(bundle, program)) {
         return *std::move(outcome);
     }
-    constexpr std::chrono::seconds kPatience(3);
+    constexpr std::chrono::seconds kPatience(6);
     const auto ended = platform::runLimited(
         program, probe.arguments, {.patience = kPatience, .environment = ownEnvironment()});
     if (!ended) {
-        return failed(probe.name, ended.error());
+        return unclear(probe.name + ": " + ended.error().localizedDescription);
+    }
+    if (ended->timedOut || ended->signal == SIGKILL) {
+        return unclear(probe.name + ": it did not end within 6 seconds, or was killed");
     }
     return ended->exitStatus == probe.status ? ok(probe.name + ": complete, and starts")
                                              : failed(probe.name + ": it " + endOf(*ended));

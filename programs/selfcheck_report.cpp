@@ -12,6 +12,7 @@
 #include "platform/core/error.h"
 #include "platform/core/file_descriptor.h"
 #include "platform/core/text.h"
+#include "platform/system/confined_program.h"
 
 namespace teravolant::selfcheck {
 namespace {
@@ -27,7 +28,11 @@ void writeLine(std::string_view label, std::string_view text) {
 }  // namespace
 
 Outcome failed(std::string_view subject, const platform::Error& error) {
-    return failed(std::string(subject) + ": " + error.localizedDescription);
+    const bool canPass = error.domain == platform::kProgramErrorDomain &&
+                         (error.code == platform::ProgramError::hung ||
+                          error.code == platform::ProgramError::killed);
+    const std::string text = std::string(subject) + ": " + error.localizedDescription;
+    return canPass ? unclear(text) : failed(text);
 }
 
 std::future<Outcome> inBackground(std::function<Outcome()> check) {
@@ -36,7 +41,7 @@ std::future<Outcome> inBackground(std::function<Outcome()> check) {
             return check();
         } catch (const std::exception& exception) {
             // Too little memory or too many threads: it can pass.
-            return note(std::string("a check was not possible: ") + exception.what());
+            return unclear(std::string("a check was not possible: ") + exception.what());
         }
     });
     auto outcome = task->get_future();
@@ -56,6 +61,12 @@ void Report::add(const Outcome& outcome) {
         case Verdict::Note:
             writeLine("note", outcome.text);
             return;
+        case Verdict::Unclear:
+            writeLine("UNCLEAR", outcome.text);
+            if (_firstUnclear.empty()) {
+                _firstUnclear = outcome.text;
+            }
+            return;
         case Verdict::Failed:
             writeLine("FAILED", outcome.text);
             if (_firstFailure.empty()) {
@@ -70,8 +81,10 @@ void Report::addFact(std::string_view name, std::string_view text) {
 }
 
 int Report::finish() const {
-    const bool passed = _firstFailure.empty();
-    const std::string line = passed ? "selfcheck: passed" : "selfcheck: failed: " + _firstFailure;
+    const bool passed = _firstFailure.empty() && _firstUnclear.empty();
+    const std::string line = passed                  ? "selfcheck: passed"
+                             : _firstFailure.empty() ? "selfcheck: unclear: " + _firstUnclear
+                                                     : "selfcheck: failed: " + _firstFailure;
     (void)platform::writeAll(STDOUT_FILENO, platform::escaped(line) + "\n");
     return passed ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -13,7 +13,8 @@ namespace teravolant::selfcheck {
 
 enum class Verdict : std::uint8_t {
     Ok,
-    Note,  ///< Worth knowing, but no fault of the bundle or of this computer.
+    Note,     ///< Worth knowing, but no fault of the bundle or of this computer.
+    Unclear,  ///< The check was not possible, for a reason that can pass.
     Failed,
 };
 
@@ -25,9 +26,13 @@ struct Outcome {
 
 [[nodiscard]] inline Outcome ok(std::string text) { return {Verdict::Ok, std::move(text)}; }
 [[nodiscard]] inline Outcome note(std::string text) { return {Verdict::Note, std::move(text)}; }
+[[nodiscard]] inline Outcome unclear(std::string text) {
+    return {Verdict::Unclear, std::move(text)};
+}
 [[nodiscard]] inline Outcome failed(std::string text) { return {Verdict::Failed, std::move(text)}; }
 
-/// Returns the description of an error as the outcome of the check of `subject`.
+/// Returns the description of an error as the outcome of the check of `subject`: unclear if a
+/// program hung or was killed, else failed.
 [[nodiscard]] Outcome failed(std::string_view subject, const platform::Error& error);
 
 /// Starts the check on a thread of its own, or performs it at once if no thread can be started. The
@@ -45,6 +50,7 @@ class Report {
 
   private:
     std::string _firstFailure;
+    std::string _firstUnclear;
 };
 
 }  // namespace teravolant::selfcheck

@@ -36,8 +36,6 @@ using platform::HttpOptions;
 using platform::Result;
 using platform::Status;
 
-constexpr std::chrono::seconds kPatience(3);
-
 /// A folder that only this user can open. The destructor removes it with its contents.
 class TemporaryFolder {
   public:
@@ -66,6 +64,13 @@ class TemporaryFolder {
     fs::path _path;
     int _failure = 0;
 };
+
+/// With these limits, a program `fetch` that hangs is killed after 3.7 seconds.
+HttpOptions optionsOfTransfer() {
+    return {.connectTimeout = std::chrono::milliseconds(2400),
+            .stallTimeout = std::chrono::seconds(1),
+            .maximumBodySize = platform::kLargestFeed};
+}
 
 constexpr std::string_view kName = "folder/program";
 constexpr std::string_view kContents = "The contents of the file that is unpacked.\n";
@@ -104,7 +109,7 @@ Status unpackInto(const fs::path& folder) {
     auto program = platform::ConfinedProgram::start({.name = "unpack",
                                                      .folder = folder,
                                                      .errorDomain = platform::NSCocoaErrorDomain,
-                                                     .patience = kPatience});
+                                                     .patience = std::chrono::seconds(3)});
     auto error = program ? program->send(smallArchive()) : Status(program.error());
     if (error) {
         return error;
@@ -190,14 +195,11 @@ Outcome requestFeed(const platform::Bundle& bundle) {
         return note("feed: the address in the preferences (updateserver) is malformed");
     }
     const std::string& url = location.request.url->absoluteString();
-    const HttpOptions options{.connectTimeout = kPatience,
-                              .stallTimeout = kPatience,
-                              .maximumBodySize = platform::kLargestFeed};
     auto response = platform::sendHttpRequest(
         {.url = url,
          .headers = {{"User-Agent",
                       platform::userAgent("Teravolant", bundle.shortVersion().value_or(""))}}},
-        options, platform::transferInProgram);
+        optionsOfTransfer(), platform::transferInProgram);
     if (!response) {
         return note("feed: it can't be fetched now: " + response.error().localizedDescription);
     }
@@ -235,8 +237,8 @@ Outcome checkUnpacking() {
 Outcome checkFetching() {
     const ClosingServer server;
     const auto response = platform::sendHttpRequest(
-        {.url = "https://127.0.0.1:" + std::to_string(server.port()) + "/"},
-        {.connectTimeout = kPatience, .stallTimeout = kPatience}, platform::transferInProgram);
+        {.url = "https://127.0.0.1:" + std::to_string(server.port()) + "/"}, optionsOfTransfer(),
+        platform::transferInProgram);
     if (response || hasBegunHandshake(response.error())) {
         return ok("fetching: libcurl and the trusted certificates are there");
     }

@@ -144,12 +144,17 @@ bool goBack(ProcessRegister& processes, const UnconfirmedVersion& version, const
 }
 
 /// Returns the installed bundle if `bundle` is in its staging folder, else an empty path. Another
-/// start may have exchanged the two after this process was started.
+/// start may have exchanged the two after this process was started, or a kill interrupted the
+/// exchange.
 fs::path installedInPlaceOf(const fs::path& bundle) {
     for (fs::path folder = bundle; folder.has_relative_path(); folder = folder.parent_path()) {
-        fs::path installed = folder.parent_path() / bundle.filename();
-        if (folder == stagingFolderFor(installed)) {
-            return installed;
+        const std::string name = folder.filename();
+        const std::size_t end = name.rfind(".update-");
+        if (name.starts_with('.') && end != std::string::npos) {
+            fs::path installed = folder.parent_path() / name.substr(1, end - 1);
+            if (folder == stagingFolderFor(installed)) {
+                return installed;
+            }
         }
     }
     return {};
@@ -198,6 +203,7 @@ void beginStart(char* const* argv) {
     const Bundle& bundle = Bundle::mainBundle();
     const fs::path& target = bundle.bundlePath();
     if (const fs::path installed = installedInPlaceOf(target); !installed.empty()) {
+        repairInstallation(installed);
         runInstalled(installed, argv);
     }
     auto opened = openRegister(target);

@@ -98,7 +98,7 @@ Status checkLoading(const fs::path& bundle) {
     }
     for (const fs::path& file : *files) {
         if (auto error = checkLoadable(file)) {
-            return error->code == ProgramError::hung && error->domain == kProgramErrorDomain
+            return error->domain == kProgramErrorDomain
                        ? error
                        : refusedBundle(error->localizedDescription);
         }

@@ -18,6 +18,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <system_error>
 #include <thread>
 
 #include "platform/core/file_descriptor.h"
@@ -61,13 +62,19 @@ Result<pid_t> spawnRestricted(const fs::path& executable, const std::vector<std:
         return writeError(errno, limits.writableFolder.native());
     }
     Result<pid_t> child = pid_t{-1};
-    std::thread([&] {
+    const auto start = [&] {
         // Without Landlock, the program runs without this restriction.
         if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0) {
             (void)allowChangesOnlyBelow(folder.get());
         }
         child = spawn(executable, arguments, limits.environment, output);
-    }).join();
+    };
+    try {
+        std::thread(start).join();
+    } catch (const std::system_error& exception) {
+        return errorFromErrno(exception.code().value(), FileAccess::Write,
+                              "A thread could not be started");
+    }
     return child;
 }
 
