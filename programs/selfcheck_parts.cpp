@@ -19,6 +19,7 @@
 #include "programs/selfcheck.h"
 #include "update_framework/bundle_parts.h"
 #include "update_framework/installation.h"
+#include "update_framework/updater_error.h"
 
 // The checks of what the bundle and the system consist of.
 namespace teravolant::selfcheck {
@@ -40,7 +41,9 @@ std::vector<std::string> ownEnvironment() {
 std::optional<Outcome> fault(const Bundle& bundle, const fs::path& program) {
     const std::string name = program.filename();
     if (const auto error = platform::checkProgram(bundle.bundlePath(), program)) {
-        return failed(name, *error);
+        const bool isFault =
+            platform::isUpdaterError(*error, platform::SQRLUpdaterErrorRefusedBundle);
+        return isFault ? failed(name, *error) : unclear(name + ": " + error->localizedDescription);
     }
     // A script is a program, too, but not one of this bundle.
     const auto format = platform::checkedFormatOf(program);

@@ -17,6 +17,7 @@
 #include "platform/core/http_error.h"
 #include "platform/core/text.h"
 #include "platform/files/files.h"
+#include "platform/files/private_folder.h"
 #include "platform/system/confined_program.h"
 #include "platform/system/fetch_program.h"
 #include "platform/system/landlock.h"
@@ -35,35 +36,6 @@ namespace fs = std::filesystem;
 using platform::HttpOptions;
 using platform::Result;
 using platform::Status;
-
-/// A folder that only this user can open. The destructor removes it with its contents.
-class TemporaryFolder {
-  public:
-    TemporaryFolder() {
-        std::error_code unusable;
-        fs::path folder = fs::temp_directory_path(unusable);
-        std::string name = (unusable ? "/tmp" : folder) / "teravolant-selfcheck-XXXXXX";
-        if (mkdtemp(name.data()) == nullptr) {
-            _failure = errno;
-            return;
-        }
-        _path = name;
-    }
-    ~TemporaryFolder() {
-        if (!_path.empty()) {
-            (void)platform::removeTree(_path);
-        }
-    }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-    [[nodiscard]] const fs::path& path() const { return _path; }
-    [[nodiscard]] int failure() const { return _failure; }  ///< An `errno` value, or 0.
-
-  private:
-    fs::path _path;
-    int _failure = 0;
-};
 
 /// With these limits, a program `fetch` that hangs is killed after 3.7 seconds.
 HttpOptions optionsOfTransfer() {
@@ -214,16 +186,15 @@ Outcome requestFeed(const platform::Bundle& bundle) {
 }  // namespace
 
 Outcome checkUnpacking() {
-    const TemporaryFolder folder;
-    if (folder.failure() != 0) {
-        return note("unpacking: not tried: a temporary folder could not be created (" +
-                    std::error_code(folder.failure(), std::generic_category()).message() + ")");
+    const auto folder = platform::PrivateFolder::create();
+    if (!folder) {
+        return note("unpacking: not tried: " + folder.error().localizedDescription);
     }
-    if (const auto error = unpackInto(folder.path())) {
+    if (const auto error = unpackInto(folder->path())) {
         return isFull(*error) ? note("unpacking: not tried: " + error->localizedDescription)
                               : failed("unpacking", *error);
     }
-    const auto contents = platform::contentsOfFile(folder.path() / kName);
+    const auto contents = platform::contentsOfFile(folder->path() / kName);
     if (!contents || *contents != kContents) {
         return failed("unpacking: the program “unpack” unpacked an archive to other contents");
     }

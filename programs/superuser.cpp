@@ -1,9 +1,11 @@
 #include "programs/superuser.h"
 
+#include <fcntl.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <string>
 
@@ -36,12 +38,17 @@ platform::Status prepareSuperuser(const fs::path& bundle) {
 }
 
 std::string whoCanReplace(const fs::path& bundle, const fs::path& program) {
+    const fs::path around = bundle.parent_path();
     struct stat status {};
-    if (stat(bundle.parent_path().c_str(), &status) != 0 || status.st_uid == 0) {
-        return "Root can replace it: sudo " + platform::quoted(program.native());
+    if (stat(around.c_str(), &status) != 0 || status.st_uid == geteuid() ||
+        (faccessat(AT_FDCWD, around.c_str(), W_OK, AT_EACCESS) != 0 && errno == EROFS)) {
+        return {};
+    }
+    if (status.st_uid == 0) {
+        return " Root can replace it: sudo " + program.native();
     }
     const passwd* const owner = getpwuid(status.st_uid);
-    return "The folder around it belongs to the user " +
+    return " The folder around it belongs to the user " +
            (owner != nullptr ? platform::quoted(owner->pw_name) : std::to_string(status.st_uid)) +
            ".";
 }

@@ -15,7 +15,8 @@ namespace teravolant {
 /// can change the bundle, a folder above it, or root's preferences and cache.
 [[nodiscard]] platform::Status prepareSuperuser(const std::filesystem::path& bundle);
 
-/// Returns who can replace the bundle that this user can't replace, as a sentence.
+/// Returns a blank and a sentence that says who can replace the bundle, which this user can't
+/// replace. Empty if that does not depend on the user.
 [[nodiscard]] std::string whoCanReplace(const std::filesystem::path& bundle,
                                         const std::filesystem::path& program);
 

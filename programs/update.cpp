@@ -174,8 +174,9 @@ bool isRefusal(const platform::Error& error) {
 }
 
 ExitStatus endWithError(const platform::Error& error, Display& display) {
+    constexpr std::size_t kMost = 4000;
     Logger::sharedInstance().logMessage("Error checking for updates: " +
-                                        escaped(printedForm(error)));
+                                        escaped(printedForm(error), kMost));
     const bool isRefused = isRefusal(error);
     display.showError(isRefused ? "the update was refused" : "the update failed",
                       escaped(error.localizedDescription));
@@ -229,7 +230,7 @@ ExitStatus update(bool quiet) {
     }
     if (const auto error = platform::checkReplaceable(bundle.bundlePath())) {
         display.showError(
-            error->localizedDescription + " " +
+            error->localizedDescription +
             whoCanReplace(bundle.bundlePath(), platform::executablePathOfThisProcess()));
         return kFailed;
     }

@@ -13,13 +13,13 @@
 #include "platform/files/directory_enumerator.h"
 #include "platform/files/files.h"
 #include "platform/files/paths.h"
+#include "platform/files/private_folder.h"
 #include "platform/system/confined_program.h"
 #include "platform/system/executable_path.h"
 #include "tools/bundle_parts.h"
 #include "tools/document.h"
 #include "tools/identity.h"
 #include "tools/output.h"
-#include "tools/private_folder.h"
 #include "update_framework/installation.h"
 #include "update_framework/tree_digest.h"
 
@@ -145,7 +145,7 @@ Result<Inspection> inspectBundle(const fs::path& path, const fs::path& expected)
 
 Result<Inspection> inspectArchive(const fs::path& archive, const fs::path& bundle,
                                   const std::stop_token& stop) {
-    const auto folder = PrivateFolder::create();
+    const auto folder = platform::PrivateFolder::create();
     if (!folder) {
         return folder.error();
     }

@@ -12,6 +12,7 @@
 #include "platform/crypto/signing_key.h"
 #include "platform/files/durable_file.h"
 #include "platform/files/files.h"
+#include "platform/files/private_folder.h"
 #include "tools/acceptance.h"
 #include "tools/archive_request.h"
 #include "tools/commands.h"
@@ -22,7 +23,6 @@
 #include "tools/offer_text.h"
 #include "tools/output.h"
 #include "tools/packing.h"
-#include "tools/private_folder.h"
 #include "tools/signing.h"
 #include "tools/terms.h"
 #include "update_framework/updater_error.h"
@@ -172,7 +172,7 @@ Status checkReplaces(const fs::path& target, const platform::Offer& offer,
 /// Runs the bundle's own check from its own place: a temporary folder may not allow programs.
 Status checkRunsHere(const std::string& bundle) {
     std::error_code unresolved;
-    const auto folder = PrivateFolder::create();
+    const auto folder = platform::PrivateFolder::create();
     return folder ? platform::runSelfCheck(fs::canonical(bundle, unresolved), {"--offline"},
                                            folder->path() / "home")
                   : Status(folder.error());

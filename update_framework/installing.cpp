@@ -22,9 +22,10 @@ namespace teravolant::platform {
 namespace {
 
 Status notInstalled(const StagedUpdate& update, const Error& reason) {
-    return updaterError(SQRLUpdaterErrorInstallationFailed,
-                        "The update to version " + update.version + " could not be installed at " +
-                            quoted(update.target.string()) + ": " + reason.localizedDescription);
+    return updaterError(
+        isBadBundle(reason) ? SQRLUpdaterErrorRefusedBundle : SQRLUpdaterErrorInstallationFailed,
+        "The update to version " + update.version + " could not be installed at " +
+            quoted(update.target.string()) + ": " + reason.localizedDescription);
 }
 
 Status recordNewVersion(const StagedUpdate& update) {

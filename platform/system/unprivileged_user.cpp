@@ -4,12 +4,18 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <array>
+
 namespace teravolant::platform {
 
 UnprivilegedUser unprivilegedUser() {
-    const passwd* const entry = getpwnam("nobody");
-    return entry != nullptr && entry->pw_uid != 0 && entry->pw_gid != 0
-               ? UnprivilegedUser{.user = entry->pw_uid, .group = entry->pw_gid}
+    std::array<char, 4096> buffer{};
+    passwd entry{};
+    passwd* found = nullptr;
+    const bool isKnown =
+        getpwnam_r("nobody", &entry, buffer.data(), buffer.size(), &found) == 0 && found != nullptr;
+    return isKnown && entry.pw_uid != 0 && entry.pw_gid != 0
+               ? UnprivilegedUser{.user = entry.pw_uid, .group = entry.pw_gid}
                : UnprivilegedUser{};
 }
 

@@ -2,7 +2,7 @@
 
 // The confined programs that root starts run as the user nobody (65534 if there is no such
 // entry), so that a fault of them does not have the rights of root. Both operations read the user
-// database. Call them from one thread at a time.
+// database.
 namespace teravolant::platform {
 
 struct UnprivilegedUser {
@@ -10,6 +10,7 @@ struct UnprivilegedUser {
     unsigned group = 65534;
 };
 
+/// May be called from any thread.
 [[nodiscard]] UnprivilegedUser unprivilegedUser();
 
 /// Changes the process from root to the unprivileged user for ever: user, group and supplementary

@@ -4,14 +4,14 @@
 
 #include "platform/core/result.h"
 
-namespace teravolant::release {
+namespace teravolant::platform {
 
 /// A temporary folder that only the current user can open. The destructor removes it with its
 /// contents.
 class PrivateFolder {
   public:
     /// Creates the folder in `$TMPDIR`, else in /tmp.
-    static platform::Result<PrivateFolder> create();
+    static Result<PrivateFolder> create();
 
     PrivateFolder(PrivateFolder&& other) noexcept : _path(std::move(other._path)) {
         other._path.clear();
@@ -27,4 +27,4 @@ class PrivateFolder {
     std::filesystem::path _path;
 };
 
-}  // namespace teravolant::release
+}  // namespace teravolant::platform

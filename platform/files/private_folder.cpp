@@ -1,4 +1,4 @@
-#include "tools/private_folder.h"
+#include "platform/files/private_folder.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -8,27 +8,27 @@
 #include "platform/core/text.h"
 #include "platform/files/files.h"
 
-namespace teravolant::release {
+namespace teravolant::platform {
 
-platform::Result<PrivateFolder> PrivateFolder::create() {
+Result<PrivateFolder> PrivateFolder::create() {
     std::error_code unusable;
     std::filesystem::path folder = std::filesystem::temp_directory_path(unusable);
     if (unusable) {
         folder = "/tmp";
     }
-    std::string name = folder / "teravolant-release-XXXXXX";
+    std::string name = folder / "teravolant-XXXXXX";
     if (mkdtemp(name.data()) == nullptr) {
-        return platform::errorFromErrno(
-            errno, platform::FileAccess::Write,
-            "A temporary folder could not be created in " + platform::quoted(folder.string()));
+        return errorFromErrno(
+            errno, FileAccess::Write,
+            "A temporary folder could not be created in " + quoted(folder.string()));
     }
     return PrivateFolder(name);
 }
 
 PrivateFolder::~PrivateFolder() {
     if (!_path.empty()) {
-        (void)platform::removeTree(_path);
+        (void)removeTree(_path);
     }
 }
 
-}  // namespace teravolant::release
+}  // namespace teravolant::platform
