@@ -114,7 +114,7 @@ Status checkPrevious(const UnconfirmedVersion& version) {
 
 void rememberAsBad(const UnconfirmedVersion& version) {
     const auto cache = cacheFolderOf(Bundle::mainBundle());
-    if (const auto error = preparePrivateDirectory(cache)) {
+    if (const auto error = prepareCacheFolder(cache)) {
         logUpdater("the version is not remembered as bad: " + error->localizedDescription);
         return;
     }

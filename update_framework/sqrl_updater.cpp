@@ -101,7 +101,7 @@ Result<std::optional<StagedUpdate>> SQRLUpdater::runCycle() {
         return error;
     }
     // Other users must not be able to change the files after they are verified.
-    if (auto error = preparePrivateDirectory(cacheFolderOf(bundle))) {
+    if (auto error = prepareCacheFolder(cacheFolderOf(bundle))) {
         return error;
     }
     if (auto error = acquireLocks()) {

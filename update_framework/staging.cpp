@@ -55,6 +55,21 @@ fs::path cacheFolderOf(const Bundle& bundle) {
     return cachesDirectory() / bundle.bundleIdentifier().value_or("");
 }
 
+Status prepareCacheFolder(const fs::path& cacheFolder) {
+    if (auto error = preparePrivateDirectory(cacheFolder)) {
+        return error;
+    }
+    std::error_code unreadable;
+    for (fs::directory_iterator items(cacheFolder, unreadable), end; !unreadable && items != end;
+         items.increment(unreadable)) {
+        std::error_code notThere;
+        if (items->is_directory(notThere) && !items->is_symlink(notThere)) {
+            (void)removeTree(items->path());  // If it fails, using the name does.
+        }
+    }
+    return std::nullopt;
+}
+
 std::optional<StagedUpdate> readStagedUpdate(const fs::path& cacheFolder) {
     Record record = readRecord(recordPath(cacheFolder));
     StagedUpdate update{.version = record["version"],

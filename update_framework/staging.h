@@ -27,6 +27,10 @@ struct StagedUpdate {
 /// Returns the folder of the user's cache that belongs to the bundle.
 [[nodiscard]] std::filesystem::path cacheFolderOf(const Bundle& bundle);
 
+/// Makes the cache folder private to its user (see `preparePrivateDirectory`) and removes the
+/// folders in it. It contains only files, but a later version may have used their names otherwise.
+[[nodiscard]] Status prepareCacheFolder(const std::filesystem::path& cacheFolder);
+
 /// Returns nothing if the record is missing, unreadable or implausible.
 [[nodiscard]] std::optional<StagedUpdate> readStagedUpdate(
     const std::filesystem::path& cacheFolder);
