@@ -169,6 +169,10 @@ void runInstalled(const fs::path& target, char* const* argv) {
     }
 }
 
+void logNotCounted(const Error& error) {
+    logUpdater("this start is not counted: " + error.localizedDescription);
+}
+
 }  // namespace
 
 Status recordUnconfirmed(const fs::path& target, const UnconfirmedVersion& version) {
@@ -207,6 +211,9 @@ void beginStart(char* const* argv) {
         runInstalled(installed, argv);
     }
     auto opened = openRegister(target);
+    if (!opened) {
+        logNotCounted(opened.error());
+    }
     if (!opened || !*opened) {
         return;
     }
@@ -228,10 +235,12 @@ void beginStart(char* const* argv) {
         runInstalled(target, argv);
         std::_Exit(EXIT_FAILURE);
     }
+    // A signal before the action is set would look like a crash.
+    Application::deferSignals();
     error = error ? std::move(error) : processes.add();
     processes.unlock();
     if (error) {
-        logUpdater("this start is not counted: " + error->localizedDescription);
+        logNotCounted(*error);
     }
     theStart.emplace(CountedStart{std::move(processes), target});
     Application::setSignalAction([] { theStart->processes.remove(); });

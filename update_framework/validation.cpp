@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <cstring>
 #include <string>
@@ -72,7 +73,9 @@ Status failureOf(const EndedProgram& ended) {
     if (ended.timedOut) {
         return notChecked(ProgramError::hung, program + "did not end within 10 seconds.");
     }
-    if (ended.signal == SIGKILL) {  // For lack of memory, as a rule.
+    // SIGKILL for lack of memory, the others at a logout.
+    constexpr std::array kFromOutside = {SIGKILL, SIGTERM, SIGHUP, SIGINT};
+    if (std::ranges::find(kFromOutside, ended.signal) != kFromOutside.end()) {
         return notChecked(ProgramError::killed, program + "was killed.");
     }
     if (ended.signal != 0) {

@@ -29,6 +29,8 @@
 namespace teravolant::platform {
 namespace {
 
+constexpr std::array kTerminationSignals = {SIGTERM, SIGINT, SIGHUP};
+
 std::atomic<bool> terminationRequested = false;
 std::atomic<int> wakeUpDescriptor = -1;
 std::atomic<void (*)()> signalAction = nullptr;
@@ -95,6 +97,15 @@ void putHelpersFirstOnPath() {
     setenv("PATH", (helpers + (path.empty() ? ":/usr/local/bin:/usr/bin:/bin" : path)).c_str(), 1);
 }
 
+sigset_t terminationSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : kTerminationSignals) {
+        sigaddset(&signals, signal);
+    }
+    return signals;
+}
+
 /// Sets the actions and the mask of signals, which the parent process may have left ignored or
 /// blocked.
 void readySignals() {
@@ -103,15 +114,13 @@ void readySignals() {
     // process.
     handle(SIGPIPE, ignoreSignal);
     handle(SIGXFSZ, ignoreSignal);
-    sigset_t wanted;
-    sigemptyset(&wanted);
-    sigaddset(&wanted, SIGCHLD);
-    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
-        sigaddset(&wanted, signal);
+    for (const int signal : kTerminationSignals) {
         if (!isIgnored(signal)) {
             handle(signal, requestTermination);
         }
     }
+    sigset_t wanted = terminationSignals();
+    sigaddset(&wanted, SIGCHLD);
     pthread_sigmask(SIG_UNBLOCK, &wanted, nullptr);
 }
 
@@ -149,6 +158,11 @@ Application::Application() {
 bool Application::terminationIsRequested() { return terminationRequested; }
 
 void Application::setLastWork(void (*work)()) { lastWork = work; }
+
+void Application::deferSignals() {
+    const sigset_t signals = terminationSignals();
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+}
 
 void Application::setSignalAction(void (*action)()) { signalAction = action; }
 

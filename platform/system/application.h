@@ -98,6 +98,10 @@ class Application {
     /// `applicationWillTerminate`. Main thread only.
     static void setLastWork(void (*work)());
 
+    /// Blocks termination signals until the shared application is created. Those that arrive in
+    /// between are handled then. Main thread only.
+    static void deferSignals();
+
     /// Sets an action that the handler of every termination signal runs first. It may only call
     /// functions that are safe in a signal handler. Main thread only.
     static void setSignalAction(void (*action)());
