@@ -257,12 +257,13 @@ Status ConfinedProgram::endWithoutResult() {
     _child = -1;
     if (!WIFSIGNALED(*status)) {
         const int code = WEXITSTATUS(*status);
-        return error(ProgramError::ended,
-                     "exited with status " + std::to_string(code) + " without a result" +
-                         (code == EX_OSERR && geteuid() == 0
-                              ? ": this system does not let root become the user “nobody”, or does "
-                                "not let the program confine itself"
-                              : ""));
+        return error(
+            ProgramError::ended,
+            "exited with status " + std::to_string(code) + " without a result" +
+                (code == EX_OSERR && geteuid() == 0
+                     ? ": for root it runs as the user “nobody”, which a container must have, "
+                       "and root needs CAP_SETUID and CAP_SETGID"
+                     : ""));
     }
     const int signal = WTERMSIG(*status);
     return error(isFault(signal) ? ProgramError::crashed : ProgramError::killed,

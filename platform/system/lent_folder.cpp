@@ -96,7 +96,9 @@ Result<fs::path> lendFolder(const fs::path& folder) {
                         : errorFromErrno(failure, FileAccess::Write,
                                          "Root could not give the folder " + quoted(lent.native()) +
                                              " to the user " + std::to_string(user) +
-                                             ", as which the bundle's programs run");
+                                             ", as which its programs unpack (a container must "
+                                             "have this user, and root "
+                                             "needs CAP_CHOWN)");
 }
 
 Status takeFolderBack(const fs::path& lent, const fs::path& folder) {
