@@ -29,14 +29,6 @@ namespace fs = std::filesystem;
 using platform::Bundle;
 using platform::quoted;
 
-std::vector<std::string> ownEnvironment() {
-    std::vector<std::string> environment;
-    for (char* const* entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
-        environment.emplace_back(*entry);
-    }
-    return environment;
-}
-
 /// Returns nothing if the program is complete and the loader finds what it needs.
 std::optional<Outcome> fault(const Bundle& bundle, const fs::path& program) {
     const std::string name = program.filename();
@@ -131,7 +123,8 @@ Outcome checkHelper(const Bundle& bundle, const Probe& probe) {
     }
     constexpr std::chrono::seconds kPatience(6);
     const auto ended = platform::runLimited(
-        program, probe.arguments, {.patience = kPatience, .environment = ownEnvironment()});
+        program, probe.arguments,
+        {.patience = kPatience, .environment = platform::ownEnvironmentWith({})});
     if (!ended) {
         return unclear(probe.name + ": " + ended.error().localizedDescription);
     }

@@ -1,12 +1,12 @@
 // The record is a register of processes (platform/files/process_register.h) in the staging folder,
 // whose note is a property list. A start registers itself; a termination signal deregisters it. So
 // a process that is gone and still registered is a failed start. The lock of the register orders
-// counting, confirming and returning: of several processes, one does it, and the others find a void
-// register and look again which version is installed.
+// counting, confirmation and rollback: one process confirms or rolls back, and the others find a
+// void register and read again which version is installed.
 //
-// The return remembers the archive first, then exchanges the bundles, then makes the record void.
-// After a kill in between, the record is either still valid, and the next start does it again, or
-// for another version than the installed one, and without effect.
+// A rollback remembers the archive first, then exchanges the bundles, then makes the record void.
+// After a kill before the exchange, the next start repeats the rollback. After a kill behind it,
+// the record names another version than the installed one and has no effect.
 #include "update_framework/first_starts.h"
 
 #include <chrono>
@@ -15,6 +15,7 @@
 
 #include "platform/core/error.h"
 #include "platform/core/text.h"
+#include "platform/core/utc_time.h"
 #include "platform/crypto/encodings.h"
 #include "platform/files/durable_file.h"
 #include "platform/files/files.h"
@@ -39,7 +40,7 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t kMostFailedStarts = 3;
 
-/// This process's start, if it is counted.
+/// This process's start of an unconfirmed version.
 struct CountedStart {
     ProcessRegister processes;
     fs::path target;
@@ -50,7 +51,7 @@ Result<std::optional<ProcessRegister>> openRegister(const fs::path& target) {
     return ProcessRegister::open(unconfirmedRecordPath(target));
 }
 
-/// Returns nothing if the note can't be that of a version of the bundle at `target`.
+/// Returns nothing if the note can't be the record of a version at `target`.
 std::optional<UnconfirmedVersion> versionIn(const ProcessRegister& processes,
                                             const fs::path& target) {
     Record record = recordIn(processes.note());
@@ -71,9 +72,9 @@ std::optional<std::string> versionAt(const fs::path& bundlePath) {
     return bundle ? bundle->shortVersion() : std::nullopt;
 }
 
-/// Removes, in a process of its own, the item of the staging folder that contains the previous
-/// bundle, and the staging folder if nothing else is in it: no start waits for a large bundle. What
-/// a kill leaves is removed by the next cycle.
+/// Removes the item of the staging folder that contains the previous bundle, and the staging folder
+/// if nothing else is in it. A separate process does this, so that no start waits for the removal
+/// of a large bundle. The next cycle removes what a kill leaves.
 void removePrevious(const fs::path& target, const fs::path& previous) {
     // Before the exchange is flushed, a power failure may undo it.
     if (flushFolderOf(target) != 0) {
@@ -85,7 +86,7 @@ void removePrevious(const fs::path& target, const fs::path& previous) {
 }
 
 void confirm(ProcessRegister& processes, const fs::path& target) {
-    if (auto error = processes.lock()) {
+    if (const auto error = processes.lock()) {
         logUpdater("the version is not confirmed: " + error->localizedDescription);
         return;
     }
@@ -102,7 +103,7 @@ void confirm(ProcessRegister& processes, const fs::path& target) {
     logUpdater("confirmed version " + escaped(version->version));
 }
 
-/// Returns an error if the previous bundle could not take over.
+/// Returns an error if the previous bundle can't run.
 Status checkPrevious(const UnconfirmedVersion& version) {
     const auto bundle = Bundle::bundleWithPath(version.previous);
     return bundle && bundle->canRun()
@@ -119,12 +120,12 @@ void rememberAsBad(const UnconfirmedVersion& version) {
         return;
     }
     Refusals(cache).add(version.digest, Refusal::FailedStarts,
-                        "three starts of version " + version.version + " failed",
-                        std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()));
+                        "three starts of version " + version.version + " failed", currentUtcTime());
 }
 
 /// Puts the previous bundle back. Returns false, and logs why, if that is not possible.
-bool goBack(ProcessRegister& processes, const UnconfirmedVersion& version, const fs::path& target) {
+bool rollBack(ProcessRegister& processes, const UnconfirmedVersion& version,
+              const fs::path& target) {
     repairInstallation(target, version.previous);
     auto error = checkPrevious(version);
     if (!error) {
@@ -224,14 +225,14 @@ void beginStart(char* const* argv) {
     }
     auto error = processes.lock();
     if (!error && !processes.isValid()) {
-        // Another start has confirmed the version or gone back in the meantime.
+        // Another start has confirmed the version or rolled back in the meantime.
         if (versionAt(target) != bundle.shortVersion()) {
             runInstalled(target, argv);
         }
         return;
     }
     if (!error && processes.countLost() >= kMostFailedStarts &&
-        goBack(processes, *version, target)) {
+        rollBack(processes, *version, target)) {
         runInstalled(target, argv);
         std::_Exit(EXIT_FAILURE);
     }

@@ -4,11 +4,11 @@
 // failing starts lead back to the old one.
 #include "update_framework/installing.h"
 
-#include <chrono>
 #include <utility>
 
 #include "platform/core/error.h"
 #include "platform/core/text.h"
+#include "platform/core/utc_time.h"
 #include "platform/files/durable_file.h"
 #include "platform/files/files.h"
 #include "platform/system/bundle.h"
@@ -40,8 +40,8 @@ Status recordNewVersion(const StagedUpdate& update) {
 }
 
 /// Puts the old bundle back after the new one failed its check.
-Status goBack(const std::filesystem::path& cacheFolder, const StagedUpdate& update,
-              const Error& reason) {
+Status rollBack(const std::filesystem::path& cacheFolder, const StagedUpdate& update,
+                const Error& reason) {
     if (const auto error = exchangeBundles(update.staged, update.target)) {
         return updaterError(
             SQRLUpdaterErrorInstallationFailed,
@@ -51,8 +51,7 @@ Status goBack(const std::filesystem::path& cacheFolder, const StagedUpdate& upda
     (void)removeItem(unconfirmedRecordPath(update.target));  // Without effect now.
     if (isBadBundle(reason)) {
         Refusals(cacheFolder)
-            .add(update.digest, Refusal::Bad, reason.localizedDescription,
-                 std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()));
+            .add(update.digest, Refusal::Bad, reason.localizedDescription, currentUtcTime());
         discardStaging(cacheFolder, update.target);
     }
     return notInstalled(update, reason);
@@ -71,7 +70,7 @@ Status installStagedUpdate(const std::filesystem::path& cacheFolder, const Stage
         return notInstalled(update, *error);
     }
     if (const auto failed = checkInPlace(update.target)) {
-        return goBack(cacheFolder, update, *failed);
+        return rollBack(cacheFolder, update, *failed);
     }
     // Before the exchange is flushed, a power failure may undo it: then keep the old bundle.
     if (confirmation == Confirmation::FirstStarts || flushFolderOf(update.target) == 0) {
