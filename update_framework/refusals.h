@@ -20,7 +20,7 @@ enum class Refusal : std::uint8_t {
 /// The archives that were refused on this computer, by their offered digest, in a file of the cache
 /// folder.
 ///
-/// A bad archive is not downloaded again for 7 days, one whose starts failed not for 90 days; an
+/// A bad archive is not downloaded again for 7 days, and one whose starts failed for 90 days. An
 /// archive with other bytes is tried again after 1, then 4, then every 24 hours. A repaired archive
 /// has another digest. All times are the computer's clock; a time in the future, as after a clock
 /// that was set back, counts as past.
@@ -34,7 +34,7 @@ class Refusals {
     /// downloaded at `now`.
     [[nodiscard]] Status check(const std::string& digest, Time now) const;
 
-    /// Returns when and why each archive was refused that must not be downloaded at `now`.
+    /// Returns a description of each refusal that is in force at `now`: its time, end and reason.
     [[nodiscard]] std::vector<std::string> all(Time now) const;
 
     /// Remembers that the archive was refused with `reason`. A failure to write the file is

@@ -4,7 +4,6 @@
 #include "platform/archives/gzip_tar.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
