@@ -129,7 +129,8 @@ Outcome checkHelper(const Bundle& bundle, const Probe& probe) {
         return unclear(probe.name + ": " + ended.error().localizedDescription);
     }
     if (ended->timedOut || ended->signal == SIGKILL) {
-        return unclear(probe.name + ": it did not end within 6 seconds, or was killed");
+        return unclear(probe.name + ": it did not end within " + std::to_string(kPatience.count()) +
+                       " seconds, or was killed");
     }
     return ended->exitStatus == probe.status ? ok(probe.name + ": complete, and starts")
                                              : failed(probe.name + ": it " + endOf(*ended));
@@ -162,12 +163,8 @@ Outcome checkCommands() {
 }
 
 Outcome checkAgents(const Bundle& bundle) {
-    for (const char* label : {"com.zelto.teravolant.agent", "com.zelto.teravolant.autorun"}) {
-        if (const auto error = platform::checkAgent(bundle.bundlePath(), label)) {
-            return failed("launch agents", *error);
-        }
-    }
-    return ok("launch agents: agent and autorun");
+    const auto error = platform::checkAgents(bundle.bundlePath());
+    return error ? failed("launch agents", *error) : ok("launch agents: agent and autorun");
 }
 
 }  // namespace teravolant::selfcheck

@@ -54,7 +54,8 @@ Status notChecked(ProgramError::Code code, const std::string& reason) {
 Status failureOf(const EndedProgram& ended) {
     const std::string program = "its program “selfcheck” ";
     if (ended.timedOut) {
-        return notChecked(ProgramError::hung, program + "did not end within 10 seconds.");
+        return notChecked(ProgramError::hung, program + "did not end within " +
+                                                  std::to_string(kPatience.count()) + " seconds.");
     }
     // SIGKILL for lack of memory, the others at a logout.
     constexpr std::array kFromOutside = {SIGKILL, SIGTERM, SIGHUP, SIGINT};
