@@ -29,14 +29,6 @@ namespace fs = std::filesystem;
 using platform::Bundle;
 using platform::quoted;
 
-std::vector<std::string> ownEnvironment() {
-    std::vector<std::string> environment;
-    for (char* const* entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
-        environment.emplace_back(*entry);
-    }
-    return environment;
-}
-
 /// Returns nothing if the program is complete and the loader finds what it needs.
 std::optional<Outcome> fault(const Bundle& bundle, const fs::path& program) {
     const std::string name = program.filename();
@@ -131,12 +123,14 @@ Outcome checkHelper(const Bundle& bundle, const Probe& probe) {
     }
     constexpr std::chrono::seconds kPatience(6);
     const auto ended = platform::runLimited(
-        program, probe.arguments, {.patience = kPatience, .environment = ownEnvironment()});
+        program, probe.arguments,
+        {.patience = kPatience, .environment = platform::ownEnvironmentWith({})});
     if (!ended) {
         return unclear(probe.name + ": " + ended.error().localizedDescription);
     }
     if (!ended->exitStatus && !platform::isFaultSignal(ended->signal)) {
-        return unclear(probe.name + ": it did not end within 6 seconds, or was killed");
+        return unclear(probe.name + ": it did not end within " + std::to_string(kPatience.count()) +
+                       " seconds, or was killed");
     }
     return ended->exitStatus == probe.status ? ok(probe.name + ": complete, and starts")
                                              : failed(probe.name + ": it " + endOf(*ended));
@@ -169,12 +163,8 @@ Outcome checkCommands() {
 }
 
 Outcome checkAgents(const Bundle& bundle) {
-    for (const char* label : {"com.zelto.teravolant.agent", "com.zelto.teravolant.autorun"}) {
-        if (const auto error = platform::checkAgent(bundle.bundlePath(), label)) {
-            return failed("launch agents", *error);
-        }
-    }
-    return ok("launch agents: agent and autorun");
+    const auto error = platform::checkAgents(bundle.bundlePath());
+    return error ? failed("launch agents", *error) : ok("launch agents: agent and autorun");
 }
 
 }  // namespace teravolant::selfcheck

@@ -7,7 +7,6 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <thread>
 
@@ -62,7 +61,7 @@ std::string smallArchive() {
     put(116, "0000000");
     put(124, {size.data(), size.size() - 1});
     put(136, "00000000000");
-    put(148, "        ");  // The checksum counts as blanks.
+    put(148, "        ");  // The checksum is computed with spaces in its own field.
     put(156, "0");
     put(257, std::string_view("ustar\00000", 8));
     unsigned sum = 0;
@@ -94,7 +93,7 @@ Status unpackInto(const fs::path& folder) {
     return result->kind == platform::FrameKind::End ? Status() : program->invalidOutput();
 }
 
-/// Returns what of the confinement this kernel lacks.
+/// Returns the parts of the confinement that this kernel lacks.
 std::string missingConfinement() {
     // With a null filter, a kernel that knows filters fails with EFAULT.
     const bool filters =
@@ -105,7 +104,7 @@ std::string missingConfinement() {
     return filters ? "Landlock" : "Landlock and seccomp";
 }
 
-bool isFull(const platform::Error& error) {
+bool isOutOfSpace(const platform::Error& error) {
     return error.code == platform::NSFileWriteOutOfSpaceError;
 }
 
@@ -142,8 +141,7 @@ class ClosingServer {
     int _port = 0;
 };
 
-/// Whether the connection was made and its TLS handshake began, for which the trusted certificates
-/// must have been read.
+/// Whether the TLS handshake began. Before it, the trusted certificates are read.
 bool hasBegunHandshake(const platform::Error& error) {
     return error.domain == platform::kHttpErrorDomain &&
            (error.code == platform::HttpError::secureConnectionFailed ||
@@ -191,8 +189,8 @@ Outcome checkUnpacking() {
         return note("unpacking: not tried: " + folder.error().localizedDescription);
     }
     if (const auto error = unpackInto(folder->path())) {
-        return isFull(*error) ? note("unpacking: not tried: " + error->localizedDescription)
-                              : failed("unpacking", *error);
+        return isOutOfSpace(*error) ? note("unpacking: not tried: " + error->localizedDescription)
+                                    : failed("unpacking", *error);
     }
     const auto contents = platform::contentsOfFile(folder->path() / kName);
     if (!contents || *contents != kContents) {

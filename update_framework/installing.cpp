@@ -4,11 +4,11 @@
 // of the unconfirmed version, so that failing starts lead back to the old one.
 #include "update_framework/installing.h"
 
-#include <chrono>
 #include <utility>
 
 #include "platform/core/error.h"
 #include "platform/core/text.h"
+#include "platform/core/utc_time.h"
 #include "platform/files/files.h"
 #include "platform/system/bundle.h"
 #include "update_framework/bundle_exchange.h"
@@ -59,7 +59,7 @@ Status exchange(const StagedUpdate& update) {
 
 /// Lets the installed version check itself. If that fails, puts the previous bundle back and
 /// returns why, unless a start has confirmed the version in the meantime.
-Status checkOrGoBack(const std::filesystem::path& cacheFolder, const std::filesystem::path& target,
+Status checkOrRollBack(const std::filesystem::path& cacheFolder, const std::filesystem::path& target,
                      const std::string& digest) {
     auto failed = checkInPlace(target);
     if (!failed) {
@@ -80,7 +80,7 @@ Status checkOrGoBack(const std::filesystem::path& cacheFolder, const std::filesy
     if (isBadBundle(*failed)) {
         (void)Refusals(cacheFolder)
             .add(digest, Refusal::Bad, failed->localizedDescription,
-                 std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()));
+                 currentUtcTime());
         discardStaging(cacheFolder, target);
     }
     return failed;
@@ -92,7 +92,7 @@ Status installStagedUpdate(const std::filesystem::path& cacheFolder, const Stage
                            Confirmation confirmation) {
     auto error = settleUnconfirmed(update.target);
     error = error ? std::move(error) : exchange(update);
-    error = error ? std::move(error) : checkOrGoBack(cacheFolder, update.target, update.digest);
+    error = error ? std::move(error) : checkOrRollBack(cacheFolder, update.target, update.digest);
     if (error) {
         return notInstalled(update, *error);
     }
@@ -109,7 +109,7 @@ Status completeInstallation(const std::filesystem::path& cacheFolder,
     if (!version || !*version) {
         return version ? Status() : Status(version.error());
     }
-    if (const auto error = checkOrGoBack(cacheFolder, target, (*version)->digest)) {
+    if (const auto error = checkOrRollBack(cacheFolder, target, (*version)->digest)) {
         return updaterError(SQRLUpdaterErrorInstallationFailed,
                             "Version " + (*version)->version +
                                 " failed its check, and the previous version was put back: " +
