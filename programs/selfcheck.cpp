@@ -99,6 +99,7 @@ int check(const Bundle& bundle, const Options& options) {
     auto fetching = inBackground(checkFetching);
     auto client = inBackground([&bundle] { return checkClientArchive(bundle); });
     start([&bundle] { return checkInformation(bundle); });
+    start([&bundle] { return checkPlace(bundle); });
     start([&bundle] { return checkKeys(bundle); });
     start([&bundle] { return checkLauncher(bundle); });
     for (const Probe& probe : probes()) {

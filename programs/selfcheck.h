@@ -14,6 +14,9 @@ namespace teravolant::selfcheck {
 /// Checks the identifier and the version in Info.plist.
 Outcome checkInformation(const platform::Bundle& bundle);
 
+/// Checks that the launcher's shell commands work with the bundle's path.
+Outcome checkPlace(const platform::Bundle& bundle);
+
 /// Checks that the bundle trusts at least one public key and that all are well formed.
 Outcome checkKeys(const platform::Bundle& bundle);
 

@@ -56,10 +56,8 @@ std::string feedText(const std::string& version) {
 
 std::string documentText(const std::string& version) {
     const platform::DocumentHistory history(platform::UserDefaults::standardUserDefaults());
-    const auto seen = history.lastSeen();
     const auto issued = history.latestIssued(version);
-    return (seen ? "seen " + timeAndAge(*seen) : std::string("none seen")) +
-           (issued ? "; issued " + timeAndAge(*issued) : "");
+    return issued ? "issued " + timeAndAge(*issued) : "none seen";
 }
 
 std::string stagedText(const Bundle& bundle) {

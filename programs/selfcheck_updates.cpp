@@ -15,6 +15,7 @@
 #include "platform/core/file_error.h"
 #include "platform/core/http_error.h"
 #include "platform/core/text.h"
+#include "platform/core/utc_time.h"
 #include "platform/files/files.h"
 #include "platform/files/private_folder.h"
 #include "platform/system/confined_program.h"
@@ -148,14 +149,23 @@ bool hasBegunHandshake(const platform::Error& error) {
             error.code == platform::HttpError::connectionLost);
 }
 
-Outcome outcomeOfDocument(const platform::Bundle& bundle, const std::string& body) {
+Outcome outcomeOfDocument(const platform::Bundle& bundle, const std::string& body,
+                          const std::string& url) {
     const auto document = platform::signedDocumentIn(body);
     if (!document) {
         return note("feed: it is not signed: " + document.error().localizedDescription);
     }
-    const auto keys = platform::installationOf(bundle).publicKeys;
-    return platform::signersOf(*document, keys).empty()
-               ? failed("feed: none of this bundle's public keys signed it")
+    auto installation = platform::installationOf(bundle);
+    if (platform::signersOf(*document, installation.publicKeys).empty()) {
+        return failed("feed: none of this bundle's public keys signed it");
+    }
+    installation.acceptsBothChannels = true;
+    const auto offer = platform::authenticOfferIn(*document, installation);
+    const auto reason = offer ? platform::checkUsable(offer->offer, url, url, installation,
+                                                      platform::currentUtcTime())
+                              : platform::Status(offer.error());
+    return reason
+               ? note("feed: signed, but nothing is taken from it: " + reason->localizedDescription)
                : ok("feed: signed, and offers version " + document->version);
 }
 
@@ -171,13 +181,13 @@ Outcome requestFeed(const platform::Bundle& bundle) {
                       platform::userAgent("Teravolant", bundle.shortVersion().value_or(""))}}},
         optionsOfTransfer(), platform::transferInProgram);
     if (!response) {
-        return note("feed: it can't be fetched now: " + response.error().localizedDescription);
+        return note("feed: it can't be fetched: " + response.error().localizedDescription);
     }
     const auto body = platform::feedIn(*std::move(response));
     if (!body) {
         return note("feed: " + body.error().localizedDescription);
     }
-    return *body ? outcomeOfDocument(bundle, **body)
+    return *body ? outcomeOfDocument(bundle, **body, url)
                  : note("feed: the server offers nothing (status 204): " + url);
 }
 
@@ -212,12 +222,14 @@ Outcome checkFetching() {
         return ok("fetching: libcurl and the trusted certificates are there");
     }
     const auto& error = response.error();
-    if (error.domain != platform::kHttpErrorDomain ||
-        error.code == platform::HttpError::libraryMissing) {
+    if (error.domain != platform::kHttpErrorDomain) {
         return failed("fetching", error);
     }
+    if (error.code == platform::HttpError::libraryMissing) {
+        return failedHere("fetching: " + error.localizedDescription);
+    }
     if (error.code == platform::HttpError::certificatesUnreadable) {
-        return failed(
+        return failedHere(
             "fetching: the trusted certificates can't be read: install the package "
             "ca-certificates, or set SSL_CERT_FILE to their file");
     }

@@ -177,8 +177,11 @@ ExitStatus endWithError(const platform::Error& error, Display& display) {
     Logger::sharedInstance().logMessage("Error checking for updates: " +
                                         escaped(printedForm(error), kMost));
     const bool isRefused = isRefusal(error);
+    const auto* const suggestion =
+        error.userInformation<std::string>(platform::NSLocalizedRecoverySuggestionErrorKey);
     display.showError(isRefused ? "the update was refused" : "the update failed",
-                      escaped(error.localizedDescription));
+                      escaped(error.localizedDescription) +
+                          (suggestion == nullptr ? "" : ". " + escaped(*suggestion)));
     return isRefused ? kRefused : kFailed;
 }
 

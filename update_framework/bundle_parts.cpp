@@ -59,6 +59,9 @@ Status checkAgents(const fs::path& bundle) {
     for (const std::string label : {"com.zelto.teravolant.agent", "com.zelto.teravolant.autorun"}) {
         const fs::path file = bundle / "Contents" / "Resources" / (label + ".plist");
         const auto agent = dictionaryInFile(file);
+        if (!agent && agent.error().code == NSFileReadUnknownError) {
+            return agent.error();
+        }
         const auto entry = agent ? agent->find("Label") : Value::Dictionary::const_iterator();
         if (!agent || entry == agent->end() || entry->second != Value(label)) {
             return refused(bundle, file,

@@ -132,10 +132,9 @@ void rememberAsBad(const UnconfirmedVersion& version) {
     const auto cache = cacheFolderOf(Bundle::mainBundle());
     auto error = prepareCacheFolder(cache);
     if (!error) {
-        error = Refusals(cache).add(
-            version.digest, Refusal::FailedStarts,
-            "three starts of version " + version.version + " failed",
-            currentUtcTime());
+        error = Refusals(cache).add(version.digest, Refusal::FailedStarts,
+                                    "three starts of version " + version.version + " failed",
+                                    currentUtcTime());
     }
     if (error) {
         logUpdater("the version is not remembered as bad: " + error->localizedDescription);
@@ -157,7 +156,8 @@ Status exchangeBack(ProcessRegister& processes, const UnconfirmedVersion& versio
 
 /// Puts the previous bundle back after failed starts. Returns false, and logs why, if that is not
 /// possible.
-bool rollBack(ProcessRegister& processes, const UnconfirmedVersion& version, const fs::path& target) {
+bool rollBack(ProcessRegister& processes, const UnconfirmedVersion& version,
+              const fs::path& target) {
     rememberAsBad(version);
     const auto error = exchangeBack(processes, version, target);
     const std::string what = "three starts of version " + escaped(version.version) + " failed";

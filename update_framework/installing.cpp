@@ -59,8 +59,8 @@ Status exchange(const StagedUpdate& update) {
 
 /// Lets the installed version check itself. If that fails, puts the previous bundle back and
 /// returns why, unless a start has confirmed the version in the meantime.
-Status checkOrRollBack(const std::filesystem::path& cacheFolder, const std::filesystem::path& target,
-                     const std::string& digest) {
+Status checkOrRollBack(const std::filesystem::path& cacheFolder,
+                       const std::filesystem::path& target, const std::string& digest) {
     auto failed = checkInPlace(target);
     if (!failed) {
         return std::nullopt;
@@ -79,11 +79,14 @@ Status checkOrRollBack(const std::filesystem::path& cacheFolder, const std::file
     }
     if (isBadBundle(*failed)) {
         (void)Refusals(cacheFolder)
-            .add(digest, Refusal::Bad, failed->localizedDescription,
-                 currentUtcTime());
+            .add(digest, Refusal::Bad, failed->localizedDescription, currentUtcTime());
         discardStaging(cacheFolder, target);
     }
-    return failed;
+    return updaterError(static_cast<SQRLUpdaterErrorCode>(isBadBundle(*failed)
+                                                              ? SQRLUpdaterErrorRefusedBundle
+                                                              : SQRLUpdaterErrorInstallationFailed),
+                        "Its check in place failed, and the previous bundle was put back. " +
+                            failed->localizedDescription);
 }
 
 }  // namespace

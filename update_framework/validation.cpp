@@ -63,9 +63,12 @@ Status failureOf(const EndedProgram& ended) {
     }
     constexpr std::string_view kFailed = "selfcheck: failed: ";
     constexpr std::string_view kUnclear = "selfcheck: unclear: ";
+    constexpr std::string_view kFailedHere = "selfcheck: failed here: ";
     const std::string last = lastLineOf(ended.output);
-    if (last.starts_with(kUnclear)) {
-        return notChecked(ProgramError::hung, escaped(last.substr(kUnclear.size())));
+    for (const std::string_view verdict : {kUnclear, kFailedHere}) {
+        if (last.starts_with(verdict)) {
+            return notChecked(ProgramError::hung, escaped(last.substr(verdict.size())));
+        }
     }
     return refusedBundle(last.starts_with(kFailed)
                              ? escaped(last.substr(kFailed.size()))
