@@ -76,9 +76,12 @@ std::string stagedText(const Bundle& bundle) {
 
 std::string confirmationText(const Bundle& bundle) {
     const auto unconfirmed = platform::unconfirmedVersion(bundle.bundlePath());
-    return unconfirmed ? "not yet, no start has ended cleanly; version " +
-                             unconfirmed->previousVersion + " is kept"
-                       : "yes";
+    if (!unconfirmed) {
+        return "unknown: " + unconfirmed.error().localizedDescription;
+    }
+    return *unconfirmed ? "not yet, no start has ended cleanly; version " +
+                              (*unconfirmed)->previousVersion + " is kept"
+                        : "yes";
 }
 
 std::string policyText() {

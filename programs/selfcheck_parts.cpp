@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -16,6 +15,7 @@
 #include "platform/system/dynamic_loader.h"
 #include "platform/system/executable_file.h"
 #include "platform/system/limited_program.h"
+#include "platform/system/process.h"
 #include "programs/selfcheck.h"
 #include "update_framework/bundle_parts.h"
 #include "update_framework/installation.h"
@@ -135,7 +135,7 @@ Outcome checkHelper(const Bundle& bundle, const Probe& probe) {
     if (!ended) {
         return unclear(probe.name + ": " + ended.error().localizedDescription);
     }
-    if (ended->timedOut || ended->signal == SIGKILL) {
+    if (!ended->exitStatus && !platform::isFaultSignal(ended->signal)) {
         return unclear(probe.name + ": it did not end within 6 seconds, or was killed");
     }
     return ended->exitStatus == probe.status ? ok(probe.name + ": complete, and starts")

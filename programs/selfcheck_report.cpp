@@ -11,6 +11,7 @@
 
 #include "platform/core/error.h"
 #include "platform/core/file_descriptor.h"
+#include "platform/core/file_error.h"
 #include "platform/core/text.h"
 #include "platform/system/confined_program.h"
 
@@ -28,9 +29,14 @@ void writeLine(std::string_view label, std::string_view text) {
 }  // namespace
 
 Outcome failed(std::string_view subject, const platform::Error& error) {
-    const bool canPass = error.domain == platform::kProgramErrorDomain &&
-                         (error.code == platform::ProgramError::hung ||
-                          error.code == platform::ProgramError::killed);
+    const bool isStopped = error.domain == platform::kProgramErrorDomain &&
+                           (error.code == platform::ProgramError::hung ||
+                            error.code == platform::ProgramError::killed);
+    // An unknown error of a system call: no memory, no descriptors, a failing disk.
+    const bool isOfSystem = error.domain == platform::NSCocoaErrorDomain &&
+                            (error.code == platform::NSFileReadUnknownError ||
+                             error.code == platform::NSFileWriteUnknownError);
+    const bool canPass = isStopped || isOfSystem;
     const std::string text = std::string(subject) + ": " + error.localizedDescription;
     return canPass ? unclear(text) : failed(text);
 }

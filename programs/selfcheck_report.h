@@ -31,8 +31,8 @@ struct Outcome {
 }
 [[nodiscard]] inline Outcome failed(std::string text) { return {Verdict::Failed, std::move(text)}; }
 
-/// Returns the description of an error as the outcome of the check of `subject`: unclear if a
-/// program hung or was killed, else failed.
+/// Returns the description of an error as the outcome of the check of `subject`: unclear if the
+/// reason can pass, else failed.
 [[nodiscard]] Outcome failed(std::string_view subject, const platform::Error& error);
 
 /// Starts the check on a thread of its own, or performs it at once if no thread can be started. The

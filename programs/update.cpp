@@ -251,6 +251,7 @@ int main(int argc, char* argv[]) {
     // A closed pipe or a file at its size limit makes a write fail and must not stop the update.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
+    std::signal(SIGCHLD, SIG_DFL);  // Else no program's exit status could be read.
     teravolant::platform::switchConsoleLogOff();
     const Arguments arguments(argv + 1, argv + argc);
     if (arguments == Arguments{"--help"}) {

@@ -44,9 +44,11 @@ struct Update {
     }
 
     void makeBundle(const fs::path& path, const std::string& version) const {
-        folder.write(path / "Contents/Info.plist", serialisePropertyList(Value::Dictionary{
-                                                       {"CFBundleIdentifier", kIdentifier},
-                                                       {"CFBundleShortVersionString", version}}));
+        folder.write(path / "Contents/Info.plist",
+                     serialisePropertyList(Value::Dictionary{
+                         {"CFBundleIdentifier", kIdentifier},
+                         {"CFBundleShortVersionString", version},
+                         {"TVUpdatePublicKeys", Value::Array{*kPublisher.publicKey()}}}));
         fs::create_directory(path / "Contents/MacOS");
         fs::copy("/bin/true", path / "Contents/MacOS/Teravolant");
         const fs::path check = path / "Contents/Helpers/selfcheck";

@@ -38,9 +38,11 @@ Status refusedBundle(const std::string& reason) {
     return updaterError(SQRLUpdaterErrorRefusedBundle, "The update's bundle is refused: " + reason);
 }
 
-/// Returns an error if the bundle does not have the offered version or its executable can't be run.
-/// The offered version is already known to be newer than the running one.
-Status checkBundle(const Bundle& bundle, const Offer& offer) {
+/// Returns an error if the bundle does not have the offered version, could not take another update,
+/// or its executable can't be run. The offered version is already known to be newer than the
+/// running one.
+Status checkBundle(const Bundle& bundle, const OfferedArchive& offered) {
+    const Offer& offer = offered.offer;
     const auto version = bundle.shortVersion();
     if (version != offer.version) {
         return refusedBundle("its version is " + version.value_or(kMissingValueMark) + " where " +
@@ -48,6 +50,11 @@ Status checkBundle(const Bundle& bundle, const Offer& offer) {
     }
     if (!bundle.canRun()) {
         return refusedBundle("its executable is not there or can't be run.");
+    }
+    if (signersOf(offered.document, installationOf(bundle).publicKeys).empty()) {
+        return refusedBundle(
+            "none of its public keys signed the document that offers it, so it could not take "
+            "another update.");
     }
     return std::nullopt;
 }
@@ -63,14 +70,14 @@ void openFoldersDownTo(const fs::path& staged, fs::path folder) {
 }
 
 /// Returns the checked bundle of the archive, unpacked into `folder`.
-Result<Bundle> unpackAndCheck(const UpdateCycle& cycle, const Offer& offer,
-                              const DownloadedArchive& archive, const fs::path& folder) {
-    if (auto error = unpackDownloadedArchive(archive, folder, cycle.unpackPatience)) {
+Result<Bundle> unpackAndCheck(const UpdateCycle& cycle, const OfferedArchive& offered,
+                              const fs::path& folder) {
+    if (auto error = unpackDownloadedArchive(offered.archive, folder, cycle.unpackPatience)) {
         return error;
     }
     auto bundle = cycle.matchingBundle(folder).subscribe();
     if (bundle) {
-        if (auto error = checkBundle(*bundle, offer)) {
+        if (auto error = checkBundle(*bundle, offered)) {
             return error;
         }
     }
@@ -99,18 +106,18 @@ Status verifyAndFlush(const fs::path& bundle, const fs::path& folder, const Offe
                               "The update in " + quoted(folder.string()) + " could not be flushed");
 }
 
-Result<StagedUpdate> stageInto(const fs::path& folder, const UpdateCycle& cycle, const Offer& offer,
-                               const DownloadedArchive& archive) {
-    const auto bundle = unpackAndCheck(cycle, offer, archive, folder);
+Result<StagedUpdate> stageInto(const fs::path& folder, const UpdateCycle& cycle,
+                               const OfferedArchive& offered) {
+    const auto bundle = unpackAndCheck(cycle, offered, folder);
     if (!bundle) {
         return bundle.error();
     }
-    StagedUpdate update{.version = offer.version,
-                        .digest = offer.digest,
-                        .treeDigest = offer.tree,
+    StagedUpdate update{.version = offered.offer.version,
+                        .digest = offered.offer.digest,
+                        .treeDigest = offered.offer.tree,
                         .staged = bundle->bundlePath(),
                         .target = cycle.bundlePath};
-    auto error = verifyAndFlush(update.staged, folder, offer);
+    auto error = verifyAndFlush(update.staged, folder, offered.offer);
     if (!error) {
         error = writeStagedUpdate(cycle.cacheFolder, update);
     }
@@ -119,14 +126,13 @@ Result<StagedUpdate> stageInto(const fs::path& folder, const UpdateCycle& cycle,
 
 }  // namespace
 
-Result<StagedUpdate> stageBundle(const UpdateCycle& cycle, const Offer& offer,
-                                 const DownloadedArchive& archive) {
-    const auto folder = makeFolder(cycle, offer);
+Result<StagedUpdate> stageBundle(const UpdateCycle& cycle, const OfferedArchive& offered) {
+    const auto folder = makeFolder(cycle, offered.offer);
     auto staged =
-        folder ? stageInto(*folder, cycle, offer, archive) : Result<StagedUpdate>(folder.error());
+        folder ? stageInto(*folder, cycle, offered) : Result<StagedUpdate>(folder.error());
     removeUnrecordedStaging(cycle.cacheFolder, cycle.bundlePath);
     if (!staged && staged.error().code == NSFileWriteOutOfSpaceError) {
-        const auto needed = spaceForTree(cycle, offer);
+        const auto needed = spaceForTree(cycle, offered.offer);
         return outOfSpaceError(needed.folder, needed.bytes);
     }
     return staged;

@@ -9,11 +9,13 @@
 // for another version than the installed one, and without effect.
 #include "update_framework/first_starts.h"
 
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <utility>
 
 #include "platform/core/error.h"
+#include "platform/core/file_error.h"
 #include "platform/core/text.h"
 #include "platform/crypto/encodings.h"
 #include "platform/files/durable_file.h"
@@ -71,35 +73,48 @@ std::optional<std::string> versionAt(const fs::path& bundlePath) {
     return bundle ? bundle->shortVersion() : std::nullopt;
 }
 
-/// Removes, in a process of its own, the item of the staging folder that contains the previous
-/// bundle, and the staging folder if nothing else is in it: no start waits for a large bundle. What
-/// a kill leaves is removed by the next cycle.
-void removePrevious(const fs::path& target, const fs::path& previous) {
-    // Before the exchange is flushed, a power failure may undo it.
-    if (flushFolderOf(target) != 0) {
-        return;
-    }
-    const fs::path staging = stagingFolderFor(target);
-    (void)launchDetached("sh", {"-c", R"(chmod -R u+rwX "$1"; rm -rf "$1"; rmdir "$2")", "sh",
-                                staging / *previous.lexically_relative(staging).begin(), staging});
+/// Returns the item of the staging folder that contains the previous bundle.
+fs::path previousItem(const fs::path& staging, const fs::path& previous) {
+    return staging / *previous.lexically_relative(staging).begin();
 }
 
-void confirm(ProcessRegister& processes, const fs::path& target) {
-    if (auto error = processes.lock()) {
-        logUpdater("the version is not confirmed: " + error->localizedDescription);
-        return;
-    }
+/// Removes the previous bundle, and the staging folder if nothing else is in it. What a failure or
+/// a kill leaves is removed by the next cycle.
+void removePrevious(const fs::path& target, const fs::path& previous) {
+    const fs::path staging = stagingFolderFor(target);
+    (void)removeTree(previousItem(staging, previous));
+    std::error_code notEmpty;
+    fs::remove(staging, notEmpty);
+}
+
+/// The same in a process of its own: no start waits for the removal of a large bundle.
+void removePreviousInBackground(const fs::path& target, const fs::path& previous) {
+    const fs::path staging = stagingFolderFor(target);
+    (void)launchDetached("sh", {"-c", R"(chmod -R u+rwX "$1"; rm -rf "$1"; rmdir "$2")", "sh",
+                                previousItem(staging, previous), staging});
+}
+
+using Remove = void (*)(const fs::path& target, const fs::path& previous);
+
+void confirm(ProcessRegister& processes, const fs::path& target, Remove remove) {
+    auto error = processes.lock();
     const auto version = versionIn(processes, target);
-    if (!version || !processes.isValid()) {
+    if (!error && (!version || !processes.isValid())) {
         return;
     }
-    repairInstallation(target, version->previous);
-    if (const auto error = processes.makeVoid()) {
+    if (!error) {
+        repairInstallation(target, version->previous);
+        error = processes.makeVoid();
+    }
+    if (error) {
         logUpdater("the version is not confirmed: " + error->localizedDescription);
         return;
     }
-    removePrevious(target, version->previous);
     logUpdater("confirmed version " + escaped(version->version));
+    // Before the exchange is flushed, a power failure may undo it.
+    if (flushFolderOf(target) == 0) {
+        remove(target, version->previous);
+    }
 }
 
 /// Returns an error if the previous bundle could not take over.
@@ -114,33 +129,40 @@ Status checkPrevious(const UnconfirmedVersion& version) {
 
 void rememberAsBad(const UnconfirmedVersion& version) {
     const auto cache = cacheFolderOf(Bundle::mainBundle());
-    if (const auto error = prepareCacheFolder(cache)) {
-        logUpdater("the version is not remembered as bad: " + error->localizedDescription);
-        return;
-    }
-    Refusals(cache).add(version.digest, Refusal::FailedStarts,
-                        "three starts of version " + version.version + " failed",
-                        std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()));
-}
-
-/// Puts the previous bundle back. Returns false, and logs why, if that is not possible.
-bool goBack(ProcessRegister& processes, const UnconfirmedVersion& version, const fs::path& target) {
-    repairInstallation(target, version.previous);
-    auto error = checkPrevious(version);
+    auto error = prepareCacheFolder(cache);
     if (!error) {
-        rememberAsBad(version);
-        error = exchangeBundles(version.previous, target);
+        error = Refusals(cache).add(
+            version.digest, Refusal::FailedStarts,
+            "three starts of version " + version.version + " failed",
+            std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()));
     }
     if (error) {
-        logUpdater(
-            "three starts of version " + escaped(version.version) +
-            " failed, but the previous version can't be put back: " + error->localizedDescription);
-        return false;
+        logUpdater("the version is not remembered as bad: " + error->localizedDescription);
     }
-    (void)processes.makeVoid();  // Without effect now: another version is installed.
-    logUpdater("three starts of version " + escaped(version.version) + " failed: went back to " +
-               "version " + escaped(version.previousVersion));
-    return true;
+}
+
+/// Exchanges the bundles. `processes` is locked and valid.
+Status exchangeBack(ProcessRegister& processes, const UnconfirmedVersion& version,
+                    const fs::path& target) {
+    repairInstallation(target, version.previous);
+    auto error = checkPrevious(version);
+    error = error ? std::move(error) : exchangeBundles(version.previous, target);
+    if (!error) {
+        (void)processes.makeVoid();  // Without effect now: another version is installed.
+    }
+    return error;
+}
+
+/// Puts the previous bundle back after failed starts. Returns false, and logs why, if that is not
+/// possible.
+bool goBack(ProcessRegister& processes, const UnconfirmedVersion& version, const fs::path& target) {
+    rememberAsBad(version);
+    const auto error = exchangeBack(processes, version, target);
+    const std::string what = "three starts of version " + escaped(version.version) + " failed";
+    logUpdater(error ? what + ", but the previous version can't be put back: " +
+                           error->localizedDescription
+                     : what + ": went back to version " + escaped(version.previousVersion));
+    return !error;
 }
 
 /// Returns the installed bundle if `bundle` is in its staging folder, else an empty path. Another
@@ -188,20 +210,50 @@ fs::path unconfirmedRecordPath(const fs::path& target) {
     return stagingFolderFor(target) / "first-starts";
 }
 
-std::optional<UnconfirmedVersion> unconfirmedVersion(const fs::path& target) {
+Result<std::optional<UnconfirmedVersion>> unconfirmedVersion(const fs::path& target) {
     const auto processes = openRegister(target);
+    if (!processes && processes.error().code != NSFileReadCorruptFileError) {
+        return processes.error();
+    }
     auto version = processes && *processes ? versionIn(**processes, target) : std::nullopt;
-    return version && versionAt(target) == version->version ? std::move(version) : std::nullopt;
+    const auto installed = version ? Bundle::bundleWithPath(target) : std::nullopt;
+    if (version && !installed) {
+        return readError(ENOENT, target.native());
+    }
+    const bool isInstalled = installed && installed->shortVersion() == version->version;
+    return isInstalled ? std::move(version) : std::nullopt;
 }
 
 void confirmVersion(const fs::path& target) {
-    if (!unconfirmedVersion(target)) {
+    const auto version = unconfirmedVersion(target);
+    if (!version || !*version) {
         return;
     }
     if (auto processes = openRegister(target); processes && *processes) {
-        confirm(**processes, target);
+        confirm(**processes, target, removePrevious);
     }
 }
+
+Result<bool> returnToPrevious(const fs::path& target) {
+    auto opened = openRegister(target);
+    if (!opened || !*opened) {
+        return opened ? Result<bool>(false) : opened.error();
+    }
+    ProcessRegister& processes = **opened;
+    auto error = processes.lock();
+    // On a file system without these locks, no start can confirm the version at the same time.
+    if (error && error->code == NSFileLockingError) {
+        return error;
+    }
+    const auto version = versionIn(processes, target);
+    if (!version || !processes.isValid() || versionAt(target) != version->version) {
+        return false;
+    }
+    error = exchangeBack(processes, *version, target);
+    return error ? Result<bool>(std::move(error)) : true;
+}
+
+bool isCountedStart() { return theStart.has_value(); }
 
 void beginStart(char* const* argv) {
     const Bundle& bundle = Bundle::mainBundle();
@@ -249,7 +301,7 @@ void beginStart(char* const* argv) {
 
 void endStart() {
     if (theStart) {
-        confirm(theStart->processes, theStart->target);
+        confirm(theStart->processes, theStart->target, removePreviousInBackground);
         theStart->processes.unlock();
     }
 }

@@ -31,13 +31,20 @@ struct UnconfirmedVersion {
 /// Returns the path of the record. While the version is confirmed, nothing is there.
 [[nodiscard]] std::filesystem::path unconfirmedRecordPath(const std::filesystem::path& target);
 
-/// Returns the installed version at `target` if it is unconfirmed.
-[[nodiscard]] std::optional<UnconfirmedVersion> unconfirmedVersion(
-    const std::filesystem::path& target);
+/// Returns the installed version at `target` if it is unconfirmed. Fails if the record can't be
+/// read at this time, or if there is a record but no readable bundle at `target`.
+Result<std::optional<UnconfirmedVersion>> unconfirmedVersion(const std::filesystem::path& target);
 
 /// Durably confirms the installed version, if it is unconfirmed, and removes the previous bundle.
 /// Failures are logged.
 void confirmVersion(const std::filesystem::path& target);
+
+/// Puts the previous bundle back if the installed version is unconfirmed. Returns false, and
+/// changes nothing, if it is not, for example because a start has confirmed it in the meantime.
+Result<bool> returnToPrevious(const std::filesystem::path& target);
+
+/// Whether this process is a start of an unconfirmed version.
+[[nodiscard]] bool isCountedStart();
 
 /// Counts this start if the running version is unconfirmed. Must be called once, first in `main`.
 ///

@@ -1,7 +1,7 @@
-// The order of the steps: the record of the unconfirmed version, the exchange, the check, and the
-// removal of the record of the staged update. After a kill in between, the old bundle is in place
-// with the update still staged, or the new one with the record of the unconfirmed version, so that
-// failing starts lead back to the old one.
+// The order of the steps: the record of the unconfirmed version, the exchange, the check, the
+// confirmation by the check, and the removal of the record of the staged update. After a kill in
+// between, the old bundle is in place with the update still staged, or the new one with the record
+// of the unconfirmed version, so that failing starts lead back to the old one.
 #include "update_framework/installing.h"
 
 #include <chrono>
@@ -9,13 +9,13 @@
 
 #include "platform/core/error.h"
 #include "platform/core/text.h"
-#include "platform/files/durable_file.h"
 #include "platform/files/files.h"
 #include "platform/system/bundle.h"
 #include "update_framework/bundle_exchange.h"
 #include "update_framework/first_starts.h"
 #include "update_framework/refusals.h"
 #include "update_framework/updater_error.h"
+#include "update_framework/updater_log.h"
 #include "update_framework/validation.h"
 
 namespace teravolant::platform {
@@ -28,55 +28,94 @@ Status notInstalled(const StagedUpdate& update, const Error& reason) {
             quoted(update.target.string()) + ": " + reason.localizedDescription);
 }
 
-Status recordNewVersion(const StagedUpdate& update) {
+/// Settles the running version before another one is installed. A start of it that has come to its
+/// termination confirms it: it can update itself. Any other process can't tell whether its starts
+/// succeed, and puts the previous bundle back: the next version then replaces that one.
+Status settleUnconfirmed(const std::filesystem::path& target) {
+    if (isCountedStart()) {
+        confirmVersion(target);
+        return std::nullopt;
+    }
+    const auto isBack = returnToPrevious(target);
+    return isBack ? Status() : Status(isBack.error());
+}
+
+/// Records the new version and puts it in its place.
+Status exchange(const StagedUpdate& update) {
     const auto installed = Bundle::bundleWithPath(update.target);
-    return recordUnconfirmed(
+    auto error = recordUnconfirmed(
         update.target,
         {.version = update.version,
          .digest = update.digest,
          .previousVersion =
              (installed ? installed->shortVersion() : std::nullopt).value_or(kMissingValueMark),
          .previous = update.staged});
+    error = error ? std::move(error) : exchangeBundles(update.staged, update.target);
+    if (error) {
+        (void)removeItem(unconfirmedRecordPath(update.target));  // Without effect now.
+    }
+    return error;
 }
 
-/// Puts the old bundle back after the new one failed its check.
-Status goBack(const std::filesystem::path& cacheFolder, const StagedUpdate& update,
-              const Error& reason) {
-    if (const auto error = exchangeBundles(update.staged, update.target)) {
-        return updaterError(
-            SQRLUpdaterErrorInstallationFailed,
-            reason.localizedDescription +
-                " The old bundle could not be put back: " + error->localizedDescription);
+/// Lets the installed version check itself. If that fails, puts the previous bundle back and
+/// returns why, unless a start has confirmed the version in the meantime.
+Status checkOrGoBack(const std::filesystem::path& cacheFolder, const std::filesystem::path& target,
+                     const std::string& digest) {
+    auto failed = checkInPlace(target);
+    if (!failed) {
+        return std::nullopt;
     }
-    (void)removeItem(unconfirmedRecordPath(update.target));  // Without effect now.
-    if (isBadBundle(reason)) {
-        Refusals(cacheFolder)
-            .add(update.digest, Refusal::Bad, reason.localizedDescription,
+    const auto isBack = returnToPrevious(target);
+    if (!isBack) {
+        return updaterError(SQRLUpdaterErrorInstallationFailed,
+                            failed->localizedDescription +
+                                " The previous bundle could not be put back: " +
+                                isBack.error().localizedDescription);
+    }
+    if (!*isBack) {
+        logUpdater("the check of the installed version failed, but a start of it succeeded: " +
+                   escaped(failed->localizedDescription));
+        return std::nullopt;
+    }
+    if (isBadBundle(*failed)) {
+        (void)Refusals(cacheFolder)
+            .add(digest, Refusal::Bad, failed->localizedDescription,
                  std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()));
-        discardStaging(cacheFolder, update.target);
+        discardStaging(cacheFolder, target);
     }
-    return notInstalled(update, reason);
+    return failed;
 }
 
 }  // namespace
 
 Status installStagedUpdate(const std::filesystem::path& cacheFolder, const StagedUpdate& update,
                            Confirmation confirmation) {
-    confirmVersion(update.target);
-    auto error =
-        confirmation == Confirmation::FirstStarts ? recordNewVersion(update) : std::nullopt;
-    error = error ? std::move(error) : exchangeBundles(update.staged, update.target);
+    auto error = settleUnconfirmed(update.target);
+    error = error ? std::move(error) : exchange(update);
+    error = error ? std::move(error) : checkOrGoBack(cacheFolder, update.target, update.digest);
     if (error) {
-        (void)removeItem(unconfirmedRecordPath(update.target));
         return notInstalled(update, *error);
     }
-    if (const auto failed = checkInPlace(update.target)) {
-        return goBack(cacheFolder, update, *failed);
+    if (confirmation == Confirmation::SelfCheck) {
+        confirmVersion(update.target);
     }
-    // Before the exchange is flushed, a power failure may undo it: then keep the old bundle.
-    if (confirmation == Confirmation::FirstStarts || flushFolderOf(update.target) == 0) {
-        discardStaging(cacheFolder, update.target);
+    discardStaging(cacheFolder, update.target);
+    return std::nullopt;
+}
+
+Status completeInstallation(const std::filesystem::path& cacheFolder,
+                            const std::filesystem::path& target) {
+    const auto version = unconfirmedVersion(target);
+    if (!version || !*version) {
+        return version ? Status() : Status(version.error());
     }
+    if (const auto error = checkOrGoBack(cacheFolder, target, (*version)->digest)) {
+        return updaterError(SQRLUpdaterErrorInstallationFailed,
+                            "Version " + (*version)->version +
+                                " failed its check, and the previous version was put back: " +
+                                error->localizedDescription);
+    }
+    confirmVersion(target);
     return std::nullopt;
 }
 

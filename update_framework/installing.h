@@ -18,12 +18,18 @@ enum class Confirmation : std::uint8_t {
 /// Exchanges the staged bundle with its target and lets it check itself there. Exchanges the
 /// bundles back if that fails. Blocks.
 ///
-/// Confirms the running version first, if it is unconfirmed: it was able to update itself. The old
-/// bundle is kept until the new version is confirmed.
+/// An unconfirmed version that is installed is confirmed first, if this process is a start of it;
+/// otherwise the update replaces the version before it. The old bundle is kept until the new
+/// version is confirmed.
 ///
-/// Returns the error of the step that failed; the old bundle is then at the target. An update that
+/// Returns the error of the step that failed; an old bundle is then at the target. An update that
 /// would fail again is discarded and remembered as bad; any other stays staged.
 [[nodiscard]] Status installStagedUpdate(const std::filesystem::path& cacheFolder,
                                          const StagedUpdate& update, Confirmation confirmation);
+
+/// For a bundle that the self-check confirms: checks an installed version that a kill left
+/// unconfirmed, and confirms it or puts the previous bundle back. Returns why it was put back.
+[[nodiscard]] Status completeInstallation(const std::filesystem::path& cacheFolder,
+                                          const std::filesystem::path& target);
 
 }  // namespace teravolant::platform

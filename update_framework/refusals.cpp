@@ -55,20 +55,24 @@ std::optional<Entry> entryIn(const std::string& line) {
     return entry;
 }
 
+/// Whether the archive is refused without an end, whatever the clock shows.
+bool isFinal(const Entry& entry) { return entry.kind == kFailedStarts; }
+
 hours pauseAfter(const Entry& entry) {
-    if (entry.kind != kOtherBytes) {
-        return hours((entry.kind == kBad ? 7 : 90) * 24);
+    if (entry.kind == kBad) {
+        return hours(7 * 24);
     }
     return entry.count == 1 ? hours(1) : entry.count == 2 ? hours(4) : hours(24);
 }
 
 bool isOver(const Entry& entry, sys_seconds now) {
-    return now < entry.time || now >= entry.time + pauseAfter(entry);
+    return !isFinal(entry) && (now < entry.time || now >= entry.time + pauseAfter(entry));
 }
 
 std::string describe(const Entry& entry) {
     return "refused on this computer at " + utcTimeText(entry.time) +
-           " and is not downloaded again before " + utcTimeText(entry.time + pauseAfter(entry)) +
+           " and is not downloaded again" +
+           (isFinal(entry) ? "" : " before " + utcTimeText(entry.time + pauseAfter(entry))) +
            ". The reason was: " + escaped(entry.reason);
 }
 
@@ -97,8 +101,8 @@ std::vector<std::string> Refusals::all(Time now) const {
     return descriptions;
 }
 
-void Refusals::add(const std::string& digest, Refusal refusal, const std::string& reason,
-                   Time now) const {
+Status Refusals::add(const std::string& digest, Refusal refusal, const std::string& reason,
+                     Time now) const {
     // An entry is used for a day longer: it counts the refusals in a row.
     constexpr hours kFurtherUse(24);
     constexpr std::size_t kMostEntries = 50;
@@ -108,14 +112,16 @@ void Refusals::add(const std::string& digest, Refusal refusal, const std::string
     const int count = before && before->kind == kind ? std::min(before->count, 3) + 1 : 1;
     std::erase_if(record, [now, kFurtherUse](const auto& item) {
         const auto entry = entryIn(item.second);
-        return !entry || now < entry->time || now > entry->time + pauseAfter(*entry) + kFurtherUse;
+        return !entry ||
+               (!isFinal(*entry) &&
+                (now < entry->time || now > entry->time + pauseAfter(*entry) + kFurtherUse));
     });
     if (record.size() >= kMostEntries) {
         record.clear();
     }
     record[digest] = kind + " " + std::to_string(count) + " " +
                      std::to_string(now.time_since_epoch().count()) + " " + escaped(reason);
-    (void)writeRecord(_file, record);
+    return writeRecord(_file, record);
 }
 
 void Refusals::remove(const std::string& digest) const {

@@ -20,7 +20,7 @@ enum class Refusal : std::uint8_t {
 /// The archives that were refused on this computer, by their offered digest, in a file of the cache
 /// folder.
 ///
-/// A bad archive is not downloaded again for 7 days, one whose starts failed not for 90 days; an
+/// A bad archive is not downloaded again for 7 days, and one whose starts failed not at all; an
 /// archive with other bytes is tried again after 1, then 4, then every 24 hours. A repaired archive
 /// has another digest. All times are the computer's clock; a time in the future, as after a clock
 /// that was set back, counts as past.
@@ -37,9 +37,10 @@ class Refusals {
     /// Returns when and why each archive was refused that must not be downloaded at `now`.
     [[nodiscard]] std::vector<std::string> all(Time now) const;
 
-    /// Remembers that the archive was refused with `reason`. A failure to write the file is
-    /// ignored: the next cycle downloads the archive again.
-    void add(const std::string& digest, Refusal refusal, const std::string& reason, Time now) const;
+    /// Durably remembers that the archive was refused with `reason`. After a failure, the next
+    /// cycle downloads the archive again.
+    Status add(const std::string& digest, Refusal refusal, const std::string& reason,
+               Time now) const;
 
     void remove(const std::string& digest) const;
 

@@ -38,6 +38,11 @@ Status checkNotPossible(std::string description) {
     return updaterError(SQRLUpdaterErrorCheckNotPossible, std::move(description));
 }
 
+/// The starts of other users do not confirm what root has installed.
+Confirmation confirmationHere() {
+    return geteuid() == 0 ? Confirmation::SelfCheck : Confirmation::FirstStarts;
+}
+
 /// Returns an error if the bundle at the path of the running one has another version.
 Status checkNotReplaced(const Bundle& running) {
     const auto inPlace = Bundle::bundleWithPath(running.bundlePath());
@@ -106,6 +111,11 @@ Result<std::optional<StagedUpdate>> SQRLUpdater::runCycle() {
     }
     if (auto error = acquireLocks()) {
         return error;
+    }
+    if (confirmationHere() == Confirmation::SelfCheck) {
+        if (auto error = completeInstallation(cacheFolderOf(bundle), bundle.bundlePath())) {
+            return error;
+        }
     }
     auto staged = runUpdateCycle(makeCycle());
     static std::atomic<bool> isLogged = false;
@@ -184,10 +194,7 @@ Status SQRLUpdater::install(const StagedUpdate& update) {
     // The user may have replaced the bundle since the cycle began.
     auto error = checkNotReplaced(bundle);
     if (!error) {
-        // The starts of other users do not confirm what root has installed.
-        error = installStagedUpdate(
-            cacheFolderOf(bundle), update,
-            geteuid() == 0 ? Confirmation::SelfCheck : Confirmation::FirstStarts);
+        error = installStagedUpdate(cacheFolderOf(bundle), update, confirmationHere());
     }
     if (!error) {
         logUpdater("installed version " + escaped(update.version) + " at " +

@@ -107,9 +107,13 @@ void removeUnrecordedStaging(const fs::path& cacheFolder, const fs::path& target
         std::error_code notThere;
         fs::remove(recordPath(cacheFolder), notThere);
     }
-    if (const auto unconfirmed = unconfirmedVersion(target)) {
-        repairInstallation(target, unconfirmed->previous);
-        kept.insert({itemIn(folder, unconfirmed->previous), unconfirmedRecordPath(target)});
+    const auto unconfirmed = unconfirmedVersion(target);
+    if (!unconfirmed) {
+        return;  // Unknown at this time: the previous bundle may be needed.
+    }
+    if (*unconfirmed) {
+        repairInstallation(target, (*unconfirmed)->previous);
+        kept.insert({itemIn(folder, (*unconfirmed)->previous), unconfirmedRecordPath(target)});
     }
     if (kept.empty() || !isPrivateDirectory(folder)) {
         (void)removeTree(folder);

@@ -84,8 +84,7 @@ Staged intactStaging(const UpdateCycle& cycle) {
 
 /// Returns the signed offer of the document if it is authentic and no later document was seen
 /// before.
-Result<Offer> trustedOffer(const UpdateCycle& cycle, const std::string& body) {
-    const auto document = signedDocumentIn(body);
+Result<Offer> trustedOffer(const UpdateCycle& cycle, const Result<SignedDocument>& document) {
     if (!document) {
         return document.error();
     }
@@ -155,7 +154,7 @@ bool isIncludedInRollout(const UpdateCycle& cycle, const Offer& offer) {
 /// Remembers an archive that must not be downloaded again soon, and removes it.
 void rememberRefusal(const UpdateCycle& cycle, const Offer& offer, Refusal refusal,
                      const Error& error) {
-    Refusals(cycle.cacheFolder)
+    (void)Refusals(cycle.cacheFolder)
         .add(offer.digest, refusal, error.localizedDescription, cycle.wallTime());
     removeDownloads(cycle.cacheFolder);
     cycle.log(withReason("refused " + versionText(offer.version), error));
@@ -163,7 +162,7 @@ void rememberRefusal(const UpdateCycle& cycle, const Offer& offer, Refusal refus
 
 /// Downloads and stages the bundle of an offer that is taken.
 Result<StagedUpdate> downloadAndStage(const UpdateCycle& cycle, const Offer& offer,
-                                      const std::string& url) {
+                                      const SignedDocument& document, const std::string& url) {
     cycle.downloadBegins();
     const auto archive = downloadArchive(
         cycle, {.version = offer.version, .url = url, .size = offer.size, .digest = offer.digest},
@@ -180,7 +179,7 @@ Result<StagedUpdate> downloadAndStage(const UpdateCycle& cycle, const Offer& off
             return *std::move(other);
         }
     }
-    auto staged = stageBundle(cycle, offer, *archive);
+    auto staged = stageBundle(cycle, {.offer = offer, .document = document, .archive = *archive});
     if (staged) {
         cycle.log("took " + versionText(offer.version) + ": archive of " +
                   std::to_string(offer.size) + " bytes, " + std::to_string(archive->fetched) +
@@ -197,7 +196,8 @@ Result<StagedUpdate> downloadAndStage(const UpdateCycle& cycle, const Offer& off
 /// than the staged one. Resets `staged` if the document withdraws that.
 Result<Staged> updateIn(const UpdateCycle& cycle, const std::string& body, Staged& staged) {
     const auto update = cycle.updateFromJSONData(body).subscribe();
-    const auto offer = trustedOffer(cycle, body);
+    const auto document = signedDocumentIn(body);
+    const auto offer = trustedOffer(cycle, document);
     if (offer) {
         applyDocument(cycle, *offer, staged);
     }
@@ -221,7 +221,7 @@ Result<Staged> updateIn(const UpdateCycle& cycle, const std::string& body, Stage
         cycle.log("the feed that this user has set offers another channel: " +
                   versionText(offer->version));
     }
-    auto next = downloadAndStage(cycle, *offer, update->updateURL);
+    auto next = downloadAndStage(cycle, *offer, *document, update->updateURL);
     return next ? Result<Staged>(*std::move(next)) : next.error();
 }
 

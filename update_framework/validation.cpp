@@ -8,8 +8,6 @@
 
 #include <algorithm>
 #include <array>
-#include <csignal>
-#include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,8 +20,8 @@
 #include "platform/files/private_directory.h"
 #include "platform/system/confined_program.h"
 #include "platform/system/dynamic_loader.h"
-#include "platform/system/executable_file.h"
 #include "platform/system/limited_program.h"
+#include "platform/system/process.h"
 #include "update_framework/bundle_parts.h"
 #include "update_framework/staging.h"
 #include "update_framework/updater_error.h"
@@ -73,14 +71,11 @@ Status failureOf(const EndedProgram& ended) {
     if (ended.timedOut) {
         return notChecked(ProgramError::hung, program + "did not end within 10 seconds.");
     }
-    // SIGKILL for lack of memory, the others at a logout.
-    constexpr std::array kFromOutside = {SIGKILL, SIGTERM, SIGHUP, SIGINT};
-    if (std::ranges::find(kFromOutside, ended.signal) != kFromOutside.end()) {
-        return notChecked(ProgramError::killed, program + "was killed.");
-    }
-    if (ended.signal != 0) {
-        return refusedBundle(program + "was killed by signal " + std::to_string(ended.signal) +
-                             " (" + strsignal(ended.signal) + ").");
+    if (!ended.exitStatus) {
+        const std::string what =
+            program + "was killed by signal " + std::to_string(ended.signal) + ".";
+        return isFaultSignal(ended.signal) ? refusedBundle(what)
+                                           : notChecked(ProgramError::killed, what);
     }
     constexpr std::string_view kFailed = "selfcheck: failed: ";
     constexpr std::string_view kUnclear = "selfcheck: unclear: ";
@@ -101,9 +96,9 @@ Status checkLoading(const fs::path& bundle) {
     }
     for (const fs::path& file : *files) {
         if (auto error = checkLoadable(file)) {
-            return error->domain == kProgramErrorDomain
-                       ? error
-                       : refusedBundle(error->localizedDescription);
+            return error->code == NSExecutableNotLoadableError
+                       ? refusedBundle(error->localizedDescription)
+                       : error;
         }
     }
     return std::nullopt;
@@ -114,8 +109,8 @@ Status checkLoading(const fs::path& bundle) {
 Status runSelfCheck(const fs::path& bundle, const std::vector<std::string>& arguments,
                     const fs::path& home) {
     const fs::path program = bundle / "Contents" / "Helpers" / "selfcheck";
-    if (const auto error = checkExecutable(program)) {
-        return refusedBundle(error->localizedDescription);
+    if (auto error = checkProgram(bundle, program)) {
+        return error;
     }
     (void)removeTree(home);
     if (const int failure = createPrivateDirectory(home)) {

@@ -18,6 +18,7 @@
 #include "platform/core/error.h"
 #include "platform/core/file_error.h"
 #include "platform/core/text.h"
+#include "platform/files/durable_file.h"
 
 namespace teravolant::platform {
 namespace {
@@ -141,7 +142,10 @@ Status ProcessRegister::add() {
     for (const char entry : entriesOf(_file)) {
         if (entry == kFree && lockByte(_file, offset, F_WRLCK) == 0) {
             const int failure = writeByte(_file, offset, kTaken);
-            _own = failure == 0 ? offset : 0;
+            _own = offset;
+            if (failure != 0) {
+                remove();
+            }
             return failure == 0 ? Status() : writeError(failure, _path.native());
         }
         ++offset;
@@ -159,8 +163,8 @@ void ProcessRegister::remove() const {
 
 Status ProcessRegister::makeVoid() {
     int failure = writeByte(_file, 0, kVoid);
-    if (unlink(_path.c_str()) == 0) {
-        failure = 0;
+    if (unlink(_path.c_str()) == 0 && failure != 0) {
+        failure = flushFolderOf(_path);
     }
     return failure == 0 ? Status() : writeError(failure, _path.native());
 }

@@ -28,6 +28,7 @@
 #include "platform/core/text.h"
 #include "platform/system/bundle.h"
 #include "platform/system/lent_folder.h"
+#include "platform/system/process.h"
 #include "platform/system/spawn.h"
 
 namespace teravolant::platform {
@@ -37,12 +38,6 @@ constexpr int kFolderDescriptor = 3;
 constexpr std::chrono::seconds kPatienceAfterEnd(1);
 
 std::atomic<bool> ranUnconfined = false;
-
-/// Whether the kernel sends the signal because of a fault that the program's input causes. SIGBUS
-/// and SIGABRT can be the effect of a failing disk or of too little memory.
-bool isFault(int signal) {
-    return signal == SIGSEGV || signal == SIGILL || signal == SIGFPE || signal == SIGSYS;
-}
 
 /// Returns those variables of the caller's environment that are set.
 std::vector<std::string> environmentWith(const std::vector<std::string>& names) {
@@ -266,7 +261,7 @@ Status ConfinedProgram::endWithoutResult() {
                      : ""));
     }
     const int signal = WTERMSIG(*status);
-    return error(isFault(signal) ? ProgramError::crashed : ProgramError::killed,
+    return error(isFaultSignal(signal) ? ProgramError::crashed : ProgramError::killed,
                  "was killed by signal " + std::to_string(signal) + " (" + strsignal(signal) + ")");
 }
 

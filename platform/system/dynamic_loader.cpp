@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <csignal>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -15,6 +14,7 @@
 #include "platform/core/text.h"
 #include "platform/system/confined_program.h"
 #include "platform/system/limited_program.h"
+#include "platform/system/process.h"
 
 namespace teravolant::platform {
 namespace {
@@ -64,6 +64,16 @@ std::string_view complaintIn(std::string_view output) {
     return {};
 }
 
+/// Whether the loader lacked memory, descriptors or a readable disk.
+bool canPass(std::string_view complaint) {
+    constexpr std::array<std::string_view, 5> kReasons = {
+        "Cannot allocate memory", "failed to map", "cannot map zero-fill", "Too many open files",
+        "Input/output error"};
+    return std::ranges::any_of(kReasons, [complaint](std::string_view reason) {
+        return complaint.find(reason) != std::string_view::npos;
+    });
+}
+
 /// Removes the file's path where it begins the loader's line, or a part of it, as a label.
 std::string withoutLabel(std::string line, const fs::path& file) {
     const std::string label = file.native() + ": ";
@@ -102,13 +112,16 @@ Status checkLoadable(const fs::path& elfFile) {
         return interrupted(ProgramError::hung, elfFile,
                            "did not end within " + std::to_string(kPatience.count()) + " seconds");
     }
-    if (loader->signal == SIGKILL || loader->signal == SIGTERM) {
+    if (loader->signal != 0 && !isFaultSignal(loader->signal)) {
         return interrupted(ProgramError::killed, elfFile,
                            "was killed by signal " + std::to_string(loader->signal));
     }
     std::string_view complaint = complaintIn(loader->output);
     if (complaint.empty() && loader->exitStatus == 0) {
         return std::nullopt;
+    }
+    if (canPass(complaint)) {
+        return interrupted(ProgramError::killed, elfFile, "failed: " + escaped(complaint));
     }
     if (complaint.empty()) {
         complaint = loader->output.empty() ? "the dynamic loader crashed" : loader->output.c_str();

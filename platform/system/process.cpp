@@ -55,6 +55,10 @@ std::string readToEnd(int descriptor) {
 
 }  // namespace
 
+bool isFaultSignal(int signal) {
+    return signal == SIGSEGV || signal == SIGILL || signal == SIGFPE || signal == SIGSYS;
+}
+
 TaskResult runToEndOfOutput(const fs::path& executable, const std::vector<std::string>& arguments) {
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0) {

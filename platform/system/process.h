@@ -15,6 +15,10 @@ struct TaskResult {
     Status launchError;  ///< Why the program was not started.
 };
 
+/// Whether the kernel sends the signal because of a fault of the program that it kills. SIGBUS and
+/// SIGABRT can also be the effect of a failing disk or of too little memory.
+[[nodiscard]] bool isFaultSignal(int signal);
+
 /// Starts a program without a shell and reads its standard output to the end: blocks until the
 /// program and every process that inherited the output have closed it. The program shares the
 /// caller's standard input and error. Its exit status is ignored.
