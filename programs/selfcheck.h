@@ -31,8 +31,11 @@ struct Probe {
 /// Checks that the program is complete, can be loaded, starts, and exits with the expected status.
 Outcome checkHelper(const platform::Bundle& bundle, const Probe& probe);
 
-/// Checks that this program, or the launcher, is complete and can be loaded. Does not start it.
+/// Checks that this program is complete and can be loaded.
 Outcome checkSelf(const platform::Bundle& bundle);
+
+/// Checks the same of the launcher, and starts it: with TERAVOLANT_SELFCHECK in its environment, it
+/// ends before it does anything.
 Outcome checkLauncher(const platform::Bundle& bundle);
 
 /// Checks that the system has the commands that the launcher runs with the shell.

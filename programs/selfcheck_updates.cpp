@@ -222,14 +222,14 @@ Outcome checkFetching() {
         return ok("fetching: libcurl and the trusted certificates are there");
     }
     const auto& error = response.error();
-    if (error.domain != platform::kHttpErrorDomain) {
+    // The installed version has just fetched an update: a library that is missing is one that only
+    // this version needs.
+    if (error.domain != platform::kHttpErrorDomain ||
+        error.code == platform::HttpError::libraryMissing) {
         return failed("fetching", error);
     }
-    if (error.code == platform::HttpError::libraryMissing) {
-        return failedHere("fetching: " + error.localizedDescription);
-    }
     if (error.code == platform::HttpError::certificatesUnreadable) {
-        return failedHere(
+        return failed(
             "fetching: the trusted certificates can't be read: install the package "
             "ca-certificates, or set SSL_CERT_FILE to their file");
     }

@@ -29,6 +29,7 @@ inline const std::string kIdentifier = TEST_BUNDLE_IDENTIFIER;
 inline const std::string kTag = "\"tag\"";  ///< Of the archive.
 
 inline const SigningKey kPublisher = *SigningKey::generate();
+inline const SigningKey kSpareKey = *SigningKey::generate();  ///< Only the published bundle has it.
 
 /// An installed bundle of version 1.0.0.1, and a server that offers version 1.0.0.2. A test changes
 /// what the server sends between the cycles; only a cycle has a server.
@@ -48,7 +49,8 @@ struct Update {
                      serialisePropertyList(Value::Dictionary{
                          {"CFBundleIdentifier", kIdentifier},
                          {"CFBundleShortVersionString", version},
-                         {"TVUpdatePublicKeys", Value::Array{*kPublisher.publicKey()}}}));
+                         {"TVUpdatePublicKeys",
+                          Value::Array{*kPublisher.publicKey(), *kSpareKey.publicKey()}}}));
         fs::create_directory(path / "Contents/MacOS");
         fs::copy("/bin/true", path / "Contents/MacOS/Teravolant");
         const fs::path check = path / "Contents/Helpers/selfcheck";

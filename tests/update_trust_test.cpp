@@ -79,10 +79,9 @@ TEST(HostileOffer, IsNotTakenFromThePast) {
     update.expectRefused("before a document");
     fs::permissions(preferences, fs::perms::owner_write, fs::perm_options::add);
     // A rotated key begins a new order; a document with both keys is bound by the order of each.
-    const SigningKey next = *SigningKey::generate();
-    update.installation.publicKeys.push_back(*next.publicKey());
+    update.installation.publicKeys.push_back(*kSpareKey.publicKey());
     const std::string earlier = *update.document["signatures"].array()->front().text();
-    update.sign(next);
+    update.sign(kSpareKey);
     update.document["signatures"].array()->push_back(earlier);
     update.expectRefused("before a document");
     update.document["signatures"].array()->pop_back();

@@ -28,7 +28,7 @@ Status notInstalled(const StagedUpdate& update, const Error& reason) {
             quoted(update.target.string()) + ": " + reason.localizedDescription);
 }
 
-/// Settles the running version before another one is installed. A start of it that has come to its
+/// Settles the running version before another one is installed. A start of it that has reached its
 /// termination confirms it: it can update itself. Any other process can't tell whether its starts
 /// succeed, and puts the previous bundle back: the next version then replaces that one.
 Status settleUnconfirmed(const std::filesystem::path& target) {
