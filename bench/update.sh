@@ -81,7 +81,8 @@ teravolant-release keygen --private-key "$work/key" --public-key "$work/key.publ
 publish 200
 alternate 5 stage by_hand
 row "update of 200 MiB, feed to staged (s)" ""
-# The check of the staged bundle is part of it. By hand: the loader, the client archive and the feed.
+# The validation of the staged bundle, a part of the update. By hand: the loader, the client archive and
+# the feed.
 validate() {
     ours work validate "$work/next/Teravolant.app" "$work"
 }

@@ -5,9 +5,9 @@
 // Writes one line for each check. With --verbose, or to a terminal, it adds what this computer
 // knows about updates. The last line is "selfcheck: passed" or "selfcheck: failed: REASON"; the
 // launcher reads it before it installs a bundle, and again after that. "selfcheck: unclear: REASON"
-// stands for a check that was not possible, as when a program does not end in time: the launcher
-// does not remember such a bundle as bad. A "note" does not fail, like a network that can't be
-// reached.
+// means that a check was not possible, for example because a program did not end in time: the
+// launcher does not remember such a bundle as bad. A "note", for example that the network can't be
+// reached, is not a failure.
 //
 // Writes only into a temporary folder in $TMPDIR, else in /tmp, and removes it. Ends within 9
 // seconds.
@@ -16,8 +16,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <functional>
@@ -35,7 +33,6 @@ namespace {
 
 using namespace teravolant::selfcheck;
 using teravolant::platform::Bundle;
-using Clock = std::chrono::steady_clock;
 
 constexpr std::string_view kUsage =
     "usage: selfcheck [--offline] [--verbose]\n"
@@ -75,7 +72,7 @@ void endLate(int /*signal*/) {
     _exit(EXIT_FAILURE);
 }
 
-/// Corrects what the program can inherit.
+/// Corrects the descriptors and signals that the program inherited, and limits its run.
 void prepareProcess() {
     constexpr unsigned kLongestRun = 9;  // Seconds.
     teravolant::platform::openMissingStandardStreams();
@@ -102,6 +99,7 @@ int check(const Bundle& bundle, const Options& options) {
     auto fetching = inBackground(checkFetching);
     auto client = inBackground([&bundle] { return checkClientArchive(bundle); });
     start([&bundle] { return checkInformation(bundle); });
+    start([&bundle] { return checkPlace(bundle); });
     start([&bundle] { return checkKeys(bundle); });
     start([&bundle] { return checkLauncher(bundle); });
     for (const Probe& probe : probes()) {

@@ -11,13 +11,16 @@
 // seconds.
 namespace teravolant::selfcheck {
 
-/// Identifier, version and executable of Info.plist.
+/// Checks the identifier and the version in Info.plist.
 Outcome checkInformation(const platform::Bundle& bundle);
 
-/// The public keys that the bundle trusts: at least one, all well formed.
+/// Checks that the launcher's shell commands work with the bundle's path.
+Outcome checkPlace(const platform::Bundle& bundle);
+
+/// Checks that the bundle trusts at least one public key and that all are well formed.
 Outcome checkKeys(const platform::Bundle& bundle);
 
-/// How a program is started to see that it runs, without any effect.
+/// How to start a program without any effect, to see that it runs.
 struct Probe {
     std::string name;  ///< In Contents/Helpers.
     std::vector<std::string> arguments;
@@ -25,32 +28,34 @@ struct Probe {
 };
 [[nodiscard]] const std::vector<Probe>& probes();
 
-/// That the program is complete, can be loaded, starts, and exits with the expected status.
+/// Checks that the program is complete, can be loaded, starts, and exits with the expected status.
 Outcome checkHelper(const platform::Bundle& bundle, const Probe& probe);
 
-/// The same for this program and the launcher, which are not started.
+/// Checks that this program, or the launcher, is complete and can be loaded. Does not start it.
 Outcome checkSelf(const platform::Bundle& bundle);
 Outcome checkLauncher(const platform::Bundle& bundle);
 
-/// That the system has the commands that the launcher runs with the shell.
+/// Checks that the system has the commands that the launcher runs with the shell.
 Outcome checkCommands();
 
-/// That both launch agents can be read.
+/// Checks that both launch agents can be read.
 Outcome checkAgents(const platform::Bundle& bundle);
 
-/// That the client archive is complete and contains a native program. Reads at most 5 seconds.
+/// Checks that the client archive is complete and contains a native program. Reads it for at most 5
+/// seconds.
 Outcome checkClientArchive(const platform::Bundle& bundle);
 
-/// Has `unpack` unpack a small archive.
+/// Checks that `unpack` unpacks a small archive.
 Outcome checkUnpacking();
 
-/// Has `fetch` connect to this computer, for which it needs libcurl and the trusted certificates.
+/// Checks that `fetch` finds libcurl and the trusted certificates, which it needs to connect to a
+/// port of this computer.
 Outcome checkFetching();
 
-/// Fetches the bundle's feed and looks for a signature by one of the bundle's keys.
+/// Checks that the bundle's feed is signed by one of the bundle's keys.
 Outcome checkFeed(const platform::Bundle& bundle);
 
-/// Reports what this computer knows about updates of the bundle.
+/// Writes what this computer knows about updates of the bundle to standard output.
 void addFacts(const platform::Bundle& bundle);
 
 }  // namespace teravolant::selfcheck

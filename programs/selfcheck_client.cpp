@@ -16,9 +16,9 @@
 
 // The check of the client archive.
 //
-// The program in it is checked by its headers, in a file in memory that holds the beginning of the
-// program and has its true size. Some tools move headers to a file's end. So if the check fails,
-// the archive is read again and the whole program kept.
+// The check of the client's executable reads its headers only. So a file in memory holds the
+// beginning of the executable and has its true size. Some tools move headers to a file's end: if
+// the check fails, the archive is read again and the whole executable is kept.
 namespace teravolant::selfcheck {
 namespace {
 
@@ -46,7 +46,7 @@ class ClientArchive {
     /// Keeps at most `kept` bytes of the executable.
     Status read(std::uint64_t kept);
 
-    /// Fails unless the archive has what the launcher needs of it.
+    /// Fails unless the archive has an Info.plist and a native executable.
     [[nodiscard]] Status check() const;
 
     [[nodiscard]] bool isTooLate() const { return Clock::now() > _end; }

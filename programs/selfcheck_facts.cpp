@@ -1,6 +1,5 @@
 #include <array>
 #include <chrono>
-#include <cstdint>
 #include <filesystem>
 #include <string>
 
@@ -27,10 +26,6 @@ namespace {
 using platform::Bundle;
 using std::chrono::sys_seconds;
 
-sys_seconds now() {
-    return std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
-}
-
 /// Returns for example "2026-03-01T10:00:00Z, 3 days ago".
 std::string timeAndAge(sys_seconds time) {
     struct Unit {
@@ -40,7 +35,7 @@ std::string timeAndAge(sys_seconds time) {
     constexpr std::array kUnits = {Unit{std::chrono::days(1), "day"},
                                    Unit{std::chrono::hours(1), "hour"},
                                    Unit{std::chrono::minutes(1), "minute"}};
-    const auto age = now() - time;
+    const auto age = platform::currentUtcTime() - time;
     for (const auto& [length, name] : kUnits) {
         if (age >= length) {
             const auto count = age / length;
@@ -61,10 +56,8 @@ std::string feedText(const std::string& version) {
 
 std::string documentText(const std::string& version) {
     const platform::DocumentHistory history(platform::UserDefaults::standardUserDefaults());
-    const auto seen = history.lastSeen();
     const auto issued = history.latestIssued(version);
-    return (seen ? "seen " + timeAndAge(*seen) : std::string("none seen")) +
-           (issued ? "; issued " + timeAndAge(*issued) : "");
+    return issued ? "issued " + timeAndAge(*issued) : "none seen";
 }
 
 std::string stagedText(const Bundle& bundle) {
@@ -106,7 +99,8 @@ void addFacts(const Bundle& bundle) {
     fact("last signed document", documentText(version));
     fact("staged", stagedText(bundle));
     fact("confirmed", confirmationText(bundle));
-    const auto refusals = platform::Refusals(platform::cacheFolderOf(bundle)).all(now());
+    const auto refusals =
+        platform::Refusals(platform::cacheFolderOf(bundle)).all(platform::currentUtcTime());
     for (const std::string& refusal : refusals) {
         fact("refused", refusal);
     }

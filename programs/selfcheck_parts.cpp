@@ -29,14 +29,6 @@ namespace fs = std::filesystem;
 using platform::Bundle;
 using platform::quoted;
 
-std::vector<std::string> ownEnvironment() {
-    std::vector<std::string> environment;
-    for (char* const* entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
-        environment.emplace_back(*entry);
-    }
-    return environment;
-}
-
 /// Returns nothing if the program is complete and the loader finds what it needs.
 std::optional<Outcome> fault(const Bundle& bundle, const fs::path& program) {
     const std::string name = program.filename();
@@ -63,6 +55,25 @@ std::string endOf(const platform::EndedProgram& program) {
     }
     return "ends with status " + std::to_string(program.exitStatus.value_or(-1)) +
            " when it is started for a test";
+}
+
+/// Starts the program for a test. `status` is the exit status of a sound program.
+Outcome startOf(const fs::path& program, const std::vector<std::string>& arguments, int status) {
+    const std::string name = program.filename();
+    constexpr std::chrono::seconds kPatience(6);
+    const auto ended = platform::runLimited(
+        program, arguments,
+        {.patience = kPatience,  // The launcher then ends at once (launcher/main.cpp).
+         .environment = platform::ownEnvironmentWith({"TERAVOLANT_SELFCHECK=1"})});
+    if (!ended) {
+        return unclear(name + ": " + ended.error().localizedDescription);
+    }
+    if (!ended->exitStatus && !platform::isFaultSignal(ended->signal)) {
+        return unclear(name + ": it did not end within " + std::to_string(kPatience.count()) +
+                       " seconds, or was killed");
+    }
+    return ended->exitStatus == status ? ok(name + ": complete, and starts")
+                                       : failed(name + ": it " + endOf(*ended));
 }
 
 bool isOnPath(const std::string& command) {
@@ -97,6 +108,16 @@ Outcome checkInformation(const Bundle& bundle) {
     return ok("Info.plist: version " + *version + " of " + *identifier);
 }
 
+Outcome checkPlace(const Bundle& bundle) {
+    const std::string path = bundle.bundlePath();
+    return path.find_first_of(" ':\n") == std::string::npos
+               ? ok("place: " + path)
+               : failedHere(
+                     "place: the path " + quoted(path) +
+                     " has a blank, an apostrophe, a colon or a line break: the launcher can't "
+                     "run its commands from there");
+}
+
 Outcome checkKeys(const Bundle& bundle) {
     constexpr std::size_t kKeySize = 32;
     const auto keys = platform::installationOf(bundle).publicKeys;
@@ -126,20 +147,8 @@ const std::vector<Probe>& probes() {
 
 Outcome checkHelper(const Bundle& bundle, const Probe& probe) {
     const fs::path program = bundle.helpersPath() / probe.name;
-    if (auto outcome = fault(bundle, program)) {
-        return *std::move(outcome);
-    }
-    constexpr std::chrono::seconds kPatience(6);
-    const auto ended = platform::runLimited(
-        program, probe.arguments, {.patience = kPatience, .environment = ownEnvironment()});
-    if (!ended) {
-        return unclear(probe.name + ": " + ended.error().localizedDescription);
-    }
-    if (!ended->exitStatus && !platform::isFaultSignal(ended->signal)) {
-        return unclear(probe.name + ": it did not end within 6 seconds, or was killed");
-    }
-    return ended->exitStatus == probe.status ? ok(probe.name + ": complete, and starts")
-                                             : failed(probe.name + ": it " + endOf(*ended));
+    auto outcome = fault(bundle, program);
+    return outcome ? *std::move(outcome) : startOf(program, probe.arguments, probe.status);
 }
 
 Outcome checkSelf(const Bundle& bundle) {
@@ -155,7 +164,7 @@ Outcome checkLauncher(const Bundle& bundle) {
             return *std::move(outcome);
         }
     }
-    return ok(launcher.filename().string() + ": complete");
+    return startOf(launcher, {}, EXIT_SUCCESS);
 }
 
 Outcome checkCommands() {
@@ -165,16 +174,12 @@ Outcome checkCommands() {
         missing += isOnPath(command) ? "" : std::string(" ") + command;
     }
     return missing.empty() ? ok("commands: sh, tar, gzip, grep, awk, rm and mkdir")
-                           : failed("commands: not found on PATH:" + missing);
+                           : failedHere("commands: not found on PATH:" + missing);
 }
 
 Outcome checkAgents(const Bundle& bundle) {
-    for (const char* label : {"com.zelto.teravolant.agent", "com.zelto.teravolant.autorun"}) {
-        if (const auto error = platform::checkAgent(bundle.bundlePath(), label)) {
-            return failed("launch agents", *error);
-        }
-    }
-    return ok("launch agents: agent and autorun");
+    const auto error = platform::checkAgents(bundle.bundlePath());
+    return error ? failed("launch agents", *error) : ok("launch agents: agent and autorun");
 }
 
 }  // namespace teravolant::selfcheck

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <exception>
 #include <memory>
@@ -60,24 +61,10 @@ std::future<Outcome> inBackground(std::function<Outcome()> check) {
 }
 
 void Report::add(const Outcome& outcome) {
-    switch (outcome.verdict) {
-        case Verdict::Ok:
-            writeLine("ok", outcome.text);
-            return;
-        case Verdict::Note:
-            writeLine("note", outcome.text);
-            return;
-        case Verdict::Unclear:
-            writeLine("UNCLEAR", outcome.text);
-            if (_firstUnclear.empty()) {
-                _firstUnclear = outcome.text;
-            }
-            return;
-        case Verdict::Failed:
-            writeLine("FAILED", outcome.text);
-            if (_firstFailure.empty()) {
-                _firstFailure = outcome.text;
-            }
+    constexpr std::array kLabels = {"ok", "note", "UNCLEAR", "FAILED", "FAILED"};
+    writeLine(kLabels[static_cast<std::size_t>(outcome.verdict)], outcome.text);
+    if (outcome.verdict > _worst.verdict) {
+        _worst = outcome;
     }
 }
 
@@ -87,11 +74,14 @@ void Report::addFact(std::string_view name, std::string_view text) {
 }
 
 int Report::finish() const {
-    const bool passed = _firstFailure.empty() && _firstUnclear.empty();
-    const std::string line = passed                  ? "selfcheck: passed"
-                             : _firstFailure.empty() ? "selfcheck: unclear: " + _firstUnclear
-                                                     : "selfcheck: failed: " + _firstFailure;
-    (void)platform::writeAll(STDOUT_FILENO, platform::escaped(line) + "\n");
+    const bool passed = _worst.verdict <= Verdict::Note;
+    const std::string verdict = passed                                  ? "passed"
+                                : _worst.verdict == Verdict::Unclear    ? "unclear: "
+                                : _worst.verdict == Verdict::FailedHere ? "failed here: "
+                                                                        : "failed: ";
+    (void)platform::writeAll(
+        STDOUT_FILENO,
+        "selfcheck: " + verdict + (passed ? "" : platform::escaped(_worst.text)) + "\n");
     return passed ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 

@@ -13,8 +13,9 @@ namespace teravolant::selfcheck {
 
 enum class Verdict : std::uint8_t {
     Ok,
-    Note,     ///< Worth knowing, but no fault of the bundle or of this computer.
-    Unclear,  ///< The check was not possible, for a reason that can pass.
+    Note,        ///< Worth knowing, but no fault of the bundle or of this computer.
+    Unclear,     ///< The check was not possible, for a reason that can pass.
+    FailedHere,  ///< This computer lacks something that its user can install.
     Failed,
 };
 
@@ -28,6 +29,9 @@ struct Outcome {
 [[nodiscard]] inline Outcome note(std::string text) { return {Verdict::Note, std::move(text)}; }
 [[nodiscard]] inline Outcome unclear(std::string text) {
     return {Verdict::Unclear, std::move(text)};
+}
+[[nodiscard]] inline Outcome failedHere(std::string text) {
+    return {Verdict::FailedHere, std::move(text)};
 }
 [[nodiscard]] inline Outcome failed(std::string text) { return {Verdict::Failed, std::move(text)}; }
 
@@ -49,8 +53,7 @@ class Report {
     [[nodiscard]] int finish() const;
 
   private:
-    std::string _firstFailure;
-    std::string _firstUnclear;
+    Outcome _worst;  ///< The first of the most severe ones.
 };
 
 }  // namespace teravolant::selfcheck

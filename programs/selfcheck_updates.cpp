@@ -7,7 +7,6 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <thread>
 
@@ -16,6 +15,7 @@
 #include "platform/core/file_error.h"
 #include "platform/core/http_error.h"
 #include "platform/core/text.h"
+#include "platform/core/utc_time.h"
 #include "platform/files/files.h"
 #include "platform/files/private_folder.h"
 #include "platform/system/confined_program.h"
@@ -62,7 +62,7 @@ std::string smallArchive() {
     put(116, "0000000");
     put(124, {size.data(), size.size() - 1});
     put(136, "00000000000");
-    put(148, "        ");  // The checksum counts as blanks.
+    put(148, "        ");  // The checksum is computed with spaces in its own field.
     put(156, "0");
     put(257, std::string_view("ustar\00000", 8));
     unsigned sum = 0;
@@ -94,7 +94,7 @@ Status unpackInto(const fs::path& folder) {
     return result->kind == platform::FrameKind::End ? Status() : program->invalidOutput();
 }
 
-/// Returns what of the confinement this kernel lacks.
+/// Returns the parts of the confinement that this kernel lacks.
 std::string missingConfinement() {
     // With a null filter, a kernel that knows filters fails with EFAULT.
     const bool filters =
@@ -105,7 +105,7 @@ std::string missingConfinement() {
     return filters ? "Landlock" : "Landlock and seccomp";
 }
 
-bool isFull(const platform::Error& error) {
+bool isOutOfSpace(const platform::Error& error) {
     return error.code == platform::NSFileWriteOutOfSpaceError;
 }
 
@@ -142,22 +142,30 @@ class ClosingServer {
     int _port = 0;
 };
 
-/// Whether the connection was made and its TLS handshake began, for which the trusted certificates
-/// must have been read.
+/// Whether the TLS handshake began. Before it, the trusted certificates are read.
 bool hasBegunHandshake(const platform::Error& error) {
     return error.domain == platform::kHttpErrorDomain &&
            (error.code == platform::HttpError::secureConnectionFailed ||
             error.code == platform::HttpError::connectionLost);
 }
 
-Outcome outcomeOfDocument(const platform::Bundle& bundle, const std::string& body) {
+Outcome outcomeOfDocument(const platform::Bundle& bundle, const std::string& body,
+                          const std::string& url) {
     const auto document = platform::signedDocumentIn(body);
     if (!document) {
         return note("feed: it is not signed: " + document.error().localizedDescription);
     }
-    const auto keys = platform::installationOf(bundle).publicKeys;
-    return platform::signersOf(*document, keys).empty()
-               ? failed("feed: none of this bundle's public keys signed it")
+    auto installation = platform::installationOf(bundle);
+    if (platform::signersOf(*document, installation.publicKeys).empty()) {
+        return failed("feed: none of this bundle's public keys signed it");
+    }
+    installation.acceptsBothChannels = true;
+    const auto offer = platform::authenticOfferIn(*document, installation);
+    const auto reason = offer ? platform::checkUsable(offer->offer, url, url, installation,
+                                                      platform::currentUtcTime())
+                              : platform::Status(offer.error());
+    return reason
+               ? note("feed: signed, but nothing is taken from it: " + reason->localizedDescription)
                : ok("feed: signed, and offers version " + document->version);
 }
 
@@ -173,13 +181,13 @@ Outcome requestFeed(const platform::Bundle& bundle) {
                       platform::userAgent("Teravolant", bundle.shortVersion().value_or(""))}}},
         optionsOfTransfer(), platform::transferInProgram);
     if (!response) {
-        return note("feed: it can't be fetched now: " + response.error().localizedDescription);
+        return note("feed: it can't be fetched: " + response.error().localizedDescription);
     }
     const auto body = platform::feedIn(*std::move(response));
     if (!body) {
         return note("feed: " + body.error().localizedDescription);
     }
-    return *body ? outcomeOfDocument(bundle, **body)
+    return *body ? outcomeOfDocument(bundle, **body, url)
                  : note("feed: the server offers nothing (status 204): " + url);
 }
 
@@ -191,8 +199,8 @@ Outcome checkUnpacking() {
         return note("unpacking: not tried: " + folder.error().localizedDescription);
     }
     if (const auto error = unpackInto(folder->path())) {
-        return isFull(*error) ? note("unpacking: not tried: " + error->localizedDescription)
-                              : failed("unpacking", *error);
+        return isOutOfSpace(*error) ? note("unpacking: not tried: " + error->localizedDescription)
+                                    : failed("unpacking", *error);
     }
     const auto contents = platform::contentsOfFile(folder->path() / kName);
     if (!contents || *contents != kContents) {
@@ -214,12 +222,14 @@ Outcome checkFetching() {
         return ok("fetching: libcurl and the trusted certificates are there");
     }
     const auto& error = response.error();
-    if (error.domain != platform::kHttpErrorDomain ||
-        error.code == platform::HttpError::libraryMissing) {
+    if (error.domain != platform::kHttpErrorDomain) {
         return failed("fetching", error);
     }
+    if (error.code == platform::HttpError::libraryMissing) {
+        return failedHere("fetching: " + error.localizedDescription);
+    }
     if (error.code == platform::HttpError::certificatesUnreadable) {
-        return failed(
+        return failedHere(
             "fetching: the trusted certificates can't be read: install the package "
             "ca-certificates, or set SSL_CERT_FILE to their file");
     }

@@ -1,10 +1,10 @@
 // update [--quiet]: runs one update cycle at once for the bundle that contains this program, and
 // installs the update. Takes an update that a roll-out does not yet give to this installation.
 //
-// Prints what it does to standard output, and why no update was taken to standard error. On a
-// terminal, it also shows the progress of the download in one line, which it rewrites. Writes to
-// the log what the launcher writes about an update. Signals have their default actions: the next
-// cycle continues after a kill. They are blocked while the update is installed.
+// Prints its steps to standard output, and the reason why no update was taken to standard error. On
+// a terminal, it also shows the progress of the download in one line, which it rewrites. Writes the
+// same log messages as the launcher. Signals have their default actions, because the next cycle
+// continues after a kill; they are blocked while the update is installed.
 //
 // Exit status: see kUsage.
 
@@ -14,7 +14,6 @@
 #include <chrono>
 #include <csignal>
 #include <cstdint>
-#include <cstdio>
 #include <exception>
 #include <memory>
 #include <optional>
@@ -65,7 +64,7 @@ Exit status:
 
 enum ExitStatus : int { kUpdated = 0, kFailed = 1, kUsageError = 2, kRefused = 3, kUpToDate = 4 };
 
-/// Shows on the terminal, or in whatever the standard streams are, what the program does.
+/// Writes messages to the standard streams, and the progress to a terminal.
 class Display {
   public:
     explicit Display(bool quiet) : _isQuiet(quiet) {}
@@ -83,7 +82,7 @@ class Display {
         write(STDERR_FILENO, "update: " + text + "\n");
     }
 
-    /// The same for a reason that a line before may have shown.
+    /// The same with a reason, unless the last line shown ends with that reason.
     void showError(const std::string& what, const std::string& reason) {
         showError(_last.ends_with(reason) ? what + "." : what + ": " + reason);
     }
@@ -112,7 +111,7 @@ class Display {
         return std::to_string(tenths / 10) + "." + std::to_string(tenths % 10);
     }
 
-    /// What can't be shown must not stop the update.
+    /// Ignores failures: they must not stop the update.
     static void write(int descriptor, const std::string& text) {
         (void)platform::writeAll(descriptor, text);
     }
@@ -166,7 +165,7 @@ class Updater : public ClientUpdater {
     std::optional<std::string> _offered;
 };
 
-/// Whether an update was offered, and refused for what it is.
+/// Whether an offered update was refused because of its document or its contents.
 bool isRefusal(const platform::Error& error) {
     return platform::isUpdaterError(error, platform::SQRLUpdaterErrorRefusedOffer) ||
            platform::isUpdaterError(error, platform::SQRLUpdaterErrorRefusedArchive) ||
@@ -178,8 +177,11 @@ ExitStatus endWithError(const platform::Error& error, Display& display) {
     Logger::sharedInstance().logMessage("Error checking for updates: " +
                                         escaped(printedForm(error), kMost));
     const bool isRefused = isRefusal(error);
+    const auto* const suggestion =
+        error.userInformation<std::string>(platform::NSLocalizedRecoverySuggestionErrorKey);
     display.showError(isRefused ? "the update was refused" : "the update failed",
-                      escaped(error.localizedDescription));
+                      escaped(error.localizedDescription) +
+                          (suggestion == nullptr ? "" : ". " + escaped(*suggestion)));
     return isRefused ? kRefused : kFailed;
 }
 

@@ -109,10 +109,8 @@ Status checkParts(const Bundle& bundle) {
     if (auto error = checkClient(path)) {
         return error;
     }
-    for (const char* label : {"com.zelto.teravolant.agent", "com.zelto.teravolant.autorun"}) {
-        if (auto error = platform::checkAgent(path, label)) {
-            return inArchive(std::move(error));
-        }
+    if (auto error = platform::checkAgents(path)) {
+        return inArchive(std::move(error));
     }
     const auto elfFiles = platform::elfFilesIn(path);
     return elfFiles ? Status() : inArchive(elfFiles.error());

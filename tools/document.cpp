@@ -136,8 +136,6 @@ void addSignature(FeedDocument& document, const std::string& signature) {
     }
 }
 
-std::chrono::sys_seconds now() {
-    return std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
-}
+std::chrono::sys_seconds now() { return platform::currentUtcTime(); }
 
 }  // namespace teravolant::release

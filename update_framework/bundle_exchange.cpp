@@ -1,7 +1,7 @@
 // On a file system that can't exchange two folders, three renames move the installed bundle aside
 // within the staging folder, the other bundle to the target, and the first one to the place of the
-// other. After a kill behind the first, nothing is at the target; after a kill behind the second,
-// nothing is at the place of the other.
+// other. After a kill behind the first rename, nothing is at the target; after a kill behind the
+// second, nothing is at the place of the other.
 #include "update_framework/bundle_exchange.h"
 
 #include <cerrno>

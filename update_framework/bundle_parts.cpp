@@ -55,15 +55,21 @@ Status checkProgram(const fs::path& bundle, const fs::path& program) {
                : refused(bundle, program, "can't run: it is not a program.");
 }
 
-Status checkAgent(const fs::path& bundle, const std::string& label) {
-    const fs::path file = bundle / "Contents" / "Resources" / (label + ".plist");
-    const auto agent = dictionaryInFile(file);
-    const auto entry = agent ? agent->find("Label") : Value::Dictionary::const_iterator();
-    const bool isLabelled = agent && entry != agent->end() && entry->second == Value(label);
-    return isLabelled ? Status()
-                      : refused(bundle, file,
-                                "is missing or is not the launch agent " + label +
-                                    ": computers would not check for updates.");
+Status checkAgents(const fs::path& bundle) {
+    for (const std::string label : {"com.zelto.teravolant.agent", "com.zelto.teravolant.autorun"}) {
+        const fs::path file = bundle / "Contents" / "Resources" / (label + ".plist");
+        const auto agent = dictionaryInFile(file);
+        if (!agent && agent.error().code == NSFileReadUnknownError) {
+            return agent.error();
+        }
+        const auto entry = agent ? agent->find("Label") : Value::Dictionary::const_iterator();
+        if (!agent || entry == agent->end() || entry->second != Value(label)) {
+            return refused(bundle, file,
+                           "is missing or is not the launch agent " + label +
+                               ": computers would not check for updates.");
+        }
+    }
+    return std::nullopt;
 }
 
 Result<std::vector<fs::path>> elfFilesIn(const fs::path& bundle) {
@@ -71,7 +77,10 @@ Result<std::vector<fs::path>> elfFilesIn(const fs::path& bundle) {
     std::error_code failure;
     for (fs::recursive_directory_iterator walk(bundle, failure), end; !failure && walk != end;
          walk.increment(failure)) {
-        if (!walk->is_regular_file(failure) || walk->is_symlink(failure)) {
+        // An item whose status can't be read is opened, which fails as well.
+        std::error_code unknown;
+        const auto kind = walk->symlink_status(unknown).type();
+        if (!unknown && kind != fs::file_type::regular) {
             continue;
         }
         const auto format = checkedFormatOf(walk->path());

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <filesystem>
-#include <string>
 #include <vector>
 
 #include "platform/core/result.h"
@@ -18,8 +17,8 @@ namespace teravolant::platform {
 [[nodiscard]] Status checkProgram(const std::filesystem::path& bundle,
                                   const std::filesystem::path& program);
 
-/// Checks that the bundle has a readable property list of the launch agent with this label.
-[[nodiscard]] Status checkAgent(const std::filesystem::path& bundle, const std::string& label);
+/// Checks that the bundle has readable property lists of both launch agents.
+[[nodiscard]] Status checkAgents(const std::filesystem::path& bundle);
 
 /// Returns all ELF files of the bundle. Fails if one is incomplete or for another machine.
 Result<std::vector<std::filesystem::path>> elfFilesIn(const std::filesystem::path& bundle);

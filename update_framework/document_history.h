@@ -32,10 +32,11 @@ class DocumentHistory {
     /// again if the clock was set back.
     [[nodiscard]] std::chrono::days daysUnseen(std::chrono::sys_seconds clock) const;
 
-    /// Returns when `recordSeen` recorded a document last.
+    /// Returns the stored time from which `daysUnseen` counts, or nothing if none is stored.
     [[nodiscard]] std::optional<std::chrono::sys_seconds> lastSeen() const;
 
-    /// Returns when the latest document in the channel of the version was issued, under any key.
+    /// Returns the latest time at which an accepted document in the channel of `version` was
+    /// issued, with any key. Returns nothing if none was accepted.
     [[nodiscard]] std::optional<std::chrono::sys_seconds> latestIssued(
         const std::string& version) const;
 

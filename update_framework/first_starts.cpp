@@ -1,22 +1,22 @@
 // The record is a register of processes (platform/files/process_register.h) in the staging folder,
 // whose note is a property list. A start registers itself; a termination signal deregisters it. So
 // a process that is gone and still registered is a failed start. The lock of the register orders
-// counting, confirming and returning: of several processes, one does it, and the others find a void
-// register and look again which version is installed.
+// counting, confirmation and rollback: one process confirms or rolls back, and the others find a
+// void register and read again which version is installed.
 //
-// The return remembers the archive first, then exchanges the bundles, then makes the record void.
-// After a kill in between, the record is either still valid, and the next start does it again, or
-// for another version than the installed one, and without effect.
+// A rollback remembers the archive first, then exchanges the bundles, then makes the record void.
+// After a kill before the exchange, the next start repeats the rollback. After a kill behind it,
+// the record names another version than the installed one and has no effect.
 #include "update_framework/first_starts.h"
 
 #include <cerrno>
-#include <chrono>
 #include <cstdlib>
 #include <utility>
 
 #include "platform/core/error.h"
 #include "platform/core/file_error.h"
 #include "platform/core/text.h"
+#include "platform/core/utc_time.h"
 #include "platform/crypto/encodings.h"
 #include "platform/files/durable_file.h"
 #include "platform/files/files.h"
@@ -25,6 +25,7 @@
 #include "platform/files/process_register.h"
 #include "platform/system/application.h"
 #include "platform/system/bundle.h"
+#include "platform/system/executable_path.h"
 #include "platform/system/process.h"
 #include "platform/values/property_list.h"
 #include "update_framework/bundle_exchange.h"
@@ -41,7 +42,7 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t kMostFailedStarts = 3;
 
-/// This process's start, if it is counted.
+/// This process's start of an unconfirmed version.
 struct CountedStart {
     ProcessRegister processes;
     fs::path target;
@@ -52,7 +53,7 @@ Result<std::optional<ProcessRegister>> openRegister(const fs::path& target) {
     return ProcessRegister::open(unconfirmedRecordPath(target));
 }
 
-/// Returns nothing if the note can't be that of a version of the bundle at `target`.
+/// Returns nothing if the note can't be the record of a version at `target`.
 std::optional<UnconfirmedVersion> versionIn(const ProcessRegister& processes,
                                             const fs::path& target) {
     Record record = recordIn(processes.note());
@@ -104,7 +105,7 @@ void confirm(ProcessRegister& processes, const fs::path& target, Remove remove) 
     }
     if (!error) {
         repairInstallation(target, version->previous);
-        error = processes.makeVoid();
+        error = processes.makeVoid(ProcessRegister::File::Remove);
     }
     if (error) {
         logUpdater("the version is not confirmed: " + error->localizedDescription);
@@ -117,7 +118,7 @@ void confirm(ProcessRegister& processes, const fs::path& target, Remove remove) 
     }
 }
 
-/// Returns an error if the previous bundle could not take over.
+/// Returns an error if the previous bundle can't run.
 Status checkPrevious(const UnconfirmedVersion& version) {
     const auto bundle = Bundle::bundleWithPath(version.previous);
     return bundle && bundle->canRun()
@@ -131,10 +132,9 @@ void rememberAsBad(const UnconfirmedVersion& version) {
     const auto cache = cacheFolderOf(Bundle::mainBundle());
     auto error = prepareCacheFolder(cache);
     if (!error) {
-        error = Refusals(cache).add(
-            version.digest, Refusal::FailedStarts,
-            "three starts of version " + version.version + " failed",
-            std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()));
+        error = Refusals(cache).add(version.digest, Refusal::FailedStarts,
+                                    "three starts of version " + version.version + " failed",
+                                    currentUtcTime());
     }
     if (error) {
         logUpdater("the version is not remembered as bad: " + error->localizedDescription);
@@ -148,14 +148,16 @@ Status exchangeBack(ProcessRegister& processes, const UnconfirmedVersion& versio
     auto error = checkPrevious(version);
     error = error ? std::move(error) : exchangeBundles(version.previous, target);
     if (!error) {
-        (void)processes.makeVoid();  // Without effect now: another version is installed.
+        // The file stays, so that a start which has not opened it yet follows the exchange.
+        (void)processes.makeVoid(ProcessRegister::File::Keep);
     }
     return error;
 }
 
 /// Puts the previous bundle back after failed starts. Returns false, and logs why, if that is not
 /// possible.
-bool goBack(ProcessRegister& processes, const UnconfirmedVersion& version, const fs::path& target) {
+bool rollBack(ProcessRegister& processes, const UnconfirmedVersion& version,
+              const fs::path& target) {
     rememberAsBad(version);
     const auto error = exchangeBack(processes, version, target);
     const std::string what = "three starts of version " + escaped(version.version) + " failed";
@@ -191,8 +193,56 @@ void runInstalled(const fs::path& target, char* const* argv) {
     }
 }
 
-void logNotCounted(const Error& error) {
-    logUpdater("this start is not counted: " + error.localizedDescription);
+/// The same if another process has exchanged the bundles since this process was started: the path
+/// of the running executable has changed.
+void followExchange(const fs::path& target, char* const* argv) {
+    std::error_code unknown;
+    if (fs::read_symlink("/proc/self/exe", unknown) != executablePathOfThisProcess()) {
+        runInstalled(target, argv);
+    }
+}
+
+/// Opens the record if it is that of the running version. Follows an exchange.
+std::optional<ProcessRegister> registerOfThisVersion(const Bundle& bundle, char* const* argv) {
+    auto opened = openRegister(bundle.bundlePath());
+    if (opened && !*opened) {
+        return std::nullopt;
+    }
+    const auto version = opened ? versionIn(**opened, bundle.bundlePath()) : std::nullopt;
+    if (version && version->version == bundle.shortVersion()) {
+        return *std::move(opened);
+    }
+    followExchange(bundle.bundlePath(), argv);
+    if (!opened && opened.error().code != NSFileReadCorruptFileError) {
+        logUpdater("this start is not counted: " + opened.error().localizedDescription);
+    }
+    return std::nullopt;
+}
+
+/// Registers this process in the record, or rolls back. Does nothing if another start has confirmed
+/// the version in the meantime.
+void count(ProcessRegister processes, const fs::path& target, char* const* argv) {
+    auto error = processes.lock();
+    if (!error && !processes.isValid()) {
+        followExchange(target, argv);
+        return;
+    }
+    const auto version = versionIn(processes, target);
+    if (!error && version && processes.countLost() >= kMostFailedStarts &&
+        rollBack(processes, *version, target)) {
+        runInstalled(target, argv);
+        std::_Exit(EXIT_FAILURE);
+    }
+    // A signal before the action is set would look like a crash.
+    Application::deferSignals();
+    error = error ? std::move(error) : processes.add();
+    processes.unlock();
+    if (error) {
+        logUpdater("this start is not counted: " + error->localizedDescription);
+    }
+    theStart.emplace(CountedStart{std::move(processes), target});
+    Application::setSignalAction([] { theStart->processes.remove(); });
+    Application::setLastWork(endStart);
 }
 
 }  // namespace
@@ -262,41 +312,9 @@ void beginStart(char* const* argv) {
         repairInstallation(installed);
         runInstalled(installed, argv);
     }
-    auto opened = openRegister(target);
-    if (!opened) {
-        logNotCounted(opened.error());
+    if (auto processes = registerOfThisVersion(bundle, argv)) {
+        count(*std::move(processes), target, argv);
     }
-    if (!opened || !*opened) {
-        return;
-    }
-    ProcessRegister& processes = **opened;
-    const auto version = versionIn(processes, target);
-    if (!version || version->version != bundle.shortVersion()) {
-        return;
-    }
-    auto error = processes.lock();
-    if (!error && !processes.isValid()) {
-        // Another start has confirmed the version or gone back in the meantime.
-        if (versionAt(target) != bundle.shortVersion()) {
-            runInstalled(target, argv);
-        }
-        return;
-    }
-    if (!error && processes.countLost() >= kMostFailedStarts &&
-        goBack(processes, *version, target)) {
-        runInstalled(target, argv);
-        std::_Exit(EXIT_FAILURE);
-    }
-    // A signal before the action is set would look like a crash.
-    Application::deferSignals();
-    error = error ? std::move(error) : processes.add();
-    processes.unlock();
-    if (error) {
-        logNotCounted(*error);
-    }
-    theStart.emplace(CountedStart{std::move(processes), target});
-    Application::setSignalAction([] { theStart->processes.remove(); });
-    Application::setLastWork(endStart);
 }
 
 void endStart() {

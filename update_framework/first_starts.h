@@ -6,7 +6,7 @@
 
 #include "platform/core/result.h"
 
-// The first starts of a new version, and the return to the previous one if they fail.
+// The first starts of a new version, and the rollback to the previous one if they fail.
 //
 // Between the exchange of the bundles and the first start that ends cleanly, the new version is
 // unconfirmed: the previous bundle is kept, and each start of the new one is counted. A start fails
@@ -48,13 +48,13 @@ Result<bool> returnToPrevious(const std::filesystem::path& target);
 
 /// Counts this start if the running version is unconfirmed. Must be called once, first in `main`.
 ///
-/// After three failed starts, puts the previous bundle back, remembers the archive as bad and
-/// replaces this process by the launcher of the previous bundle, with the arguments `argv`. If that
-/// is not possible, logs why and returns.
+/// After three failed starts, puts the previous bundle back, records the archive in `Refusals` and
+/// replaces this process by the launcher of the previous bundle, with the arguments `argv`, which
+/// end with a null. If that is not possible, logs why and returns.
 void beginStart(char* const* argv);
 
-/// Ends the start cleanly: confirms the version if this start was counted. Called at the end of
-/// `main`; `beginStart` also makes it the last work of the application's termination.
+/// Ends the start cleanly: confirms the version if it is unconfirmed. Called at the end of `main`;
+/// `beginStart` also makes it the last work of the application's termination.
 void endStart();
 
 }  // namespace teravolant::platform

@@ -4,11 +4,11 @@
 // of the unconfirmed version, so that failing starts lead back to the old one.
 #include "update_framework/installing.h"
 
-#include <chrono>
 #include <utility>
 
 #include "platform/core/error.h"
 #include "platform/core/text.h"
+#include "platform/core/utc_time.h"
 #include "platform/files/files.h"
 #include "platform/system/bundle.h"
 #include "update_framework/bundle_exchange.h"
@@ -59,8 +59,8 @@ Status exchange(const StagedUpdate& update) {
 
 /// Lets the installed version check itself. If that fails, puts the previous bundle back and
 /// returns why, unless a start has confirmed the version in the meantime.
-Status checkOrGoBack(const std::filesystem::path& cacheFolder, const std::filesystem::path& target,
-                     const std::string& digest) {
+Status checkOrRollBack(const std::filesystem::path& cacheFolder,
+                       const std::filesystem::path& target, const std::string& digest) {
     auto failed = checkInPlace(target);
     if (!failed) {
         return std::nullopt;
@@ -79,11 +79,14 @@ Status checkOrGoBack(const std::filesystem::path& cacheFolder, const std::filesy
     }
     if (isBadBundle(*failed)) {
         (void)Refusals(cacheFolder)
-            .add(digest, Refusal::Bad, failed->localizedDescription,
-                 std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()));
+            .add(digest, Refusal::Bad, failed->localizedDescription, currentUtcTime());
         discardStaging(cacheFolder, target);
     }
-    return failed;
+    return updaterError(static_cast<SQRLUpdaterErrorCode>(isBadBundle(*failed)
+                                                              ? SQRLUpdaterErrorRefusedBundle
+                                                              : SQRLUpdaterErrorInstallationFailed),
+                        "Its check in place failed, and the previous bundle was put back. " +
+                            failed->localizedDescription);
 }
 
 }  // namespace
@@ -92,7 +95,7 @@ Status installStagedUpdate(const std::filesystem::path& cacheFolder, const Stage
                            Confirmation confirmation) {
     auto error = settleUnconfirmed(update.target);
     error = error ? std::move(error) : exchange(update);
-    error = error ? std::move(error) : checkOrGoBack(cacheFolder, update.target, update.digest);
+    error = error ? std::move(error) : checkOrRollBack(cacheFolder, update.target, update.digest);
     if (error) {
         return notInstalled(update, *error);
     }
@@ -109,7 +112,7 @@ Status completeInstallation(const std::filesystem::path& cacheFolder,
     if (!version || !*version) {
         return version ? Status() : Status(version.error());
     }
-    if (const auto error = checkOrGoBack(cacheFolder, target, (*version)->digest)) {
+    if (const auto error = checkOrRollBack(cacheFolder, target, (*version)->digest)) {
         return updaterError(SQRLUpdaterErrorInstallationFailed,
                             "Version " + (*version)->version +
                                 " failed its check, and the previous version was put back: " +

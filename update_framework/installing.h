@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <string>
 
 #include "platform/core/result.h"
 #include "update_framework/staging.h"
@@ -12,7 +11,7 @@ namespace teravolant::platform {
 /// What confirms an installed version.
 enum class Confirmation : std::uint8_t {
     FirstStarts,  ///< The first start that ends cleanly (see first_starts.h).
-    SelfCheck,    ///< The self-check alone: for a bundle that no user can replace.
+    SelfCheck,    ///< The self-check alone: for a bundle that only root can replace.
 };
 
 /// Exchanges the staged bundle with its target and lets it check itself there. Exchanges the
@@ -22,8 +21,9 @@ enum class Confirmation : std::uint8_t {
 /// otherwise the update replaces the version before it. The old bundle is kept until the new
 /// version is confirmed.
 ///
-/// Returns the error of the step that failed; an old bundle is then at the target. An update that
-/// would fail again is discarded and remembered as bad; any other stays staged.
+/// Returns the error of the step that failed; an old bundle is then at the target, unless the error
+/// says that it could not be put back. An update that would fail again is discarded and recorded in
+/// `Refusals`; any other stays staged.
 [[nodiscard]] Status installStagedUpdate(const std::filesystem::path& cacheFolder,
                                          const StagedUpdate& update, Confirmation confirmation);
 

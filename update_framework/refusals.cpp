@@ -103,18 +103,18 @@ std::vector<std::string> Refusals::all(Time now) const {
 
 Status Refusals::add(const std::string& digest, Refusal refusal, const std::string& reason,
                      Time now) const {
-    // An entry is used for a day longer: it counts the refusals in a row.
-    constexpr hours kFurtherUse(24);
+    // An expired entry is kept for another day: it counts consecutive refusals.
+    constexpr hours kKeptLonger(24);
     constexpr std::size_t kMostEntries = 50;
     Record record = readRecord(_file);
     const std::string kind = kindOf(refusal);
     const auto before = entryIn(record[digest]);
     const int count = before && before->kind == kind ? std::min(before->count, 3) + 1 : 1;
-    std::erase_if(record, [now, kFurtherUse](const auto& item) {
+    std::erase_if(record, [now, kKeptLonger](const auto& item) {
         const auto entry = entryIn(item.second);
         return !entry ||
                (!isFinal(*entry) &&
-                (now < entry->time || now > entry->time + pauseAfter(*entry) + kFurtherUse));
+                (now < entry->time || now > entry->time + pauseAfter(*entry) + kKeptLonger));
     });
     if (record.size() >= kMostEntries) {
         record.clear();

@@ -34,7 +34,7 @@ class Refusals {
     /// downloaded at `now`.
     [[nodiscard]] Status check(const std::string& digest, Time now) const;
 
-    /// Returns when and why each archive was refused that must not be downloaded at `now`.
+    /// Returns a description of each refusal that is in force at `now`: its time, end and reason.
     [[nodiscard]] std::vector<std::string> all(Time now) const;
 
     /// Durably remembers that the archive was refused with `reason`. After a failure, the next

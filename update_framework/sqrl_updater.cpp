@@ -24,6 +24,7 @@
 
 #include "platform/core/error.h"
 #include "platform/core/text.h"
+#include "platform/core/utc_time.h"
 #include "platform/files/private_directory.h"
 #include "platform/system/application.h"
 #include "platform/system/confined_program.h"
@@ -182,10 +183,7 @@ UpdateCycle SQRLUpdater::makeCycle() {
         .now = [this] { return _clock->now(); },
         .pauseUntil = [this](Clock::Time time) { return pauseUntil(time); },
         .log = logUpdater,
-        .wallTime =
-            [] {
-                return std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
-            },
+        .wallTime = currentUtcTime,
     };
 }
 

@@ -36,9 +36,10 @@ struct UpdateCycle {
     std::function<Status(Clock::Time time)> pauseUntil;
     std::function<void(const std::string& message)> log;
     std::function<std::chrono::sys_seconds()> wallTime;  ///< Returns the computer's clock.
-    /// Take an offer that the roll-out does not yet give to this installation.
+    /// Whether to take an offer that the roll-out does not yet give to this installation.
     bool ignoresRollout = false;
-    /// Called for each received piece of the archive, with the bytes that are there and its size.
+    /// Optional. Called for each received piece of the archive, with the number of bytes that are
+    /// there and the archive's size in bytes.
     std::function<void(std::uint64_t done, std::uint64_t size)> progress = {};
     HttpOptions transfer = {};  ///< Its time limits apply to every request.
     /// How long `unpack` may take without a read or a result.

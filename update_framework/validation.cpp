@@ -1,10 +1,8 @@
 // `selfcheck` belongs to the new bundle. Its verdict is its exit status together with the last line
 // of its output, so a broken program that exits with status 0 has not passed. It gets the user's
-// environment with a temporary home. The user's preferences stay readable: they can name
+// environment with a temporary home. The user's preferences stay readable, because they can name
 // another feed.
 #include "update_framework/validation.h"
-
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -38,21 +36,6 @@ Status refusedBundle(const std::string& reason) {
     return updaterError(SQRLUpdaterErrorRefusedBundle, "The bundle is refused: " + reason);
 }
 
-/// Returns the caller's environment with these variables in the place of its own.
-std::vector<std::string> environmentWith(const std::vector<std::string>& variables) {
-    std::vector<std::string> result = variables;
-    for (char* const* entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
-        const std::string_view own = *entry;
-        const std::string name(own.substr(0, own.find('=') + 1));
-        const bool isReplaced = std::ranges::any_of(
-            variables, [&](const std::string& variable) { return variable.starts_with(name); });
-        if (!isReplaced) {
-            result.emplace_back(own);
-        }
-    }
-    return result;
-}
-
 std::string lastLineOf(std::string_view output) {
     output = output.substr(0, output.find_last_not_of('\n') + 1);
     return std::string(output.substr(output.rfind('\n') + 1));
@@ -69,7 +52,8 @@ Status notChecked(ProgramError::Code code, const std::string& reason) {
 Status failureOf(const EndedProgram& ended) {
     const std::string program = "its program “selfcheck” ";
     if (ended.timedOut) {
-        return notChecked(ProgramError::hung, program + "did not end within 10 seconds.");
+        return notChecked(ProgramError::hung, program + "did not end within " +
+                                                  std::to_string(kPatience.count()) + " seconds.");
     }
     if (!ended.exitStatus) {
         const std::string what =
@@ -79,9 +63,12 @@ Status failureOf(const EndedProgram& ended) {
     }
     constexpr std::string_view kFailed = "selfcheck: failed: ";
     constexpr std::string_view kUnclear = "selfcheck: unclear: ";
+    constexpr std::string_view kFailedHere = "selfcheck: failed here: ";
     const std::string last = lastLineOf(ended.output);
-    if (last.starts_with(kUnclear)) {
-        return notChecked(ProgramError::hung, escaped(last.substr(kUnclear.size())));
+    for (const std::string_view verdict : {kUnclear, kFailedHere}) {
+        if (last.starts_with(verdict)) {
+            return notChecked(ProgramError::hung, escaped(last.substr(verdict.size())));
+        }
     }
     return refusedBundle(last.starts_with(kFailed)
                              ? escaped(last.substr(kFailed.size()))
@@ -117,14 +104,14 @@ Status runSelfCheck(const fs::path& bundle, const std::vector<std::string>& argu
         return errorFromErrno(failure, FileAccess::Write,
                               "The folder " + quoted(home.string()) + " could not be created");
     }
-    const auto ended = runLimited(
-        program, arguments,
-        {.patience = kPatience,
-         .environment =
-             environmentWith({"HOME=" + home.string(), "TMPDIR=" + home.string(),
-                              "XDG_CACHE_HOME=" + home.string(), "XDG_DATA_HOME=" + home.string(),
-                              "XDG_CONFIG_HOME=" + configurationDirectory().string()}),
-         .writableFolder = home});
+    const auto ended =
+        runLimited(program, arguments,
+                   {.patience = kPatience,
+                    .environment = ownEnvironmentWith(
+                        {"HOME=" + home.string(), "TMPDIR=" + home.string(),
+                         "XDG_CACHE_HOME=" + home.string(), "XDG_DATA_HOME=" + home.string(),
+                         "XDG_CONFIG_HOME=" + configurationDirectory().string()}),
+                    .writableFolder = home});
     (void)removeTree(home);
     if (!ended) {
         return ended.error();

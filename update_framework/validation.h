@@ -6,8 +6,8 @@
 
 #include "platform/core/result.h"
 
-// Whether a bundle can run on this computer and could update itself from there. All operations
-// block, for some tenths of a second as a rule.
+// Checks that a bundle can run on this computer and could update itself. All operations block,
+// usually for some tenths of a second.
 //
 // A failure that would occur again is an error with `SQRLUpdaterErrorRefusedBundle`, see
 // `isBadBundle`. A failure that can pass by itself, such as a timeout, has another code.

@@ -4,7 +4,6 @@
 #include "platform/archives/gzip_tar.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -246,6 +245,9 @@ Status readGzipTar(const fs::path& archive, const ArchiveVisitor& visitor) {
     const Utf8Names utf8;
     Source source{.file = GzipFile(archive)};
     const std::unique_ptr<struct archive, Deleter<archive_read_free>> reader(archive_read_new());
+    if (!reader) {
+        return errorFromErrno(ENOMEM, FileAccess::Read, "The archive could not be read");
+    }
     if (archive_read_support_format_tar(reader.get()) != ARCHIVE_OK ||
         archive_read_open(reader.get(), &source, nullptr, readSource, nullptr) != ARCHIVE_OK) {
         return failureOf(reader.get(), source);

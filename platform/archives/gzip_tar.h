@@ -25,14 +25,14 @@ struct ArchivedItem {
 struct ArchiveVisitor {
     /// Called for each entry, in the archive's order.
     std::function<Status(const ArchivedItem& item)> item;
-    /// Called with the consecutive pieces of the last item, a file; holes are left out. `offset` is
-    /// the place of the piece in the file.
+    /// Called with each piece of the last item's contents, in order, if it is a file. Holes are
+    /// left out. `offset` is the position of the piece in the file, in bytes.
     std::function<Status(std::string_view piece, std::uint64_t offset)> contents;
 };
 
 /// Reads a tar archive that is compressed with gzip (RFC 1952) to its very end, and verifies its
-/// checksum, its length and the end marker of the tar format. Unpacks nothing. Memory stays flat.
-/// Blocks; may be called from any thread.
+/// checksum, its length and the end marker of the tar format. Unpacks nothing. Its use of memory
+/// does not depend on the archive's size. Blocks; may be called from any thread.
 ///
 /// The error's text ends a sentence that begins with the archive.
 [[nodiscard]] Status readGzipTar(const std::filesystem::path& archive,

@@ -29,6 +29,8 @@ std::optional<sys_seconds> utcTimeIn(std::string_view text) {
                : std::nullopt;
 }
 
+sys_seconds currentUtcTime() { return floor<seconds>(system_clock::now()); }
+
 std::string utcTimeText(sys_seconds time) {
     time = std::clamp<sys_seconds>(time, sys_days(year(1) / 1 / 1),
                                    sys_days(year(10'000) / 1 / 1) - seconds(1));

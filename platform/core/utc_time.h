@@ -9,6 +9,9 @@
 // 9999.
 namespace teravolant::platform {
 
+/// Returns the computer's clock.
+[[nodiscard]] std::chrono::sys_seconds currentUtcTime();
+
 /// Returns nothing for any other form and for a time that does not exist. A leap second is not
 /// accepted.
 [[nodiscard]] std::optional<std::chrono::sys_seconds> utcTimeIn(std::string_view text);

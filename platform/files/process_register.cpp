@@ -1,8 +1,8 @@
-// The file begins with a line that names its form, followed by a line with one character for each
-// entry: a full stop if it is free, else an x. Both the entries and the whole register are locked
-// with open-file-description locks on single bytes: that of an entry belongs to its process, the
-// first byte of the file to `lock`. So an x without a lock is a process that ended without
-// deregistering. A void register has another first byte.
+// The file begins with a line that names its format, followed by a line with one character for each
+// entry: a full stop if it is free, else an x. The note follows. All locks are
+// open-file-description locks on single bytes: a registered process locks the byte of its entry,
+// and `lock` locks the first byte of the file. So an x without a lock is a process that ended
+// without deregistering. A void register has another first byte.
 #include "platform/files/process_register.h"
 
 #include <fcntl.h>
@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <string>
 #include <thread>
 #include <utility>
@@ -19,12 +20,13 @@
 #include "platform/core/file_error.h"
 #include "platform/core/text.h"
 #include "platform/files/durable_file.h"
+#include "platform/files/file_lock.h"
 
 namespace teravolant::platform {
 namespace {
 
-constexpr std::string_view kForm = "teravolant-processes 1\n";
-constexpr off_t kFirstEntry = kForm.size();
+constexpr std::string_view kFormat = "teravolant-processes 1\n";
+constexpr off_t kFirstEntry = kFormat.size();
 constexpr off_t kEntries = 64;
 constexpr off_t kNote = kFirstEntry + kEntries + 1;
 constexpr char kFree = '.';
@@ -66,10 +68,10 @@ std::string contentsOf(const FileDescriptor& file) {
 }
 
 bool isRegister(const std::string& contents) {
-    return contents.starts_with(kForm) && contents.size() >= kNote;
+    return contents.starts_with(kFormat) && contents.size() >= kNote;
 }
 
-/// Returns the characters of all entries, or nothing for a void register.
+/// Returns the characters of all entries; an empty string for a void register.
 std::string entriesOf(const FileDescriptor& file) {
     const std::string contents = contentsOf(file);
     return isRegister(contents) ? contents.substr(kFirstEntry, kEntries) : "";
@@ -78,7 +80,7 @@ std::string entriesOf(const FileDescriptor& file) {
 }  // namespace
 
 std::string ProcessRegister::emptyRegister(std::string_view note) {
-    return std::string(kForm) + std::string(kEntries, kFree) + "\n" + std::string(note);
+    return std::string(kFormat) + std::string(kEntries, kFree) + "\n" + std::string(note);
 }
 
 Result<std::optional<ProcessRegister>> ProcessRegister::open(const std::filesystem::path& path) {
@@ -89,7 +91,7 @@ Result<std::optional<ProcessRegister>> ProcessRegister::open(const std::filesyst
         return errno == ENOENT ? Result<None>(None()) : readError(errno, path.native());
     }
     if (file && file.get() <= STDERR_FILENO) {
-        // A standard stream was closed: what is written to it must not reach the register.
+        // A standard stream was closed: writes to that stream must not reach the register.
         file = FileDescriptor(fcntl(file.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
     }
     const std::string contents = isOtherItem ? "" : contentsOf(file);
@@ -105,9 +107,9 @@ ProcessRegister::ProcessRegister(std::filesystem::path path, FileDescriptor file
                                  const std::string& contents)
     : _path(std::move(path)), _file(std::move(file)), _note(contents.substr(kNote)) {}
 
-Status ProcessRegister::lock(std::chrono::milliseconds patience) {
+Status ProcessRegister::lock() {
     constexpr std::chrono::milliseconds kPause(5);
-    const auto end = std::chrono::steady_clock::now() + patience;
+    const auto end = std::chrono::steady_clock::now() + kLockPatience;
     while (const int failure = lockByte(_file, 0, F_WRLCK)) {
         const bool isHeld = failure == EAGAIN || failure == EACCES;
         if (!isHeld || std::chrono::steady_clock::now() >= end) {
@@ -162,9 +164,9 @@ void ProcessRegister::remove() const {
     errno = before;
 }
 
-Status ProcessRegister::makeVoid() {
+Status ProcessRegister::makeVoid(File file) {
     int failure = writeByte(_file, 0, kVoid);
-    if (unlink(_path.c_str()) == 0 && failure != 0) {
+    if (file == File::Remove && unlink(_path.c_str()) == 0 && failure != 0) {
         failure = flushFolderOf(_path);
     }
     return failure == 0 ? Status() : writeError(failure, _path.native());

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -9,7 +9,6 @@
 
 #include "platform/core/file_descriptor.h"
 #include "platform/core/result.h"
-#include "platform/files/file_lock.h"
 
 namespace teravolant::platform {
 
@@ -18,22 +17,23 @@ namespace teravolant::platform {
 ///
 /// The file has a fixed size, so that neither operation needs space on the disk. A registered
 /// process holds a lock on its entry, which the kernel releases when the process ends. Used by one
-/// thread, except for `remove`. Other versions of this program read the file: its form must stay.
+/// thread, except for `remove`. Other versions of this program read the file: its format must not
+/// change.
 class ProcessRegister {
   public:
     /// Returns the contents of a new register without processes that carries the text `note`. The
     /// caller writes the file.
     [[nodiscard]] static std::string emptyRegister(std::string_view note);
 
-    /// Opens the register. Returns nothing, after one failed system call, if there is no file.
-    /// Fails for a file that is not a register, or a void one.
+    /// Opens the register. Returns nothing if there is no file, which costs one system call. Fails
+    /// if the file is not a register or is void.
     static Result<std::optional<ProcessRegister>> open(const std::filesystem::path& path);
 
     [[nodiscard]] const std::string& note() const { return _note; }
 
     /// Excludes other processes until `unlock`. Fails with `NSFileLockingError` if another process
-    /// keeps it for all of `patience`.
-    [[nodiscard]] Status lock(std::chrono::milliseconds patience = kLockPatience);
+    /// holds the lock for all of `kLockPatience` (see file_lock.h).
+    [[nodiscard]] Status lock();
     void unlock();
 
     /// Whether the register is still at its path and not void. Call it between `lock` and `unlock`.
@@ -46,12 +46,14 @@ class ProcessRegister {
     /// and `unlock`. Fails if all entries are taken.
     [[nodiscard]] Status add();
 
-    /// Deregisters this process. May be called in a signal handler.
+    /// Deregisters this process if it is registered. May be called in a signal handler.
     void remove() const;
 
-    /// Durably makes the register void and removes the file: in this order, so that it has no
-    /// effect any more even if it can't be removed. Call it between `lock` and `unlock`.
-    [[nodiscard]] Status makeVoid();
+    enum class File : std::uint8_t { Keep, Remove };
+
+    /// Durably makes the register void, then removes the file if `file` says so. Fails if the
+    /// register remains valid. Call it between `lock` and `unlock`.
+    [[nodiscard]] Status makeVoid(File file);
 
   private:
     ProcessRegister(std::filesystem::path path, FileDescriptor file, const std::string& contents);

@@ -16,8 +16,8 @@ namespace teravolant::platform {
 /// the user database.
 Status checkTrustedPath(const std::filesystem::path& path);
 
-/// The same for an absolute path of an existing folder and for everything in it, with what links in
-/// it lead to. Also fails if another user can create an item in the folder around it.
+/// The same for an existing folder, everything in it, and the targets of the links in it. Also
+/// fails if another user can create an item in the parent folder. `folder` is absolute.
 Status checkTrustedTree(const std::filesystem::path& folder);
 
 }  // namespace teravolant::platform

@@ -131,7 +131,7 @@ ConfinedProgram::~ConfinedProgram() {
     }
 }
 
-/// After the last frame. The program must not change the tree any more.
+/// Called after the last frame. Kills the program first: it must not change the tree any more.
 Status ConfinedProgram::takeFolderBack() {
     if (_lent == _settings.folder) {
         return std::nullopt;

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -74,7 +73,7 @@ bool canPass(std::string_view complaint) {
     });
 }
 
-/// Removes the file's path where it begins the loader's line, or a part of it, as a label.
+/// Removes the file's path where the loader uses it as a label: "PATH: ".
 std::string withoutLabel(std::string line, const fs::path& file) {
     const std::string label = file.native() + ": ";
     for (auto at = line.find(label); at != line.npos; at = line.find(label)) {

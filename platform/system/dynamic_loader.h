@@ -11,8 +11,9 @@ namespace teravolant::platform {
 /// program, and does not check its permissions. Blocks for at most 5 seconds. May be called from
 /// any thread.
 ///
-/// Fails with `NSExecutableNotLoadableError` and the loader's own line if it does not. An error of
-/// `kProgramErrorDomain` (see confined_program.h) is about the loader and can pass by itself.
+/// Fails with `NSExecutableNotLoadableError` and the loader's own message if something is missing.
+/// Any other error means that the check was not possible and can pass by itself. It is in
+/// `kProgramErrorDomain` (see confined_program.h) if the loader hung or was killed.
 Status checkLoadable(const std::filesystem::path& elfFile);
 
 }  // namespace teravolant::platform

@@ -102,9 +102,6 @@ Result<fs::path> lendFolder(const fs::path& folder) {
 }
 
 Status takeFolderBack(const fs::path& lent, const fs::path& folder) {
-    if (lent == folder) {
-        return std::nullopt;
-    }
     if (auto error = own(lent)) {
         return error;
     }

@@ -1,9 +1,9 @@
 // How it works: the program's end and the end of its output are two events, because a process that
 // it started can keep the output open. A descriptor of the process (pidfd_open) lets one poll wait
-// for both; a kernel without it is asked every 10 ms. The process is reaped last: until then, its
-// number cannot become that of another process group.
+// for both; on a kernel without pidfd_open, the process is checked every 10 ms. The process is
+// reaped last: until then, no other process group can get its number.
 //
-// Landlock restricts a thread and the processes that this thread starts. So a thread of its own
+// Landlock restricts a thread and the processes that this thread starts. So a separate thread
 // restricts itself and starts the program.
 #include "platform/system/limited_program.h"
 
@@ -18,6 +18,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <string_view>
 #include <system_error>
 #include <thread>
 
@@ -78,7 +79,8 @@ Result<pid_t> spawnRestricted(const fs::path& executable, const std::vector<std:
     return child;
 }
 
-/// Appends what the pipe holds and keeps the last bytes. Closes the pipe at its end.
+/// Appends the bytes in the pipe to `output`, which keeps the last `kMostOutput` bytes. Closes the
+/// pipe at its end.
 void readAvailable(FileDescriptor& pipe, std::string& output) {
     std::array<char, 4096> chunk{};
     // Bounded: a program can write faster than this loop reads.
@@ -128,6 +130,20 @@ bool readUntilEnd(pid_t child, FileDescriptor& pipe, Clock::time_point end, std:
 }
 
 }  // namespace
+
+std::vector<std::string> ownEnvironmentWith(const std::vector<std::string>& variables) {
+    std::vector<std::string> result = variables;
+    for (char* const* entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+        const std::string_view own = *entry;
+        const std::string name(own.substr(0, own.find('=') + 1));
+        const bool isReplaced = std::ranges::any_of(
+            variables, [&](const std::string& variable) { return variable.starts_with(name); });
+        if (!isReplaced) {
+            result.emplace_back(own);
+        }
+    }
+    return result;
+}
 
 Result<EndedProgram> runLimited(const fs::path& executable,
                                 const std::vector<std::string>& arguments,

@@ -19,19 +19,24 @@ struct EndedProgram {
 };
 
 struct ProgramLimits {
-    std::chrono::milliseconds patience;
+    std::chrono::milliseconds patience;    ///< How long the program may run.
     std::vector<std::string> environment;  ///< "NAME=VALUE": the whole environment.
     /// Unless empty: where the kernel has Landlock, the program can change files only below this
     /// folder. It can also write to /dev/null.
     std::filesystem::path writableFolder = {};
 };
 
-/// Starts a program and blocks until it ends, or kills it when the patience is over.
+/// Returns the environment of this process with the given variables, "NAME=VALUE", instead of its
+/// own ones of the same names.
+[[nodiscard]] std::vector<std::string> ownEnvironmentWith(
+    const std::vector<std::string>& variables);
+
+/// Starts a program and blocks until it ends. Kills it after `patience`.
 ///
 /// The program runs in a new session, with /dev/null as its standard input, the working directory
-/// "/" and no other inherited descriptor. When the program ends or its time is over, all processes
-/// of its process group are killed. Fails if the program cannot be started. May be called from any
-/// thread.
+/// "/" and no other inherited descriptor. When the program ends or `patience` is over, all
+/// processes of its process group are killed. Fails if the program cannot be started. May be called
+/// from any thread.
 Result<EndedProgram> runLimited(const std::filesystem::path& executable,
                                 const std::vector<std::string>& arguments,
                                 const ProgramLimits& limits);
