@@ -85,15 +85,16 @@ std::string ProcessRegister::emptyRegister(std::string_view note) {
 
 Result<std::optional<ProcessRegister>> ProcessRegister::open(const std::filesystem::path& path) {
     FileDescriptor file(::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-    if (!file) {
+    const bool isOtherItem = !file && (errno == EISDIR || errno == ELOOP);  // A folder, a link.
+    if (!file && !isOtherItem) {
         using None = std::optional<ProcessRegister>;
         return errno == ENOENT ? Result<None>(None()) : readError(errno, path.native());
     }
-    if (file.get() <= STDERR_FILENO) {
+    if (file && file.get() <= STDERR_FILENO) {
         // A standard stream was closed: writes to that stream must not reach the register.
         file = FileDescriptor(fcntl(file.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
     }
-    const std::string contents = contentsOf(file);
+    const std::string contents = isOtherItem ? "" : contentsOf(file);
     if (!isRegister(contents)) {
         return Error{.domain = std::string(NSCocoaErrorDomain),
                      .code = NSFileReadCorruptFileError,
