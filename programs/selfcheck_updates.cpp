@@ -222,8 +222,8 @@ Outcome checkFetching() {
         return ok("fetching: libcurl and the trusted certificates are there");
     }
     const auto& error = response.error();
-    // The installed version has just fetched an update: a library that is missing is one that only
-    // this version needs.
+    // At staging, the installed version has just fetched the update: only the new version lacks the
+    // library.
     if (error.domain != platform::kHttpErrorDomain ||
         error.code == platform::HttpError::libraryMissing) {
         return failed("fetching", error);
