@@ -44,10 +44,14 @@ row "start with a client of 1 MiB (s)" "≤ 1.10"
 # A start of a version that is not confirmed counts itself and confirms the version. After three
 # failed ones, the bundles are exchanged and the old launcher runs.
 staging=$work/.Teravolant.app.update-$UID
-unconfirmed_start() { # ENTRIES
+keep_old_bundle() {
     end_client
-    mkdir -p -m 700 "$staging"
+    rm -rf "$staging"
+    mkdir -m 700 "$staging"
     cp -a "$bundle" "$staging/old.app"
+}
+unconfirmed_start() { # ENTRIES
+    keep_old_bundle
     printf -v entries %-64s "$1"
     cat > "$staging/first-starts" << RECORD
 teravolant-processes 1
@@ -57,12 +61,12 @@ ${entries// /.}
 RECORD
     sync
     ours "$bundle/Contents/MacOS/Teravolant" --notupdate
-    rm -rf "$staging"
 }
 first_start() { unconfirmed_start ""; }
 start_after_failed_ones() { unconfirmed_start xxx; }
 other_start() {
-    end_client
+    keep_old_bundle
+    sync
     theirs "$bundle/Contents/MacOS/Teravolant" --notupdate
 }
 alternate 31 first_start other_start

@@ -101,6 +101,10 @@ int versions(std::size_t length, int count) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
+    // As the launcher of a bundle, it is started by `selfcheck`.
+    if (std::getenv("TERAVOLANT_SELFCHECK") != nullptr) {
+        return EXIT_SUCCESS;
+    }
     const auto argument = [&](int index) { return std::string(index < argc ? argv[index] : ""); };
     const std::string work = argument(1);
     return work == "update"     ? update(argument(2))

@@ -18,7 +18,6 @@
 
 #include <csignal>
 #include <cstdlib>
-#include <functional>
 #include <future>
 #include <iostream>
 #include <optional>
@@ -85,37 +84,28 @@ void prepareProcess() {
     alarm(kLongestRun);
 }
 
-/// Runs all checks at the same time and reports them in this order.
+/// Runs all checks and reports them in a fixed order. The slow ones run on threads of their own,
+/// and the programs start one after another, so that few run at the same time.
 int check(const Bundle& bundle, const Options& options) {
-    std::vector<std::future<Outcome>> outcomes;
-    const auto start = [&outcomes](std::function<Outcome()> check) {
-        outcomes.push_back(inBackground(std::move(check)));
-    };
-    // The slowest begin first.
-    std::future<Outcome> feed;
+    std::vector<std::future<Outcome>> slow;
+    slow.push_back(inBackground([&bundle] { return checkClientArchive(bundle); }));
+    slow.push_back(inBackground(checkUnpacking));
+    slow.push_back(inBackground(checkFetching));
     if (!options.isOffline) {
-        feed = inBackground([&bundle] { return checkFeed(bundle); });
-    }
-    auto fetching = inBackground(checkFetching);
-    auto client = inBackground([&bundle] { return checkClientArchive(bundle); });
-    start([&bundle] { return checkInformation(bundle); });
-    start([&bundle] { return checkPlace(bundle); });
-    start([&bundle] { return checkKeys(bundle); });
-    start([&bundle] { return checkLauncher(bundle); });
-    for (const Probe& probe : probes()) {
-        start([&bundle, &probe] { return checkHelper(bundle, probe); });
-    }
-    start([&bundle] { return checkSelf(bundle); });
-    start(checkCommands);
-    start([&bundle] { return checkAgents(bundle); });
-    outcomes.push_back(std::move(client));
-    start(checkUnpacking);
-    outcomes.push_back(std::move(fetching));
-    if (feed.valid()) {
-        outcomes.push_back(std::move(feed));
+        slow.push_back(inBackground([&bundle] { return checkFeed(bundle); }));
     }
     Report report;
-    for (auto& outcome : outcomes) {
+    report.add(checkInformation(bundle));
+    report.add(checkPlace(bundle));
+    report.add(checkKeys(bundle));
+    report.add(checkLauncher(bundle));
+    for (const Probe& probe : probes()) {
+        report.add(checkHelper(bundle, probe));
+    }
+    report.add(checkSelf(bundle));
+    report.add(checkCommands());
+    report.add(checkAgents(bundle));
+    for (auto& outcome : slow) {
         report.add(outcome.get());
     }
     if (options.isVerbose) {
