@@ -82,11 +82,10 @@ Status checkOrRollBack(const std::filesystem::path& cacheFolder,
             .add(digest, Refusal::Bad, failed->localizedDescription, currentUtcTime());
         discardStaging(cacheFolder, target);
     }
-    return updaterError(static_cast<SQRLUpdaterErrorCode>(isBadBundle(*failed)
-                                                              ? SQRLUpdaterErrorRefusedBundle
-                                                              : SQRLUpdaterErrorInstallationFailed),
-                        "Its check in place failed, and the previous bundle was put back. " +
-                            failed->localizedDescription);
+    return updaterError(
+        isBadBundle(*failed) ? SQRLUpdaterErrorRefusedBundle : SQRLUpdaterErrorInstallationFailed,
+        "Its check in place failed, and the previous bundle was put back. " +
+            failed->localizedDescription);
 }
 
 }  // namespace
